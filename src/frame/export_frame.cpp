@@ -1,0 +1,14 @@
+#include "frame/export_frame.h"
+
+namespace zarext {
+
+void ExportTrace::Line(const char* format, ...) noexcept {
+  text_.Clear();
+  std::va_list arguments;
+  va_start(arguments, format);
+  text_.AppendList(format, arguments);
+  va_end(arguments);
+  Trace("%s", text_.Text());
+}
+
+}  // namespace zarext

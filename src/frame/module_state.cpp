@@ -1,0 +1,50 @@
+#include "frame/module_state.h"
+
+#include "frame/trace.h"
+
+namespace zarext {
+namespace {
+
+constexpr DWORD kHostPathSize = 260;
+
+HINSTANCE moduleInstance = nullptr;
+char hostPath[kHostPathSize];
+
+// Makes the objects at load, before the attach notification.
+[[maybe_unused]] const StoreObjects& atLoad = StoreObjects::Instance();
+
+}  // namespace
+
+StoreObjects& StoreObjects::Instance() noexcept {
+  static StoreObjects instance;
+  return instance;
+}
+
+StoreObjects::StoreObjects() noexcept
+    : mutex_(CreateMutexA(nullptr, FALSE, kStoreMutexName)),
+      mapping_(CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
+                                  kStoreMappingSize, kStoreMappingName)) {
+  InitializeCriticalSection(&openSection_);
+}
+
+StoreObjects::~StoreObjects() {
+  mutex_.Reset();
+  DeleteCriticalSection(&openSection_);
+}
+
+HINSTANCE ModuleInstance() noexcept { return moduleInstance; }
+
+const char* HostPath() noexcept { return hostPath; }
+
+}  // namespace zarext
+
+extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID /*reserved*/) {
+  using namespace zarext;
+  if (reason != DLL_PROCESS_ATTACH) {
+    return TRUE;
+  }
+  moduleInstance = instance;
+  GetModuleFileNameA(GetModuleHandleA(nullptr), hostPath, kHostPathSize - 1);
+  Trace("EXT : DLL_PROCESS_ATTACH : FilePath=%s (id=%x).", hostPath, Hex(GetCurrentThreadId()));
+  return TRUE;
+}

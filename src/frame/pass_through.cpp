@@ -1,0 +1,105 @@
+// Exports that trace and report success. Their result is a constant: should the frame ever catch
+// something, the last error is set and the result is still success, which the framework's callers
+// rely on. Nothing is written to any output parameter.
+#include <windows.h>
+
+#include <wincrypt.h>
+
+#include "frame/export_frame.h"
+
+using zarext::ExportTrace;
+using zarext::Hex;
+using zarext::Int;
+using zarext::RunExport;
+
+extern "C" {
+
+BOOL WINAPI ZarCertVerifyCTLUsage(DWORD /*dwEncodingType*/, DWORD dwSubjectType,
+                                  void* /*pvSubject*/, PCTL_USAGE /*pSubjectUsage*/,
+                                  DWORD /*dwFlags*/, PCTL_VERIFY_USAGE_PARA /*pVerifyUsagePara*/,
+                                  PCTL_VERIFY_USAGE_STATUS /*pVerifyUsageStatus*/) {
+  return RunExport<BOOL>(TRUE, [&](ExportTrace& trace) {
+    trace.Line("EXT : ZarCertVerifyCTLUsage : dwSubjectType = %x.", Hex(dwSubjectType));
+    return TRUE;
+  });
+}
+
+// The second argument is read as a certificate's information, not as the framework's revocation
+// type: a compatibility fact.
+BOOL WINAPI ZarCertVerifyRevocation(DWORD dwCertEncodingType, const CERT_INFO* pCertInfo,
+                                    DWORD cCrlInfo, const PCRL_INFO* /*rgpCrlInfo*/) {
+  return RunExport<BOOL>(TRUE, [&](ExportTrace& trace) {
+    trace.Line("EXT : ZarCertVerifyRevocation : dwCertEncodingType = %x, cCrlInfo = %i.",
+               Hex(dwCertEncodingType), Int(cCrlInfo));
+    if (pCertInfo != nullptr) {
+      trace.Line("EXT : ZarCertVerifyRevocation : Algorithm.pszObjId = %s.",
+                 pCertInfo->SignatureAlgorithm.pszObjId);
+    }
+    return TRUE;
+  });
+}
+
+BOOL WINAPI ZarCryptDecodeObject(DWORD dwCertEncodingType, LPCSTR /*lpszStructType*/,
+                                 const BYTE* /*pbEncoded*/, DWORD cbEncoded, DWORD /*dwFlags*/,
+                                 void* /*pvStructInfo*/, DWORD* /*pcbStructInfo*/) {
+  return RunExport<BOOL>(TRUE, [&](ExportTrace& trace) {
+    trace.Line("EXT : ZarCryptDecodeObject : dwCertEncodingType = %x (cbEncoded=%i).",
+               Hex(dwCertEncodingType), Int(cbEncoded));
+    return TRUE;
+  });
+}
+
+// Built, but not in the export list: ordinal 22 stays empty.
+BOOL WINAPI ZarCryptDecodeObjectEx(DWORD dwCertEncodingType, LPCSTR /*lpszStructType*/,
+                                   const BYTE* /*pbEncoded*/, DWORD cbEncoded, DWORD /*dwFlags*/,
+                                   PCRYPT_DECODE_PARA /*pDecodePara*/, void* /*pvStructInfo*/,
+                                   DWORD* /*pcbStructInfo*/) {
+  return RunExport<BOOL>(TRUE, [&](ExportTrace& trace) {
+    trace.Line("EXT : ZarCryptDecodeObjectEx : dwCertEncodingType = %x (cbEncoded=%i).",
+               Hex(dwCertEncodingType), Int(cbEncoded));
+    return TRUE;
+  });
+}
+
+BOOL WINAPI ZarCryptEncodeObject(DWORD dwCertEncodingType, LPCSTR /*lpszStructType*/,
+                                 const void* /*pvStructInfo*/, BYTE* /*pbEncoded*/,
+                                 DWORD* /*pcbEncoded*/) {
+  return RunExport<BOOL>(TRUE, [&](ExportTrace& trace) {
+    trace.Line("EXT : ZarCryptEncodeObject : dwCertEncodingType = %x.", Hex(dwCertEncodingType));
+    return TRUE;
+  });
+}
+
+BOOL WINAPI ZarCryptEncodeObjectEx(DWORD dwCertEncodingType, LPCSTR /*lpszStructType*/,
+                                   const void* /*pvStructInfo*/, DWORD /*dwFlags*/,
+                                   PCRYPT_ENCODE_PARA /*pEncodePara*/, void* /*pvEncoded*/,
+                                   DWORD* /*pcbEncoded*/) {
+  return RunExport<BOOL>(TRUE, [&](ExportTrace& trace) {
+    trace.Line("EXT : ZarCryptEncodeObjectEx : dwCertEncodingType = %x.", Hex(dwCertEncodingType));
+    return TRUE;
+  });
+}
+
+// The wide name is printed with %s, so the trace shows its first character, and the result is one
+// zero octet, not a wide terminator: compatibility facts.
+LPCWSTR WINAPI ZarCryptFindLocalizedName(LPCWSTR pwszCryptName) {
+  static constexpr char kEmpty[] = "";
+  const auto empty = reinterpret_cast<LPCWSTR>(kEmpty);
+  return RunExport<LPCWSTR>(empty, [&](ExportTrace& trace) {
+    trace.Line("EXT : ZarCryptFindLocalizedName : pwszCryptName = %s.",
+               reinterpret_cast<const char*>(pwszCryptName));
+    return empty;
+  });
+}
+
+BOOL WINAPI ZarCryptFormatObject(DWORD dwCertEncodingType, DWORD /*dwFormatType*/,
+                                 DWORD /*dwFormatStrType*/, void* /*pFormatStruct*/,
+                                 LPCSTR /*lpszStructType*/, const BYTE* /*pbEncoded*/,
+                                 DWORD /*cbEncoded*/, void* /*pbFormat*/, DWORD* /*pcbFormat*/) {
+  return RunExport<BOOL>(TRUE, [&](ExportTrace& trace) {
+    trace.Line("EXT : ZarCryptFormatObject : dwCertEncodingType = %x.", Hex(dwCertEncodingType));
+    return TRUE;
+  });
+}
+
+}  // extern "C"

@@ -1,0 +1,135 @@
+#include "frame/trace.h"
+
+#include <windows.h>
+
+#include <fcntl.h>
+#include <io.h>
+#include <share.h>
+#include <stdio.h>
+#include <sys/locking.h>
+#include <sys/stat.h>
+#include <sys/timeb.h>
+
+#include <cstring>
+#include <ctime>
+
+#include "frame/handles.h"
+
+namespace zarext {
+namespace {
+
+// "Mon Nov 16 00:12:46.007". Seconds and milliseconds come from two readings of the clock that are
+// not reconciled: around a second boundary they may belong to different seconds. A compatibility
+// fact for those who sort by this text.
+class Timestamp {
+ public:
+  Timestamp() noexcept {
+    const std::time_t seconds = std::time(nullptr);
+    struct _timeb milliseconds = {};
+    _ftime(&milliseconds);
+    FormatText(text_, "%.19s.%.3hu", std::ctime(&seconds), milliseconds.millitm);
+  }
+  [[nodiscard]] const char* Text() const noexcept { return text_; }
+
+ private:
+  char text_[32] = {};
+};
+
+bool IsRegularFile(const char* path) noexcept {
+  struct _stat64 status = {};
+  return _stat64(path, &status) == 0 && (status.st_mode & _S_IFREG) != 0;
+}
+
+// The lock file's descriptor, or -1: no temporary directory, no room for its name, or no open.
+int OpenLockFile(const char* name) noexcept {
+  constexpr DWORD kPathSize = 520;
+  char path[kPathSize] = {};
+  const DWORD length = GetTempPathA(kPathSize, path);
+  if (length == 0 || length + std::strlen(name) >= kPathSize) {
+    return -1;
+  }
+  std::strcat(path, name);
+  return _sopen(path, _O_RDWR | _O_CREAT | _O_TRUNC, _SH_DENYNO, _S_IREAD | _S_IWRITE);
+}
+
+// Locks one octet that no log will ever reach, for as long as the object lives. The lock on the
+// lock file covers no octets and gives up after ten tries, so it alone lets lines of several
+// processes meet in the log.
+class LogFileTurn {
+ public:
+  explicit LogFileTurn(std::FILE* file) noexcept
+      : file_(reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(file)))) {
+    position_.Offset = 0;
+    position_.OffsetHigh = 0x7FFFFFFF;
+    LockFileEx(file_, LOCKFILE_EXCLUSIVE_LOCK, 0, 1, 0, &position_);
+  }
+  ~LogFileTurn() { UnlockFileEx(file_, 0, 1, 0, &position_); }
+  LogFileTurn(const LogFileTurn&) = delete;
+  LogFileTurn& operator=(const LogFileTurn&) = delete;
+
+ private:
+  HANDLE file_;
+  OVERLAPPED position_ = {};
+};
+
+void AppendLine(const char* path, const Timestamp& timestamp, const char* message) noexcept {
+  const UniqueFile file(fopen(path, "at"));
+  if (!file) {
+    return;
+  }
+  LineText line;
+  line.Append("thid=%i : time=%s : %s\n", Int(GetCurrentThreadId()), timestamp.Text(), message);
+  const LogFileTurn turn(file.Get());
+  fwrite(line.Text(), 1, line.Length(), file.Get());
+  // The line must be in the file before others may write theirs.
+  fflush(file.Get());
+}
+
+template <typename MakeMessage>
+void LogToFile(const char* path, const char* lockFileName, MakeMessage makeMessage) noexcept {
+  const LastErrorKeeper keeper;
+  // An early stop closes descriptor 0, whatever the host has there: the descriptor's initial
+  // value. A compatibility fact; a second such close finds nothing and does nothing.
+  int lockFile = 0;
+  if (IsRegularFile(path)) {
+    LineText message;
+    makeMessage(message);
+    const Timestamp timestamp;
+    lockFile = OpenLockFile(lockFileName);
+    if (lockFile != -1) {
+      // Zero octets, result unchecked: a compatibility fact for whoever shares the lock file.
+      _locking(lockFile, _LK_LOCK, 0);
+    }
+    AppendLine(path, timestamp, message.Text());
+    if (lockFile != -1) {
+      _locking(lockFile, _LK_UNLCK, 0);
+    }
+  }
+  _close(lockFile);
+}
+
+}  // namespace
+
+void Trace(const char* format, ...) noexcept {
+  const LastErrorKeeper keeper;
+  LineText line;
+  line.Append("id=%i : tm=%s : ", Int(GetCurrentThreadId()), Timestamp().Text());
+  std::va_list arguments;
+  va_start(arguments, format);
+  line.AppendList(format, arguments);
+  va_end(arguments);
+  OutputDebugStringA(line.Text());
+}
+
+void FileLog(const char* path, const char* format, ...) noexcept {
+  std::va_list arguments;
+  va_start(arguments, format);
+  LogToFile(path, "zarext.lock", [&](LineText& message) { message.AppendList(format, arguments); });
+  va_end(arguments);
+}
+
+void InternalFileLog(const char* path, const char* message) noexcept {
+  LogToFile(path, "zarint.lock", [&](LineText& text) { text.Append("%s", message); });
+}
+
+}  // namespace zarext

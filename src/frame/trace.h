@@ -1,0 +1,25 @@
+// The trace on the debugger channel, always on, and the file loggers of the maintenance exports.
+#ifndef ZAREXT_FRAME_TRACE_H_
+#define ZAREXT_FRAME_TRACE_H_
+
+#include "frame/text.h"
+
+namespace zarext {
+
+// Writes one line to the debugger channel (OutputDebugStringA): "id=%i : tm=%s : " with the thread
+// identifier and a timestamp such as "Mon Nov 16 00:12:46.007", then the caller's text, without a
+// newline. Lines are not cut. The thread's last error is as before. Never throws.
+void Trace(const char* format, ...) noexcept ZAREXT_PRINTF(1, 2);
+
+// Appends "thid=%i : time=%s : %s\n" to the log file `path`, if that file exists and is a regular
+// file; it is never created here, so that an administrator decides whether there is a log. Writers
+// of all processes take turns through "zarext.lock" in the temporary directory. The thread's last
+// error is as before. Never throws.
+void FileLog(const char* path, const char* format, ...) noexcept ZAREXT_PRINTF(2, 3);
+
+// The same for a finished message, with the lock file "zarint.lock". For internal diagnostics.
+void InternalFileLog(const char* path, const char* message) noexcept;
+
+}  // namespace zarext
+
+#endif  // ZAREXT_FRAME_TRACE_H_
