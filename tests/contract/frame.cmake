@@ -1,0 +1,1 @@
+zarext_add_wine_test(frame_contract SOURCES pass_through_test.cpp)
