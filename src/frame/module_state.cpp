@@ -44,7 +44,9 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID /*reserv
     return TRUE;
   }
   moduleInstance = instance;
-  GetModuleFileNameA(GetModuleHandleA(nullptr), hostPath, kHostPathSize - 1);
+  GetModuleFileNameA(GetModuleHandleA(nullptr), hostPath, kHostPathSize);
+  // A longer path arrives cut, on older systems without a terminator.
+  hostPath[kHostPathSize - 1] = '\0';
   Trace("EXT : DLL_PROCESS_ATTACH : FilePath=%s (id=%x).", hostPath, Hex(GetCurrentThreadId()));
   return TRUE;
 }

@@ -1,0 +1,109 @@
+#include "frame/export_frame.h"
+
+#include <gmock/gmock.h>
+#include <windows.h>
+
+#include <wincrypt.h>
+
+#include <stdexcept>
+
+#include "support/trace_capture.h"
+
+extern "C" BOOL WINAPI ZarCryptDecodeObjectEx(DWORD, LPCSTR, const BYTE*, DWORD, DWORD,
+                                              PCRYPT_DECODE_PARA, void*, DWORD*);
+
+namespace zarext::test {
+namespace {
+
+using testing::ElementsAre;
+
+TEST(ExportFrame, ReturnsTheWorksResultAndLeavesTheLastError) {
+  SetLastError(5);
+  EXPECT_EQ(TRUE, RunExport([](ExportTrace&) { return TRUE; }));
+  EXPECT_EQ(FALSE, RunExport([](ExportTrace&) { return FALSE; }));
+  EXPECT_EQ(5u, GetLastError());
+}
+
+TEST(ExportFrame, AThrownCodeBecomesTheLastError) {
+  TraceCapture capture;
+  EXPECT_EQ(FALSE, RunExport([](ExportTrace&) -> BOOL { throw static_cast<ErrorCode>(87); }));
+  EXPECT_EQ(87u, GetLastError());
+  EXPECT_EQ(FALSE,
+            RunExport([](ExportTrace&) -> BOOL { throw static_cast<ErrorCode>(NTE_BAD_ALGID); }));
+  EXPECT_EQ(0x80090008u, GetLastError());
+  EXPECT_THAT(capture.Lines(), ElementsAre());
+}
+
+TEST(ExportFrame, AnythingElseThatIsThrownIsNoMemory) {
+  for (int kind = 0; kind < 4; ++kind) {
+    SetLastError(0);
+    EXPECT_EQ(FALSE, RunExport([kind](ExportTrace&) -> BOOL {
+                switch (kind) {
+                  case 0:
+                    throw std::bad_alloc();
+                  case 1:
+                    throw 2;
+                  case 2:
+                    throw NTE_BAD_TYPE;  // a signed value
+                  default:
+                    throw std::runtime_error("unexpected");
+                }
+              }));
+    EXPECT_EQ(0x8009000Eu, GetLastError()) << kind;
+  }
+}
+
+TEST(ExportFrame, AConstantResultStaysWhenSomethingIsThrown) {
+  EXPECT_EQ(TRUE,
+            RunExport<BOOL>(TRUE, [](ExportTrace&) -> BOOL { throw static_cast<ErrorCode>(31); }));
+  EXPECT_EQ(31u, GetLastError());
+}
+
+TEST(ExportFrame, RequiredParametersFailWith87) {
+  EXPECT_EQ(FALSE, RunExport([](ExportTrace&) -> BOOL {
+              RequireParameter(false);
+              return TRUE;
+            }));
+  EXPECT_EQ(87u, GetLastError());
+  EXPECT_EQ(TRUE, RunExport([](ExportTrace&) -> BOOL {
+              RequireParameter(true);
+              return TRUE;
+            }));
+}
+
+TEST(ExportFrame, LinesAreFinishedTextsForTheTrace) {
+  TraceCapture capture;
+  SetLastError(9);
+  RunExport([](ExportTrace& trace) {
+    trace.Line("EXT : A : %s.", "%s %n %x");
+    trace.Line("EXT : B : %x.", 255u);
+    return TRUE;
+  });
+  EXPECT_EQ(9u, GetLastError());
+  EXPECT_THAT(capture.Messages(), ElementsAre("EXT : A : %s %n %x.", "EXT : B : ff."));
+}
+
+TEST(ExportFrame, ALongLineIsWhole) {
+  const std::string text(20000, 'z');
+  TraceCapture capture;
+  RunExport([&](ExportTrace& trace) {
+    trace.Line("%s", text.c_str());
+    trace.Line("short");
+    return TRUE;
+  });
+  EXPECT_THAT(capture.Messages(), ElementsAre(text, "short"));
+}
+
+// Built and kept, although the DLL does not export it.
+TEST(ExportFrame, CryptDecodeObjectExIsAPassThroughFunction) {
+  TraceCapture capture;
+  DWORD size = 3;
+  EXPECT_EQ(TRUE, ZarCryptDecodeObjectEx(0x10001, "1.2", nullptr, 6, 0, nullptr, nullptr, &size));
+  EXPECT_EQ(3u, size);
+  EXPECT_THAT(
+      capture.Messages(),
+      ElementsAre("EXT : ZarCryptDecodeObjectEx : dwCertEncodingType = 10001 (cbEncoded=6)."));
+}
+
+}  // namespace
+}  // namespace zarext::test

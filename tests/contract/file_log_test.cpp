@@ -1,0 +1,235 @@
+// The file loggers close descriptor 0 of the process that calls them, so every case that calls them
+// runs in a process of its own.
+#include <gmock/gmock.h>
+#include <windows.h>
+
+#include <fcntl.h>
+#include <io.h>
+#include <stdio.h>
+
+#include <fstream>
+#include <map>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "frame/trace.h"
+#include "support/child_process.h"
+
+namespace zarext::test {
+namespace {
+
+constexpr char kLog[] = "c:\\zarext_test.log";
+
+std::string LockFile(const char* name = "zarext.lock") {
+  char folder[520] = {};
+  GetTempPathA(sizeof folder, folder);
+  return std::string(folder) + name;
+}
+
+bool Exists(const std::string& path) {
+  return GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+void WriteFileText(const std::string& path, const std::string& text) {
+  std::ofstream(path, std::ios::binary) << text;
+}
+
+std::vector<std::string> ReadLines() {
+  std::ifstream file(kLog, std::ios::binary);
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(file, line);) {
+    lines.push_back(line);
+  }
+  return lines;
+}
+
+class FileLogTest : public testing::Test {
+ protected:
+  FileLogTest() { Clean(); }
+  ~FileLogTest() override { Clean(); }
+  static void Clean() {
+    DeleteFileA(kLog);
+    RemoveDirectoryA(kLog);
+    DeleteFileA(LockFile().c_str());
+    DeleteFileA(LockFile("zarint.lock").c_str());
+  }
+  static DWORD Run(const char* name, const ChildArguments& arguments = {}) {
+    return ChildProcess(name, arguments).Wait().value_or(999);
+  }
+};
+
+const std::regex kLine(
+    "thid=-?[0-9]+ : time=[A-Z][a-z]{2} [A-Z][a-z]{2} [ 0-3][0-9] "
+    "[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3} : (.*)\r");
+
+std::string Message(const std::string& line) {
+  std::smatch match;
+  return std::regex_match(line, match, kLine) ? match[1].str() : "no log line: " + line;
+}
+
+ZAREXT_CHILD(LogOneLine) {
+  SetLastError(4321);
+  FileLog(kLog, "Name : error = %x and %s.", 0xABCu, "%s%n");
+  return GetLastError() == 4321 ? 0 : 1;
+}
+
+TEST_F(FileLogTest, AnAbsentFileIsNotCreated) {
+  EXPECT_EQ(0u, Run("LogOneLine"));
+  EXPECT_FALSE(Exists(kLog));
+  EXPECT_FALSE(Exists(LockFile()));
+}
+
+TEST_F(FileLogTest, ADirectoryIsLeftAlone) {
+  ASSERT_TRUE(CreateDirectoryA(kLog, nullptr));
+  EXPECT_EQ(0u, Run("LogOneLine"));
+  EXPECT_FALSE(Exists(LockFile()));
+}
+
+TEST_F(FileLogTest, AnExistingFileGetsOneLineAndTheLockFileStays) {
+  WriteFileText(kLog, "before\r\n");
+  EXPECT_EQ(0u, Run("LogOneLine"));
+  const auto lines = ReadLines();
+  ASSERT_EQ(2u, lines.size());
+  EXPECT_EQ("before\r", lines[0]);
+  EXPECT_EQ("Name : error = abc and %s%n.", Message(lines[1]));
+  EXPECT_TRUE(Exists(LockFile()));
+}
+
+ZAREXT_CHILD(LogWithThreadIdentifier) {
+  FileLog(kLog, "%lu", GetCurrentThreadId());
+  return 0;
+}
+
+TEST_F(FileLogTest, TheLineBeginsWithTheThreadIdentifier) {
+  WriteFileText(kLog, "");
+  EXPECT_EQ(0u, Run("LogWithThreadIdentifier"));
+  const std::string line = ReadLines().at(0);
+  EXPECT_EQ(0u, line.find("thid=" + Message(line) + " : time="));
+}
+
+TEST_F(FileLogTest, TheLockFileIsTruncated) {
+  WriteFileText(kLog, "");
+  WriteFileText(LockFile(), "something");
+  EXPECT_EQ(0u, Run("LogOneLine"));
+  std::ifstream lock(LockFile(), std::ios::ate);
+  EXPECT_EQ(0, lock.tellg());
+}
+
+ZAREXT_CHILD(LogWithTemp) {
+  // "none": the platform gives no temporary directory. "long": one that leaves no room for a name.
+  const std::string folder =
+      arguments.at(0) == "long" ? "c:\\" + std::string(505, 'x') : "c:\\nowhere";
+  SetEnvironmentVariableA("TMP", folder.c_str());
+  SetEnvironmentVariableA("TEMP", folder.c_str());
+  FileLog(kLog, "unlocked");
+  return 0;
+}
+
+TEST_F(FileLogTest, WithoutALockFileTheLineIsWrittenAllTheSame) {
+  WriteFileText(kLog, "");
+  EXPECT_EQ(0u, Run("LogWithTemp", {"none"}));
+  EXPECT_EQ(0u, Run("LogWithTemp", {"long"}));
+  const auto lines = ReadLines();
+  ASSERT_EQ(2u, lines.size());
+  EXPECT_EQ("unlocked", Message(lines[0]));
+  EXPECT_EQ("unlocked", Message(lines[1]));
+}
+
+ZAREXT_CHILD(LogLong) {
+  const std::string text(std::stoul(arguments.at(0)), 'q');
+  FileLog(kLog, "%s", text.c_str());
+  return 0;
+}
+
+TEST_F(FileLogTest, LongLinesAreWhole) {
+  WriteFileText(kLog, "");
+  for (const std::size_t length : {4095u, 4096u, 20000u, 100000u}) {
+    EXPECT_EQ(0u, Run("LogLong", {std::to_string(length)}));
+  }
+  // Too long for the regular expression: compare the ends.
+  const auto lines = ReadLines();
+  ASSERT_EQ(4u, lines.size());
+  const std::size_t lengths[] = {4095, 4096, 20000, 100000};
+  for (int i = 0; i < 4; ++i) {
+    const auto start = lines[i].find(" : q") + 3;
+    EXPECT_EQ(std::string(lengths[i], 'q') + "\r", lines[i].substr(start));
+  }
+}
+
+ZAREXT_CHILD(InternalLog) {
+  InternalFileLog(kLog, "plain %s text");
+  return 0;
+}
+
+TEST_F(FileLogTest, TheInternalLoggerHasItsOwnLockFile) {
+  WriteFileText(kLog, "");
+  EXPECT_EQ(0u, Run("InternalLog"));
+  ASSERT_EQ(1u, ReadLines().size());
+  EXPECT_EQ("plain %s text", Message(ReadLines()[0]));
+  EXPECT_TRUE(Exists(LockFile("zarint.lock")));
+  EXPECT_FALSE(Exists(LockFile()));
+}
+
+// A call that stops early closes descriptor 0, and a second one finds it closed.
+ZAREXT_CHILD(CloseStandardInput) {
+  _close(0);
+  if (_open("c:\\zarext_probe.txt", _O_CREAT | _O_RDWR, 0600) != 0) return 1;
+  FileLog(kLog, "to nowhere");
+  if (_close(0) != -1) return 2;
+  FileLog(kLog, "to nowhere again");
+  return 0;
+}
+
+TEST_F(FileLogTest, AnEarlyStopClosesDescriptorZero) {
+  EXPECT_EQ(0u, Run("CloseStandardInput"));
+  DeleteFileA("c:\\zarext_probe.txt");
+}
+
+// A call that logs closes its own lock descriptor and leaves descriptor 0 alone.
+ZAREXT_CHILD(KeepStandardInput) {
+  _close(0);
+  if (_open("c:\\zarext_probe.txt", _O_CREAT | _O_RDWR, 0600) != 0) return 1;
+  FileLog(kLog, "kept");
+  const int next = _open("c:\\zarext_probe.txt", _O_RDWR);
+  FileLog(kLog, "kept");
+  const int after = _open("c:\\zarext_probe.txt", _O_RDWR);
+  return after == next + 1 && _close(0) == 0 ? 0 : 2;
+}
+
+TEST_F(FileLogTest, LoggingLeaksNoDescriptor) {
+  WriteFileText(kLog, "");
+  EXPECT_EQ(0u, Run("KeepStandardInput"));
+  DeleteFileA("c:\\zarext_probe.txt");
+}
+
+ZAREXT_CHILD(LogManyLines) {
+  for (int line = 0; line < 500; ++line) {
+    FileLog(kLog, "writer %s line %i of some length", arguments.at(0).c_str(), line);
+  }
+  return 0;
+}
+
+TEST_F(FileLogTest, FourProcessesLoseAndMixNoLine) {
+  WriteFileText(kLog, "");
+  std::vector<ChildProcess> writers;
+  for (int number = 0; number < 4; ++number) {
+    writers.emplace_back("LogManyLines", ChildArguments{std::to_string(number)});
+  }
+  for (const ChildProcess& writer : writers) {
+    ASSERT_EQ(0u, writer.Wait(120000));
+  }
+  std::map<int, int> next;
+  const auto lines = ReadLines();
+  EXPECT_EQ(2000u, lines.size());
+  for (const std::string& line : lines) {
+    int writer = 0;
+    int index = 0;
+    ASSERT_EQ(2, sscanf(Message(line).c_str(), "writer %d line %d of some length", &writer, &index))
+        << line;
+    EXPECT_EQ(next[writer]++, index);
+  }
+}
+
+}  // namespace
+}  // namespace zarext::test

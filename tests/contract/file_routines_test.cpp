@@ -1,0 +1,66 @@
+#include "frame/file_routines.h"
+
+#include <gmock/gmock.h>
+#include <windows.h>
+
+#include <fcntl.h>
+#include <stdlib.h>
+#include <string>
+
+#include "support/child_process.h"
+
+namespace zarext::test {
+namespace {
+
+class FileRoutines : public testing::Test {
+ protected:
+  ~FileRoutines() override { DeleteFileA(path_.c_str()); }
+  std::string path_ = "c:\\zarext_routines.bin";
+};
+
+TEST_F(FileRoutines, WriteQueryAndRead) {
+  const std::string data("a\r\nb\0\x1A z", 8);
+  EXPECT_EQ(0, WriteWholeFile(path_.c_str(), data.data(), 8));
+  std::uint32_t size = 99;
+  EXPECT_EQ(0, QueryFileSize(path_.c_str(), &size));
+  EXPECT_EQ(8u, size);
+  std::string read(8, '?');
+  EXPECT_EQ(0, ReadWholeFile(path_.c_str(), read.data(), 8));
+  EXPECT_EQ(data, read);
+  // Exactly what was asked for, no more.
+  std::string part(8, '?');
+  EXPECT_EQ(0, ReadWholeFile(path_.c_str(), part.data(), 3));
+  EXPECT_EQ("a\r\n?????", part);
+  EXPECT_EQ(2, ReadWholeFile(path_.c_str(), read.data(), 9));
+}
+
+TEST_F(FileRoutines, WritingTruncates) {
+  EXPECT_EQ(0, WriteWholeFile(path_.c_str(), "12345678", 8));
+  EXPECT_EQ(0, WriteWholeFile(path_.c_str(), "12", 2));
+  std::uint32_t size = 0;
+  EXPECT_EQ(0, QueryFileSize(path_.c_str(), &size));
+  EXPECT_EQ(2u, size);
+}
+
+TEST_F(FileRoutines, MissingFiles) {
+  std::uint32_t size = 99;
+  EXPECT_EQ(1, QueryFileSize("c:\\nowhere\\none", &size));
+  EXPECT_EQ(99u, size);
+  char octet = 0;
+  EXPECT_EQ(1, ReadWholeFile("c:\\nowhere\\none", &octet, 1));
+  EXPECT_EQ(1, WriteWholeFile("c:\\nowhere\\none", &octet, 1));
+}
+
+ZAREXT_CHILD(DefaultModeAfterWriting) {
+  if (_fmode == _O_BINARY) return 1;
+  WriteWholeFile("c:\\zarext_mode.bin", "x", 1);
+  DeleteFileA("c:\\zarext_mode.bin");
+  return _fmode == _O_BINARY ? 0 : 2;
+}
+
+TEST_F(FileRoutines, WritingLeavesTheDefaultModeBinary) {
+  EXPECT_EQ(0u, ChildProcess("DefaultModeAfterWriting").Wait());
+}
+
+}  // namespace
+}  // namespace zarext::test

@@ -1,0 +1,190 @@
+// Every case runs in a process of its own: a binding stays until the process ends.
+#include "frame/provider_binding.h"
+
+#include <gmock/gmock.h>
+#include <windows.h>
+
+#include <string>
+
+#include "frame/export_frame.h"
+#include "frame/handles.h"
+#include "support/child_process.h"
+#include "support/import_patch.h"
+
+namespace zarext::test {
+namespace {
+
+constexpr char kKey[] = "SOFTWARE\\Microsoft\\Cryptography\\Defaults\\Provider\\Zarvel CSP";
+
+void DeleteProviderKey() { RegDeleteKeyA(HKEY_LOCAL_MACHINE, kKey); }
+
+void WriteImagePath(DWORD type, const std::string& octets) {
+  UniqueRegistryKey key;
+  RegCreateKeyExA(HKEY_LOCAL_MACHINE, kKey, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, key.Put(),
+                  nullptr);
+  RegSetValueExA(key.Get(), "Image Path", 0, type, reinterpret_cast<const BYTE*>(octets.data()),
+                 static_cast<DWORD>(octets.size()));
+}
+
+std::string Text(const std::string& text) { return text + '\0'; }
+
+std::string ProviderWithout(const char* missing) {
+  return ProgramFolder() + "provider_without_" + missing + ".dll";
+}
+
+// Stands for the provider's default file in a folder of the library search order.
+class DefaultFile {
+ public:
+  DefaultFile() { CopyFileA(ProviderWithout("none").c_str(), path_.c_str(), FALSE); }
+  ~DefaultFile() { DeleteFileA(path_.c_str()); }
+
+ private:
+  std::string path_ = ProgramFolder() + "cpzarvel.dll";
+};
+
+std::string BoundFile() {
+  char path[MAX_PATH] = {};
+  GetModuleFileNameA(ProviderModule(), path, MAX_PATH);
+  const std::string text = path;
+  return text.substr(text.rfind('\\') + 1);
+}
+
+// The code that binding throws, or 0.
+DWORD BindingError() {
+  try {
+    BindProvider();
+  } catch (ErrorCode code) {
+    return code;
+  }
+  return 0;
+}
+
+// 0 where the named file is bound.
+int BindsTo(const std::string& file) {
+  if (ProviderModule() != nullptr) return 10;
+  if (const DWORD error = BindingError(); error != 0) return 11;
+  if (ProviderModule() == nullptr) return 12;
+  return BoundFile() == file ? 0 : 13;
+}
+
+ZAREXT_CHILD(BindDefault) { return BindsTo("cpzarvel.dll"); }
+ZAREXT_CHILD(BindComplete) {
+  const int result = BindsTo("provider_without_none.dll");
+  if (result != 0) return result;
+  const ProviderFunctions& functions = Provider();
+  const HMODULE module = ProviderModule();
+  const auto is = [&](auto function, const char* name) {
+    return reinterpret_cast<void*>(function) ==
+           reinterpret_cast<void*>(GetProcAddress(module, name));
+  };
+  if (!is(functions.CPAcquireContext, "CPAcquireContext") ||
+      !is(functions.CPReleaseContext, "CPReleaseContext") ||
+      !is(functions.CPGetProvParam, "CPGetProvParam") ||
+      !is(functions.CPGetKeyParam, "CPGetKeyParam") ||
+      !is(functions.CPSetKeyParam, "CPSetKeyParam") ||
+      !is(functions.CPGetUserKey, "CPGetUserKey")) {
+    return 1;
+  }
+  // A second call does nothing, whatever the registry says by now.
+  DeleteProviderKey();
+  BindProvider();
+  return ProviderModule() == module ? 0 : 2;
+}
+ZAREXT_CHILD(BindWithoutGetUserKey) {
+  const int result = BindsTo("provider_without_CPGetUserKey.dll");
+  if (result != 0) return result;
+  return Provider().CPGetUserKey == nullptr && Provider().CPSetKeyParam != nullptr ? 0 : 1;
+}
+ZAREXT_CHILD(BindIncomplete) {
+  // No error, not bound, and not loaded any more.
+  if (BindingError() != 0) return 1;
+  if (ProviderModule() != nullptr) return 2;
+  if (GetModuleHandleA(arguments.at(0).c_str()) != nullptr) return 3;
+  // The next call tries again, and succeeds when the registration is mended.
+  WriteImagePath(REG_SZ, Text(ProviderWithout("none")));
+  return BindsTo("provider_without_none.dll");
+}
+ZAREXT_CHILD(BindMissing) {
+  if (BindingError() != std::stoul(arguments.at(0))) return 1;
+  if (ProviderModule() != nullptr) return 2;
+  WriteImagePath(REG_SZ, Text(ProviderWithout("none")));
+  return BindsTo("provider_without_none.dll");
+}
+
+DWORD RunInChild(const char* name, const ChildArguments& arguments = {}) {
+  return ChildProcess(name, arguments).Wait().value_or(999);
+}
+
+TEST(BindProvider, WithoutAKeyTheDefaultFileIsLoaded) {
+  const DefaultFile file;
+  DeleteProviderKey();
+  EXPECT_EQ(0u, RunInChild("BindDefault"));
+}
+
+TEST(BindProvider, WithoutAKeyAndFileTheLoadsErrorIsThrown) {
+  DeleteProviderKey();
+  EXPECT_EQ(0u, RunInChild("BindMissing", {"126"}));
+}
+
+TEST(BindProvider, WithoutAValueTheDefaultFileIsLoaded) {
+  const DefaultFile file;
+  DeleteProviderKey();
+  UniqueRegistryKey key;
+  RegCreateKeyExA(HKEY_LOCAL_MACHINE, kKey, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, key.Put(),
+                  nullptr);
+  EXPECT_EQ(0u, RunInChild("BindDefault"));
+}
+
+TEST(BindProvider, TheRegisteredFileIsLoaded) {
+  WriteImagePath(REG_SZ, Text(ProviderWithout("none")));
+  EXPECT_EQ(0u, RunInChild("BindComplete"));
+}
+
+TEST(BindProvider, TheValuesTypeDoesNotMatter) {
+  WriteImagePath(REG_BINARY, Text(ProviderWithout("none")));
+  EXPECT_EQ(0u, RunInChild("BindComplete"));
+}
+
+TEST(BindProvider, NothingIsExpanded) {
+  WriteImagePath(REG_EXPAND_SZ, Text("%SystemRoot%\\x.dll"));
+  EXPECT_EQ(0u, RunInChild("BindMissing", {"126"}));
+}
+
+TEST(BindProvider, AMissingRegisteredFileThrowsTheLoadsError) {
+  const DefaultFile file;
+  WriteImagePath(REG_SZ, Text("c:\\nowhere\\missing.dll"));
+  EXPECT_EQ(0u, RunInChild("BindMissing", {"126"}));
+}
+
+TEST(BindProvider, AValueThatFillsTheBufferIsUnreadable) {
+  const DefaultFile file;
+  WriteImagePath(REG_BINARY, std::string(256, 'x'));
+  EXPECT_EQ(0u, RunInChild("BindDefault"));
+  WriteImagePath(REG_BINARY, std::string(300, 'x'));
+  EXPECT_EQ(0u, RunInChild("BindDefault"));
+}
+
+TEST(BindProvider, AValueWithoutTerminatorThatFitsIsRead) {
+  WriteImagePath(REG_BINARY, ProviderWithout("none"));
+  EXPECT_EQ(0u, RunInChild("BindComplete"));
+}
+
+class MissingEntryPoint : public testing::TestWithParam<const char*> {};
+
+TEST_P(MissingEntryPoint, UnloadsAndTriesAgain) {
+  WriteImagePath(REG_SZ, Text(ProviderWithout(GetParam())));
+  EXPECT_EQ(0u,
+            RunInChild("BindIncomplete", {std::string("provider_without_") + GetParam() + ".dll"}));
+}
+
+INSTANTIATE_TEST_SUITE_P(FirstFive, MissingEntryPoint,
+                         testing::Values("CPAcquireContext", "CPReleaseContext", "CPGetProvParam",
+                                         "CPGetKeyParam", "CPSetKeyParam"));
+
+TEST(BindProvider, AProviderWithoutGetUserKeyIsAccepted) {
+  WriteImagePath(REG_SZ, Text(ProviderWithout("CPGetUserKey")));
+  EXPECT_EQ(0u, RunInChild("BindWithoutGetUserKey"));
+}
+
+}  // namespace
+}  // namespace zarext::test
