@@ -108,7 +108,7 @@ using UniqueLocalMemory = UniqueHandle<LocalMemoryTraits>;
 
 struct FileTraits {
   using Type = std::FILE*;
-  static void Release(Type file) noexcept { std::fclose(file); }
+  static void Release(Type file) noexcept { (void)std::fclose(file); }
 };
 using UniqueFile = UniqueHandle<FileTraits>;
 

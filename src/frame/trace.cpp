@@ -10,7 +10,6 @@
 #include <sys/stat.h>
 #include <sys/timeb.h>
 
-#include <cstring>
 #include <ctime>
 
 #include "frame/handles.h"
@@ -40,15 +39,16 @@ bool IsRegularFile(const char* path) noexcept {
   return _stat64(path, &status) == 0 && (status.st_mode & _S_IFREG) != 0;
 }
 
-// The lock file's descriptor, or -1: no temporary directory, no room for its name, or no open.
+// The lock file's descriptor, or -1: no temporary directory, or no open.
 int OpenLockFile(const char* name) noexcept {
-  constexpr DWORD kPathSize = 520;
-  char path[kPathSize] = {};
-  const DWORD length = GetTempPathA(kPathSize, path);
-  if (length == 0 || length + std::strlen(name) >= kPathSize) {
+  constexpr DWORD kFolderSize = 520;
+  char folder[kFolderSize] = {};
+  const DWORD length = GetTempPathA(kFolderSize, folder);
+  if (length == 0 || length >= kFolderSize) {
     return -1;
   }
-  std::strcat(path, name);
+  char path[kFolderSize + 16] = {};
+  FormatText(path, "%s%s", folder, name);
   return _sopen(path, _O_RDWR | _O_CREAT | _O_TRUNC, _SH_DENYNO, _S_IREAD | _S_IWRITE);
 }
 
@@ -80,9 +80,9 @@ void AppendLine(const char* path, const Timestamp& timestamp, const char* messag
   LineText line;
   line.Append("thid=%i : time=%s : %s\n", Int(GetCurrentThreadId()), timestamp.Text(), message);
   const LogFileTurn turn(file.Get());
-  fwrite(line.Text(), 1, line.Length(), file.Get());
+  (void)fwrite(line.Text(), 1, line.Length(), file.Get());
   // The line must be in the file before others may write theirs.
-  fflush(file.Get());
+  (void)fflush(file.Get());
 }
 
 template <typename MakeMessage>
