@@ -1,0 +1,50 @@
+// crypt32 as registration and unregistration use it: loaded by name and asked for its registration
+// functions, so that the module loads on systems that lack one of them.
+#ifndef ZAREXT_REGISTRATION_CRYPT32_LIBRARY_H_
+#define ZAREXT_REGISTRATION_CRYPT32_LIBRARY_H_
+
+#include <windows.h>
+
+#include "frame/export_frame.h"
+
+namespace zarext {
+
+// Throws the thread's last error unless `result` holds.
+inline void RequireSuccess(BOOL result) {
+  if (result == FALSE) {
+    throw static_cast<ErrorCode>(GetLastError());
+  }
+}
+
+// One use of crypt32, from loading to freeing. There is one handle variable for the whole module,
+// without a lock: every use overwrites it, and registering and unregistering at the same time is
+// not provided for.
+class Crypt32Library {
+ public:
+  // Throws the last error if crypt32 cannot be loaded.
+  Crypt32Library();
+  // Frees what the handle variable holds, unless `StayLoaded` was called.
+  ~Crypt32Library();
+  Crypt32Library(const Crypt32Library&) = delete;
+  Crypt32Library& operator=(const Crypt32Library&) = delete;
+
+  // Puts the address of `name` into `function`, null if there is none, and then throws the last
+  // error.
+  template <typename Function>
+  void Find(const char* name, Function*& function) const {
+    function = reinterpret_cast<Function*>(Address(name));
+    RequireSuccess(function != nullptr);
+  }
+
+  // crypt32 keeps the reference that this use took.
+  void StayLoaded() noexcept { stayLoaded_ = true; }
+
+ private:
+  static void* Address(const char* name) noexcept;
+
+  bool stayLoaded_ = false;
+};
+
+}  // namespace zarext
+
+#endif  // ZAREXT_REGISTRATION_CRYPT32_LIBRARY_H_

@@ -1,0 +1,96 @@
+// The installable functions of the framework that the module serves, and for which OIDs.
+#ifndef ZAREXT_REGISTRATION_FUNCTION_BINDINGS_H_
+#define ZAREXT_REGISTRATION_FUNCTION_BINDINGS_H_
+
+#include <windows.h>
+
+#include <wincrypt.h>
+
+#include <array>
+#include <cstddef>
+
+#include "registration/oid_lists.h"
+
+namespace zarext {
+
+// The store provider, and the physical store of the same name.
+inline constexpr char kStoreProvider[] = "Zarvel Store Provider";
+inline constexpr wchar_t kStoreProviderWide[] = L"Zarvel Store Provider";
+
+// One framework function for one OID.
+struct Binding {
+  DWORD encodingType;
+  const char* function;
+  const char* oid;
+  const char* exportName;
+};
+
+// One framework function with all its OIDs.
+struct FunctionBindings {
+  const char* function;
+  const char* exportName;
+  DWORD encodingType;
+  OidSpan oids;
+  // So many OIDs at the head of the list are bound for both encoding types, whatever
+  // `encodingType` says of the rest.
+  std::size_t forBothEncodings = 0;
+
+  [[nodiscard]] constexpr Binding At(std::size_t index) const {
+    return {index < forBothEncodings ? X509_ASN_ENCODING | PKCS_7_ASN_ENCODING : encodingType,
+            function, oids[index], exportName};
+  }
+};
+
+namespace bindings {
+
+inline constexpr std::array kStoreOids = std::to_array<const char*>({kStoreProvider});
+inline constexpr DWORD kNone = 0;
+inline constexpr DWORD kCertificates = X509_ASN_ENCODING;
+inline constexpr DWORD kBoth = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
+inline constexpr std::size_t kFirst = oids::kKeyTransportFirst.size();
+
+inline constexpr FunctionBindings kStore = {"CertDllOpenStoreProv", "ZarOpenStoreProv", kNone,
+                                            kStoreOids};
+
+// Bound after the store provider and its physical store, in this order.
+// clang-format off
+inline constexpr FunctionBindings kKeys[] = {
+    {"CryptDllImportPrivateKeyInfoEx", "ZarImportPrivKeyFunc", kCertificates, oids::kPrivateKey},
+    {"CryptDllExportPrivateKeyInfoEx", "ZarExportPrivKeyFunc", kCertificates, oids::kPrivateKey},
+    {"CryptDllImportPublicKeyInfoEx", "ZarImportPublicKeyInfoEx", kCertificates, oids::kPublicKey},
+    {"CryptDllImportPublicKeyInfo", "ZarImportPublicKeyInfo", kCertificates, oids::kPublicKey},
+    {"CryptDllExportPublicKeyInfoEx", "ZarExportPublicKeyInfoEx", kCertificates, oids::kPublicKey},
+    {"CryptDllExportPublicKeyInfo", "ZarExportPublicKeyInfo", kCertificates, oids::kPublicKey},
+    {"CryptDllConvertPublicKeyInfo", "ZarConvertPublicKeyInfo", kCertificates, oids::kPublicKey},
+    {"CryptDllEncodePublicKeyAndParameters", "ZarEncodePublicKeyAndParameters", kCertificates, oids::kPublicKey},
+    {"CryptMsgDllGenContentEncryptKey", "ZarMsgGenContentEncryptKey", kCertificates, oids::kContentKey},
+    {"CryptMsgDllGenEncryptKey", "ZarGenEncryptKey", kBoth, oids::kOlderContentKey},
+    {"CryptMsgDllImportEncryptKey", "ZarImportEncryptKey", kCertificates, oids::kKeyTransport, kFirst},
+    {"CryptMsgDllImportKeyTrans", "ZarMsgImportKeyTrans", kCertificates, oids::kKeyTransport, kFirst},
+    {"CryptMsgDllExportEncryptKey", "ZarExportEncryptKey", kCertificates, oids::kKeyTransport, kFirst},
+    {"CryptMsgDllExportKeyTrans", "ZarMsgExportKeyTrans", kCertificates, oids::kKeyTransport, kFirst},
+};
+// clang-format on
+
+}  // namespace bindings
+
+// Visits every binding but the store provider's, in the order of registration.
+template <typename Visit>
+constexpr void ForEachKeyBinding(Visit visit) {
+  for (const FunctionBindings& row : bindings::kKeys) {
+    for (std::size_t i = 0; i < row.oids.size(); ++i) {
+      visit(row.At(i));
+    }
+  }
+}
+
+consteval std::size_t CountBindings() {
+  std::size_t count = bindings::kStore.oids.size();
+  ForEachKeyBinding([&](const Binding&) { ++count; });
+  return count;
+}
+static_assert(CountBindings() == 475);
+
+}  // namespace zarext
+
+#endif  // ZAREXT_REGISTRATION_FUNCTION_BINDINGS_H_

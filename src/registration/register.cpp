@@ -1,0 +1,90 @@
+// DllRegisterServer: writes the module's registrations.
+#include <windows.h>
+
+#include <wincrypt.h>
+
+#include <cstring>
+
+#include "frame/export_frame.h"
+#include "registration/crypt32_library.h"
+#include "registration/function_bindings.h"
+#include "registration/module_path.h"
+#include "registration/oid_info.h"
+#include "registration/oid_records.h"
+
+namespace zarext {
+namespace {
+
+static_assert(sizeof(CERT_PHYSICAL_STORE_INFO) == 48);
+static_assert(offsetof(CERT_PHYSICAL_STORE_INFO, pszOpenStoreProvider) == 8);
+static_assert(offsetof(CERT_PHYSICAL_STORE_INFO, dwOpenEncodingType) == 16);
+static_assert(offsetof(CERT_PHYSICAL_STORE_INFO, dwOpenFlags) == 20);
+static_assert(offsetof(CERT_PHYSICAL_STORE_INFO, OpenParameters) == 24);
+static_assert(offsetof(CERT_PHYSICAL_STORE_INFO, dwFlags) == 40);
+static_assert(offsetof(CERT_PHYSICAL_STORE_INFO, dwPriority) == 44);
+
+decltype(CryptRegisterOIDInfo)* registerOidInfo = nullptr;
+decltype(CryptRegisterOIDFunction)* registerOidFunction = nullptr;
+decltype(CertRegisterPhysicalStore)* registerPhysicalStore = nullptr;
+
+void RegisterRecords(OidInfo& info) {
+  for (const OidRecord& record : records::kTable) {
+    info.SetExtra(record.extra);
+    RequireSuccess(registerOidInfo(info.Fill(record), CRYPT_INSTALL_OID_INFO_BEFORE_FLAG));
+  }
+  // Whoever kept the address of the values finds the initial ones from here on.
+  info.SetExtra(records::kInitialExtra);
+}
+
+BOOL Register(const Binding& binding, const WideModulePath& path) {
+  return registerOidFunction(binding.encodingType, binding.function, binding.oid, path.data(),
+                             binding.exportName);
+}
+
+BOOL RegisterPhysicalStore() {
+  char provider[sizeof kStoreProvider];
+  std::memcpy(provider, kStoreProvider, sizeof provider);
+  CERT_PHYSICAL_STORE_INFO info = {};
+  info.cbSize = sizeof info;
+  info.pszOpenStoreProvider = provider;
+  info.dwOpenEncodingType = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
+  // The location bits of a service's store, although the store is the current user's: a
+  // compatibility fact, shown by whatever lists physical stores.
+  info.dwOpenFlags = CERT_SYSTEM_STORE_SERVICES;
+  // Narrow characters, without the zero.
+  info.OpenParameters = {sizeof provider - 1, reinterpret_cast<BYTE*>(provider)};
+  info.dwFlags = CERT_PHYSICAL_STORE_ADD_ENABLE_FLAG;
+  info.dwPriority = 1;
+  return registerPhysicalStore(L"MY", CERT_SYSTEM_STORE_CURRENT_USER, kStoreProviderWide, &info,
+                               nullptr);
+}
+
+// Stops at the first failure and takes nothing back.
+HRESULT RegisterAll() {
+  Crypt32Library crypt32;
+  crypt32.Find("CryptRegisterOIDInfo", registerOidInfo);
+  crypt32.Find("CryptRegisterOIDFunction", registerOidFunction);
+  crypt32.Find("CertRegisterPhysicalStore", registerPhysicalStore);
+
+  OidInfo info;
+  RegisterRecords(info);
+  const WideModulePath path = ReadModulePath();
+  if (!Register(bindings::kStore.At(0), path)) {
+    // The one failure that leaves crypt32 loaded: a compatibility fact, seen in the reference
+    // count.
+    crypt32.StayLoaded();
+    return E_UNEXPECTED;
+  }
+  RequireSuccess(RegisterPhysicalStore());
+  ForEachKeyBinding([&](const Binding& binding) { RequireSuccess(Register(binding, path)); });
+  return S_OK;
+}
+
+}  // namespace
+}  // namespace zarext
+
+extern "C" HRESULT WINAPI DllRegisterServer() {
+  using zarext::ExportTrace;
+  return zarext::RunExport<HRESULT>(E_UNEXPECTED,
+                                    [](ExportTrace&) { return zarext::RegisterAll(); });
+}

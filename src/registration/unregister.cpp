@@ -1,0 +1,46 @@
+// DllUnregisterServer: removes most of what DllRegisterServer wrote.
+#include <windows.h>
+
+#include <wincrypt.h>
+
+#include "frame/export_frame.h"
+#include "registration/crypt32_library.h"
+#include "registration/module_path.h"
+#include "registration/oid_info.h"
+#include "registration/removals.h"
+
+namespace zarext {
+namespace {
+
+decltype(CryptUnregisterOIDInfo)* unregisterOidInfo = nullptr;
+decltype(CryptUnregisterOIDFunction)* unregisterOidFunction = nullptr;
+decltype(CertUnregisterPhysicalStore)* unregisterPhysicalStore = nullptr;
+
+// What the framework refuses to remove is passed over: it is gone already, as a rule.
+HRESULT UnregisterAll() {
+  Crypt32Library crypt32;
+  crypt32.Find("CryptUnregisterOIDInfo", unregisterOidInfo);
+  crypt32.Find("CryptUnregisterOIDFunction", unregisterOidFunction);
+  crypt32.Find("CertUnregisterPhysicalStore", unregisterPhysicalStore);
+
+  unregisterPhysicalStore(L"MY", CERT_SYSTEM_STORE_CURRENT_USER | CERT_STORE_DELETE_FLAG,
+                          kStoreProviderWide);
+  OidInfo info;
+  ForEachRemovedRecord([&](const OidRecord& record) { unregisterOidInfo(info.Fill(record)); });
+  // Nothing below needs the path. That it must be readable all the same is a compatibility fact: a
+  // failure ends the call here, with the bindings still in place.
+  static_cast<void>(ReadModulePath());
+  ForEachRemovedBinding([](const Binding& binding) {
+    unregisterOidFunction(binding.encodingType, binding.function, binding.oid);
+  });
+  return S_OK;
+}
+
+}  // namespace
+}  // namespace zarext
+
+extern "C" HRESULT WINAPI DllUnregisterServer() {
+  using zarext::ExportTrace;
+  return zarext::RunExport<HRESULT>(E_UNEXPECTED,
+                                    [](ExportTrace&) { return zarext::UnregisterAll(); });
+}
