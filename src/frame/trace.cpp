@@ -8,8 +8,8 @@
 #include <stdio.h>
 #include <sys/locking.h>
 #include <sys/stat.h>
-#include <sys/timeb.h>
 
+#include <cstdint>
 #include <ctime>
 
 #include "frame/handles.h"
@@ -17,16 +17,26 @@
 namespace zarext {
 namespace {
 
+// One reading of the system clock, in milliseconds since 1970. The C runtime's own time functions
+// read the same clock, at several times the cost of all the rest of a trace line.
+std::uint64_t MillisecondsSince1970() noexcept {
+  constexpr std::uint64_t kUnitsPerMillisecond = 10'000;  // of 100 ns, since 1601
+  constexpr std::uint64_t kUnitsUntil1970 = 116'444'736'000'000'000;
+  FILETIME now = {};
+  GetSystemTimeAsFileTime(&now);
+  const std::uint64_t units = std::uint64_t{now.dwHighDateTime} << 32U | now.dwLowDateTime;
+  return (units - kUnitsUntil1970) / kUnitsPerMillisecond;
+}
+
 // "Mon Nov 16 00:12:46.007". Seconds and milliseconds come from two readings of the clock that are
 // not reconciled: around a second boundary they may belong to different seconds. A compatibility
 // fact for those who sort by this text.
 class Timestamp {
  public:
   Timestamp() noexcept {
-    const std::time_t seconds = std::time(nullptr);
-    struct _timeb milliseconds = {};
-    _ftime(&milliseconds);
-    FormatText(text_, "%.19s.%.3hu", std::ctime(&seconds), milliseconds.millitm);
+    const auto seconds = static_cast<std::time_t>(MillisecondsSince1970() / 1000);
+    const auto milliseconds = static_cast<unsigned short>(MillisecondsSince1970() % 1000);
+    FormatText(text_, "%.19s.%.3hu", std::ctime(&seconds), milliseconds);
   }
   [[nodiscard]] const char* Text() const noexcept { return text_; }
 

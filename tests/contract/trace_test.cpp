@@ -6,6 +6,7 @@
 #include <ctime>
 #include <map>
 #include <regex>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -47,6 +48,28 @@ TEST(Trace, ShowsTheLocalTime) {
     found = found || shown == std::string(std::ctime(&second)).substr(0, 19);
   }
   EXPECT_TRUE(found) << line;
+}
+
+TEST(Trace, ShowsTheMillisecondsOfTheClock) {
+  std::set<std::string> shown;
+  for (int line = 0; line < 40; ++line) {
+    SYSTEMTIME before = {};
+    SYSTEMTIME after = {};
+    TraceCapture capture;
+    GetLocalTime(&before);
+    Trace("x");
+    GetLocalTime(&after);
+    const std::string text = capture.Lines().at(0);
+    const std::string milliseconds = text.substr(text.find("tm=") + 23, 3);
+    shown.insert(milliseconds);
+    const int value = std::stoi(milliseconds);
+    if (before.wMilliseconds <= after.wMilliseconds) {
+      EXPECT_LE(before.wMilliseconds, value) << text;
+      EXPECT_GE(after.wMilliseconds, value) << text;
+    }
+    Sleep(7);
+  }
+  EXPECT_GT(shown.size(), 10u);
 }
 
 class TraceLength : public testing::TestWithParam<std::size_t> {};

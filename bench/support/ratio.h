@@ -1,0 +1,52 @@
+// Compares two pieces of work in one run: rounds of both take turns, and the medians are compared,
+// so that whatever else the machine does meets both alike.
+#ifndef ZAREXT_BENCH_SUPPORT_RATIO_H_
+#define ZAREXT_BENCH_SUPPORT_RATIO_H_
+
+#include <stdio.h>
+
+#include <algorithm>
+#include <chrono>
+#include <vector>
+
+namespace zarext::bench {
+
+// Nanoseconds of one call of `work`, from a round of `calls`.
+template <typename Work>
+double NanosecondsEach(int calls, Work& work) {
+  const auto start = std::chrono::steady_clock::now();
+  for (int call = 0; call < calls; ++call) {
+    work();
+  }
+  const std::chrono::duration<double, std::nano> time = std::chrono::steady_clock::now() - start;
+  return time.count() / calls;
+}
+
+inline double Median(std::vector<double> values) {
+  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+  std::nth_element(values.begin(), middle, values.end());
+  return *middle;
+}
+
+// Prints one row: "name | measured ns | floor ns | ratio | aim".
+template <typename Work, typename Floor>
+double Compare(const char* name, int calls, double aim, Work work, Floor floor) {
+  constexpr int kRounds = 31;
+  std::vector<double> measured;
+  std::vector<double> bare;
+  for (int round = 0; round < kRounds; ++round) {
+    measured.push_back(NanosecondsEach(calls, work));
+    bare.push_back(NanosecondsEach(calls, floor));
+  }
+  const double ratio = Median(measured) / Median(bare);
+  printf("| %s | %.0f | %.0f | %.2f | %.2f |\n", name, Median(measured), Median(bare), ratio, aim);
+  return ratio;
+}
+
+inline void PrintHead() {
+  printf("| what | ns | floor ns | ratio | aim |\n| --- | --- | --- | --- | --- |\n");
+}
+
+}  // namespace zarext::bench
+
+#endif  // ZAREXT_BENCH_SUPPORT_RATIO_H_
