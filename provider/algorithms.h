@@ -16,9 +16,9 @@ namespace zarext::provider {
 
 enum class KeyFamily : std::uint8_t { kGost, kRsa };
 
-// An elliptic curve of GOST R 34.10. `oids` holds its name in libgcrypt first, then its other
-// names.
+// An elliptic curve of GOST R 34.10. The first of `oids` is the one that the provider writes.
 struct Curve {
+  const char* gcrypt;
   std::array<const char*, 3> oids;
   unsigned bits;  // of the field and of the order; a public value has twice as many
 };
@@ -27,14 +27,18 @@ struct Curve {
 // public-key blob does not name its curve: the key of a foreign certificate is tried on each of
 // them in turn.
 inline constexpr std::array kCurves{
-    Curve{{"1.2.643.2.2.35.1", "1.2.643.7.1.2.1.1.2", "1.2.643.2.2.36.0"}, 256},
-    Curve{{"1.2.643.2.2.35.2", "1.2.643.7.1.2.1.1.3", nullptr}, 256},
-    Curve{{"1.2.643.2.2.35.3", "1.2.643.7.1.2.1.1.4", "1.2.643.2.2.36.1"}, 256},
-    Curve{{"1.2.643.7.1.2.1.1.1", nullptr, nullptr}, 256},
-    Curve{{"1.2.643.2.2.35.0", nullptr, nullptr}, 256},
-    Curve{{"1.2.643.7.1.2.1.2.1", nullptr, nullptr}, 512},
-    Curve{{"1.2.643.7.1.2.1.2.2", nullptr, nullptr}, 512},
-    Curve{{"1.2.643.7.1.2.1.2.3", nullptr, nullptr}, 512},
+    Curve{"GOST2001-CryptoPro-A",
+          {"1.2.643.2.2.35.1", "1.2.643.7.1.2.1.1.2", "1.2.643.2.2.36.0"},
+          256},
+    Curve{"GOST2001-CryptoPro-B", {"1.2.643.2.2.35.2", "1.2.643.7.1.2.1.1.3"}, 256},
+    Curve{"GOST2001-CryptoPro-C",
+          {"1.2.643.2.2.35.3", "1.2.643.7.1.2.1.1.4", "1.2.643.2.2.36.1"},
+          256},
+    Curve{"GOST2012-256-A", {"1.2.643.7.1.2.1.1.1"}, 256},
+    Curve{"GOST2001-test", {"1.2.643.2.2.35.0"}, 256},
+    Curve{"GOST2012-512-tc26-A", {"1.2.643.7.1.2.1.2.1"}, 512},
+    Curve{"GOST2012-512-tc26-B", {"1.2.643.7.1.2.1.2.2"}, 512},
+    Curve{"GOST2012-512-tc26-C", {"1.2.643.7.1.2.1.2.3"}, 512},
 };
 
 struct KeyAlgorithm {
@@ -119,12 +123,10 @@ struct CipherAlgorithm {
 inline constexpr const char* kSboxCryptoProA = "1.2.643.2.2.31.1";
 
 inline constexpr std::array kCipherAlgorithms{
-    // The ALG_ID type of 0x681F is "stream" and that of 0x6620 "block", hence the two modes. The
-    // second one
-    // changes its key every 1,024 octets, as the parameter set demands of the CryptoPro form.
+    // The ALG_ID type of 0x681F is "stream" and that of 0x6620 "block", hence the two modes.
     CipherAlgorithm{0x681F, GCRY_CIPHER_GOST28147, GCRY_CIPHER_MODE_CFB, CRYPT_MODE_CFB,
                     kSboxCryptoProA, 32, 8, false, "GOST 28147-89"},
-    CipherAlgorithm{0x6620, GCRY_CIPHER_GOST28147_MESH, GCRY_CIPHER_MODE_CBC, CRYPT_MODE_CBC,
+    CipherAlgorithm{0x6620, GCRY_CIPHER_GOST28147, GCRY_CIPHER_MODE_CBC, CRYPT_MODE_CBC,
                     kSboxCryptoProA, 32, 8, true, "GOST 28147-89 (P)"},
     CipherAlgorithm{0x6610, GCRY_CIPHER_AES256, GCRY_CIPHER_MODE_CBC, CRYPT_MODE_CBC, nullptr, 32,
                     16, true, "AES 256"},

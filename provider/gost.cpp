@@ -22,7 +22,7 @@ class CurveContext {
   explicit CurveContext(const Curve& curve) : bytes_(curve.bits / 8) {
     StartGcrypt();
     gcry_ctx_t context = nullptr;
-    Check(gcry_mpi_ec_new(&context, nullptr, curve.oids[0]));
+    Check(gcry_mpi_ec_new(&context, nullptr, curve.gcrypt));
     context_.reset(context);
   }
 
@@ -91,7 +91,7 @@ Sexp DigestSexp(View digest) {
 
 GostKeyPair GenerateGostKey(const Curve& curve) {
   StartGcrypt();
-  const Sexp request = BuildSexp("(genkey(ecc(curve %s)(flags gost)))", curve.oids[0]);
+  const Sexp request = BuildSexp("(genkey(ecc(curve %s)(flags gost)))", curve.gcrypt);
   gcry_sexp_t made = nullptr;
   Check(gcry_pk_genkey(&made, request.get()));
   const Sexp key(made);
@@ -126,7 +126,7 @@ bool IsGostPublicValue(const Curve& curve, View publicValue) {
 Bytes SignGost(const Curve& curve, View privateValue, View digest) {
   const Bytes d = Reversed(privateValue);
   const Bytes q = ToUncompressed(GostPublicValue(curve, privateValue));
-  const Sexp key = BuildSexp("(private-key(ecc(curve %s)(q %b)(d %b)))", curve.oids[0],
+  const Sexp key = BuildSexp("(private-key(ecc(curve %s)(q %b)(d %b)))", curve.gcrypt,
                              SexpLength(q), q.data(), SexpLength(d), d.data());
   gcry_sexp_t made = nullptr;
   Check(gcry_pk_sign(&made, DigestSexp(digest).get(), key.get()));
@@ -143,7 +143,7 @@ bool VerifyGost(const Curve& curve, View publicValue, View digest, View signatur
   const Bytes r = Reversed(signature.first(curve.bits / 8));
   const Bytes s = Reversed(signature.subspan(curve.bits / 8));
   const Sexp key =
-      BuildSexp("(public-key(ecc(curve %s)(q %b)))", curve.oids[0], SexpLength(q), q.data());
+      BuildSexp("(public-key(ecc(curve %s)(q %b)))", curve.gcrypt, SexpLength(q), q.data());
   const Sexp value =
       BuildSexp("(sig-val(gost(r %b)(s %b)))", SexpLength(r), r.data(), SexpLength(s), s.data());
   return gcry_pk_verify(value.get(), DigestSexp(digest).get(), key.get()) == 0;

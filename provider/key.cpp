@@ -157,10 +157,18 @@ PrivateKey ReadRsaPrivateKey(const KeyAlgorithm& algorithm, View der) {
   return key;
 }
 
+void ExpectNoParameters(DerReader parameters) {
+  if (!parameters.AtEnd()) Require(parameters.Next(kDerNull).empty(), NTE_BAD_DATA);
+  parameters.ExpectEnd();
+}
+
 // The curve that the parameters name: a bare OID, or the first OID of a sequence, as GOST
 // certificates have it. Null for absent or NULL parameters.
 const Curve* CurveOfParameters(const KeyAlgorithm& algorithm, DerReader parameters) {
-  if (parameters.AtEnd() || parameters.NextIs(kDerNull)) return nullptr;
+  if (!parameters.NextIs(kDerOid) && !parameters.NextIs(kDerSequence)) {
+    ExpectNoParameters(parameters);
+    return nullptr;
+  }
   if (parameters.NextIs(kDerOid)) return &RequireCurve(algorithm, parameters.Next(kDerOid));
   DerReader fields = parameters.Enter(kDerSequence);
   return &RequireCurve(algorithm, fields.Next(kDerOid));
@@ -258,7 +266,10 @@ PrivateKey ReadPrivateKeyInfo(View der) {
   fields.ExpectEnd();
   const KeyAlgorithm* algorithm = FindKeyAlgorithmByOid(ReadOid(identifier.Next(kDerOid)));
   Require(algorithm != nullptr, NTE_BAD_ALGID);
-  if (algorithm->family == KeyFamily::kRsa) return ReadRsaPrivateKey(*algorithm, octets);
+  if (algorithm->family == KeyFamily::kRsa) {
+    ExpectNoParameters(identifier);
+    return ReadRsaPrivateKey(*algorithm, octets);
+  }
   return ReadGostPrivateKey(*algorithm, CurveOfParameters(*algorithm, identifier), octets);
 }
 

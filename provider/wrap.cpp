@@ -123,13 +123,14 @@ Bytes WrapForRsa(const SessionKey& key, const PublicKey& recipient) {
   return blob;
 }
 
-Bytes UnwrapRsa(const CipherAlgorithm& algorithm, View blob,
+Bytes UnwrapRsa(const CipherAlgorithm& algorithm, const KeyAlgorithm& recipient, View blob,
                 std::span<const PrivateKey> candidates) {
   const View encrypted = blob.subspan(sizeof(RsaSimpleBlobHeader));
   bool found = false;
   for (const PrivateKey& candidate : candidates) {
     if (candidate.publicKey.algorithm->family != KeyFamily::kRsa) continue;
     found = true;
+    if (recipient.bits != 0 && recipient.bits != candidate.publicKey.Bits()) continue;
     try {
       Bytes key = DecryptRsa(candidate.rsa, encrypted);
       if (key.size() == algorithm.keyBytes) return key;
@@ -159,7 +160,7 @@ SessionKey UnwrapKey(View blob, std::span<const PrivateKey> candidates, const Pu
   Require(algorithm != nullptr && recipient != nullptr, NTE_BAD_ALGID);
   const bool gost = recipient->family == KeyFamily::kGost;
   return {*algorithm, gost ? UnwrapGost(*algorithm, blob, candidates, sender)
-                           : UnwrapRsa(*algorithm, blob, candidates)};
+                           : UnwrapRsa(*algorithm, *recipient, blob, candidates)};
 }
 
 Bytes WritePlainBlob(const SessionKey& key) {
