@@ -1,0 +1,2 @@
+zarext_add_wine_test(registration_contract
+  SOURCES registration_calls_test.cpp registration_expected.cpp recording_framework.cpp)
