@@ -1,0 +1,148 @@
+#pragma once
+
+// The record of one element of a DER document, and what the document does to single records.
+// Short values and the first children live inside the record, so that a typical key structure
+// costs one allocation for each node.
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string_view>
+
+namespace zarext {
+
+// Identifier octets (X.690, 8.1.2); the high-tag-number form does not occur here.
+inline constexpr std::uint8_t kConstructedBit = 0x20;
+inline constexpr std::uint8_t kTagNumberMask = 0x1F;
+inline constexpr std::uint8_t kTagInteger = 0x02;
+inline constexpr std::uint8_t kTagBitString = 0x03;
+inline constexpr std::uint8_t kTagOctetString = 0x04;
+inline constexpr std::uint8_t kTagObjectIdentifier = 0x06;
+
+inline constexpr std::uint32_t kShortHeader = 2;
+inline constexpr std::uint32_t kLongestHeader = 6;
+inline constexpr std::uint32_t kInlineOctets = 38;
+inline constexpr std::uint32_t kInlineSlots = 4;
+
+struct AsnNode;
+
+// The same octets in a constructed node: its header in the longest form, then its first children.
+struct NodeBranch {
+  std::uint8_t header[8];
+  AsnNode* slots[kInlineSlots];
+};
+
+struct AsnNode {
+  AsnNode* parent;  // null for the root of a document
+  union {
+    // The identifier and the length exactly as they will be encoded. They are the only place where
+    // tag and content length are kept. A content below kInlineOctets follows the header, which
+    // then has kShortHeader octets.
+    std::uint8_t octets[kShortHeader + kInlineOctets];
+    NodeBranch branch;
+  };
+  std::uint8_t* content;   // into octets, or a heap block; null without content
+  char* text;              // heap copy of the value as dotted text, or null
+  AsnNode** children;      // branch.slots, or a heap array; null until the first child
+  std::uint32_t capacity;  // slots of children that are used before it grows
+  std::int32_t count;
+};
+static_assert(sizeof(void*) != 8 || sizeof(AsnNode) == 80);
+
+// Ends a node that is not in a tree, with all that it owns.
+struct NodeRelease {
+  void operator()(AsnNode* node) const noexcept;
+};
+using OwnedNode = std::unique_ptr<AsnNode, NodeRelease>;
+
+// A block of the C heap, which is where everything in a document lives.
+struct BlockRelease {
+  void operator()(void* block) const noexcept;
+};
+using OwnedOctets = std::unique_ptr<std::uint8_t[], BlockRelease>;
+
+// Both throw std::bad_alloc.
+OwnedOctets AllocateOctets(std::size_t size);
+OwnedOctets AllocateZeroedOctets(std::size_t size);
+
+inline bool IsConstructed(std::uint8_t tag) { return (tag & kConstructedBit) != 0; }
+
+// Constructed BIT STRING or OCTET STRING: the two identifiers that parsing turns primitive.
+inline bool IsSegmentedString(std::uint8_t tag) {
+  return tag == (kTagBitString | kConstructedBit) || tag == (kTagOctetString | kConstructedBit);
+}
+
+inline std::uint8_t TagOf(const AsnNode& node) { return node.octets[0]; }
+
+// The size of a header in definite form for a content of this length.
+inline std::uint32_t HeaderSizeFor(std::uint32_t contentLength) {
+  if (contentLength < 0x80) return 2;
+  if (contentLength < 0x100) return 3;
+  if (contentLength < 0x10000) return 4;
+  return contentLength < 0x1000000 ? 5 : 6;
+}
+
+inline std::uint32_t HeaderSize(const AsnNode& node) {
+  return node.octets[1] < 0x80 ? kShortHeader : kShortHeader + (node.octets[1] & 0x7FU);
+}
+
+inline std::uint32_t ContentLength(const AsnNode& node) {
+  if (node.octets[1] < 0x80) return node.octets[1];
+  std::uint32_t length = 0;
+  for (std::uint32_t i = kShortHeader; i < HeaderSize(node); ++i) {
+    length = length << 8U | node.octets[i];
+  }
+  return length;
+}
+
+inline std::uint32_t EncodedSize(const AsnNode& node) {
+  return HeaderSize(node) + ContentLength(node);
+}
+
+// Throws std::bad_alloc for a length that leaves no 32-bit encoded size: no such document can be
+// held. Returns it otherwise.
+std::uint32_t CheckedLength(std::uint64_t contentLength);
+
+// Writes the node's header in definite form with the fewest octets.
+void WriteHeader(AsnNode* node, std::uint8_t tag, std::uint32_t contentLength);
+
+// A zero-filled node with this tag, content length 0 and this parent, not yet among the parent's
+// children. Throws std::bad_alloc.
+OwnedNode NewNode(AsnNode* parent, std::uint8_t tag);
+
+// Gives a primitive node without content a place for a content of this length, the header
+// included, and returns that place (null for length 0). On the heap it is followed by spare octets
+// of zero. Throws std::bad_alloc and leaves the node as it was.
+std::uint8_t* PlaceContent(AsnNode* node, std::uint32_t length, std::uint32_t spare);
+
+// Keeps a copy of the text in the node, in place of an earlier one. Throws std::bad_alloc.
+void KeepText(AsnNode* node, std::string_view text);
+void DropText(AsnNode* node) noexcept;
+
+// Makes room for one more child. The array grows when the slot to be filled is its last one: from
+// the four inline slots to 10 with a capacity of 8, then to 18 with 16, and so on. Throws
+// std::bad_alloc and changes nothing.
+void ReserveSlot(AsnNode* parent);
+
+// Puts a node into the slot at index, which is at most the count; later ones move up. Room must
+// have been reserved. No header changes.
+AsnNode* InsertNode(AsnNode* parent, std::int32_t index, OwnedNode node) noexcept;
+
+// Takes the child at index out of its parent; later ones move down. No header changes.
+OwnedNode TakeNode(AsnNode* parent, std::int32_t index) noexcept;
+
+// Releases everything that the node owns: its subtree, child array, content and text. The header
+// stays. Flat: takes no stack for any depth of the tree.
+void ReleaseContents(AsnNode* node) noexcept;
+
+// Moves everything that `from` owns to `to`, which owns nothing, except the header.
+void MoveContents(AsnNode* from, AsnNode* to) noexcept;
+
+// Changes the content length of the node, if there is one, by change octets, and corrects every
+// ancestor by the resulting change of its child's encoded size.
+void AdjustLengths(AsnNode* node, std::int64_t change) noexcept;
+
+// Changes one content length; returns the change of the encoded size.
+std::int64_t AdjustLength(AsnNode* node, std::int64_t change) noexcept;
+
+}  // namespace zarext

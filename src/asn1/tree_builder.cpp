@@ -1,0 +1,232 @@
+#include "asn1/tree_builder.h"
+
+#include <cstring>
+#include <utility>
+
+#include "asn1/result_codes.h"
+#include "asn1/small_stack.h"
+
+namespace zarext {
+namespace {
+
+// An element whose children are being built.
+struct OpenElement {
+  AsnNode* node;         // where its children go
+  AsnNode* owner;        // what they name as their parent
+  std::uint64_t end;     // position behind its content
+  std::uint64_t length;  // encoded size of the children so far
+};
+
+AsnNode* Append(const OpenElement& element, OwnedNode node) {
+  ReserveSlot(element.node);
+  return InsertNode(element.node, element.node->count, std::move(node));
+}
+
+class Builder {
+ public:
+  Builder(ImageReader* reader, std::uint64_t position) : reader_(*reader), position_(position) {}
+
+  BuildOutcome Run(const OpenElement& outermost);
+
+ private:
+  BuildState BuildOne();
+  BuildState BuildPrimitive(const ElementHeader& header);
+  void CloseTop();
+
+  ImageReader& reader_;
+  std::uint64_t position_;
+  SmallStack<OpenElement> open_;
+  bool segmentedStrings_ = false;
+};
+
+BuildOutcome Builder::Run(const OpenElement& outermost) {
+  open_.Push(outermost);
+  BuildState state = BuildState::kBuilt;
+  while (state == BuildState::kBuilt) {
+    if (position_ < open_.Top().end) {
+      state = BuildOne();
+    } else if (open_.Size() > 1) {
+      CloseTop();
+    } else {
+      break;
+    }
+  }
+  while (open_.Size() > 1) CloseTop();
+  return {state, segmentedStrings_, CheckedLength(open_.Top().length)};
+}
+
+BuildState Builder::BuildOne() {
+  const ElementHeader header = reader_.Read(position_);
+  if (header.state != HeaderState::kReadable) {
+    return open_.Size() == 1 ? BuildState::kHeaderUnreadable : BuildState::kElementFailed;
+  }
+  if (header.tag == 0 && header.length == 0) {
+    // Always two octets, even for a length that was written with more: what follows is then read
+    // from the middle of the header. Compatibility.
+    position_ += 2;
+    return BuildState::kBuilt;
+  }
+  position_ += header.size;
+  if (!IsConstructed(header.tag)) return BuildPrimitive(header);
+  segmentedStrings_ = segmentedStrings_ || IsSegmentedString(header.tag);
+  OpenElement& parent = open_.Top();
+  AsnNode* node = Append(parent, NewNode(parent.owner, header.tag));
+  open_.Push({node, node, position_ + header.length, 0});
+  return BuildState::kBuilt;
+}
+
+BuildState Builder::BuildPrimitive(const ElementHeader& header) {
+  if (header.length > reader_.Size() - position_) return BuildState::kElementFailed;
+  OpenElement& parent = open_.Top();
+  OwnedNode node = NewNode(parent.owner, header.tag);
+  std::uint8_t* content = PlaceContent(node.get(), header.length, 1);
+  if (content != nullptr) std::memcpy(content, reader_.At(position_), header.length);
+  parent.length += EncodedSize(*node);
+  Append(parent, std::move(node));
+  position_ += header.length;
+  return BuildState::kBuilt;
+}
+
+// The element is complete: its header gets its length, and its parent one child's size more.
+void Builder::CloseTop() {
+  const OpenElement closed = open_.Top();
+  open_.Pop();
+  WriteHeader(closed.node, TagOf(*closed.node), CheckedLength(closed.length));
+  open_.Top().length += EncodedSize(*closed.node);
+}
+
+// Makes node a primitive string whose content is the block.
+void BecomePrimitive(AsnNode* node, OwnedOctets block, std::uint32_t length) noexcept {
+  const auto tag = static_cast<std::uint8_t>(TagOf(*node) & ~kConstructedBit);
+  ReleaseContents(node);
+  node->content = block.release();
+  WriteHeader(node, tag, length);
+}
+
+bool SegmentsMatch(const AsnNode& node, std::uint32_t* total) {
+  *total = 0;
+  for (std::int32_t i = 0; i < node.count; ++i) {
+    const AsnNode& segment = *node.children[i];
+    if (TagOf(segment) != (TagOf(node) & ~kConstructedBit)) return false;
+    *total += ContentLength(segment);
+  }
+  return true;
+}
+
+// Copies the contents of the first `count` children.
+std::uint8_t* JoinSegments(const AsnNode& node, std::int32_t count, std::uint8_t* out) {
+  for (std::int32_t i = 0; i < count; ++i) {
+    const AsnNode& segment = *node.children[i];
+    if (segment.content == nullptr) continue;
+    std::memcpy(out, segment.content, ContentLength(segment));
+    out += ContentLength(segment);
+  }
+  return out;
+}
+
+std::int32_t FlattenOctetString(AsnNode* node, std::uint32_t total) {
+  OwnedOctets block = AllocateZeroedOctets(std::size_t{total} + 1);
+  JoinSegments(*node, node->count, block.get());
+  BecomePrimitive(node, std::move(block), total);
+  return kAsnOk;
+}
+
+// The last segment that has content gives the unused-bits octet in front. The other segments keep
+// theirs, which so become data. Compatibility: signatures over such strings were made this way.
+std::int32_t FlattenBitString(AsnNode* node, std::uint32_t total) {
+  if (total == 0) return kAsnWrongSegment;
+  std::int32_t last = node->count - 1;
+  while (ContentLength(*node->children[last]) == 0) --last;
+  const AsnNode& final = *node->children[last];
+  OwnedOctets block = AllocateZeroedOctets(std::size_t{total} + 4);
+  block[0] = final.content[0];
+  std::uint8_t* out = JoinSegments(*node, last, block.get() + 1);
+  std::memcpy(out, final.content + 1, ContentLength(final) - 1);
+  BecomePrimitive(node, std::move(block), total);
+  return kAsnOk;
+}
+
+std::int32_t FlattenString(AsnNode* node) {
+  if (ContentLength(*node) == 0 || node->count == 0) {
+    BecomePrimitive(node, nullptr, 0);
+    return kAsnOk;
+  }
+  std::uint32_t total = 0;
+  if (!SegmentsMatch(*node, &total)) return kAsnWrongSegment;
+  const bool octets = TagOf(*node) == (kTagOctetString | kConstructedBit);
+  return octets ? FlattenOctetString(node, total) : FlattenBitString(node, total);
+}
+
+// The walk down a subtree. Lengths are corrected on the way up, which is also taken when the pass
+// stops early or memory runs out.
+class FlattenPass {
+ public:
+  explicit FlattenPass(AsnNode* top) : top_(top) {}
+  FlattenPass(const FlattenPass&) = delete;
+  FlattenPass& operator=(const FlattenPass&) = delete;
+  ~FlattenPass() {
+    while (walk_.Size() > 0) GoUp();
+    AdjustLengths(top_->parent, change_);
+  }
+
+  std::int32_t Run() {
+    std::int32_t result = Visit(top_);
+    while (result == kAsnOk && walk_.Size() > 0) {
+      Step& step = walk_.Top();
+      if (step.next < step.node->count) {
+        result = Visit(step.node->children[step.next++]);
+      } else {
+        GoUp();
+      }
+    }
+    return result;
+  }
+
+ private:
+  struct Step {
+    AsnNode* node;
+    std::int64_t change;  // of its content length so far
+    std::int32_t next;    // index of the child to visit
+  };
+
+  std::int32_t Visit(AsnNode* node) {
+    if (!IsConstructed(TagOf(*node))) return kAsnOk;
+    if (!IsSegmentedString(TagOf(*node))) {
+      walk_.Push({node, 0, 0});
+      return kAsnOk;
+    }
+    const std::int64_t before = EncodedSize(*node);
+    const std::int32_t result = FlattenString(node);
+    Carry(std::int64_t{EncodedSize(*node)} - before);
+    return result;
+  }
+
+  void GoUp() {
+    const Step done = walk_.Top();
+    walk_.Pop();
+    if (done.change != 0) Carry(AdjustLength(done.node, done.change));
+  }
+
+  void Carry(std::int64_t change) {
+    if (walk_.Size() > 0) {
+      walk_.Top().change += change;
+    } else {
+      change_ += change;
+    }
+  }
+
+  AsnNode* top_;
+  std::int64_t change_ = 0;
+  SmallStack<Step> walk_;
+};
+
+}  // namespace
+
+BuildOutcome BuildElements(ImageReader* reader, std::uint64_t position, std::uint64_t end,
+                           AsnNode* holder, AsnNode* owner) {
+  return Builder(reader, position).Run({holder, owner, end, 0});
+}
+
+std::int32_t FlattenStrings(AsnNode* top) { return FlattenPass(top).Run(); }
+
+}  // namespace zarext
