@@ -1,0 +1,487 @@
+#include "unit/asn1/oracle.h"
+
+#include <cstring>
+
+namespace zarext::oracle {
+namespace {
+
+using NodePtr = std::unique_ptr<Node>;
+
+Octets LengthOctets(std::size_t length) {
+  if (length < 128) {
+    return {static_cast<std::uint8_t>(length)};
+  }
+  Octets digits;
+  for (; length > 0; length /= 256) {
+    digits.insert(digits.begin(), static_cast<std::uint8_t>(length % 256));
+  }
+  digits.insert(digits.begin(), static_cast<std::uint8_t>(0x80 + digits.size()));
+  return digits;
+}
+
+std::uint64_t ScanForEnd(const Octets& image, std::size_t position) {
+  const std::int64_t left = 65535 - static_cast<std::int64_t>(position);
+  const auto limit = static_cast<std::uint64_t>(left < 1 ? 15 : left);
+  std::uint64_t offset = 0;
+  int depth = 0;
+  do {
+    const std::uint64_t at = position + offset;
+    if (at + 2 > image.size()) {
+      return limit;
+    }
+    if (image[at + 1] == 0x80) {
+      depth++;
+      offset += 2;
+    } else if (image[at] == 0 && image[at + 1] == 0) {
+      if (depth == 1) {
+        return offset;
+      }
+      depth--;
+      offset += 2;
+    } else {
+      const Header header = ReadHeader(image, at);
+      if (header.size == 0) {
+        return limit;
+      }
+      offset += header.size;
+      if ((header.tag & 0x20) == 0) {
+        offset += header.length;
+      }
+    }
+  } while (offset < limit);
+  return limit;
+}
+
+// Checks the element at *position; leaves *position where the check ended.
+std::int32_t Validate(const Octets& image, std::uint64_t* position) {
+  const Header header = ReadHeader(image, *position);
+  if (header.size == 0) {
+    return header.beyond ? 2 : 1;
+  }
+  *position += header.size;
+  if ((header.tag & 0x20) == 0) {
+    *position += header.length;
+    return 0;
+  }
+  const std::uint64_t end = *position + header.length;
+  while (*position < end) {
+    if (const std::int32_t code = Validate(image, position); code != 0) {
+      return code;
+    }
+  }
+  return *position == end ? 0 : 4;
+}
+
+std::int32_t BuildNode(const Octets& image, std::uint64_t* position, Node* parent) {
+  const Header header = ReadHeader(image, *position);
+  if (header.size == 0) {
+    return 1;
+  }
+  if (header.tag == 0 && header.length == 0) {
+    *position += 2;
+    return 0;
+  }
+  auto child = std::make_unique<Node>();
+  child->tag = header.tag;
+  const std::uint64_t start = *position + header.size;
+  const std::uint64_t end = start + header.length;
+  if (!child->Constructed()) {
+    if (end > image.size()) {
+      return 1;
+    }
+    child->content.assign(image.begin() + static_cast<std::ptrdiff_t>(start),
+                          image.begin() + static_cast<std::ptrdiff_t>(end));
+    parent->children.push_back(std::move(child));
+    *position = end;
+    return 0;
+  }
+  Node* built = child.get();
+  parent->children.push_back(std::move(child));
+  *position = start;
+  while (*position < end) {
+    if (BuildNode(image, position, built) != 0) {
+      return 2;
+    }
+  }
+  return 0;
+}
+
+bool JoinSegments(Node* node) {
+  const std::uint8_t segmentTag = node->tag & 0x1F;
+  for (const NodePtr& segment : node->children) {
+    if (segment->tag != segmentTag) {
+      return false;
+    }
+  }
+  std::size_t last = node->children.size();
+  while (last > 0 && node->children[last - 1]->content.empty()) {
+    --last;
+  }
+  Octets joined;
+  if (segmentTag == 3) {
+    if (last == 0 && !node->children.empty()) {
+      return false;
+    }
+    for (std::size_t i = 0; i < last; ++i) {
+      const Octets& content = node->children[i]->content;
+      const bool isFinal = i + 1 == last;
+      joined.insert(joined.end(), content.begin() + (isFinal ? 1 : 0), content.end());
+    }
+    if (last > 0) {
+      joined.insert(joined.begin(), node->children[last - 1]->content[0]);
+    }
+  } else {
+    for (const NodePtr& segment : node->children) {
+      joined.insert(joined.end(), segment->content.begin(), segment->content.end());
+    }
+  }
+  node->tag = segmentTag;
+  node->children.clear();
+  node->content = joined;
+  node->stale = 0;
+  return true;
+}
+
+std::int32_t Flatten(Node* node) {
+  if (node->tag == 0x23 || node->tag == 0x24) {
+    return JoinSegments(node) ? 0 : 21;
+  }
+  for (const NodePtr& child : node->children) {
+    if (Flatten(child.get()) != 0) {
+      return 21;
+    }
+  }
+  return 0;
+}
+
+// The image's first element alone.
+Octets OutermostElement(const Octets& image) {
+  const Header header = ReadHeader(image, 0);
+  if (header.size == 0) {
+    return {};
+  }
+  const std::uint64_t size = header.size + header.length;
+  Octets element = image;
+  if (size < element.size()) {
+    element.resize(size);
+  }
+  return element;
+}
+
+Octets Content(std::uint8_t tag, const Octets& value) {
+  Octets content = value;
+  if (tag == 2 && value.size() == 4) {
+    std::uint32_t number = 0;
+    std::memcpy(&number, value.data(), 4);
+    content = {static_cast<std::uint8_t>(number >> 24), static_cast<std::uint8_t>(number >> 16),
+               static_cast<std::uint8_t>(number >> 8), static_cast<std::uint8_t>(number)};
+    while (content.size() > 1 && content[0] == 0) {
+      content.erase(content.begin());
+    }
+    if (content[0] >= 0x80) {
+      content.insert(content.begin(), 0);
+    }
+  } else if (tag == 3) {
+    std::uint8_t unused = 0;
+    if (value.size() >= 1 && value.size() <= 4 && value.back() != 0) {
+      while (((value.back() >> unused) & 1) == 0) {
+        ++unused;
+      }
+    }
+    content.insert(content.begin(), unused);
+  } else if (tag == 6) {
+    content = OidContent(std::string(value.begin(), value.end()));
+  }
+  return content;
+}
+
+NodePtr NewNode(std::uint8_t tag, const Octets& value) {
+  auto node = std::make_unique<Node>();
+  node->tag = tag;
+  if (!node->Constructed()) {
+    node->content = Content(tag, value);
+  }
+  return node;
+}
+
+Octets NumberOctets(const Octets& content) {
+  std::uint32_t number = 0;
+  for (const std::uint8_t octet : content) {
+    number = number * 256 + octet;
+  }
+  Octets octets(4);
+  std::memcpy(octets.data(), &number, 4);
+  return octets;
+}
+
+std::optional<Octets> Value(const Node& node) {
+  const Octets& content = node.content;
+  if (node.Constructed()) {
+    return std::nullopt;
+  }
+  if (node.tag == 6) {
+    const std::string text = OidText(content);
+    return Octets(text.begin(), text.end());
+  }
+  if (content.empty()) {
+    return Octets{};
+  }
+  if (node.tag == 2 &&
+      ((content.size() <= 4 && content[0] < 0x80) || (content.size() == 5 && content[0] == 0))) {
+    return NumberOctets(content);
+  }
+  return node.tag == 3 ? Octets(content.begin() + 1, content.end()) : content;
+}
+
+}  // namespace
+
+std::size_t ContentLength(const Node& node) {
+  if (!node.Constructed()) {
+    return node.content.size();
+  }
+  std::size_t length = node.stale;
+  for (const NodePtr& child : node.children) {
+    length += EncodedSize(*child);
+  }
+  return length;
+}
+
+std::size_t EncodedSize(const Node& node) {
+  const std::size_t length = ContentLength(node);
+  return 1 + LengthOctets(length).size() + length;
+}
+
+Octets Encode(const Node& node) {
+  Octets out = LengthOctets(ContentLength(node));
+  out.insert(out.begin(), node.tag);
+  out.insert(out.end(), node.content.begin(), node.content.end());
+  for (const NodePtr& child : node.children) {
+    const Octets inner = Encode(*child);
+    out.insert(out.end(), inner.begin(), inner.end());
+  }
+  return out;
+}
+
+Header ReadHeader(const Octets& image, std::size_t position) {
+  Header header;
+  header.beyond = true;
+  if (position + 2 > image.size()) {
+    return header;
+  }
+  header.tag = image[position];
+  const std::uint8_t first = image[position + 1];
+  if (first < 0x80) {
+    header.size = 2;
+    header.length = first;
+  } else if (first == 0x80) {
+    header.size = 2;
+    header.length = ScanForEnd(image, position);
+  } else if (first >= 0x85) {
+    header.beyond = false;
+  } else if (position + 2 + (first - 0x80) <= image.size()) {
+    header.size = 2 + (first - 0x80U);
+    for (std::size_t i = 2; i < header.size; ++i) {
+      header.length = header.length * 256 + image[position + i];
+    }
+  }
+  return header;
+}
+
+std::string OidText(const Octets& content) {
+  if (content.empty()) {
+    return "";
+  }
+  std::vector<std::int32_t> arcs = {content[0] / 40, content[0] % 40};
+  std::uint32_t sum = 0;
+  for (std::size_t i = 1; i < content.size() && arcs.size() < 63; ++i) {
+    if (content[i] >= 0x80) {
+      sum = (sum + (content[i] - 0x80U)) * 128;
+    } else {
+      arcs.push_back(static_cast<std::int32_t>(sum + content[i]));
+      sum = 0;
+    }
+  }
+  std::string text = std::to_string(arcs[0]);
+  for (std::size_t i = 1; i < arcs.size() && text.size() <= 256; ++i) {
+    text += "." + std::to_string(arcs[i]);
+  }
+  return text;
+}
+
+Octets OidContent(const std::string& text) {
+  std::vector<std::string> parts(1);
+  for (const char c : text) {
+    if (c != '.') {
+      parts.back() += c;
+    } else if (!parts.back().empty()) {
+      parts.emplace_back();
+    }
+  }
+  if (parts.back().empty()) {
+    parts.pop_back();
+  }
+  if (parts.size() > 64) {
+    parts.resize(64);
+  }
+  std::vector<std::uint32_t> arcs;
+  for (const std::string& part : parts) {
+    // The tests keep to arcs that fit 31 bits, where every platform agrees.
+    arcs.push_back(static_cast<std::uint32_t>(std::strtoll(part.c_str(), nullptr, 10)));
+  }
+  arcs.resize(arcs.size() < 2 ? 2 : arcs.size());
+  Octets content = {static_cast<std::uint8_t>((arcs[0] * 40 + arcs[1]) % 256)};
+  for (std::size_t i = 2; i < arcs.size(); ++i) {
+    const std::uint32_t arc = arcs[i];
+    if (arc >= 0x200000) {
+      content.push_back(static_cast<std::uint8_t>(0x80 | (arc / 0x200000 % 128)));
+    }
+    if (arc >= 0x4000) {
+      content.push_back(static_cast<std::uint8_t>(0x80 | (arc / 0x4000 % 128)));
+    }
+    if (arc >= 0x80) {
+      content.push_back(static_cast<std::uint8_t>(0x80 | (arc / 0x80 % 128)));
+    }
+    content.push_back(static_cast<std::uint8_t>(arc % 128));
+  }
+  return content;
+}
+
+std::int32_t Document::Load(const Octets& image) {
+  const Header header = ReadHeader(image, 0);
+  if (header.size == 0 || header.size + header.length != image.size()) {
+    return 10;
+  }
+  std::uint64_t position = 0;
+  return Validate(image, &position);
+}
+
+std::int32_t Document::Parse(const Octets& image, const Path& path) {
+  Node* node = Find(path);
+  return node == nullptr ? 20 : Rebuild(node, image);
+}
+
+std::int32_t Document::Rebuild(Node* node, const Octets& image) {
+  const Octets element = OutermostElement(image);
+  const Header header = ReadHeader(element, 0);
+  if (header.size == 0) {
+    return 1;
+  }
+  const std::uint64_t end = header.size + header.length;
+  const bool constructed = (header.tag & 0x20) != 0;
+  if (!constructed && end > element.size()) {
+    return 1;
+  }
+  node->tag = header.tag;
+  node->stale = 0;
+  node->children.clear();
+  node->content.clear();
+  if (!constructed) {
+    node->content.assign(element.begin() + static_cast<std::ptrdiff_t>(header.size), element.end());
+    return 0;
+  }
+  std::uint64_t position = header.size;
+  while (position < end) {
+    if (ReadHeader(element, position).size == 0) {
+      return 2;
+    }
+    if (BuildNode(element, &position, node) != 0) {
+      return 3;
+    }
+  }
+  return Flatten(node);
+}
+
+std::int32_t Document::ParseInto(const Octets& image, const Path& path) {
+  Node* node = Find(path);
+  if (node == nullptr) {
+    return 20;
+  }
+  if (node->Constructed()) {
+    std::uint64_t position = 0;
+    BuildNode(OutermostElement(image), &position, node);
+    Flatten(node);
+  }
+  return 0;
+}
+
+std::int32_t Document::AddChild(std::uint8_t tag, const Octets& value, const Path& path) {
+  Node* parent = Find(path);
+  if (parent == nullptr) {
+    return 20;
+  }
+  if (!parent->Constructed()) {
+    return 1;
+  }
+  parent->children.push_back(NewNode(tag, value));
+  return 0;
+}
+
+std::int32_t Document::InsertBefore(std::uint8_t tag, const Octets& value, const Path& path) {
+  if (path.empty() || Find(path) == nullptr) {
+    return 20;
+  }
+  Node* parent = Find(Path(path.begin(), path.end() - 1));
+  parent->children.insert(parent->children.begin() + path.back(), NewNode(tag, value));
+  return 0;
+}
+
+std::int32_t Document::SetTag(std::uint8_t tag, const Path& path) {
+  Node* node = Find(path);
+  if (node == nullptr) {
+    return 20;
+  }
+  if (((node->tag ^ tag) & 0x20) == 0) {
+    node->tag = tag;
+    return 0;
+  }
+  Octets image = Encode(*node);
+  image.resize(EncodedSize(*node));
+  image[0] = tag;
+  Rebuild(node, image);
+  return 0;
+}
+
+std::int32_t Document::DeleteNode(const Path& path) {
+  if (path.empty()) {
+    root_.children.clear();
+    root_.content.clear();
+    root_.stale = 0;
+    return 0;
+  }
+  if (Find(path) == nullptr) {
+    return 20;
+  }
+  Node* parent = Find(Path(path.begin(), path.end() - 1));
+  parent->children.erase(parent->children.begin() + path.back());
+  return 0;
+}
+
+void Document::Clear() {
+  if (root_.Constructed()) {
+    root_.stale = ContentLength(root_);
+    root_.children.clear();
+  }
+}
+
+Node* Document::Find(const Path& path) {
+  Node* node = &root_;
+  for (const std::int32_t index : path) {
+    if (index < 0 || static_cast<std::size_t>(index) >= node->children.size()) {
+      return nullptr;
+    }
+    node = node->children[static_cast<std::size_t>(index)].get();
+  }
+  return node;
+}
+
+View Document::Read(const Path& path) {
+  const Node& node = *Find(path);
+  View view;
+  view.tag = node.tag;
+  view.childCount = static_cast<std::uint32_t>(node.children.size());
+  view.value = Value(node);
+  view.length = static_cast<std::uint32_t>(view.value ? view.value->size() : ContentLength(node));
+  return view;
+}
+
+}  // namespace zarext::oracle

@@ -1,0 +1,3 @@
+zarext_add_host_test(asn1_property
+  SOURCES asn1/property_test.cpp asn1/comparison.cpp asn1/oracle.cpp
+  LIBS zarext_asn1)
