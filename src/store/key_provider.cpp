@@ -1,0 +1,27 @@
+#include "store/key_provider.h"
+
+#include "frame/provider_binding.h"
+
+namespace zarext {
+namespace {
+
+constexpr char kRsaProviderName[] = "Zarvel CSP RSA";
+
+}  // namespace
+
+KeyProvider::KeyProvider(const char* publicKeyOid) noexcept {
+  switch (KeyFamilyOf(publicKeyOid)) {
+    case KeyFamily::kOwn:
+      type_ = kProviderType;
+      valid_ = ToWide(kProviderName, name_);
+      break;
+    case KeyFamily::kRsa:
+      type_ = PROV_RSA_FULL;
+      valid_ = ToWide(kRsaProviderName, name_);
+      break;
+    case KeyFamily::kOther:
+      break;
+  }
+}
+
+}  // namespace zarext

@@ -1,0 +1,43 @@
+// The provider that serves a certificate's key, as the key-provider property names it.
+#ifndef ZAREXT_STORE_KEY_PROVIDER_H_
+#define ZAREXT_STORE_KEY_PROVIDER_H_
+
+#include <windows.h>
+
+#include <wincrypt.h>
+
+#include "store/key_address.h"
+
+namespace zarext {
+
+// Type of "Zarvel CSP"; its RSA companion has PROV_RSA_FULL.
+inline constexpr DWORD kProviderType = 25;
+
+// Converts from the ANSI code page. False if the text is null or does not fit with its terminator.
+template <int size>
+bool ToWide(const char* text, wchar_t (&wide)[size]) noexcept {
+  return text != nullptr && MultiByteToWideChar(CP_ACP, 0, text, -1, wide, size) != 0;
+}
+
+// Name and type of the provider for one key.
+class KeyProvider {
+ public:
+  // By the object identifier of the public key, which may be null. Outside the own families and
+  // RSA there is no name and the type is 0.
+  explicit KeyProvider(const char* publicKeyOid) noexcept;
+
+  // False if the name could not be converted; the object is then of no use.
+  [[nodiscard]] bool IsValid() const noexcept { return valid_; }
+  // Null for none. Lives as long as the object.
+  [[nodiscard]] wchar_t* Name() noexcept { return name_[0] == L'\0' ? nullptr : name_; }
+  [[nodiscard]] DWORD Type() const noexcept { return type_; }
+
+ private:
+  wchar_t name_[256] = {};
+  DWORD type_ = 0;
+  bool valid_ = true;
+};
+
+}  // namespace zarext
+
+#endif  // ZAREXT_STORE_KEY_PROVIDER_H_

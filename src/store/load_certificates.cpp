@@ -1,0 +1,158 @@
+#include "store/load_certificates.h"
+
+#include <ctime>
+#include <string>
+
+#include "frame/export_frame.h"
+#include "store/cache_block.h"
+#include "store/container_cache.h"
+#include "store/key_address.h"
+#include "store/key_provider.h"
+#include "store/provider_walk.h"
+
+namespace zarext {
+namespace {
+
+constexpr DWORD kContainerNameSize = 260;
+
+// A root that is there already is refused by the store and only traced.
+void AddRoots(HCERTSTORE message, HCERTSTORE root, DWORD chainSize) {
+  ForEachCertificate(message, [&](PCCERT_CONTEXT context) {
+    const CERT_INFO& info = *context->pCertInfo;
+    Trace(
+        "EXT : load_certs_from_CSP [CertEnumCertificatesInStore : size = %i, oid = %s, s/n= %x "
+        "%x...]",
+        Int(chainSize), info.SignatureAlgorithm.pszObjId, SerialOctet(info, 0),
+        SerialOctet(info, 1));
+    if (IsSelfSigned(info) &&
+        !CertAddEncodedCertificateToStore(root, context->dwCertEncodingType, context->pbCertEncoded,
+                                          context->cbCertEncoded, CERT_STORE_ADD_NEW, nullptr)) {
+      Trace("EXT : load_certs_from_CSP [CertAddEncodedCertificateToStore : error = %X]",
+            Hex(GetLastError()));
+    }
+  });
+}
+
+// Puts the self-signed certificates of a key's chain into the user's "ROOT" store.
+void TrustChain(HCRYPTPROV container, HCRYPTKEY key) {
+  KeyBlob chain;
+  if (chain.Read(container, key, KP_CERT_CHAIN) != KeyBlob::Outcome::kRead) {
+    return;
+  }
+  const UniqueMessageStore message = OpenChain(chain);
+  if (!message) {
+    Trace(
+        "EXT : load_certs_from_CSP [cbCert = %i, CryptGetMessageCertificates(hPKCS7Store) : error "
+        "= %X]",
+        Int(chain.Size()), Hex(GetLastError()));
+    return;
+  }
+  const UniqueCertStore<CERT_CLOSE_STORE_FORCE_FLAG> root(
+      CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, CERT_SYSTEM_STORE_CURRENT_USER, L"ROOT"));
+  if (!root) {
+    Trace("EXT : load_certs_from_CSP [CertOpenStore(hRootStore) : error = %X]",
+          Hex(GetLastError()));
+    return;
+  }
+  AddRoots(message.Get(), root.Get(), chain.Size());
+}
+
+Walk ListKey(HCRYPTPROV container, char* name, CNT_KEY_INFO& record, DWORD returnedSize) {
+  Trace("EXT : load_certs_from_CSP : size=%i (%i).", Int(returnedSize), Int(record.cbCert));
+  record.pszContainer = name;
+  if (record.cbCert != 0 && IsReadable(record.pbCert, record.cbCert) &&
+      IsReadable(record.pbSerial, record.cbSerial)) {
+    TContainerCache::Instance().Add(record);
+  }
+  Trace("EXT : load_certs_from_CSP : algID=%x (%s).", record.algId, name);
+  if (record.hKey == 0) {
+    return Walk::kStop;
+  }
+  TrustChain(container, record.hKey);
+  return Walk::kGoOn;
+}
+
+void ListContainer(HCRYPTPROV provider, char* name) {
+  const std::string url = ContainerUrl(name);
+  CNT_PROFILE profile;
+  if (!QueryProfile(provider, url, &profile)) {
+    return;
+  }
+  Trace("EXT : load_certs_from_CSP : URL = %s (%s : %s).", url.c_str(), profile.tokenKind,
+        profile.thirdText);
+  UniqueProviderContext container;
+  if (!IsProfileOpened(profile) || !OpenContainer(url, &container)) {
+    return;
+  }
+  ForEachKey(container.Get(), [&](CNT_KEY_INFO& record, DWORD returnedSize) {
+    return ListKey(container.Get(), name, record, returnedSize);
+  });
+}
+
+void WalkProvider() {
+  TContainerCache& cache = TContainerCache::Instance();
+  cache.Clear();
+  RequireProvider();
+  {
+    UniqueProviderContext provider;
+    if (AcquireVerifyContext(&provider)) {
+      ForEachContainer<kContainerNameSize>(provider.Get(), [&](char* name) {
+        ListContainer(provider.Get(), name);
+        return Walk::kGoOn;
+      });
+    }
+  }
+  CacheLoadTime = std::time(nullptr);
+  cache.WriteShared();
+}
+
+void AddCertificate(HCERTSTORE hCertStore, const CNT_KEY_INFO& record) {
+  const UniqueCertContext context(
+      CertCreateCertificateContext(kEncodingType, record.pbCert, record.cbCert));
+  if (!context) {
+    return;
+  }
+  const std::string url = KeyUrl(record.pszContainer, {record.pbSerial, record.cbSerial});
+  wchar_t wideUrl[kKeyUrlSize] = {};
+  ToWide(url.c_str(), wideUrl);
+  const char* const oid = context.Get()->pCertInfo->SubjectPublicKeyInfo.Algorithm.pszObjId;
+  KeyProvider provider(oid);
+  if (!provider.IsValid()) {
+    throw static_cast<ErrorCode>(3);
+  }
+  CRYPT_KEY_PROV_INFO info = {};
+  info.pwszContainerName = wideUrl;
+  info.pwszProvName = provider.Name();
+  info.dwProvType = provider.Type();
+  info.dwFlags = CERT_SET_KEY_CONTEXT_PROP_ID;
+  info.dwKeySpec = KeySpecOf(record.algId);
+  Trace(
+      "EXT : load_certs_from_CSP_CACHE : dwKeySpec = %x (%x), dwProvType = %x, size = %i, "
+      "szwContainer = %s (%s).",
+      Hex(info.dwKeySpec), record.algId, Hex(info.dwProvType), Int(context.Get()->cbCertEncoded),
+      url.c_str(), oid);
+  CertSetCertificateContextProperty(context.Get(), CERT_KEY_PROV_INFO_PROP_ID, 0, &info);
+  CertAddCertificateContextToStore(hCertStore, context.Get(), CERT_STORE_ADD_NEW, nullptr);
+}
+
+}  // namespace
+
+std::int32_t load_certs_from_CSP(HCERTSTORE hCertStore) {
+  TContainerCache& cache = TContainerCache::Instance();
+  const std::int64_t now = std::time(nullptr);
+  const auto isFresh = [&] {
+    return !cache.List().IsEmpty() && now - CacheLoadTime <= kCacheLifetime;
+  };
+  if (!isFresh()) {
+    cache.ReadShared();
+  }
+  if (!isFresh()) {
+    WalkProvider();
+  }
+  for (const KeyRecordNode* node = cache.List().Head(); node != nullptr; node = node->next.get()) {
+    AddCertificate(hCertStore, node->record->Info());
+  }
+  return 1;
+}
+
+}  // namespace zarext

@@ -1,0 +1,72 @@
+#include "frame/export_frame.h"
+#include "frame/module_state.h"
+#include "store/key_provider.h"
+#include "store/load_certificates.h"
+#include "store/store_callbacks.h"
+
+namespace zarext {
+namespace {
+
+bool IsServedProvider(HCRYPTPROV hCryptProv) {
+  DWORD type = 0;
+  DWORD size = sizeof type;
+  if (!CryptGetProvParam(hCryptProv, PP_PROVTYPE, reinterpret_cast<BYTE*>(&type), &size, 0)) {
+    throw static_cast<ErrorCode>(GetLastError());
+  }
+  return type == kProviderType || type == PROV_RSA_FULL;
+}
+
+// No owner type holds the section: a load that throws leaves it entered, and opens of other threads
+// wait from then on. A compatibility fact.
+bool LoadCertificates(HCERTSTORE hCertStore) {
+  CRITICAL_SECTION* const section = StoreObjects::Instance().OpenSection();
+  EnterCriticalSection(section);
+  const std::int32_t loaded = load_certs_from_CSP(hCertStore);
+  LeaveCriticalSection(section);
+  return loaded == 1;
+}
+
+BOOL OpenStore(ExportTrace& trace, HCRYPTPROV hCryptProv, HCERTSTORE hCertStore,
+               CERT_STORE_PROV_INFO* pStoreProvInfo) {
+  if (hCryptProv != 0 && !IsServedProvider(hCryptProv)) {
+    return FALSE;
+  }
+  if (!LoadCertificates(hCertStore)) {
+    return FALSE;
+  }
+  RequireParameter(pStoreProvInfo != nullptr);
+  DescribeStore(hCertStore, pStoreProvInfo);
+  trace.Line("EXT : ZarOpenStoreProv : FINISH");
+  return TRUE;
+}
+
+}  // namespace
+}  // namespace zarext
+
+using zarext::ErrorCode;
+using zarext::Hex;
+
+extern "C" BOOL WINAPI ZarOpenStoreProv(LPCSTR lpszStoreProvider, DWORD /*dwEncodingType*/,
+                                        HCRYPTPROV hCryptProv, DWORD dwFlags,
+                                        const void* /*pvPara*/, HCERTSTORE hCertStore,
+                                        CERT_STORE_PROV_INFO* pStoreProvInfo) {
+  zarext::ExportTrace trace;
+  // The framework's built-in providers have numbers instead of names.
+  const char* const name = IS_INTRESOURCE(lpszStoreProvider) ? nullptr : lpszStoreProvider;
+  trace.Line(
+      "EXT : ZarOpenStoreProv [lpszStoreProvider = %s] [hCryptProv = %x] [dwFlags = %X] "
+      "[hCertStore = %p]",
+      name, Hex(hCryptProv), Hex(dwFlags), hCertStore);
+  // Not the frame's handlers: these trace, and a second line ends every failure.
+  try {
+    return zarext::OpenStore(trace, hCryptProv, hCertStore, pStoreProvInfo);
+  } catch (ErrorCode code) {
+    trace.Line("EXT : ZarOpenStoreProv : ERROR = %x", Hex(code));
+    SetLastError(code);
+  } catch (...) {
+    trace.Line("EXT : ZarOpenStoreProv : ERROR");
+    SetLastError(static_cast<DWORD>(NTE_NO_MEMORY));
+  }
+  trace.Line("EXT : ZarOpenStoreProv : FINISH");
+  return FALSE;
+}

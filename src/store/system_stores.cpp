@@ -1,0 +1,173 @@
+// The exports that put certificates into the system's own stores and take them out. They report to
+// a log file instead of the trace, and leave the last error to the calls they make.
+#include <windows.h>
+
+#include <wincrypt.h>
+
+#include <iterator>
+
+#include "frame/export_frame.h"
+#include "frame/handles.h"
+#include "frame/trace.h"
+#include "store/key_provider.h"
+#include "store/provider_walk.h"
+
+namespace zarext {
+namespace {
+
+constexpr char kLogFile[] = "c:\\zarext.log";
+constexpr char kSelfFailure[] = "SetSelfCert : Error = %x.";
+// Also of the deleting export: a compatibility fact for whoever reads the log.
+constexpr char kOtherFailure[] = "SetOtherCert : Error = %x.";
+
+// By the callers' store index.
+constexpr const wchar_t* kStoreNames[] = {L"ROOT",         L"TRUST", L"CA",
+                                          L"Other People", L"MY",    L"Personal"};
+constexpr DWORD kMyStore = 4;
+
+using SystemStore = UniqueCertStore<CERT_CLOSE_STORE_CHECK_FLAG>;
+
+// Failures that are only a FALSE result, without a line in the log.
+enum class Silent { kNoContextOrStore = 1, kContainerName = 2, kProviderName = 3 };
+
+// What a 32-bit code becomes where the log's text has room for a string.
+class HexText {
+ public:
+  explicit HexText(DWORD code) noexcept { FormatText(text_, "%x", Hex(code)); }
+  [[nodiscard]] const char* Text() const noexcept { return text_; }
+
+ private:
+  char text_[16] = {};
+};
+
+template <typename Work>
+BOOL RunMaintenance(const char* failureLine, Work work) noexcept {
+  try {
+    work();
+    return TRUE;
+  } catch (ErrorCode code) {
+    FileLog(kLogFile, failureLine, Hex(code));
+  } catch (...) {
+    return FALSE;
+  }
+  return FALSE;
+}
+
+// Throws the last error unless `succeeded`.
+void Require(bool succeeded) {
+  if (!succeeded) {
+    throw static_cast<ErrorCode>(GetLastError());
+  }
+}
+
+SystemStore OpenSystemStore(std::int32_t bLocalMachine, DWORD dwStore) {
+  const DWORD location =
+      bLocalMachine != 0 ? CERT_SYSTEM_STORE_LOCAL_MACHINE : CERT_SYSTEM_STORE_CURRENT_USER;
+  return SystemStore(CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, location, kStoreNames[dwStore]));
+}
+
+void RequireStoreIndex(DWORD dwStore) {
+  if (dwStore >= std::size(kStoreNames)) {
+    throw Silent::kNoContextOrStore;
+  }
+}
+
+void TieToContainer(PCCERT_CONTEXT context, const char* szContainer, DWORD dwKeySpec) {
+  wchar_t container[256] = {};
+  if (!ToWide(szContainer, container)) {
+    throw Silent::kContainerName;
+  }
+  KeyProvider provider(context->pCertInfo->SubjectPublicKeyInfo.Algorithm.pszObjId);
+  if (!provider.IsValid()) {
+    throw Silent::kProviderName;
+  }
+  CRYPT_KEY_PROV_INFO info = {};
+  info.pwszContainerName = container;
+  info.pwszProvName = provider.Name();
+  info.dwProvType = provider.Type();
+  info.dwKeySpec = dwKeySpec;
+  Require(CertSetCertificateContextProperty(context, CERT_KEY_PROV_INFO_PROP_ID, 0, &info));
+}
+
+// Deletes through a second reference: the deletion takes it, and the walk needs its own.
+void DeleteOne(PCCERT_CONTEXT context) {
+  UniqueCertContext duplicate(CertDuplicateCertificateContext(context));
+  if (!duplicate) {
+    FileLog(kLogFile, "DelOtherCert : CertDuplicateCertificateContext error = %x.",
+            Hex(GetLastError()));
+    return;
+  }
+  if (!CertDeleteCertificateFromStore(duplicate.Detach())) {
+    FileLog(kLogFile, "DelOtherCert : CertDeleteCertificateFromStore error = %x.",
+            Hex(GetLastError()));
+  }
+}
+
+void SetSelf(std::int32_t bLocalMachine, const char* szContainer, DWORD dwKeySpec,
+             const BYTE* pbCert, DWORD cbCert) {
+  const SystemStore store = OpenSystemStore(bLocalMachine, kMyStore);
+  Require(static_cast<bool>(store));
+  UniqueCertContext context;
+  Require(CertAddEncodedCertificateToStore(store.Get(), kEncodingType, pbCert, cbCert,
+                                           CERT_STORE_ADD_REPLACE_EXISTING, context.Put()));
+  if (!context) {
+    throw Silent::kNoContextOrStore;
+  }
+  TieToContainer(context.Get(), szContainer, dwKeySpec);
+}
+
+void SetOther(std::int32_t bLocalMachine, DWORD dwStore, const BYTE* pbCert, DWORD cbCert) {
+  RequireStoreIndex(dwStore);
+  const SystemStore store = OpenSystemStore(bLocalMachine, dwStore);
+  Require(static_cast<bool>(store));
+  Require(CertAddEncodedCertificateToStore(store.Get(), kEncodingType, pbCert, cbCert,
+                                           CERT_STORE_ADD_REPLACE_EXISTING, nullptr));
+}
+
+void DelOther(std::int32_t bLocalMachine, DWORD dwStore, const BYTE* pbCert, DWORD cbCert) {
+  RequireStoreIndex(dwStore);
+  const SystemStore store = OpenSystemStore(bLocalMachine, dwStore);
+  if (!store) {
+    const ErrorCode code = GetLastError();
+    FileLog(kLogFile, "DelOtherCert : CertOpenStore error = %s.", HexText(code).Text());
+    throw code;
+  }
+  const UniqueCertContext given(CertCreateCertificateContext(kEncodingType, pbCert, cbCert));
+  if (!given) {
+    const ErrorCode code = GetLastError();
+    FileLog(kLogFile, "DelOtherCert : CertCreateCertificateContext error = %s.",
+            HexText(code).Text());
+    throw code;
+  }
+  ForEachCertificate(store.Get(), [&](PCCERT_CONTEXT context) {
+    if (CertCompareCertificate(X509_ASN_ENCODING, given.Get()->pCertInfo, context->pCertInfo)) {
+      DeleteOne(context);
+    }
+  });
+}
+
+}  // namespace
+}  // namespace zarext
+
+extern "C" {
+
+BOOL WINAPI SetSelfCert(std::int32_t bLocalMachine, const char* szContainer, DWORD dwKeySpec,
+                        const BYTE* pbCert, DWORD cbCert) {
+  return zarext::RunMaintenance(zarext::kSelfFailure, [&] {
+    zarext::SetSelf(bLocalMachine, szContainer, dwKeySpec, pbCert, cbCert);
+  });
+}
+
+BOOL WINAPI SetOtherCert(std::int32_t bLocalMachine, DWORD dwStore, const BYTE* pbCert,
+                         DWORD cbCert) {
+  return zarext::RunMaintenance(zarext::kOtherFailure,
+                                [&] { zarext::SetOther(bLocalMachine, dwStore, pbCert, cbCert); });
+}
+
+BOOL WINAPI DelOtherCert(std::int32_t bLocalMachine, DWORD dwStore, const BYTE* pbCert,
+                         DWORD cbCert) {
+  return zarext::RunMaintenance(zarext::kOtherFailure,
+                                [&] { zarext::DelOther(bLocalMachine, dwStore, pbCert, cbCert); });
+}
+
+}  // extern "C"
