@@ -11,12 +11,11 @@ namespace {
 constexpr std::uint8_t kSequence = 0x30;
 constexpr std::uint8_t kOctetString = 0x04;
 constexpr std::uint8_t kNull = 0x05;
-constexpr std::int32_t kEnd = 0xFFFFFF;
 
 // An element of entry `index`: NULL for a null content.
 bool AddElement(TASN1& block, std::int32_t index, const void* content, std::uint32_t length) {
-  return block.AddChild(content == nullptr ? kNull : kOctetString, length, content, index, kEnd) ==
-         0;
+  return block.AddChild(content == nullptr ? kNull : kOctetString, length, content, index,
+                        kPathEnd) == 0;
 }
 
 bool AddEntry(TASN1& block, std::int32_t index, const CNT_KEY_INFO& record) {
@@ -25,7 +24,7 @@ bool AddEntry(TASN1& block, std::int32_t index, const CNT_KEY_INFO& record) {
       static_cast<std::uint8_t>(record.algId >> 16), static_cast<std::uint8_t>(record.algId >> 24)};
   const std::size_t nameLength =
       record.pszContainer == nullptr ? 0 : std::strlen(record.pszContainer);
-  return block.AddChild(kSequence, 0, nullptr, kEnd) == 0 &&
+  return block.AddChild(kSequence, 0, nullptr, kPathEnd) == 0 &&
          AddElement(block, index, record.pszContainer, static_cast<std::uint32_t>(nameLength)) &&
          AddElement(block, index, record.pbSerial, record.cbSerial) &&
          AddElement(block, index, record.pbCert, record.cbCert) &&
@@ -41,7 +40,7 @@ struct Element {
 
   template <typename... Path>
   bool Read(TASN1& block, Path... path) {
-    return block.GetNode(&tag, &count, &length, &content, path..., kEnd) == 0;
+    return block.GetNode(&tag, &count, &length, &content, path..., kPathEnd) == 0;
   }
   [[nodiscard]] bool HasOctets() const { return tag == kOctetString && length != 0; }
 };
@@ -94,15 +93,15 @@ std::vector<std::uint8_t> BuildCacheBlock(const KeyRecordList& list) {
   std::uint32_t size = 0;
   for (const KeyRecordNode* node = list.Head(); node != nullptr; node = node->next.get()) {
     // Nothing of a list that grows past the bound would be published: the rest is not built.
-    if (!AddEntry(block, index, node->record->Info()) || block.GetEncodedSize(&size, kEnd) != 0 ||
-        size > kLongestWrittenBlock) {
+    if (!AddEntry(block, index, node->record->Info()) ||
+        block.GetEncodedSize(&size, kPathEnd) != 0 || size > kLongestWrittenBlock) {
       return {};
     }
     ++index;
   }
-  block.GetEncodedSize(&size, kEnd);
+  block.GetEncodedSize(&size, kPathEnd);
   std::vector<std::uint8_t> encoded(size);
-  block.Encode(encoded.data(), kEnd);
+  block.Encode(encoded.data(), kPathEnd);
   return encoded;
 }
 
@@ -110,7 +109,7 @@ void ReadCacheBlock(std::span<const std::uint8_t> block, KeyRecordList& list) {
   TASN1 tree(kSequence);
   if (block.empty() || block[0] != kSequence ||
       tree.Load(block.data(), static_cast<std::uint32_t>(block.size())) != 0 ||
-      tree.Parse(block.data(), kEnd) != 0) {
+      tree.Parse(block.data(), kPathEnd) != 0) {
     return;
   }
   Element root;

@@ -1,0 +1,14 @@
+#include "keyinfo/last_import.h"
+
+#include <cstring>
+
+namespace zarext {
+
+unsigned char LastProfile[kLastProfileSize];
+char LastContainerUrl[kLastContainerUrlSize];
+
+std::string LastContainerUrlText() {
+  return {LastContainerUrl, strnlen(LastContainerUrl, kLastContainerUrlSize)};
+}
+
+}  // namespace zarext

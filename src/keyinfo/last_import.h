@@ -1,0 +1,24 @@
+// What the last private-key import recorded about its container. The store's write callback looks
+// there for a container that it cannot open under its own URL.
+#ifndef ZAREXT_KEYINFO_LAST_IMPORT_H_
+#define ZAREXT_KEYINFO_LAST_IMPORT_H_
+
+#include <cstddef>
+#include <string>
+
+namespace zarext {
+
+inline constexpr std::size_t kLastProfileSize = 256;
+inline constexpr std::size_t kLastContainerUrlSize = 1024;
+
+// Both live as long as the process. Every import zeroes them and lets the provider fill them;
+// imports and readers take no lock, so a reader beside an import can see a mixture.
+extern unsigned char LastProfile[kLastProfileSize];
+extern char LastContainerUrl[kLastContainerUrlSize];
+
+// A copy of the URL's text, which ends with the buffer if the provider left no terminator.
+std::string LastContainerUrlText();
+
+}  // namespace zarext
+
+#endif  // ZAREXT_KEYINFO_LAST_IMPORT_H_

@@ -1,0 +1,127 @@
+#include "support/store_fixes.h"
+
+#include <wincrypt.h>
+
+#include <atomic>
+#include <map>
+#include <mutex>
+#include <set>
+
+namespace zarext::test {
+namespace {
+
+// The stores that the module opened itself. Any other that it closes is the framework's, which
+// closes it once more.
+std::mutex ownStoresMutex;
+std::set<HCERTSTORE> ownStores;
+
+HCERTSTORE Remember(HCERTSTORE store) {
+  if (store != nullptr) {
+    const std::lock_guard lock(ownStoresMutex);
+    ownStores.insert(store);
+  }
+  return store;
+}
+
+bool Forget(HCERTSTORE store) {
+  const std::lock_guard lock(ownStoresMutex);
+  return ownStores.erase(store) != 0;
+}
+
+HCERTSTORE WINAPI OpenFix(LPCSTR provider, DWORD encoding, HCRYPTPROV_LEGACY context, DWORD flags,
+                          const void* parameter) {
+  return Remember(CertOpenStore(provider, encoding, context, flags, parameter));
+}
+
+HCERTSTORE WINAPI MessageFix(DWORD encoding, HCRYPTPROV_LEGACY context, DWORD flags,
+                             const BYTE* message, DWORD size) {
+  return Remember(CryptGetMessageCertificates(encoding, context, flags, message, size));
+}
+
+BOOL WINAPI CloseFix(HCERTSTORE store, DWORD flags) {
+  const DWORD error = GetLastError();
+  CertControlStore(store, CERT_STORE_CTRL_COMMIT_FORCE_FLAG, CERT_STORE_CTRL_COMMIT, nullptr);
+  if (!Forget(store)) {
+    CertDuplicateStore(store);
+  }
+  SetLastError(error);
+  return CertCloseStore(store, flags);
+}
+
+BOOL WINAPI DeleteFix(PCCERT_CONTEXT context) {
+  const BOOL deleted = CertDeleteCertificateFromStore(context);
+  const DWORD error = GetLastError();
+  CertFreeCertificateContext(context);
+  SetLastError(error);
+  return deleted;
+}
+
+struct Snapshot {
+  std::vector<PCCERT_CONTEXT> contexts;
+  std::size_t next = 0;
+};
+thread_local std::map<HCERTSTORE, Snapshot> snapshots;
+
+// Walks a snapshot, so that the walk survives the deletion of its elements.
+PCCERT_CONTEXT WINAPI EnumFix(HCERTSTORE store, PCCERT_CONTEXT previous) {
+  Snapshot& snapshot = snapshots[store];
+  if (previous == nullptr) {
+    snapshot = {};
+    PCCERT_CONTEXT context = nullptr;
+    while ((context = CertEnumCertificatesInStore(store, context)) != nullptr) {
+      snapshot.contexts.push_back(CertDuplicateCertificateContext(context));
+    }
+  } else {
+    CertFreeCertificateContext(previous);
+  }
+  if (snapshot.next == snapshot.contexts.size()) {
+    snapshots.erase(store);
+    SetLastError(static_cast<DWORD>(CRYPT_E_NOT_FOUND));
+    return nullptr;
+  }
+  return snapshot.contexts[snapshot.next++];
+}
+
+bool IsRealWindows() {
+  return GetProcAddress(GetModuleHandleA("ntdll.dll"), "wine_get_version") == nullptr;
+}
+
+std::atomic<long long> moduleTime{0};
+
+long long ModuleTime(long long* out) {
+  const long long now = moduleTime;
+  if (out != nullptr) {
+    *out = now;
+  }
+  return now;
+}
+
+}  // namespace
+
+StoreFixes::StoreFixes(HMODULE module) {
+  if (IsRealWindows()) {
+    return;
+  }
+  constexpr char kCrypt[] = "CRYPT32.dll";
+  patches_.push_back(std::make_unique<ImportPatch>(module, kCrypt, "CertOpenStore", &OpenFix));
+  patches_.push_back(
+      std::make_unique<ImportPatch>(module, kCrypt, "CryptGetMessageCertificates", &MessageFix));
+  patches_.push_back(std::make_unique<ImportPatch>(module, kCrypt, "CertCloseStore", &CloseFix));
+  patches_.push_back(
+      std::make_unique<ImportPatch>(module, kCrypt, "CertDeleteCertificateFromStore", &DeleteFix));
+  patches_.push_back(
+      std::make_unique<ImportPatch>(module, kCrypt, "CertEnumCertificatesInStore", &EnumFix));
+}
+
+StoreFixes::~StoreFixes() = default;
+
+ModuleClock::ModuleClock(HMODULE module, long long now)
+    : patch_(module, "msvcrt.dll", "_time64", &ModuleTime) {
+  Set(now);
+}
+
+void ModuleClock::Set(long long now) { moduleTime = now; }
+
+void ModuleClock::Advance(long long seconds) { moduleTime += seconds; }
+
+}  // namespace zarext::test
