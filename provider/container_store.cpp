@@ -61,14 +61,14 @@ class FileKeySet final : public KeySet {
 
   std::optional<KeyRecord> Load(std::uint32_t keySpec) override {
     WaitAsToken(kind_);
-    const HomeLock lock(HomeLock::Mode::kRead);
+    const HomeLock lock;
     return ReadRecordFile(keySpec);
   }
 
   void Change(std::uint32_t keySpec,
               const std::function<void(std::optional<KeyRecord>&)>& change) override {
     WaitAsToken(kind_);
-    const HomeLock lock(HomeLock::Mode::kWrite);
+    const HomeLock lock;
     std::optional<KeyRecord> record = ReadRecordFile(keySpec);
     change(record);
     if (record) ReplaceWholeFile(PathOf(keySpec), WriteKeyRecord(*record));
@@ -113,7 +113,7 @@ class TemporaryKeySet final : public KeySet {
 }  // namespace
 
 std::vector<std::string> ListContainers() {
-  const HomeLock lock(HomeLock::Mode::kRead);
+  const HomeLock lock;
   std::vector<std::string> names;
   for (const std::wstring& folder : ListFolders(HomeFolder())) {
     std::string name = NameOfFolder(Narrow(folder));
@@ -123,7 +123,8 @@ std::vector<std::string> ListContainers() {
 }
 
 void CreateContainer(const ContainerName& name) {
-  const HomeLock lock(HomeLock::Mode::kWrite);
+  const HomeLock lock;
+  MakeHomeFolder();
   const std::wstring folder = FolderPath(name.name);
   Require(!IsFolder(folder), NTE_EXISTS);
   Profile profile;
@@ -140,7 +141,7 @@ void CreateContainer(const ContainerName& name) {
 }
 
 void DeleteContainer(const ContainerName& name) {
-  const HomeLock lock(HomeLock::Mode::kWrite);
+  const HomeLock lock;
   const std::wstring folder = FolderPath(name.name);
   Require(IsFolder(folder), NTE_BAD_KEYSET);
   // A damaged container can be deleted like any other, unless the name asks for a kind.
@@ -152,7 +153,7 @@ void DeleteContainer(const ContainerName& name) {
 
 Profile LoadProfile(const ContainerName& name) {
   const Profile profile = [&] {
-    const HomeLock lock(HomeLock::Mode::kRead);
+    const HomeLock lock;
     return ReadProfileFile(name);
   }();
   WaitAsToken(profile.kind);
@@ -160,7 +161,7 @@ Profile LoadProfile(const ContainerName& name) {
 }
 
 void SaveProfile(const std::string& name, const Profile& profile) {
-  const HomeLock lock(HomeLock::Mode::kWrite);
+  const HomeLock lock;
   const std::wstring folder = FolderPath(name);
   Require(IsFolder(folder), NTE_BAD_KEYSET);
   ReplaceWholeFile(folder + kProfileFile, WriteProfile(profile));

@@ -3,6 +3,8 @@
 #include <atomic>
 #include <memory>
 
+#include "provider/hash.h"
+
 namespace zarext::provider {
 namespace {
 
@@ -51,6 +53,21 @@ void MakeFolders(const std::wstring& path) {
     FailLast();
 }
 
+// The same for every spelling of the home folder's path.
+std::wstring LockName() {
+  const std::wstring home = HomeFolder();
+  std::wstring full(GetFullPathNameW(home.c_str(), 0, nullptr, nullptr), L'\0');
+  full.resize(
+      GetFullPathNameW(home.c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr));
+  CharLowerBuffW(full.data(), static_cast<DWORD>(full.size()));
+  Bytes octets(full.size() * sizeof(wchar_t));
+  std::memcpy(octets.data(), full.data(), octets.size());
+  std::wstring name = L"cpzarvel-";
+  for (const std::uint8_t octet : HashOf(*FindHashAlgorithm(CALG_SHA_256), octets))
+    name += {L"0123456789abcdef"[octet >> 4], L"0123456789abcdef"[octet & 0x0F]};
+  return name;
+}
+
 void WriteNewFile(const std::wstring& path, View content) {
   const File file = OpenFile(path, GENERIC_WRITE, CREATE_NEW);
   if (!file) FailLast();
@@ -70,24 +87,19 @@ std::wstring HomeFolder() {
   return *local + L"\\Zarvel\\DevProvider";
 }
 
-HomeLock::HomeLock(Mode mode) : file_(nullptr) {
-  const std::wstring home = HomeFolder();
-  if (mode == Mode::kWrite) MakeFolders(home);
-  if (!IsFolder(home)) return;
-  File file = OpenFile(home + L"\\lock", GENERIC_READ | GENERIC_WRITE, OPEN_ALWAYS);
-  if (!file) FailLast();
-  OVERLAPPED range{};
-  const DWORD flags = mode == Mode::kWrite ? DWORD{LOCKFILE_EXCLUSIVE_LOCK} : 0;
-  if (!LockFileEx(file.get(), flags, 0, 1, 0, &range)) FailLast();
-  file_ = file.release();
+HomeLock::HomeLock() : mutex_(CreateMutexW(nullptr, FALSE, LockName().c_str())) {
+  if (!mutex_) FailLast();
+  // A process that ended while it held the lock left whole files behind: there is nothing to
+  // repair.
+  WaitForSingleObject(mutex_, INFINITE);
 }
 
 HomeLock::~HomeLock() {
-  if (!file_) return;
-  OVERLAPPED range{};
-  UnlockFileEx(file_, 0, 1, 0, &range);
-  CloseHandle(file_);
+  ReleaseMutex(mutex_);
+  CloseHandle(mutex_);
 }
+
+void MakeHomeFolder() { MakeFolders(HomeFolder()); }
 
 std::optional<Bytes> ReadWholeFile(const std::wstring& path) {
   const File file = OpenFile(path, GENERIC_READ, OPEN_EXISTING);

@@ -14,20 +14,21 @@ namespace zarext::provider {
 // call.
 std::wstring HomeFolder();
 
-// Holds the home folder's lock: one writer, or any number of readers, over all threads and
-// processes. Readers of a home that does not exist yet have nothing to lock.
+// Holds the home folder's lock: one thread of all processes of the session. Readers take it as
+// writers do, because a file cannot be replaced while somebody has it open; everybody who waits
+// gets his turn.
 class HomeLock {
  public:
-  enum class Mode { kRead, kWrite };
-
-  explicit HomeLock(Mode mode);  // kWrite creates the home folder
+  HomeLock();
   ~HomeLock();
   HomeLock(const HomeLock&) = delete;
   HomeLock& operator=(const HomeLock&) = delete;
 
  private:
-  HANDLE file_;
+  HANDLE mutex_;
 };
+
+void MakeHomeFolder();
 
 // Empty if there is no such file. Every other failure of these functions throws the system's error
 // code.

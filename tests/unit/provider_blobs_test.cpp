@@ -210,11 +210,11 @@ TEST(PrivateKeyInfo, OfOpenSslIsRead) {
   EXPECT_EQ(ToHex(WritePrivateKeyInfo(rsa)), test::openssl::kRsaKey);
 }
 
-// Every bit: nothing is read from a changed document but under another name of the same key.
+// Every third bit: nothing is read from a changed document but under another name of the same key.
 void CheckTampering(const PrivateKey& key) {
   const Bytes der = WritePrivateKeyInfo(key);
   const std::set<std::uint32_t> codes{kBadKey, kBadData, kBadAlgId};
-  for (std::size_t bit = 0; bit < der.size() * 8; ++bit) {
+  for (std::size_t bit = 0; bit < der.size() * 8; bit += 3) {
     const Bytes wrong = Changed(der, bit / 8, static_cast<std::uint8_t>(1 << (bit % 8)));
     std::uint32_t code = 0;
     try {
