@@ -1,0 +1,264 @@
+// Content-encryption keys of enveloped messages: wrapping for a recipient, in the framework's CMS
+// form and in its older form.
+#include <windows.h>
+
+#include <wincrypt.h>
+
+#include <array>
+#include <cstring>
+
+#include "asn1/oid.h"
+#include "frame/export_frame.h"
+#include "frame/handles.h"
+#include "msgkeys/message_keys.h"
+
+namespace zarext {
+namespace {
+
+constexpr char kCmsForm[] = "ZarMsgExportKeyTrans";
+constexpr char kOlderForm[] = "ZarExportEncryptKey";
+
+// The provider's own parameter that is set to 1 before the sender's public key is exported.
+constexpr DWORD kSenderKeyExportParameter = 60;
+
+// Where the recipient's key goes and what it is. The first element of rgCmsRecipients gives
+// defaults; the recipient argument overrides each of them that it has.
+struct Recipient {
+  HCRYPTPROV hCryptProv = 0;
+  const BYTE* pbData = nullptr;
+  DWORD cbData = 0;
+
+  void Override(HCRYPTPROV provider) noexcept {
+    if (provider != 0) {
+      hCryptProv = provider;
+    }
+  }
+  void Override(const CMSG_KEY_TRANS_RECIPIENT_ENCODE_INFO& info) noexcept {
+    Override(info.hCryptProv);
+    if (info.RecipientPublicKey.pbData != nullptr) {
+      pbData = info.RecipientPublicKey.pbData;
+    }
+    if (info.RecipientPublicKey.cbData != 0) {
+      cbData = info.RecipientPublicKey.cbData;
+    }
+  }
+};
+
+// The sender's exchange key and its PUBLICKEYBLOB.
+struct SenderBlob {
+  std::array<BYTE, 512> octets{};
+  DWORD length = 0;
+};
+
+void TraceContentInfo(ExportTrace& trace, const CMSG_CONTENT_ENCRYPT_INFO& info) {
+  trace.Line("EXT : ZarMsgExportKeyTrans : ContentEncryptionAlgorithm = %s.",
+             info.ContentEncryptionAlgorithm.pszObjId);
+  trace.Line("EXT : ZarMsgExportKeyTrans : dwEncryptFlags = %x, dwFlags=%x, pfnAlloc=%p.",
+             Hex(info.dwEncryptFlags), Hex(info.dwFlags), reinterpret_cast<void*>(info.pfnAlloc));
+  trace.Line("EXT : ZarMsgExportKeyTrans : hContentEncryptKey = %x, hCryptProv=%x.",
+             Hex(info.hContentEncryptKey), Hex(info.hCryptProv));
+  // The first element is looked at whatever cRecipients says, and whichever recipient is served.
+  RequireParameter(info.rgCmsRecipients != nullptr);
+  trace.Line("EXT : ZarMsgExportKeyTrans : rgCmsRecipients.dwRecipientChoice = %x.",
+             Hex(info.rgCmsRecipients[0].dwRecipientChoice));
+}
+
+void TakeDefaults(ExportTrace& trace, const CMSG_RECIPIENT_ENCODE_INFO& first,
+                  Recipient& recipient) {
+  switch (first.dwRecipientChoice) {
+    case CMSG_KEY_TRANS_RECIPIENT: {
+      const auto* const keyTrans = first.pKeyTrans;
+      RequireParameter(keyTrans != nullptr);
+      recipient.Override(*keyTrans);
+      trace.Line("EXT : ZarMsgExportKeyTrans : pKeyTrans->KeyEncryptionAlgorithm = %s.",
+                 keyTrans->KeyEncryptionAlgorithm.pszObjId);
+      trace.Line("EXT : ZarMsgExportKeyTrans : pKeyTrans->hCryptProv = %x.",
+                 Hex(keyTrans->hCryptProv));
+      trace.Line("EXT : ZarMsgExportKeyTrans : pKeyTrans->RecipientPublicKeySize = %i (%p).",
+                 Int(keyTrans->RecipientPublicKey.cbData),
+                 static_cast<void*>(keyTrans->RecipientPublicKey.pbData));
+      break;
+    }
+    case CMSG_KEY_AGREE_RECIPIENT:
+      throw static_cast<ErrorCode>(ERROR_INVALID_PARAMETER);
+    case CMSG_MAIL_LIST_RECIPIENT: {
+      // Only the provider is taken; the mail list's key is not used.
+      const auto* const mailList = first.pMailList;
+      RequireParameter(mailList != nullptr);
+      recipient.Override(mailList->hCryptProv);
+      trace.Line("EXT : ZarMsgExportKeyTrans : pMailList->KeyEncryptionAlgorithm = %s.",
+                 mailList->KeyEncryptionAlgorithm.pszObjId);
+      trace.Line("EXT : ZarMsgExportKeyTrans : pMailList->hCryptProv = %x.",
+                 Hex(mailList->hCryptProv));
+      trace.Line("EXT : ZarMsgExportKeyTrans : pMailList->dwKeyChoice = %i.",
+                 Int(mailList->dwKeyChoice));
+      break;
+    }
+    default:
+      break;
+  }
+}
+
+void TakeArgument(ExportTrace& trace, const CMSG_KEY_TRANS_RECIPIENT_ENCODE_INFO& info,
+                  Recipient& recipient) {
+  recipient.Override(info);
+  trace.Line("EXT : ZarMsgExportKeyTrans : pKeyTransEncodeInfo->KeyEncryptionAlgorithm = %s.",
+             info.KeyEncryptionAlgorithm.pszObjId);
+  trace.Line("EXT : ZarMsgExportKeyTrans : pKeyTransEncodeInfo->hCryptProv=%x.",
+             Hex(info.hCryptProv));
+  trace.Line("EXT : ZarMsgExportKeyTrans : pKeyTransEncodeInfo->RecipientId.dwIdChoice = %x.",
+             Hex(info.RecipientId.dwIdChoice));
+  trace.Line("EXT : ZarMsgExportKeyTrans : pKeyTransEncodeInfo->RecipientPublicKeySize = %i (%x).",
+             Int(info.RecipientPublicKey.cbData), Hex(info.RecipientPublicKey.pbData));
+}
+
+// Opens the provider's exchange key and exports its public half. Neither failure ends the export of
+// the content key: the wrapped key then goes without a sender blob.
+SenderBlob ExportSenderKey(ExportTrace& trace, HCRYPTPROV hCryptProv, UniqueCryptKey& senderKey) {
+  SenderBlob blob;
+  HCRYPTKEY key = 0;
+  if (!CryptGetUserKey(hCryptProv, AT_KEYEXCHANGE, &key)) {
+    trace.Line("EXT : ZarMsgExportKeyTrans : CryptGetUserKey = %x.", Hex(GetLastError()));
+    return blob;
+  }
+  senderKey.Reset(key);
+  const DWORD on = 1;
+  CryptSetProvParam(hCryptProv, kSenderKeyExportParameter, reinterpret_cast<const BYTE*>(&on), 0);
+  blob.length = static_cast<DWORD>(blob.octets.size());
+  if (!CryptExportKey(key, 0, PUBLICKEYBLOB, 0, blob.octets.data(), &blob.length)) {
+    blob.length = 0;
+    trace.Line("EXT : ZarMsgExportKeyTrans : CryptExportKey = %x.", Hex(GetLastError()));
+  }
+  return blob;
+}
+
+// Puts the sender blob behind the SIMPLEBLOB of `length` octets. The receiver takes it off by the
+// algorithm alone, so a key that leaves no room for it cannot be handed out at all.
+void AppendSenderBlob(ExportTrace& trace, const SenderBlob& blob, BYTE* buffer, DWORD& length) {
+  if (length > kWrapBufferSize - kSenderBlobSize) {
+    SetLastError(static_cast<DWORD>(NTE_BAD_LEN));
+    ThrowFailedCall(trace, kCmsForm, "CryptExportKey");
+  }
+  std::memcpy(buffer + length, blob.octets.data(), kSenderBlobSize);
+  length += kSenderBlobSize;
+}
+
+void TraceOutput(ExportTrace& trace, const CMSG_KEY_TRANS_ENCRYPT_INFO& output) {
+  trace.Line("EXT : ZarMsgExportKeyTrans : pKeyTransEncryptInfo->dwFlags = %x, dwRecipientIndex=%x.",
+             Hex(output.dwFlags), Hex(output.dwRecipientIndex));
+  trace.Line("EXT : ZarMsgExportKeyTrans : pKeyTransEncryptInfo->KeyEncryptionAlgorithm=%s.",
+             output.KeyEncryptionAlgorithm.pszObjId);
+  trace.Line("EXT : ZarMsgExportKeyTrans : pKeyTransEncryptInfo->EncryptedKeySize=%i.",
+             Int(output.EncryptedKey.cbData));
+}
+
+// A blob's data from the caller's allocator. Its descriptor is asked for first, with a size of 1,
+// as callers' allocators have always seen it, and never released; its two fields would not fit and
+// are kept here.
+CRYPT_DATA_BLOB AllocateEncryptedKey(PFN_CMSG_ALLOC pfnAlloc) {
+  static_cast<void>(AllocateForCaller(pfnAlloc, 1));
+  CRYPT_DATA_BLOB blob{};
+  blob.cbData = kWrapBufferSize;
+  blob.pbData = static_cast<BYTE*>(AllocateForCaller(pfnAlloc, blob.cbData));
+  return blob;
+}
+
+// The arguments of the CMS form.
+struct Transport {
+  const CMSG_CONTENT_ENCRYPT_INFO* content;
+  const CMSG_KEY_TRANS_RECIPIENT_ENCODE_INFO* recipient;
+  CMSG_KEY_TRANS_ENCRYPT_INFO* output;
+  DWORD dwFlags;
+};
+
+struct TransportKeys {
+  // Declared in this order because the recipient's key is destroyed first.
+  UniqueCryptKey sender;
+  UniqueCryptKey recipient;
+};
+
+BOOL ExportForMessage(ExportTrace& trace, const Transport& transport, TransportKeys& keys) {
+  const CMSG_CONTENT_ENCRYPT_INFO* const content = transport.content;
+  RequireParameter(content != nullptr);
+  TraceContentInfo(trace, *content);
+  RequireParameter(transport.dwFlags == 0);
+  Recipient recipient{.hCryptProv = content->hCryptProv};
+  TakeDefaults(trace, content->rgCmsRecipients[0], recipient);
+  RequireParameter(transport.recipient != nullptr);
+  TakeArgument(trace, *transport.recipient, recipient);
+
+  keys.recipient = ImportRecipientKey(trace, kCmsForm, recipient.hCryptProv, recipient.pbData,
+                                      recipient.cbData, 0);
+  SenderBlob senderBlob;
+  if (IsOwnAlgorithmOid(transport.recipient->KeyEncryptionAlgorithm.pszObjId)) {
+    senderBlob = ExportSenderKey(trace, recipient.hCryptProv, keys.sender);
+  }
+  RequireParameter(transport.output != nullptr);
+  TraceOutput(trace, *transport.output);
+  CRYPT_DATA_BLOB encryptedKey = AllocateEncryptedKey(content->pfnAlloc);
+  encryptedKey.cbData = WrapKey(trace, kCmsForm, content->hContentEncryptKey, keys.recipient.Get(),
+                                encryptedKey.pbData);
+  // A sender key whose blob has any other length is left out, without a word.
+  if (senderBlob.length == kSenderBlobSize) {
+    AppendSenderBlob(trace, senderBlob, encryptedKey.pbData, encryptedKey.cbData);
+  }
+  transport.output->EncryptedKey = encryptedKey;
+  trace.Line("EXT : ZarMsgExportKeyTrans : EncryptedKeySize=%i.", Int(encryptedKey.cbData));
+  return TRUE;
+}
+
+BOOL ExportForPublicKey(ExportTrace& trace, HCRYPTPROV hCryptProv, HCRYPTKEY hEncryptKey,
+                        const CERT_PUBLIC_KEY_INFO* pPublicKeyInfo, BYTE* pbData, DWORD* pcbData,
+                        UniqueCryptKey& recipientKey) {
+  RequireParameter(pPublicKeyInfo != nullptr);
+  trace.Line("EXT : ZarExportEncryptKey : Algorithm = %s.", pPublicKeyInfo->Algorithm.pszObjId);
+  if (!IsRecipientKeyOid(pPublicKeyInfo->Algorithm.pszObjId)) {
+    throw static_cast<ErrorCode>(NTE_BAD_ALGID);
+  }
+  recipientKey =
+      ImportRecipientKey(trace, kOlderForm, hCryptProv, pPublicKeyInfo->PublicKey.pbData,
+                         pPublicKeyInfo->PublicKey.cbData, CRYPT_EXPORTABLE);
+  if (!CryptExportKey(hEncryptKey, recipientKey.Get(), SIMPLEBLOB, 0, pbData, pcbData)) {
+    ThrowFailedCall(trace, kOlderForm,
+                    pbData == nullptr ? "CryptExportKey 1" : "CryptExportKey 2");
+  }
+  return TRUE;
+}
+
+}  // namespace
+}  // namespace zarext
+
+extern "C" {
+
+// Framework function CryptMsgDllExportKeyTrans. EncryptedKey receives the wrapped key, for the
+// module's own key-encryption algorithms followed by the sender's public key blob, in a block of
+// 512 octets from the caller's allocator.
+BOOL WINAPI ZarMsgExportKeyTrans(PCMSG_CONTENT_ENCRYPT_INFO pContentEncryptInfo,
+                                 PCMSG_KEY_TRANS_RECIPIENT_ENCODE_INFO pKeyTransEncodeInfo,
+                                 PCMSG_KEY_TRANS_ENCRYPT_INFO pKeyTransEncryptInfo, DWORD dwFlags,
+                                 void* /*pvReserved*/) {
+  // Outside the frame: the keys are destroyed once the frame has set the last error.
+  zarext::TransportKeys keys;
+  return zarext::RunExport([&](zarext::ExportTrace& trace) {
+    return zarext::ExportForMessage(trace,
+                                    {.content = pContentEncryptInfo,
+                                     .recipient = pKeyTransEncodeInfo,
+                                     .output = pKeyTransEncryptInfo,
+                                     .dwFlags = dwFlags},
+                                    keys);
+  });
+}
+
+// Framework function CryptMsgDllExportEncryptKey, with the size protocol of CryptExportKey.
+BOOL WINAPI ZarExportEncryptKey(HCRYPTPROV hCryptProv, HCRYPTKEY hEncryptKey,
+                                PCERT_PUBLIC_KEY_INFO pPublicKeyInfo, PBYTE pbData,
+                                PDWORD pcbData) {
+  // Outside the frame: the key is destroyed once the frame has set the last error.
+  zarext::UniqueCryptKey recipientKey;
+  return zarext::RunExport([&](zarext::ExportTrace& trace) {
+    return zarext::ExportForPublicKey(trace, hCryptProv, hEncryptKey, pPublicKeyInfo, pbData,
+                                      pcbData, recipientKey);
+  });
+}
+
+}  // extern "C"

@@ -1,0 +1,235 @@
+// Content-encryption keys of enveloped messages: generation, in the framework's CMS form and in its
+// older form. Both also wrap the new key at once for a recipient.
+#include <windows.h>
+
+#include <wincrypt.h>
+
+#include "frame/export_frame.h"
+#include "frame/handles.h"
+#include "msgkeys/message_keys.h"
+
+namespace zarext {
+namespace {
+
+constexpr char kCmsForm[] = "ZarMsgGenContentEncryptKey";
+constexpr char kOlderForm[] = "ZarGenEncryptKey";
+
+// The type of the provider whose contexts the module acquires itself.
+constexpr DWORD kProviderType = 25;
+
+struct ContentAlgorithm {
+  const char* oid;
+  ALG_ID algId;
+};
+
+// AES-128-CBC maps to the generic AES identifier and not to CALG_AES_128: what the provider
+// expects, a compatibility fact.
+constexpr ContentAlgorithm kContentAlgorithms[] = {
+    {"2.16.840.1.101.3.4.1.2", 0x6611},
+    {"1.3.6.1.4.1.32473.1.2.4", 0x681F},
+    {"1.3.6.1.4.1.32473.1.20.1", 0x6620},
+};
+
+// The ALG_ID to generate for a content-encryption OID; throws NTE_BAD_ALGID for any other.
+ALG_ID FindContentAlgorithm(ExportTrace& trace, const char* exportName, const char* oid) {
+  for (const ContentAlgorithm& row : kContentAlgorithms) {
+    if (SameOid(oid, row.oid)) {
+      return row.algId;
+    }
+  }
+  constexpr auto kCode = static_cast<ErrorCode>(NTE_BAD_ALGID);
+  trace.Line("EXT : %s : pszObjId error = %x.", exportName, Hex(kCode));
+  throw kCode;
+}
+
+// Refuses a caller's provider whose type is neither the module's own nor PROV_RSA_FULL.
+void CheckProviderType(ExportTrace& trace, const char* exportName, HCRYPTPROV hCryptProv) {
+  DWORD type = 0;
+  DWORD size = sizeof(type);
+  if (!CryptGetProvParam(hCryptProv, PP_PROVTYPE, reinterpret_cast<BYTE*>(&type), &size, 0)) {
+    ThrowFailedCall(trace, exportName, "CryptGetProvParam error");
+  }
+  if (type != kProviderType && type != PROV_RSA_FULL) {
+    trace.Line("EXT : %s : CryptGetProvParam[%x] : PP_PROVTYPE=%x.", exportName,
+               Hex(GetCurrentThreadId()), Hex(type));
+    // A signed code, which the frame does not take for one of its own: the caller sees
+    // NTE_NO_MEMORY and not NTE_BAD_TYPE. A compatibility fact.
+    throw static_cast<HRESULT>(NTE_BAD_TYPE);
+  }
+}
+
+// Checks the provider in *phCryptProv, or acquires one into it if that is 0, and returns whether it
+// was acquired here.
+bool ProvideContext(ExportTrace& trace, const char* exportName, HCRYPTPROV* phCryptProv,
+                    DWORD acquireFlags) {
+  if (*phCryptProv != 0) {
+    CheckProviderType(trace, exportName, *phCryptProv);
+    return false;
+  }
+  if (!CryptAcquireContextA(phCryptProv, nullptr, nullptr, kProviderType, acquireFlags)) {
+    ThrowFailedCall(trace, exportName, "CryptAcquireContext");
+  }
+  return true;
+}
+
+void GenerateKey(ExportTrace& trace, const char* exportName, HCRYPTPROV hCryptProv, ALG_ID algId,
+                 HCRYPTKEY* phKey) {
+  if (!CryptGenKey(hCryptProv, algId, CRYPT_EXPORTABLE, phKey)) {
+    ThrowFailedCall(trace, exportName, "CryptGenKey");
+  }
+}
+
+void TraceContentInfo(ExportTrace& trace, const CMSG_CONTENT_ENCRYPT_INFO& info) {
+  trace.Line("EXT : ZarMsgGenContentEncryptKey : ContentEncryptionAlgorithm = %s.",
+             info.ContentEncryptionAlgorithm.pszObjId);
+  trace.Line("EXT : ZarMsgGenContentEncryptKey : dwEncryptFlags = %x, dwFlags=%x.",
+             Hex(info.dwEncryptFlags), Hex(info.dwFlags));
+  trace.Line("EXT : ZarMsgGenContentEncryptKey : hContentEncryptKey = %x, hCryptProv=%x.",
+             Hex(info.hContentEncryptKey), Hex(info.hCryptProv));
+  trace.Line("EXT : ZarMsgGenContentEncryptKey : cRecipients = %i.", Int(info.cRecipients));
+}
+
+void TraceRecipient(ExportTrace& trace, const CMSG_RECIPIENT_ENCODE_INFO& recipient) {
+  trace.Line("EXT : ZarMsgGenContentEncryptKey : rgCmsRecipients.dwRecipientChoice = %i.",
+             Int(recipient.dwRecipientChoice));
+  if (recipient.dwRecipientChoice == CMSG_KEY_TRANS_RECIPIENT) {
+    const auto* keyTrans = recipient.pKeyTrans;
+    trace.Line("EXT : ZarMsgGenContentEncryptKey : CMSG_KEY_TRANS_RECIPIENT = %s.",
+               keyTrans != nullptr ? keyTrans->KeyEncryptionAlgorithm.pszObjId : nullptr);
+  } else if (recipient.dwRecipientChoice == CMSG_KEY_AGREE_RECIPIENT) {
+    const auto* keyAgree = recipient.pKeyAgree;
+    trace.Line("EXT : ZarMsgGenContentEncryptKey : CMSG_KEY_AGREE_RECIPIENT = %s.",
+               keyAgree != nullptr ? keyAgree->KeyEncryptionAlgorithm.pszObjId : nullptr);
+  }
+}
+
+// Wraps for the first recipient. Later recipients are served by the export functions.
+void WrapForRecipient(ExportTrace& trace, CMSG_CONTENT_ENCRYPT_INFO& info,
+                      const CMSG_KEY_TRANS_RECIPIENT_ENCODE_INFO* keyTrans) {
+  RequireParameter(keyTrans != nullptr);
+  // This key stays open, here and on every failure below: a compatibility fact. Only the release
+  // of the provider context ends it.
+  const HCRYPTKEY recipientKey =
+      ImportRecipientKey(trace, kCmsForm, info.hCryptProv, keyTrans->RecipientPublicKey.pbData,
+                         keyTrans->RecipientPublicKey.cbData, 0)
+          .Detach();
+  info.pbContentEncryptKey = static_cast<BYTE*>(AllocateForCaller(info.pfnAlloc, kWrapBufferSize));
+  // The key that is exported is named by the provider's handle, not by hContentEncryptKey: a
+  // compatibility fact. The provider reads it as its last generated key.
+  const DWORD length =
+      WrapKey(trace, kCmsForm, info.hCryptProv, recipientKey, info.pbContentEncryptKey);
+  // A zero length field stays zero: a compatibility fact.
+  if (info.cbContentEncryptKey != 0) {
+    info.cbContentEncryptKey = length;
+  }
+}
+
+BOOL GenerateForMessage(ExportTrace& trace, CMSG_CONTENT_ENCRYPT_INFO* info, DWORD dwFlags) {
+  RequireParameter(info != nullptr);
+  TraceContentInfo(trace, *info);
+  const bool hasRecipients = info->cRecipients != 0;
+  if (hasRecipients) {
+    RequireParameter(info->rgCmsRecipients != nullptr);
+    TraceRecipient(trace, info->rgCmsRecipients[0]);
+  }
+  RequireParameter(dwFlags == 0);
+  const ALG_ID algId =
+      FindContentAlgorithm(trace, kCmsForm, info->ContentEncryptionAlgorithm.pszObjId);
+  if (ProvideContext(trace, kCmsForm, &info->hCryptProv, CRYPT_VERIFYCONTEXT)) {
+    // Replaced, not combined: the framework releases the context for this flag.
+    info->dwFlags = CMSG_CONTENT_ENCRYPT_RELEASE_CONTEXT_FLAG;
+  }
+  GenerateKey(trace, kCmsForm, info->hCryptProv, algId, &info->hContentEncryptKey);
+  if (!hasRecipients) {
+    return TRUE;
+  }
+  const CMSG_RECIPIENT_ENCODE_INFO& first = info->rgCmsRecipients[0];
+  if (first.dwRecipientChoice == CMSG_KEY_TRANS_RECIPIENT) {
+    WrapForRecipient(trace, *info, first.pKeyTrans);
+  } else {
+    info->cbContentEncryptKey = 0;
+  }
+  return TRUE;
+}
+
+// The arguments of the older form.
+struct KeyRequest {
+  HCRYPTPROV* phCryptProv;
+  const CRYPT_ALGORITHM_IDENTIFIER* paiEncrypt;
+  const CERT_PUBLIC_KEY_INFO* pPublicKeyInfo;
+  PFN_CMSG_ALLOC pfnAlloc;
+  HCRYPTKEY* phEncryptKey;
+  BYTE** ppbEncryptParameters;
+  DWORD* pcbEncryptParameters;
+};
+
+BOOL GenerateForPublicKey(ExportTrace& trace, const KeyRequest& request,
+                          UniqueCryptKey& recipientKey) {
+  RequireParameter(request.pPublicKeyInfo != nullptr);
+  const char* const keyOid = request.pPublicKeyInfo->Algorithm.pszObjId;
+  trace.Line("EXT : ZarGenEncryptKey : Algorithm = %s.", keyOid);
+  // The exchange key lives in a container: the default one is opened for it.
+  const DWORD acquireFlags = SameOid(keyOid, kExchangeKeyOid) ? 0 : CRYPT_VERIFYCONTEXT;
+  RequireParameter(request.paiEncrypt != nullptr);
+  trace.Line("EXT : ZarGenEncryptKey : CryptAlgorithm = %s.", request.paiEncrypt->pszObjId);
+  const ALG_ID algId = FindContentAlgorithm(trace, kOlderForm, request.paiEncrypt->pszObjId);
+  trace.Line("EXT : ZarGenEncryptKey : Flags = %x, tempAlg = %x.", Hex(acquireFlags), Hex(algId));
+
+  RequireParameter(request.phCryptProv != nullptr);
+  // Nothing tells the framework to release a context that is acquired here: a compatibility fact.
+  ProvideContext(trace, kOlderForm, request.phCryptProv, acquireFlags);
+  const HCRYPTPROV hCryptProv = *request.phCryptProv;
+  RequireParameter(request.phEncryptKey != nullptr);
+  GenerateKey(trace, kOlderForm, hCryptProv, algId, request.phEncryptKey);
+  const CRYPT_BIT_BLOB& publicKey = request.pPublicKeyInfo->PublicKey;
+  recipientKey =
+      ImportRecipientKey(trace, kOlderForm, hCryptProv, publicKey.pbData, publicKey.cbData, 0);
+  auto* const buffer = static_cast<BYTE*>(AllocateForCaller(request.pfnAlloc, kWrapBufferSize));
+  const DWORD length =
+      WrapKey(trace, kOlderForm, *request.phEncryptKey, recipientKey.Get(), buffer);
+  // The slot of the encryption parameters carries the wrapped key, not encoded parameters.
+  if (request.ppbEncryptParameters != nullptr) {
+    *request.ppbEncryptParameters = buffer;
+  }
+  if (request.pcbEncryptParameters != nullptr) {
+    *request.pcbEncryptParameters = length;
+  }
+  return TRUE;
+}
+
+}  // namespace
+}  // namespace zarext
+
+extern "C" {
+
+// Framework function CryptMsgDllGenContentEncryptKey. On failure what was already written to the
+// structure stays in place.
+BOOL WINAPI ZarMsgGenContentEncryptKey(PCMSG_CONTENT_ENCRYPT_INFO pContentEncryptInfo,
+                                       DWORD dwFlags, void* /*pvReserved*/) {
+  return zarext::RunExport([&](zarext::ExportTrace& trace) {
+    return zarext::GenerateForMessage(trace, pContentEncryptInfo, dwFlags);
+  });
+}
+
+// Framework function CryptMsgDllGenEncryptKey.
+BOOL WINAPI ZarGenEncryptKey(HCRYPTPROV* phCryptProv, PCRYPT_ALGORITHM_IDENTIFIER paiEncrypt,
+                             PVOID /*pvEncryptAuxInfo*/, PCERT_PUBLIC_KEY_INFO pPublicKeyInfo,
+                             PFN_CMSG_ALLOC pfnAlloc, HCRYPTKEY* phEncryptKey,
+                             PBYTE* ppbEncryptParameters, PDWORD pcbEncryptParameters) {
+  // Outside the frame: the key is destroyed once the frame has set the last error.
+  zarext::UniqueCryptKey recipientKey;
+  return zarext::RunExport([&](zarext::ExportTrace& trace) {
+    return zarext::GenerateForPublicKey(
+        trace,
+        {.phCryptProv = phCryptProv,
+         .paiEncrypt = paiEncrypt,
+         .pPublicKeyInfo = pPublicKeyInfo,
+         .pfnAlloc = pfnAlloc,
+         .phEncryptKey = phEncryptKey,
+         .ppbEncryptParameters = ppbEncryptParameters,
+         .pcbEncryptParameters = pcbEncryptParameters},
+        recipientKey);
+  });
+}
+
+}  // extern "C"

@@ -1,0 +1,153 @@
+// Content-encryption keys of enveloped messages: unwrapping at the recipient, in the framework's CMS
+// form and in its older form.
+#include <windows.h>
+
+#include <wincrypt.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <iterator>
+
+#include "asn1/oid.h"
+#include "frame/export_frame.h"
+#include "frame/handles.h"
+#include "msgkeys/message_keys.h"
+
+namespace zarext {
+namespace {
+
+constexpr char kCmsForm[] = "ZarMsgImportKeyTrans";
+constexpr char kOlderForm[] = "ZarImportEncryptKey";
+
+// The content-encryption algorithms of the older form. Not the list that generation serves: a
+// compatibility fact.
+constexpr const char* kContentAlgorithms[] = {
+    "1.3.6.1.4.1.32473.1.1.4",
+    "1.3.6.1.4.1.32473.1.2.4",
+    "1.2.643.2.2.21",
+};
+
+// Imports the sender blob that ends the encrypted key; false with the last error set if it is not
+// importable. A key too short to hold one has none.
+bool ImportSenderKey(HCRYPTPROV hCryptProv, const CRYPT_DATA_BLOB& encryptedKey,
+                     UniqueCryptKey& senderKey) {
+  if (encryptedKey.pbData == nullptr || encryptedKey.cbData < kSenderBlobSize) {
+    SetLastError(static_cast<DWORD>(NTE_BAD_DATA));
+    return false;
+  }
+  // A copy, because the provider may move or change the octets that it is given.
+  std::array<BYTE, kSenderBlobSize> blob{};
+  std::memcpy(blob.data(), encryptedKey.pbData + (encryptedKey.cbData - kSenderBlobSize),
+              blob.size());
+  HCRYPTKEY key = 0;
+  if (!CryptImportKey(hCryptProv, blob.data(), kSenderBlobSize, 0, 0, &key)) {
+    return false;
+  }
+  senderKey.Reset(key);
+  return true;
+}
+
+// The record of the recipient, after the lines that describe the call.
+CMSG_KEY_TRANS_RECIPIENT_INFO& TraceDecryptPara(ExportTrace& trace,
+                                                const CMSG_CTRL_KEY_TRANS_DECRYPT_PARA& para) {
+  trace.Line("EXT : ZarMsgImportKeyTrans : hCryptProv=%x.", Hex(para.hCryptProv));
+  trace.Line("EXT : ZarMsgImportKeyTrans : dwKeySpec = %i, dwRecipientIndex=%i.",
+             Int(para.dwKeySpec), Int(para.dwRecipientIndex));
+  auto* const keyTrans = para.pKeyTrans;
+  trace.Line("EXT : ZarMsgImportKeyTrans : KeyEncryptionAlgorithm = %s.",
+             keyTrans != nullptr ? keyTrans->KeyEncryptionAlgorithm.pszObjId : nullptr);
+  RequireParameter(keyTrans != nullptr);
+  trace.Line("EXT : ZarMsgImportKeyTrans : RecipientId.dwIdChoice = %i, dwVersion=%x.",
+             Int(keyTrans->RecipientId.dwIdChoice), Hex(keyTrans->dwVersion));
+  trace.Line("EXT : ZarMsgImportKeyTrans : pKeyTrans->EncryptedKeySize = %i.",
+             Int(keyTrans->EncryptedKey.cbData));
+  return *keyTrans;
+}
+
+BOOL ImportForMessage(ExportTrace& trace, const CRYPT_ALGORITHM_IDENTIFIER* contentAlgorithm,
+                      const CMSG_CTRL_KEY_TRANS_DECRYPT_PARA* para, DWORD dwFlags,
+                      HCRYPTKEY* phContentEncryptKey, UniqueCryptKey& senderKey) {
+  RequireParameter(contentAlgorithm != nullptr);
+  trace.Line("EXT : ZarMsgImportKeyTrans : ContentEncryptionAlgorithm = %s.",
+             contentAlgorithm->pszObjId);
+  RequireParameter(dwFlags == 0);
+  RequireParameter(para != nullptr);
+  CMSG_KEY_TRANS_RECIPIENT_INFO& keyTrans = TraceDecryptPara(trace, *para);
+  CRYPT_DATA_BLOB& encryptedKey = keyTrans.EncryptedKey;
+  if (IsOwnAlgorithmOid(keyTrans.KeyEncryptionAlgorithm.pszObjId)) {
+    if (ImportSenderKey(para->hCryptProv, encryptedKey, senderKey)) {
+      // In the caller's own record, which describes the bare SIMPLEBLOB from here on, also if the
+      // import below fails: a compatibility fact.
+      encryptedKey.cbData -= kSenderBlobSize;
+    } else {
+      trace.Line("EXT : ZarMsgImportKeyTrans : CryptImportKey 1 = %x.", Hex(GetLastError()));
+    }
+  }
+  RequireParameter(phContentEncryptKey != nullptr);
+  if (!CryptImportKey(para->hCryptProv, encryptedKey.pbData, encryptedKey.cbData, senderKey.Get(),
+                      0, phContentEncryptKey)) {
+    ThrowFailedCall(trace, kCmsForm, "CryptImportKey");
+  }
+  trace.Line("EXT : ZarMsgImportKeyTrans : CryptImportKey - OK.");
+  return *phContentEncryptKey != 0 ? TRUE : FALSE;
+}
+
+BOOL ImportEncodedKey(ExportTrace& trace, HCRYPTPROV hCryptProv,
+                      const CRYPT_ALGORITHM_IDENTIFIER* paiEncrypt,
+                      const CRYPT_ALGORITHM_IDENTIFIER* paiPubKey,
+                      const CRYPT_DATA_BLOB& encodedKey, HCRYPTKEY* phEncryptKey) {
+  RequireParameter(paiPubKey != nullptr);
+  trace.Line("EXT : ZarImportEncryptKey : paiPubKey = %s.", paiPubKey->pszObjId);
+  if (!IsRecipientKeyOid(paiPubKey->pszObjId)) {
+    throw static_cast<ErrorCode>(NTE_BAD_ALGID);
+  }
+  RequireParameter(paiEncrypt != nullptr);
+  trace.Line("EXT : ZarImportEncryptKey : paiEncrypt = %s.", paiEncrypt->pszObjId);
+  if (std::none_of(std::begin(kContentAlgorithms), std::end(kContentAlgorithms),
+                   [&](const char* oid) { return SameOid(paiEncrypt->pszObjId, oid); })) {
+    // The line names the export function: a compatibility fact.
+    constexpr auto kCode = static_cast<ErrorCode>(NTE_BAD_ALGID);
+    trace.Line("EXT : ZarExportEncryptKey : pszObjId error = %x.", Hex(kCode));
+    throw kCode;
+  }
+  RequireParameter(encodedKey.pbData != nullptr && encodedKey.cbData != 0);
+  RequireParameter(phEncryptKey != nullptr);
+  // Without an exchange key: the provider unwraps with the container's own.
+  if (!CryptImportKey(hCryptProv, encodedKey.pbData, encodedKey.cbData, 0, CRYPT_EXPORTABLE,
+                      phEncryptKey)) {
+    ThrowFailedCall(trace, kOlderForm, "CryptImportKey");
+  }
+  return TRUE;
+}
+
+}  // namespace
+}  // namespace zarext
+
+extern "C" {
+
+// Framework function CryptMsgDllImportKeyTrans. TRUE exactly when the handle is not 0.
+BOOL WINAPI ZarMsgImportKeyTrans(PCRYPT_ALGORITHM_IDENTIFIER pContentEncryptionAlgorithm,
+                                 PCMSG_CTRL_KEY_TRANS_DECRYPT_PARA pKeyTransDecryptPara,
+                                 DWORD dwFlags, void* /*pvReserved*/,
+                                 HCRYPTKEY* phContentEncryptKey) {
+  // Outside the frame: the key is destroyed once the frame has set the last error.
+  zarext::UniqueCryptKey senderKey;
+  return zarext::RunExport([&](zarext::ExportTrace& trace) {
+    return zarext::ImportForMessage(trace, pContentEncryptionAlgorithm, pKeyTransDecryptPara,
+                                    dwFlags, phContentEncryptKey, senderKey);
+  });
+}
+
+// Framework function CryptMsgDllImportEncryptKey.
+BOOL WINAPI ZarImportEncryptKey(HCRYPTPROV hCryptProv, DWORD /*dwKeySpec*/,
+                                PCRYPT_ALGORITHM_IDENTIFIER paiEncrypt,
+                                PCRYPT_ALGORITHM_IDENTIFIER paiPubKey, PBYTE pbEncodedKey,
+                                DWORD cbEncodedKey, HCRYPTKEY* phEncryptKey) {
+  return zarext::RunExport([&](zarext::ExportTrace& trace) {
+    return zarext::ImportEncodedKey(trace, hCryptProv, paiEncrypt, paiPubKey,
+                                    {.cbData = cbEncodedKey, .pbData = pbEncodedKey}, phEncryptKey);
+  });
+}
+
+}  // extern "C"
