@@ -44,7 +44,7 @@ struct Recipient {
   }
 };
 
-// The sender's exchange key and its PUBLICKEYBLOB.
+// The PUBLICKEYBLOB of the sender's exchange key; length 0 if there is none.
 struct SenderBlob {
   std::array<BYTE, 512> octets{};
   DWORD length = 0;
@@ -144,8 +144,9 @@ void AppendSenderBlob(ExportTrace& trace, const SenderBlob& blob, BYTE* buffer, 
 }
 
 void TraceOutput(ExportTrace& trace, const CMSG_KEY_TRANS_ENCRYPT_INFO& output) {
-  trace.Line("EXT : ZarMsgExportKeyTrans : pKeyTransEncryptInfo->dwFlags = %x, dwRecipientIndex=%x.",
-             Hex(output.dwFlags), Hex(output.dwRecipientIndex));
+  trace.Line(
+      "EXT : ZarMsgExportKeyTrans : pKeyTransEncryptInfo->dwFlags = %x, dwRecipientIndex=%x.",
+      Hex(output.dwFlags), Hex(output.dwRecipientIndex));
   trace.Line("EXT : ZarMsgExportKeyTrans : pKeyTransEncryptInfo->KeyEncryptionAlgorithm=%s.",
              output.KeyEncryptionAlgorithm.pszObjId);
   trace.Line("EXT : ZarMsgExportKeyTrans : pKeyTransEncryptInfo->EncryptedKeySize=%i.",
@@ -215,12 +216,10 @@ BOOL ExportForPublicKey(ExportTrace& trace, HCRYPTPROV hCryptProv, HCRYPTKEY hEn
   if (!IsRecipientKeyOid(pPublicKeyInfo->Algorithm.pszObjId)) {
     throw static_cast<ErrorCode>(NTE_BAD_ALGID);
   }
-  recipientKey =
-      ImportRecipientKey(trace, kOlderForm, hCryptProv, pPublicKeyInfo->PublicKey.pbData,
-                         pPublicKeyInfo->PublicKey.cbData, CRYPT_EXPORTABLE);
+  recipientKey = ImportRecipientKey(trace, kOlderForm, hCryptProv, pPublicKeyInfo->PublicKey.pbData,
+                                    pPublicKeyInfo->PublicKey.cbData, CRYPT_EXPORTABLE);
   if (!CryptExportKey(hEncryptKey, recipientKey.Get(), SIMPLEBLOB, 0, pbData, pcbData)) {
-    ThrowFailedCall(trace, kOlderForm,
-                    pbData == nullptr ? "CryptExportKey 1" : "CryptExportKey 2");
+    ThrowFailedCall(trace, kOlderForm, pbData == nullptr ? "CryptExportKey 1" : "CryptExportKey 2");
   }
   return TRUE;
 }

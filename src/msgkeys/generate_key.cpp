@@ -219,16 +219,15 @@ BOOL WINAPI ZarGenEncryptKey(HCRYPTPROV* phCryptProv, PCRYPT_ALGORITHM_IDENTIFIE
   // Outside the frame: the key is destroyed once the frame has set the last error.
   zarext::UniqueCryptKey recipientKey;
   return zarext::RunExport([&](zarext::ExportTrace& trace) {
-    return zarext::GenerateForPublicKey(
-        trace,
-        {.phCryptProv = phCryptProv,
-         .paiEncrypt = paiEncrypt,
-         .pPublicKeyInfo = pPublicKeyInfo,
-         .pfnAlloc = pfnAlloc,
-         .phEncryptKey = phEncryptKey,
-         .ppbEncryptParameters = ppbEncryptParameters,
-         .pcbEncryptParameters = pcbEncryptParameters},
-        recipientKey);
+    return zarext::GenerateForPublicKey(trace,
+                                        {.phCryptProv = phCryptProv,
+                                         .paiEncrypt = paiEncrypt,
+                                         .pPublicKeyInfo = pPublicKeyInfo,
+                                         .pfnAlloc = pfnAlloc,
+                                         .phEncryptKey = phEncryptKey,
+                                         .ppbEncryptParameters = ppbEncryptParameters,
+                                         .pcbEncryptParameters = pcbEncryptParameters},
+                                        recipientKey);
   });
 }
 

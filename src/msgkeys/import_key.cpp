@@ -1,5 +1,5 @@
-// Content-encryption keys of enveloped messages: unwrapping at the recipient, in the framework's CMS
-// form and in its older form.
+// Content-encryption keys of enveloped messages: unwrapping at the recipient, in the framework's
+// CMS form and in its older form.
 #include <windows.h>
 
 #include <wincrypt.h>

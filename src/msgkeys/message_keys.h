@@ -37,8 +37,8 @@ bool IsRecipientKeyOid(const char* oid) noexcept;
 // be called right after the failed call.
 [[noreturn]] void ThrowFailedCall(ExportTrace& trace, const char* exportName, const char* call);
 
-// A block that will belong to the caller: from `pfnAlloc`, or zero-filled from LocalAlloc if that is
-// null. Throws NTE_NO_MEMORY if there is none.
+// A block that will belong to the caller: from `pfnAlloc`, or zero-filled from LocalAlloc if that
+// is null. Throws NTE_NO_MEMORY if there is none.
 void* AllocateForCaller(PFN_CMSG_ALLOC pfnAlloc, std::size_t size);
 
 // Hands a recipient's public-key octets to the provider as a key blob, unchanged. `dwFlags` as for

@@ -1,0 +1,575 @@
+#include "contract/msgkeys_fixture.h"
+
+namespace zarext::test {
+namespace {
+
+using testing::Contains;
+using testing::Each;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+using ExportKeyTrans = BOOL WINAPI(CMSG_CONTENT_ENCRYPT_INFO*,
+                                   CMSG_KEY_TRANS_RECIPIENT_ENCODE_INFO*,
+                                   CMSG_KEY_TRANS_ENCRYPT_INFO*, DWORD, void*);
+
+Octets Joined(Octets left, const Octets& right) {
+  left.insert(left.end(), right.begin(), right.end());
+  return left;
+}
+
+// A content key, one recipient that is both the first of the array and the argument, and a provider
+// with a 60-octet wrapped key and an 80-octet exchange key blob.
+class ExportForMessageTest : public MessageKeysTest {
+ protected:
+  ExportForMessageTest() {
+    info.cbSize = sizeof info;
+    info.hCryptProv = Context();
+    info.ContentEncryptionAlgorithm.pszObjId = OidText("1.3.6.1.4.1.32473.1.2.4");
+    info.cRecipients = 1;
+    info.rgCmsRecipients = &first;
+    info.pfnAlloc = &RecordedAllocator::Allocate;
+    first.dwRecipientChoice = CMSG_KEY_TRANS_RECIPIENT;
+    first.pKeyTrans = &keyTrans;
+    keyTrans.cbSize = sizeof keyTrans;
+    keyTrans.KeyEncryptionAlgorithm.pszObjId = OidText("1.2.643.2.2.19");
+    keyTrans.RecipientPublicKey = {static_cast<DWORD>(publicKey.size()), publicKey.data(), 0};
+    output.cbSize = sizeof output;
+    output.KeyEncryptionAlgorithm.pszObjId = OidText("1.2.643.2.2.20");
+    provider.blobs[SIMPLEBLOB] = Sequence(60, 0x10);
+    provider.blobs[PUBLICKEYBLOB] = Sequence(80, 0x80);
+    CryptGenKey(Context(), 0x681F, CRYPT_EXPORTABLE, &info.hContentEncryptKey);
+    provider.ClearCalls();
+  }
+
+  BOOL Call(CMSG_KEY_TRANS_RECIPIENT_ENCODE_INFO* recipient, CMSG_KEY_TRANS_ENCRYPT_INFO* result,
+            DWORD dwFlags = 0) {
+    SetLastError(0);
+    return Export<ExportKeyTrans>("ZarMsgExportKeyTrans")(&info, recipient, result, dwFlags,
+                                                          nullptr);
+  }
+  BOOL Call() { return Call(&keyTrans, &output); }
+
+  [[nodiscard]] Octets EncryptedKey() const {
+    return {output.EncryptedKey.pbData, output.EncryptedKey.pbData + output.EncryptedKey.cbData};
+  }
+
+  GuardedMemory memory{sizeof(CMSG_CONTENT_ENCRYPT_INFO)};
+  CMSG_CONTENT_ENCRYPT_INFO& info = *memory.As<CMSG_CONTENT_ENCRYPT_INFO>();
+  CMSG_RECIPIENT_ENCODE_INFO first = {};
+  CMSG_KEY_TRANS_RECIPIENT_ENCODE_INFO keyTrans = {};
+  CMSG_KEY_TRANS_ENCRYPT_INFO output = {};
+  Octets publicKey = {0x06, 0x02, 0xAB, 0xCD};
+  RecordedAllocator allocator;
+};
+
+TEST_F(ExportForMessageTest, AppendsTheSenderBlobForAnOwnAlgorithm) {
+  EXPECT_EQ(TRUE, Call());
+  EXPECT_THAT(
+      provider.Calls(),
+      ElementsAre("ImportKey(1001, [0602abcd], 0, 0) = 3001", "GetUserKey(1001, 1) = 2001",
+                  "SetProvParam(1001, 60, [01000000], 0)", "ExportKey(1001, 2001, 0, 6, 0, 512)",
+                  "ExportKey(1001, 4001, 3001, 1, 0, 512)", "DestroyKey(1001, 3001)",
+                  "DestroyKey(1001, 2001)"));
+  EXPECT_EQ(140u, output.EncryptedKey.cbData);
+  EXPECT_EQ(Joined(Sequence(60, 0x10), Sequence(80, 0x80)), EncryptedKey());
+  EXPECT_EQ(0u, GetLastError());
+}
+
+// The descriptor's block has room for one octet; what lies behind it is a forbidden page.
+TEST_F(ExportForMessageTest, AsksForADescriptorOfOneOctetAndThenForTheData) {
+  EXPECT_EQ(TRUE, Call());
+  EXPECT_THAT(allocator.sizes, ElementsAre(1u, 512u));
+  EXPECT_THAT(allocator.Block(0), ElementsAre(0));
+  EXPECT_EQ(allocator.Address(1), output.EncryptedKey.pbData);
+}
+
+TEST_F(ExportForMessageTest, WithoutAnAllocatorTheBlocksAreLocalMemory) {
+  info.pfnAlloc = nullptr;
+  RecordedLocalAlloc localAlloc;
+  EXPECT_EQ(TRUE, Call());
+  EXPECT_THAT(localAlloc.Calls(), ElementsAre("LocalAlloc(40, 1)", "LocalAlloc(40, 512)"));
+  EXPECT_EQ(512u, LocalSize(output.EncryptedKey.pbData));
+  EXPECT_EQ(140u, output.EncryptedKey.cbData);
+  LocalFree(output.EncryptedKey.pbData);
+}
+
+TEST_F(ExportForMessageTest, TracesAKeyTransportRecipient) {
+  info.dwEncryptFlags = 0xA1;
+  info.dwFlags = 0xB2;
+  keyTrans.RecipientId.dwIdChoice = 0x1C;
+  output.dwFlags = 0xD4;
+  output.dwRecipientIndex = 0x1E;
+  output.EncryptedKey.cbData = 33;
+  const std::string handles = "hContentEncryptKey = " + Low(info.hContentEncryptKey) +
+                              ", hCryptProv=" + Low(info.hCryptProv) + ".";
+  TraceCapture trace;
+  EXPECT_EQ(TRUE, Call());
+  const std::string own = "EXT : ZarMsgExportKeyTrans : ";
+  EXPECT_THAT(
+      trace.Messages(),
+      ElementsAre(
+          own + "ContentEncryptionAlgorithm = 1.3.6.1.4.1.32473.1.2.4.",
+          own + "dwEncryptFlags = a1, dwFlags=b2, pfnAlloc=" +
+              PointerText(reinterpret_cast<void*>(&RecordedAllocator::Allocate)) + ".",
+          own + handles, own + "rgCmsRecipients.dwRecipientChoice = 1.",
+          own + "pKeyTrans->KeyEncryptionAlgorithm = 1.2.643.2.2.19.",
+          own + "pKeyTrans->hCryptProv = 0.",
+          own + "pKeyTrans->RecipientPublicKeySize = 4 (" + PointerText(publicKey.data()) + ").",
+          own + "pKeyTransEncodeInfo->KeyEncryptionAlgorithm = 1.2.643.2.2.19.",
+          own + "pKeyTransEncodeInfo->hCryptProv=0.",
+          own + "pKeyTransEncodeInfo->RecipientId.dwIdChoice = 1c.",
+          own + "pKeyTransEncodeInfo->RecipientPublicKeySize = 4 (" +
+              Low(reinterpret_cast<ULONG_PTR>(publicKey.data())) + ").",
+          own + "pKeyTransEncryptInfo->dwFlags = d4, dwRecipientIndex=1e.",
+          own + "pKeyTransEncryptInfo->KeyEncryptionAlgorithm=1.2.643.2.2.20.",
+          own + "pKeyTransEncryptInfo->EncryptedKeySize=33.", own + "EncryptedKeySize=140."));
+}
+
+TEST_F(ExportForMessageTest, TakesTheProviderOfAMailListAndNothingElse) {
+  const ProviderContext second;
+  CMSG_MAIL_LIST_RECIPIENT_ENCODE_INFO mailList = {};
+  mailList.KeyEncryptionAlgorithm.pszObjId = OidText("1.2.3.4");
+  mailList.hCryptProv = second.Get();
+  mailList.dwKeyChoice = 17;
+  first.dwRecipientChoice = CMSG_MAIL_LIST_RECIPIENT;
+  first.pMailList = &mailList;
+  provider.ClearCalls();
+  TraceCapture trace;
+  EXPECT_EQ(TRUE, Call());
+  const auto messages = trace.Messages();
+  ASSERT_LT(7u, messages.size());
+  EXPECT_EQ("EXT : ZarMsgExportKeyTrans : rgCmsRecipients.dwRecipientChoice = 3.", messages[3]);
+  EXPECT_EQ("EXT : ZarMsgExportKeyTrans : pMailList->KeyEncryptionAlgorithm = 1.2.3.4.",
+            messages[4]);
+  EXPECT_EQ("EXT : ZarMsgExportKeyTrans : pMailList->hCryptProv = " + Low(second.Get()) + ".",
+            messages[5]);
+  EXPECT_EQ("EXT : ZarMsgExportKeyTrans : pMailList->dwKeyChoice = 17.", messages[6]);
+  EXPECT_EQ(
+      "EXT : ZarMsgExportKeyTrans : pKeyTransEncodeInfo->KeyEncryptionAlgorithm = 1.2.643.2.2.19.",
+      messages[7]);
+  EXPECT_EQ("ImportKey(1002, [0602abcd], 0, 0) = 3001", provider.Calls().front());
+  EXPECT_THAT(provider.Calls(), Contains("GetUserKey(1002, 1) = 2001"));
+}
+
+TEST_F(ExportForMessageTest, AnotherRecipientChoiceAddsNothing) {
+  first.dwRecipientChoice = 0x1F;
+  first.pKeyTrans = nullptr;
+  TraceCapture trace;
+  EXPECT_EQ(TRUE, Call());
+  const auto messages = trace.Messages();
+  ASSERT_EQ(12u, messages.size());
+  EXPECT_EQ("EXT : ZarMsgExportKeyTrans : rgCmsRecipients.dwRecipientChoice = 1f.", messages[3]);
+  EXPECT_EQ(
+      "EXT : ZarMsgExportKeyTrans : pKeyTransEncodeInfo->KeyEncryptionAlgorithm = 1.2.643.2.2.19.",
+      messages[4]);
+}
+
+// The first element decides, whatever cRecipients and dwRecipientIndex say.
+TEST_F(ExportForMessageTest, LooksAtTheFirstRecipientOnly) {
+  CMSG_RECIPIENT_ENCODE_INFO both[2] = {};
+  both[0].dwRecipientChoice = CMSG_KEY_TRANS_RECIPIENT;
+  both[0].pKeyTrans = &keyTrans;
+  both[1].dwRecipientChoice = CMSG_KEY_AGREE_RECIPIENT;
+  info.rgCmsRecipients = both;
+  info.cRecipients = 0;
+  output.dwRecipientIndex = 1;
+  EXPECT_EQ(TRUE, Call());
+}
+
+TEST_F(ExportForMessageTest, RefusesKeyAgreement) {
+  first.dwRecipientChoice = CMSG_KEY_AGREE_RECIPIENT;
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call());
+  EXPECT_EQ(87u, GetLastError());
+  EXPECT_EQ("EXT : ZarMsgExportKeyTrans : rgCmsRecipients.dwRecipientChoice = 2.",
+            trace.Messages().back());
+  EXPECT_EQ(4u, trace.Messages().size());
+  EXPECT_THAT(provider.Calls(), IsEmpty());
+}
+
+TEST_F(ExportForMessageTest, TheFirstRecipientSuppliesWhatTheArgumentLacks) {
+  const ProviderContext second;
+  keyTrans.hCryptProv = second.Get();
+  CMSG_KEY_TRANS_RECIPIENT_ENCODE_INFO bare = {};
+  bare.KeyEncryptionAlgorithm.pszObjId = OidText("1.2.840.113549.1.1.1");
+  provider.ClearCalls();
+  TraceCapture trace;
+  EXPECT_EQ(TRUE, Call(&bare, &output));
+  EXPECT_EQ("ImportKey(1002, [0602abcd], 0, 0) = 3001", provider.Calls().front());
+  const auto messages = trace.Messages();
+  ASSERT_LT(10u, messages.size());
+  EXPECT_EQ("EXT : ZarMsgExportKeyTrans : pKeyTrans->hCryptProv = " + Low(second.Get()) + ".",
+            messages[5]);
+  EXPECT_EQ("EXT : ZarMsgExportKeyTrans : pKeyTransEncodeInfo->RecipientPublicKeySize = 0 (0).",
+            messages[10]);
+}
+
+TEST_F(ExportForMessageTest, TheArgumentOverridesTheFirstRecipient) {
+  const ProviderContext second;
+  const ProviderContext third;
+  keyTrans.hCryptProv = second.Get();
+  CMSG_KEY_TRANS_RECIPIENT_ENCODE_INFO own = keyTrans;
+  Octets ownKey = {0x06, 0x20, 0x99};
+  own.hCryptProv = third.Get();
+  own.RecipientPublicKey = {3, ownKey.data(), 0};
+  provider.ClearCalls();
+  EXPECT_EQ(TRUE, Call(&own, &output));
+  EXPECT_EQ("ImportKey(1003, [062099], 0, 0) = 3001", provider.Calls().front());
+}
+
+// Length and pointer override each for itself.
+TEST_F(ExportForMessageTest, LengthAndPointerOverrideSeparately) {
+  CMSG_KEY_TRANS_RECIPIENT_ENCODE_INFO shorter = keyTrans;
+  shorter.RecipientPublicKey = {2, nullptr, 0};
+  EXPECT_EQ(TRUE, Call(&shorter, &output));
+  EXPECT_EQ("ImportKey(1001, [0602], 0, 0) = 3001", provider.Calls().front());
+  provider.ClearCalls();
+  Octets moved = {1, 2, 3, 4};
+  shorter.RecipientPublicKey = {0, moved.data(), 0};
+  EXPECT_EQ(TRUE, Call(&shorter, &output));
+  EXPECT_EQ("ImportKey(1001, [01020304], 0, 0) = 3002", provider.Calls().front());
+}
+
+TEST_F(ExportForMessageTest, RefusesMissingArguments) {
+  auto* exportKey = Export<ExportKeyTrans>("ZarMsgExportKeyTrans");
+  {
+    TraceCapture trace;
+    SetLastError(0);
+    EXPECT_EQ(FALSE, exportKey(nullptr, &keyTrans, &output, 0, nullptr));
+    EXPECT_EQ(87u, GetLastError());
+    EXPECT_THAT(trace.Messages(), IsEmpty());
+  }
+  {
+    TraceCapture trace;
+    EXPECT_EQ(FALSE, Call(&keyTrans, &output, 1));
+    EXPECT_EQ(87u, GetLastError());
+    EXPECT_EQ(4u, trace.Messages().size());
+  }
+  {
+    TraceCapture trace;
+    EXPECT_EQ(FALSE, Call(nullptr, &output));
+    EXPECT_EQ(87u, GetLastError());
+    EXPECT_EQ(7u, trace.Messages().size());
+  }
+  EXPECT_THAT(provider.Calls(), IsEmpty());
+}
+
+// The output record is looked at after the provider has been asked for both keys.
+TEST_F(ExportForMessageTest, AMissingOutputRecordFailsLate) {
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call(&keyTrans, nullptr));
+  EXPECT_EQ(87u, GetLastError());
+  EXPECT_EQ(11u, trace.Messages().size());
+  EXPECT_THAT(
+      provider.Calls(),
+      ElementsAre("ImportKey(1001, [0602abcd], 0, 0) = 3001", "GetUserKey(1001, 1) = 2001",
+                  "SetProvParam(1001, 60, [01000000], 0)", "ExportKey(1001, 2001, 0, 6, 0, 512)",
+                  "DestroyKey(1001, 3001)", "DestroyKey(1001, 2001)"));
+  EXPECT_THAT(allocator.sizes, IsEmpty());
+}
+
+TEST_F(ExportForMessageTest, RefusesMissingInnerRecords) {
+  {
+    info.rgCmsRecipients = nullptr;
+    TraceCapture trace;
+    EXPECT_EQ(FALSE, Call());
+    EXPECT_EQ(87u, GetLastError());
+    EXPECT_EQ(3u, trace.Messages().size());
+    info.rgCmsRecipients = &first;
+  }
+  for (const DWORD choice : {DWORD{1}, DWORD{3}}) {
+    first.dwRecipientChoice = choice;
+    first.pKeyTrans = nullptr;
+    TraceCapture trace;
+    EXPECT_EQ(FALSE, Call());
+    EXPECT_EQ(87u, GetLastError());
+    EXPECT_EQ(4u, trace.Messages().size());
+  }
+  EXPECT_THAT(provider.Calls(), IsEmpty());
+}
+
+// Without an OID the algorithm is a foreign one.
+TEST_F(ExportForMessageTest, TracesMissingTextsAsNull) {
+  info.ContentEncryptionAlgorithm.pszObjId = nullptr;
+  keyTrans.KeyEncryptionAlgorithm.pszObjId = nullptr;
+  output.KeyEncryptionAlgorithm.pszObjId = nullptr;
+  info.pfnAlloc = nullptr;
+  TraceCapture trace;
+  EXPECT_EQ(TRUE, Call());
+  EXPECT_EQ(60u, output.EncryptedKey.cbData);
+  const std::string own = "EXT : ZarMsgExportKeyTrans : ";
+  const auto messages = trace.Messages();
+  EXPECT_THAT(messages, Contains(own + "ContentEncryptionAlgorithm = (null)."));
+  EXPECT_THAT(messages,
+              Contains(own + "dwEncryptFlags = 0, dwFlags=0, pfnAlloc=0000000000000000."));
+  EXPECT_THAT(messages, Contains(own + "pKeyTrans->KeyEncryptionAlgorithm = (null)."));
+  EXPECT_THAT(messages, Contains(own + "pKeyTransEncodeInfo->KeyEncryptionAlgorithm = (null)."));
+  EXPECT_THAT(messages, Contains(own + "pKeyTransEncryptInfo->KeyEncryptionAlgorithm=(null)."));
+  LocalFree(output.EncryptedKey.pbData);
+}
+
+// The argument's algorithm decides, not the first recipient's and not the output record's.
+TEST_F(ExportForMessageTest, AForeignAlgorithmGetsTheBareWrappedKey) {
+  for (const char* oid : {"1.2.840.113549.1.1.1", "1.2.643.7.1.1.1.1", "1.2.643.2.2"}) {
+    SCOPED_TRACE(oid);
+    CMSG_KEY_TRANS_RECIPIENT_ENCODE_INFO foreign = keyTrans;
+    foreign.KeyEncryptionAlgorithm.pszObjId = OidText(oid);
+    provider.ClearCalls();
+    EXPECT_EQ(TRUE, Call(&foreign, &output));
+    EXPECT_EQ(3u, provider.Calls().size());
+    EXPECT_THAT(provider.Calls(), Each(Not(HasSubstr("GetUserKey"))));
+    EXPECT_EQ(Sequence(60, 0x10), EncryptedKey());
+  }
+}
+
+TEST_F(ExportForMessageTest, EveryOwnArcGetsTheSenderBlob) {
+  for (const char* oid :
+       {"1.2.643.2.2.19", "1.3.6.1.4.1.32473.1.5.8", "1.2.398.3.10.1", "1.2.398.3.10.1.1.1.2"}) {
+    SCOPED_TRACE(oid);
+    keyTrans.KeyEncryptionAlgorithm.pszObjId = OidText(oid);
+    EXPECT_EQ(TRUE, Call());
+    EXPECT_EQ(140u, output.EncryptedKey.cbData);
+  }
+}
+
+TEST_F(ExportForMessageTest, LeavesOutASenderBlobOfAnotherLength) {
+  for (const std::size_t size : {std::size_t{79}, std::size_t{81}, std::size_t{144}}) {
+    SCOPED_TRACE(size);
+    provider.blobs[PUBLICKEYBLOB] = Sequence(size, 0x80);
+    TraceCapture trace;
+    EXPECT_EQ(TRUE, Call());
+    EXPECT_EQ(Sequence(60, 0x10), EncryptedKey());
+    EXPECT_EQ(15u, trace.Messages().size());
+    EXPECT_EQ("EXT : ZarMsgExportKeyTrans : EncryptedKeySize=60.", trace.Messages().back());
+  }
+}
+
+TEST_F(ExportForMessageTest, GoesOnWithoutASenderKey) {
+  provider.FailCall("GetUserKey", 1, 0x8009000D);
+  TraceCapture trace;
+  EXPECT_EQ(TRUE, Call());
+  EXPECT_EQ(Sequence(60, 0x10), EncryptedKey());
+  const auto messages = trace.Messages();
+  ASSERT_EQ(16u, messages.size());
+  EXPECT_EQ("EXT : ZarMsgExportKeyTrans : CryptGetUserKey = 8009000d.", messages[11]);
+  EXPECT_THAT(
+      provider.Calls(),
+      ElementsAre("ImportKey(1001, [0602abcd], 0, 0) = 3001", "GetUserKey(1001, 1) ! 8009000d",
+                  "ExportKey(1001, 4001, 3001, 1, 0, 512)", "DestroyKey(1001, 3001)"));
+}
+
+TEST_F(ExportForMessageTest, GoesOnWithoutASenderBlob) {
+  provider.FailCall("ExportKey", 1, 0x8009000B);
+  TraceCapture trace;
+  EXPECT_EQ(TRUE, Call());
+  EXPECT_EQ(Sequence(60, 0x10), EncryptedKey());
+  const auto messages = trace.Messages();
+  ASSERT_EQ(16u, messages.size());
+  EXPECT_EQ("EXT : ZarMsgExportKeyTrans : CryptExportKey = 8009000b.", messages[11]);
+  EXPECT_THAT(provider.OpenKeys(), ElementsAre(0x4001));
+}
+
+TEST_F(ExportForMessageTest, DoesNotMindARefusedProviderParameter) {
+  provider.FailCall("SetProvParam", 1, 0x8009000A);
+  TraceCapture trace;
+  EXPECT_EQ(TRUE, Call());
+  EXPECT_EQ(140u, output.EncryptedKey.cbData);
+  EXPECT_EQ(15u, trace.Messages().size());
+}
+
+TEST_F(ExportForMessageTest, ReportsAFailedRecipientImport) {
+  provider.FailCall("ImportKey", 1, 0x80090007);
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call());
+  EXPECT_EQ(0x80090007u, GetLastError());
+  EXPECT_EQ("EXT : ZarMsgExportKeyTrans : CryptImportKey = 80090007.", trace.Messages().back());
+  EXPECT_EQ(1u, provider.Calls().size());
+}
+
+TEST_F(ExportForMessageTest, ReportsAFailedExport) {
+  output.EncryptedKey = {5, publicKey.data()};
+  provider.FailCall("ExportKey", 2, 0x80090003);
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call());
+  EXPECT_EQ(0x80090003u, GetLastError());
+  EXPECT_EQ("EXT : ZarMsgExportKeyTrans : CryptExportKey = 80090003.", trace.Messages().back());
+  EXPECT_EQ(5u, output.EncryptedKey.cbData);
+  EXPECT_EQ(publicKey.data(), output.EncryptedKey.pbData);
+  EXPECT_THAT(provider.OpenKeys(), ElementsAre(0x4001));
+}
+
+TEST_F(ExportForMessageTest, ReportsARefusedAllocation) {
+  for (const std::size_t failing : {std::size_t{1}, std::size_t{2}}) {
+    allocator.failing = failing;
+    allocator.sizes.clear();
+    EXPECT_EQ(FALSE, Call());
+    EXPECT_EQ(0x8009000Eu, GetLastError());
+    EXPECT_EQ(failing, allocator.sizes.size());
+    EXPECT_EQ(nullptr, output.EncryptedKey.pbData);
+    EXPECT_THAT(provider.OpenKeys(), ElementsAre(0x4001));
+  }
+}
+
+// 432 octets are the most that the sender blob leaves room for.
+TEST_F(ExportForMessageTest, TheSenderBlobMayEndTheBlock) {
+  provider.blobs[SIMPLEBLOB] = Sequence(432, 0x30);
+  EXPECT_EQ(TRUE, Call());
+  EXPECT_EQ(Joined(Sequence(432, 0x30), Sequence(80, 0x80)), EncryptedKey());
+}
+
+TEST_F(ExportForMessageTest, FailsWhereTheSenderBlobHasNoRoom) {
+  for (const std::size_t size : {std::size_t{433}, std::size_t{512}}) {
+    SCOPED_TRACE(size);
+    provider.blobs[SIMPLEBLOB] = Sequence(size, 0x30);
+    TraceCapture trace;
+    EXPECT_EQ(FALSE, Call());
+    EXPECT_EQ(0x80090004u, GetLastError());
+    EXPECT_EQ("EXT : ZarMsgExportKeyTrans : CryptExportKey = 80090004.", trace.Messages().back());
+    EXPECT_EQ(nullptr, output.EncryptedKey.pbData);
+    EXPECT_EQ(0u, output.EncryptedKey.cbData);
+    EXPECT_THAT(provider.OpenKeys(), ElementsAre(0x4001));
+  }
+}
+
+TEST_F(ExportForMessageTest, ABareWrappedKeyMayFillTheWholeBlock) {
+  provider.blobs[SIMPLEBLOB] = Sequence(512, 0x30);
+  provider.blobs[PUBLICKEYBLOB] = Sequence(79, 0x80);
+  EXPECT_EQ(TRUE, Call());
+  EXPECT_EQ(Sequence(512, 0x30), EncryptedKey());
+}
+
+// The keys are destroyed after the failure has become the last error, so that a failing destruction
+// shows in its place.
+TEST_F(ExportForMessageTest, DestroysTheKeysAfterTheFailureIsReported) {
+  provider.FailCall("ExportKey", 2, 0x80090003);
+  provider.FailCall("DestroyKey", 2, 0x5A5A);
+  EXPECT_EQ(FALSE, Call());
+  EXPECT_EQ(0x5A5Au, GetLastError());
+  EXPECT_EQ("DestroyKey(1001, 2001) ! 5a5a", provider.Calls().back());
+}
+
+using ExportEncryptKey = BOOL WINAPI(HCRYPTPROV, HCRYPTKEY, CERT_PUBLIC_KEY_INFO*, BYTE*, DWORD*);
+
+class ExportForPublicKeyTest : public MessageKeysTest {
+ protected:
+  ExportForPublicKeyTest() {
+    keyInfo.Algorithm.pszObjId = OidText("1.3.6.1.4.1.32473.1.4.4");
+    keyInfo.PublicKey = {static_cast<DWORD>(publicKey.size()), publicKey.data(), 0};
+    provider.blobs[SIMPLEBLOB] = Sequence(60, 0x10);
+    CryptGenKey(Context(), 0x681F, CRYPT_EXPORTABLE, &key);
+    provider.ClearCalls();
+  }
+
+  BOOL Call(BYTE* data, DWORD* size) {
+    SetLastError(0);
+    return Export<ExportEncryptKey>("ZarExportEncryptKey")(Context(), key, &keyInfo, data, size);
+  }
+
+  CERT_PUBLIC_KEY_INFO keyInfo = {};
+  HCRYPTKEY key = 0;
+  Octets publicKey = {0x06, 0x02, 0xAB, 0xCD};
+};
+
+TEST_F(ExportForPublicKeyTest, ReportsTheSizeAndThenFillsTheBuffer) {
+  DWORD size = 0;
+  TraceCapture trace;
+  EXPECT_EQ(TRUE, Call(nullptr, &size));
+  EXPECT_EQ(60u, size);
+  const GuardedMemory buffer(60);
+  EXPECT_EQ(TRUE, Call(buffer.Data(), &size));
+  EXPECT_EQ(60u, size);
+  EXPECT_EQ(Sequence(60, 0x10), buffer.Content());
+  EXPECT_THAT(provider.Calls(),
+              ElementsAre("ImportKey(1001, [0602abcd], 0, 1) = 3001",
+                          "ExportKey(1001, 4001, 3001, 1, 0, null)", "DestroyKey(1001, 3001)",
+                          "ImportKey(1001, [0602abcd], 0, 1) = 3002",
+                          "ExportKey(1001, 4001, 3002, 1, 0, 60)", "DestroyKey(1001, 3002)"));
+  EXPECT_THAT(trace.Messages(),
+              ElementsAre("EXT : ZarExportEncryptKey : Algorithm = 1.3.6.1.4.1.32473.1.4.4.",
+                          "EXT : ZarExportEncryptKey : Algorithm = 1.3.6.1.4.1.32473.1.4.4."));
+}
+
+TEST_F(ExportForPublicKeyTest, PassesTheCallersLengthThrough) {
+  const GuardedMemory buffer(59);
+  DWORD size = 59;
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call(buffer.Data(), &size));
+  EXPECT_EQ(234u, GetLastError());
+  EXPECT_EQ(60u, size);
+  EXPECT_EQ("EXT : ZarExportEncryptKey : CryptExportKey 2 = ea.", trace.Messages().back());
+  EXPECT_EQ(Octets(59), buffer.Content());
+  EXPECT_THAT(provider.OpenKeys(), ElementsAre(0x4001));
+}
+
+TEST_F(ExportForPublicKeyTest, NamesAFailedSizeQuery) {
+  provider.FailCall("ExportKey", 1, 0x80090003);
+  DWORD size = 7;
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call(nullptr, &size));
+  EXPECT_EQ(0x80090003u, GetLastError());
+  EXPECT_EQ("EXT : ZarExportEncryptKey : CryptExportKey 1 = 80090003.", trace.Messages().back());
+  EXPECT_EQ(7u, size);
+  EXPECT_THAT(provider.OpenKeys(), ElementsAre(0x4001));
+}
+
+TEST_F(ExportForPublicKeyTest, ServesTheTwoKeyAlgorithmsOnly) {
+  DWORD size = 0;
+  keyInfo.Algorithm.pszObjId = OidText("1.3.6.1.4.1.32473.1.3.4");
+  EXPECT_EQ(TRUE, Call(nullptr, &size));
+  provider.ClearCalls();
+  for (const char* oid : {"1.3.6.1.4.1.32473.1.4.40", "1.3.6.1.4.1.32473.1.4", "1.2.643.2.2.19",
+                          "1.3.6.1.4.1.32473.1.5.8", ""}) {
+    SCOPED_TRACE(oid);
+    keyInfo.Algorithm.pszObjId = OidText(oid);
+    TraceCapture trace;
+    EXPECT_EQ(FALSE, Call(nullptr, &size));
+    EXPECT_EQ(0x80090008u, GetLastError());
+    EXPECT_THAT(trace.Messages(),
+                ElementsAre(std::string("EXT : ZarExportEncryptKey : Algorithm = ") + oid + "."));
+  }
+  keyInfo.Algorithm.pszObjId = nullptr;
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call(nullptr, &size));
+  EXPECT_EQ(0x80090008u, GetLastError());
+  EXPECT_THAT(trace.Messages(), ElementsAre("EXT : ZarExportEncryptKey : Algorithm = (null)."));
+  EXPECT_THAT(provider.Calls(), IsEmpty());
+}
+
+TEST_F(ExportForPublicKeyTest, RefusesMissingArguments) {
+  DWORD size = 0;
+  auto* exportKey = Export<ExportEncryptKey>("ZarExportEncryptKey");
+  {
+    TraceCapture trace;
+    EXPECT_EQ(FALSE, exportKey(Context(), key, nullptr, nullptr, &size));
+    EXPECT_EQ(87u, GetLastError());
+    EXPECT_THAT(trace.Messages(), IsEmpty());
+    EXPECT_THAT(provider.Calls(), IsEmpty());
+  }
+  // Without a length the platform refuses.
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call(nullptr, nullptr));
+  EXPECT_EQ(87u, GetLastError());
+  EXPECT_EQ("EXT : ZarExportEncryptKey : CryptExportKey 1 = 57.", trace.Messages().back());
+}
+
+TEST_F(ExportForPublicKeyTest, ReportsAFailedRecipientImport) {
+  provider.FailCall("ImportKey", 1, 0x80090007);
+  DWORD size = 0;
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call(nullptr, &size));
+  EXPECT_EQ(0x80090007u, GetLastError());
+  EXPECT_EQ("EXT : ZarExportEncryptKey : CryptImportKey = 80090007.", trace.Messages().back());
+}
+
+TEST_F(ExportForPublicKeyTest, DestroysTheKeyAfterTheFailureIsReported) {
+  provider.FailCall("ExportKey", 1, 0x80090003);
+  provider.FailCall("DestroyKey", 1, 0x5A5A);
+  DWORD size = 0;
+  EXPECT_EQ(FALSE, Call(nullptr, &size));
+  EXPECT_EQ(0x5A5Au, GetLastError());
+}
+
+}  // namespace
+}  // namespace zarext::test

@@ -1,0 +1,142 @@
+// What the tests of the content-encryption keys share: a scripted provider behind the real
+// advapi32, recorded allocators, and names for key blobs.
+#ifndef ZAREXT_TESTS_CONTRACT_MSGKEYS_FIXTURE_H_
+#define ZAREXT_TESTS_CONTRACT_MSGKEYS_FIXTURE_H_
+
+#include <gmock/gmock.h>
+#include <windows.h>
+
+#include <wincrypt.h>
+
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "support/guarded_memory.h"
+#include "support/import_patch.h"
+#include "support/module_under_test.h"
+#include "support/recording_provider.h"
+#include "support/scripted_provider.h"
+#include "support/trace_capture.h"
+
+namespace zarext::test {
+
+// The framework's documented record; the module's fields reach to its end.
+static_assert(sizeof(CMSG_CONTENT_ENCRYPT_INFO) == 128);
+
+// %x of a handle: its low half.
+template <typename T>
+std::string Low(T value) {
+  char text[20] = {};
+  snprintf(text, sizeof text, "%x", static_cast<unsigned>(value));
+  return text;
+}
+
+// %p of the platform's runtime: sixteen upper-case digits.
+inline std::string PointerText(const void* pointer) {
+  char text[20] = {};
+  snprintf(text, sizeof text, "%016llX", reinterpret_cast<unsigned long long>(pointer));
+  return text;
+}
+
+// The platform's structures carry OIDs as writable text.
+inline char* OidText(const char* oid) { return const_cast<char*>(oid); }
+
+inline Octets Sequence(std::size_t size, std::uint8_t first) {
+  Octets octets(size);
+  for (std::uint8_t& octet : octets) {
+    octet = first++;
+  }
+  return octets;
+}
+
+// A caller's allocator that records the sizes asked for and gives out blocks that end at a
+// forbidden page. The `failing`-th request (from 1) is refused.
+class RecordedAllocator {
+ public:
+  RecordedAllocator() { current_ = this; }
+  ~RecordedAllocator() { current_ = nullptr; }
+  RecordedAllocator(const RecordedAllocator&) = delete;
+  RecordedAllocator& operator=(const RecordedAllocator&) = delete;
+
+  static void* WINAPI Allocate(size_t size) {
+    RecordedAllocator& self = *current_;
+    self.sizes.push_back(size);
+    if (self.sizes.size() == self.failing) {
+      return nullptr;
+    }
+    self.blocks_.push_back(std::make_unique<GuardedMemory>(size));
+    return self.blocks_.back()->Data();
+  }
+  // The octets of the `index`-th block given out.
+  [[nodiscard]] Octets Block(std::size_t index) const { return blocks_.at(index)->Content(); }
+  [[nodiscard]] BYTE* Address(std::size_t index) const { return blocks_.at(index)->Data(); }
+
+  std::vector<std::size_t> sizes;
+  std::size_t failing = 0;
+
+ private:
+  inline static RecordedAllocator* current_ = nullptr;
+  std::vector<std::unique_ptr<GuardedMemory>> blocks_;
+};
+
+// Records the module's own LocalAlloc requests as "LocalAlloc(flags, size)", flags in hexadecimal.
+class RecordedLocalAlloc {
+ public:
+  RecordedLocalAlloc() { calls_.clear(); }
+  [[nodiscard]] static const std::vector<std::string>& Calls() { return calls_; }
+
+ private:
+  static HLOCAL WINAPI Allocate(UINT flags, SIZE_T size) {
+    calls_.push_back("LocalAlloc(" + Low(flags) + ", " + std::to_string(size) + ")");
+    return LocalAlloc(flags, size);
+  }
+  inline static std::vector<std::string> calls_;
+  ImportPatch patch_{Module(), "KERNEL32.dll", "LocalAlloc", &Allocate};
+};
+
+// advapi32 refuses a provider handle given as a key. Behind this patch the provider gets it, as its
+// own context handle.
+class ProviderHandleAsKey {
+ private:
+  static BOOL WINAPI ExportKey(HCRYPTKEY key, HCRYPTKEY exchangeKey, DWORD type, DWORD flags,
+                               BYTE* data, DWORD* size) {
+    constexpr DWORD kProviderMagic = 0xA39E741F;
+    if (key == 0 || *reinterpret_cast<const DWORD*>(key) != kProviderMagic) {
+      return CryptExportKey(key, exchangeKey, type, flags, data, size);
+    }
+    const auto* words = reinterpret_cast<const ULONG_PTR*>(key);
+    using CPExportKey = BOOL WINAPI(HCRYPTPROV, HCRYPTKEY, HCRYPTKEY, DWORD, DWORD, BYTE*, DWORD*);
+    const FARPROC function = GetProcAddress(reinterpret_cast<HMODULE>(words[1]), "CPExportKey");
+    return reinterpret_cast<CPExportKey*>(reinterpret_cast<void*>(function))(
+        words[3], words[3], OwnKey(exchangeKey), type, flags, data, size);
+  }
+  ImportPatch patch_{Module(), "ADVAPI32.dll", "CryptExportKey", &ExportKey};
+};
+
+class MessageKeysTest : public testing::Test {
+ protected:
+  MessageKeysTest() { UseScript(&provider); }
+  ~MessageKeysTest() override {
+    context_.reset();
+    UseScript(nullptr);
+  }
+
+  // A context of the scripted provider, acquired on first use; 0x1001 on the provider's side.
+  HCRYPTPROV Context() {
+    if (!context_) {
+      context_ = std::make_unique<ProviderContext>();
+    }
+    return context_->Get();
+  }
+
+  RecordingProvider provider;
+
+ private:
+  std::unique_ptr<ProviderContext> context_;
+};
+
+}  // namespace zarext::test
+
+#endif  // ZAREXT_TESTS_CONTRACT_MSGKEYS_FIXTURE_H_

@@ -1,0 +1,718 @@
+#include "contract/msgkeys_fixture.h"
+
+namespace zarext::test {
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Not;
+
+constexpr char kAes[] = "2.16.840.1.101.3.4.1.2";
+constexpr char kBlockCipher[] = "1.3.6.1.4.1.32473.1.2.4";
+constexpr char kSecondBlockCipher[] = "1.3.6.1.4.1.32473.1.20.1";
+constexpr char kForeignContent[] = "1.2.840.113549.3.7";
+
+// A record that ends at a forbidden page, with one recipient of which the tests choose the kind.
+class GenerateForMessageTest : public MessageKeysTest {
+ protected:
+  GenerateForMessageTest() {
+    info.cbSize = sizeof info;
+    info.ContentEncryptionAlgorithm.pszObjId = OidText(kBlockCipher);
+    keyTrans.cbSize = sizeof keyTrans;
+    keyTrans.KeyEncryptionAlgorithm.pszObjId = OidText("1.2.643.2.2.19");
+    keyTrans.RecipientPublicKey = {static_cast<DWORD>(publicKey.size()), publicKey.data(), 0};
+    provider.blobs[SIMPLEBLOB] = Sequence(60, 0x10);
+  }
+
+  void UseRecipient(DWORD choice) {
+    info.cRecipients = 1;
+    info.rgCmsRecipients = &recipient;
+    recipient.dwRecipientChoice = choice;
+    recipient.pKeyTrans = &keyTrans;
+  }
+
+  BOOL Call(DWORD dwFlags = 0) {
+    auto* generate =
+        Export<BOOL WINAPI(CMSG_CONTENT_ENCRYPT_INFO*, DWORD, void*)>("ZarMsgGenContentEncryptKey");
+    SetLastError(0);
+    return generate(&info, dwFlags, nullptr);
+  }
+
+  [[nodiscard]] std::string ProviderLine() const {
+    return "EXT : ZarMsgGenContentEncryptKey : hContentEncryptKey = " +
+           Low(info.hContentEncryptKey) + ", hCryptProv=" + Low(info.hCryptProv) + ".";
+  }
+
+  GuardedMemory memory{sizeof(CMSG_CONTENT_ENCRYPT_INFO)};
+  CMSG_CONTENT_ENCRYPT_INFO& info = *memory.As<CMSG_CONTENT_ENCRYPT_INFO>();
+  CMSG_RECIPIENT_ENCODE_INFO recipient = {};
+  CMSG_KEY_TRANS_RECIPIENT_ENCODE_INFO keyTrans = {};
+  Octets publicKey = {0x06, 0x02, 0xAB, 0xCD};
+};
+
+TEST_F(GenerateForMessageTest, RefusesANullRecordWithoutATrace) {
+  auto* generate =
+      Export<BOOL WINAPI(CMSG_CONTENT_ENCRYPT_INFO*, DWORD, void*)>("ZarMsgGenContentEncryptKey");
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, generate(nullptr, 0, nullptr));
+  EXPECT_EQ(87u, GetLastError());
+  EXPECT_THAT(trace.Messages(), IsEmpty());
+}
+
+TEST_F(GenerateForMessageTest, GeneratesAnExportableKeyOfTheAlgorithm) {
+  struct Row {
+    const char* oid;
+    const char* call;
+  };
+  const Row rows[] = {
+      {"2.16.840.1.101.3.4.1.2", "GenKey(1001, 6611, 1) = 4001"},
+      {"1.3.6.1.4.1.32473.1.2.4", "GenKey(1001, 681f, 1) = 4002"},
+      {"1.3.6.1.4.1.32473.1.20.1", "GenKey(1001, 6620, 1) = 4003"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.oid);
+    info.ContentEncryptionAlgorithm.pszObjId = OidText(row.oid);
+    info.hCryptProv = Context();
+    provider.ClearCalls();
+    EXPECT_EQ(TRUE, Call());
+    EXPECT_THAT(provider.Calls(), ElementsAre("GetProvParam(1001, 16, 4, 0)", row.call));
+    EXPECT_NE(0u, info.hContentEncryptKey);
+  }
+  EXPECT_EQ(0x4003u, OwnKey(info.hContentEncryptKey));
+}
+
+TEST_F(GenerateForMessageTest, TracesTheRecordWithoutRecipients) {
+  info.hCryptProv = Context();
+  info.hContentEncryptKey = 0x123456789ABCDEF0;
+  info.dwEncryptFlags = 0xA1;
+  info.dwFlags = 0xB2;
+  const std::string providerLine = ProviderLine();
+  EXPECT_THAT(providerLine, testing::HasSubstr("= 9abcdef0,"));
+  TraceCapture trace;
+  EXPECT_EQ(TRUE, Call());
+  EXPECT_THAT(trace.Messages(),
+              ElementsAre("EXT : ZarMsgGenContentEncryptKey : ContentEncryptionAlgorithm = "
+                          "1.3.6.1.4.1.32473.1.2.4.",
+                          "EXT : ZarMsgGenContentEncryptKey : dwEncryptFlags = a1, dwFlags=b2.",
+                          providerLine, "EXT : ZarMsgGenContentEncryptKey : cRecipients = 0."));
+  EXPECT_EQ(0xB2u, info.dwFlags);
+}
+
+TEST_F(GenerateForMessageTest, TracesTheFirstRecipientOnly) {
+  CMSG_KEY_AGREE_RECIPIENT_ENCODE_INFO keyAgree = {};
+  keyAgree.KeyEncryptionAlgorithm.pszObjId = OidText("1.2.3.4");
+  CMSG_RECIPIENT_ENCODE_INFO both[2] = {};
+  both[0].dwRecipientChoice = CMSG_KEY_AGREE_RECIPIENT;
+  both[0].pKeyAgree = &keyAgree;
+  both[1].dwRecipientChoice = CMSG_KEY_TRANS_RECIPIENT;
+  info.hCryptProv = Context();
+  info.cRecipients = 2;
+  info.rgCmsRecipients = both;
+  const std::string providerLine = ProviderLine();
+  TraceCapture trace;
+  EXPECT_EQ(TRUE, Call());
+  EXPECT_THAT(
+      trace.Messages(),
+      ElementsAre("EXT : ZarMsgGenContentEncryptKey : ContentEncryptionAlgorithm = "
+                  "1.3.6.1.4.1.32473.1.2.4.",
+                  "EXT : ZarMsgGenContentEncryptKey : dwEncryptFlags = 0, dwFlags=0.", providerLine,
+                  "EXT : ZarMsgGenContentEncryptKey : cRecipients = 2.",
+                  "EXT : ZarMsgGenContentEncryptKey : rgCmsRecipients.dwRecipientChoice = 2.",
+                  "EXT : ZarMsgGenContentEncryptKey : CMSG_KEY_AGREE_RECIPIENT = 1.2.3.4."));
+}
+
+// The entry lines come first: they are written for a refused call too.
+TEST_F(GenerateForMessageTest, RefusesFlagsAfterTheEntryLines) {
+  UseRecipient(CMSG_KEY_TRANS_RECIPIENT);
+  info.ContentEncryptionAlgorithm.pszObjId = OidText(kForeignContent);
+  const std::string providerLine = ProviderLine();
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call(1));
+  EXPECT_EQ(87u, GetLastError());
+  EXPECT_THAT(
+      trace.Messages(),
+      ElementsAre(
+          "EXT : ZarMsgGenContentEncryptKey : ContentEncryptionAlgorithm = 1.2.840.113549.3.7.",
+          "EXT : ZarMsgGenContentEncryptKey : dwEncryptFlags = 0, dwFlags=0.", providerLine,
+          "EXT : ZarMsgGenContentEncryptKey : cRecipients = 1.",
+          "EXT : ZarMsgGenContentEncryptKey : rgCmsRecipients.dwRecipientChoice = 1.",
+          "EXT : ZarMsgGenContentEncryptKey : CMSG_KEY_TRANS_RECIPIENT = 1.2.643.2.2.19."));
+  EXPECT_THAT(provider.Calls(), IsEmpty());
+}
+
+TEST_F(GenerateForMessageTest, RefusesOtherContentAlgorithms) {
+  const char* const refused[] = {kForeignContent,
+                                 "2.16.840.1.101.3.4.1.42",
+                                 "2.16.840.1.101.3.4.1.21",
+                                 "1.3.6.1.4.1.32473.1.2.40",
+                                 "1.3.6.1.4.1.32473.1.20.10",
+                                 "1.3.6.1.4.1.32473.1.20",
+                                 "1.2.643.2.2.21",
+                                 "",
+                                 nullptr};
+  info.hCryptProv = Context();
+  provider.ClearCalls();
+  for (const char* oid : refused) {
+    SCOPED_TRACE(oid == nullptr ? "null" : oid);
+    info.ContentEncryptionAlgorithm.pszObjId = OidText(oid);
+    TraceCapture trace;
+    EXPECT_EQ(FALSE, Call());
+    EXPECT_EQ(0x80090008u, GetLastError());
+    const auto messages = trace.Messages();
+    ASSERT_EQ(5u, messages.size());
+    EXPECT_EQ(std::string("EXT : ZarMsgGenContentEncryptKey : ContentEncryptionAlgorithm = ") +
+                  (oid == nullptr ? "(null)" : oid) + ".",
+              messages[0]);
+    EXPECT_EQ("EXT : ZarMsgGenContentEncryptKey : pszObjId error = 80090008.", messages[4]);
+  }
+  EXPECT_THAT(provider.Calls(), IsEmpty());
+}
+
+TEST_F(GenerateForMessageTest, ReportsAnUnreadableProviderType) {
+  info.hCryptProv = Context();
+  provider.FailCall("GetProvParam", 1, 0x8009001D);
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call());
+  EXPECT_EQ(0x8009001Du, GetLastError());
+  EXPECT_EQ("EXT : ZarMsgGenContentEncryptKey : CryptGetProvParam error = 8009001d.",
+            trace.Messages().back());
+  EXPECT_THAT(provider.KeyCalls(), ElementsAre("GetProvParam(1001, 16, 4, 0) ! 8009001d"));
+}
+
+// NTE_BAD_TYPE is thrown, but what the caller sees is NTE_NO_MEMORY.
+TEST_F(GenerateForMessageTest, RefusesAnotherProviderTypeAsLackOfMemory) {
+  info.hCryptProv = Context();
+  provider.providerType = 24;
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call());
+  EXPECT_EQ(0x8009000Eu, GetLastError());
+  EXPECT_EQ("EXT : ZarMsgGenContentEncryptKey : CryptGetProvParam[" + Low(GetCurrentThreadId()) +
+                "] : PP_PROVTYPE=18.",
+            trace.Messages().back());
+  EXPECT_EQ(0u, info.hContentEncryptKey);
+}
+
+TEST_F(GenerateForMessageTest, AcceptsTheRsaProviderType) {
+  const ProviderContext rsa(1);
+  info.hCryptProv = rsa.Get();
+  provider.providerType = 1;
+  EXPECT_EQ(TRUE, Call());
+  EXPECT_EQ(0x4001u, OwnKey(info.hContentEncryptKey));
+  CryptDestroyKey(info.hContentEncryptKey);
+}
+
+std::vector<std::string> acquisitions;
+BOOL WINAPI RecordAcquisition(HCRYPTPROV* provider, LPCSTR container, LPCSTR name, DWORD type,
+                              DWORD flags) {
+  acquisitions.push_back(std::string(container == nullptr ? "null" : container) + ", " +
+                         (name == nullptr ? "null" : name) + ", " + std::to_string(type) + ", " +
+                         Low(flags));
+  return CryptAcquireContextA(provider, container, name, type, flags);
+}
+
+TEST_F(GenerateForMessageTest, AcquiresAVerificationContextAndAsksForItsRelease) {
+  info.dwFlags = 0x123;
+  acquisitions.clear();
+  {
+    const ImportPatch patch(Module(), "ADVAPI32.dll", "CryptAcquireContextA", &RecordAcquisition);
+    EXPECT_EQ(TRUE, Call());
+  }
+  EXPECT_THAT(acquisitions, ElementsAre("null, null, 25, f0000000"));
+  EXPECT_THAT(provider.Calls(),
+              ElementsAre("AcquireContext(null, f0000000) = 1001", "GenKey(1001, 681f, 1) = 4001"));
+  EXPECT_EQ(0x8000u, info.dwFlags);
+  ASSERT_NE(0u, info.hCryptProv);
+  CryptDestroyKey(info.hContentEncryptKey);
+  CryptReleaseContext(info.hCryptProv, 0);
+}
+
+TEST_F(GenerateForMessageTest, ReportsAFailedAcquisition) {
+  info.dwFlags = 0x123;
+  provider.FailCall("AcquireContext", 1, 0x80090016);
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call());
+  EXPECT_EQ(0x80090016u, GetLastError());
+  EXPECT_EQ("EXT : ZarMsgGenContentEncryptKey : CryptAcquireContext = 80090016.",
+            trace.Messages().back());
+  EXPECT_EQ(0x123u, info.dwFlags);
+  EXPECT_EQ(0u, info.hCryptProv);
+}
+
+// What was written before the failure stays.
+TEST_F(GenerateForMessageTest, KeepsAnAcquiredContextWhenGenerationFails) {
+  provider.FailCall("GenKey", 1, 0x80090020);
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call());
+  EXPECT_EQ(0x80090020u, GetLastError());
+  EXPECT_EQ("EXT : ZarMsgGenContentEncryptKey : CryptGenKey = 80090020.", trace.Messages().back());
+  EXPECT_EQ(0x8000u, info.dwFlags);
+  EXPECT_EQ(0u, info.hContentEncryptKey);
+  EXPECT_THAT(provider.OpenContexts(), ElementsAre(0x1001));
+  CryptReleaseContext(info.hCryptProv, 0);
+}
+
+TEST_F(GenerateForMessageTest, WithoutRecipientsLeavesTheWrappedKeyFieldsAlone) {
+  BYTE octet = 0;
+  info.hCryptProv = Context();
+  info.pbContentEncryptKey = &octet;
+  info.cbContentEncryptKey = 77;
+  EXPECT_EQ(TRUE, Call());
+  EXPECT_EQ(&octet, info.pbContentEncryptKey);
+  EXPECT_EQ(77u, info.cbContentEncryptKey);
+}
+
+TEST_F(GenerateForMessageTest, OtherRecipientsZeroTheWrappedLength) {
+  BYTE octet = 0;
+  CMSG_KEY_AGREE_RECIPIENT_ENCODE_INFO keyAgree = {};
+  for (const DWORD choice : {DWORD{2}, DWORD{3}, DWORD{0}, DWORD{9}}) {
+    SCOPED_TRACE(choice);
+    UseRecipient(choice);
+    recipient.pKeyAgree = choice == 2 ? &keyAgree : nullptr;
+    info.hCryptProv = Context();
+    info.pbContentEncryptKey = &octet;
+    info.cbContentEncryptKey = 77;
+    provider.ClearCalls();
+    TraceCapture trace;
+    EXPECT_EQ(TRUE, Call());
+    EXPECT_EQ(&octet, info.pbContentEncryptKey);
+    EXPECT_EQ(0u, info.cbContentEncryptKey);
+    EXPECT_EQ(2u, provider.Calls().size());
+    EXPECT_EQ(choice == 2 ? 6u : 5u, trace.Messages().size());
+    info.cbContentEncryptKey = 0;
+    EXPECT_EQ(TRUE, Call());
+    EXPECT_EQ(0u, info.cbContentEncryptKey);
+  }
+}
+
+// The exported key is named by the provider's handle, and the recipient's key stays open.
+TEST_F(GenerateForMessageTest, WrapsForAKeyTransportRecipient) {
+  const ProviderHandleAsKey providerHandleAsKey;
+  RecordedAllocator allocator;
+  UseRecipient(CMSG_KEY_TRANS_RECIPIENT);
+  info.hCryptProv = Context();
+  info.pfnAlloc = &RecordedAllocator::Allocate;
+  info.cbContentEncryptKey = 1;
+  provider.ClearCalls();
+  EXPECT_EQ(TRUE, Call());
+  EXPECT_THAT(provider.Calls(),
+              ElementsAre("GetProvParam(1001, 16, 4, 0)", "GenKey(1001, 681f, 1) = 4001",
+                          "ImportKey(1001, [0602abcd], 0, 0) = 3001",
+                          "ExportKey(1001, 1001, 3001, 1, 0, 512)"));
+  EXPECT_THAT(allocator.sizes, ElementsAre(512u));
+  EXPECT_EQ(allocator.Address(0), info.pbContentEncryptKey);
+  EXPECT_EQ(60u, info.cbContentEncryptKey);
+  Octets expected = Sequence(60, 0x10);
+  expected.resize(512);
+  EXPECT_EQ(expected, allocator.Block(0));
+  EXPECT_THAT(provider.OpenKeys(), ElementsAre(0x3001, 0x4001));
+}
+
+TEST_F(GenerateForMessageTest, AWrappedKeyMayFillTheWholeBlock) {
+  const ProviderHandleAsKey providerHandleAsKey;
+  RecordedAllocator allocator;
+  UseRecipient(CMSG_KEY_TRANS_RECIPIENT);
+  info.hCryptProv = Context();
+  info.pfnAlloc = &RecordedAllocator::Allocate;
+  info.cbContentEncryptKey = 1;
+  provider.blobs[SIMPLEBLOB] = Sequence(512, 0x20);
+  EXPECT_EQ(TRUE, Call());
+  EXPECT_EQ(512u, info.cbContentEncryptKey);
+  EXPECT_EQ(Sequence(512, 0x20), allocator.Block(0));
+  provider.blobs[SIMPLEBLOB] = Sequence(513, 0x20);
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call());
+  EXPECT_EQ(234u, GetLastError());
+  EXPECT_EQ("EXT : ZarMsgGenContentEncryptKey : CryptExportKey = ea.", trace.Messages().back());
+}
+
+TEST_F(GenerateForMessageTest, AZeroWrappedLengthStaysZero) {
+  const ProviderHandleAsKey providerHandleAsKey;
+  RecordedLocalAlloc localAlloc;
+  UseRecipient(CMSG_KEY_TRANS_RECIPIENT);
+  info.hCryptProv = Context();
+  EXPECT_EQ(TRUE, Call());
+  EXPECT_THAT(localAlloc.Calls(), ElementsAre("LocalAlloc(40, 512)"));
+  ASSERT_NE(nullptr, info.pbContentEncryptKey);
+  EXPECT_EQ(512u, LocalSize(info.pbContentEncryptKey));
+  EXPECT_EQ(Sequence(60, 0x10), Octets(info.pbContentEncryptKey, info.pbContentEncryptKey + 60));
+  EXPECT_EQ(0u, info.cbContentEncryptKey);
+  LocalFree(info.pbContentEncryptKey);
+}
+
+TEST_F(GenerateForMessageTest, ReportsAFailedRecipientImport) {
+  RecordedAllocator allocator;
+  UseRecipient(CMSG_KEY_TRANS_RECIPIENT);
+  info.hCryptProv = Context();
+  info.pfnAlloc = &RecordedAllocator::Allocate;
+  provider.FailCall("ImportKey", 1, 0x80090007);
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call());
+  EXPECT_EQ(0x80090007u, GetLastError());
+  EXPECT_EQ("EXT : ZarMsgGenContentEncryptKey : CryptImportKey = 80090007.",
+            trace.Messages().back());
+  EXPECT_EQ(0x4001u, OwnKey(info.hContentEncryptKey));
+  EXPECT_THAT(allocator.sizes, IsEmpty());
+}
+
+TEST_F(GenerateForMessageTest, StoresTheBlockBeforeTheExportThatFails) {
+  const ProviderHandleAsKey providerHandleAsKey;
+  RecordedAllocator allocator;
+  UseRecipient(CMSG_KEY_TRANS_RECIPIENT);
+  info.hCryptProv = Context();
+  info.pfnAlloc = &RecordedAllocator::Allocate;
+  info.cbContentEncryptKey = 9;
+  provider.FailCall("ExportKey", 1, 0x80090003);
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call());
+  EXPECT_EQ(0x80090003u, GetLastError());
+  EXPECT_EQ("EXT : ZarMsgGenContentEncryptKey : CryptExportKey = 80090003.",
+            trace.Messages().back());
+  EXPECT_EQ(allocator.Address(0), info.pbContentEncryptKey);
+  EXPECT_EQ(9u, info.cbContentEncryptKey);
+  EXPECT_THAT(provider.OpenKeys(), ElementsAre(0x3001, 0x4001));
+}
+
+// Behind an unpatched advapi32 the provider's handle is no key.
+TEST_F(GenerateForMessageTest, ThePlatformRefusesTheProviderHandleAsKey) {
+  UseRecipient(CMSG_KEY_TRANS_RECIPIENT);
+  info.hCryptProv = Context();
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call());
+  EXPECT_EQ(87u, GetLastError());
+  EXPECT_EQ("EXT : ZarMsgGenContentEncryptKey : CryptExportKey = 57.", trace.Messages().back());
+  LocalFree(info.pbContentEncryptKey);
+}
+
+TEST_F(GenerateForMessageTest, ReportsARefusedAllocation) {
+  RecordedAllocator allocator;
+  allocator.failing = 1;
+  UseRecipient(CMSG_KEY_TRANS_RECIPIENT);
+  info.hCryptProv = Context();
+  info.pfnAlloc = &RecordedAllocator::Allocate;
+  provider.ClearCalls();
+  EXPECT_EQ(FALSE, Call());
+  EXPECT_EQ(0x8009000Eu, GetLastError());
+  EXPECT_EQ(nullptr, info.pbContentEncryptKey);
+  EXPECT_EQ(3u, provider.Calls().size());
+}
+
+TEST_F(GenerateForMessageTest, RefusesAMissingRecipientArray) {
+  info.cRecipients = 1;
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call());
+  EXPECT_EQ(87u, GetLastError());
+  EXPECT_EQ(4u, trace.Messages().size());
+  EXPECT_THAT(provider.Calls(), IsEmpty());
+}
+
+TEST_F(GenerateForMessageTest, RefusesAMissingRecipientWhereItsKeyIsNeeded) {
+  UseRecipient(CMSG_KEY_TRANS_RECIPIENT);
+  recipient.pKeyTrans = nullptr;
+  info.hCryptProv = Context();
+  provider.ClearCalls();
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call());
+  EXPECT_EQ(87u, GetLastError());
+  EXPECT_EQ("EXT : ZarMsgGenContentEncryptKey : CMSG_KEY_TRANS_RECIPIENT = (null).",
+            trace.Messages().back());
+  EXPECT_EQ(2u, provider.Calls().size());
+}
+
+TEST_F(GenerateForMessageTest, TracesMissingTextsAsNull) {
+  UseRecipient(CMSG_KEY_AGREE_RECIPIENT);
+  recipient.pKeyAgree = nullptr;
+  info.hCryptProv = Context();
+  {
+    TraceCapture trace;
+    EXPECT_EQ(TRUE, Call());
+    EXPECT_EQ("EXT : ZarMsgGenContentEncryptKey : CMSG_KEY_AGREE_RECIPIENT = (null).",
+              trace.Messages().back());
+  }
+  const ProviderHandleAsKey providerHandleAsKey;
+  UseRecipient(CMSG_KEY_TRANS_RECIPIENT);
+  keyTrans.KeyEncryptionAlgorithm.pszObjId = nullptr;
+  TraceCapture trace;
+  EXPECT_EQ(TRUE, Call());
+  EXPECT_EQ("EXT : ZarMsgGenContentEncryptKey : CMSG_KEY_TRANS_RECIPIENT = (null).",
+            trace.Messages().back());
+  LocalFree(info.pbContentEncryptKey);
+}
+
+class GenerateForPublicKeyTest : public MessageKeysTest {
+ protected:
+  GenerateForPublicKeyTest() {
+    content.pszObjId = OidText(kAes);
+    keyInfo.Algorithm.pszObjId = OidText("1.3.6.1.4.1.32473.1.3.4");
+    keyInfo.PublicKey = {static_cast<DWORD>(publicKey.size()), publicKey.data(), 0};
+    provider.blobs[SIMPLEBLOB] = Sequence(60, 0x10);
+  }
+
+  using Generate = BOOL WINAPI(HCRYPTPROV*, CRYPT_ALGORITHM_IDENTIFIER*, void*,
+                               CERT_PUBLIC_KEY_INFO*, PFN_CMSG_ALLOC, HCRYPTKEY*, BYTE**, DWORD*);
+
+  BOOL Call() {
+    SetLastError(0);
+    return Export<Generate>("ZarGenEncryptKey")(&context, &content, nullptr, &keyInfo,
+                                                &RecordedAllocator::Allocate, &key, &parameters,
+                                                &parametersSize);
+  }
+
+  HCRYPTPROV context = 0;
+  CRYPT_ALGORITHM_IDENTIFIER content = {};
+  CERT_PUBLIC_KEY_INFO keyInfo = {};
+  HCRYPTKEY key = 0;
+  BYTE* parameters = nullptr;
+  DWORD parametersSize = 0;
+  Octets publicKey = {0x06, 0x20, 0x12, 0x34};
+  RecordedAllocator allocator;
+};
+
+TEST_F(GenerateForPublicKeyTest, GeneratesAndWraps) {
+  context = Context();
+  provider.ClearCalls();
+  TraceCapture trace;
+  EXPECT_EQ(TRUE, Call());
+  EXPECT_THAT(provider.Calls(),
+              ElementsAre("GetProvParam(1001, 16, 4, 0)", "GenKey(1001, 6611, 1) = 4001",
+                          "ImportKey(1001, [06201234], 0, 0) = 3001",
+                          "ExportKey(1001, 4001, 3001, 1, 0, 512)", "DestroyKey(1001, 3001)"));
+  EXPECT_THAT(trace.Messages(),
+              ElementsAre("EXT : ZarGenEncryptKey : Algorithm = 1.3.6.1.4.1.32473.1.3.4.",
+                          "EXT : ZarGenEncryptKey : CryptAlgorithm = 2.16.840.1.101.3.4.1.2.",
+                          "EXT : ZarGenEncryptKey : Flags = f0000000, tempAlg = 6611."));
+  EXPECT_THAT(allocator.sizes, ElementsAre(512u));
+  EXPECT_EQ(allocator.Address(0), parameters);
+  EXPECT_EQ(60u, parametersSize);
+  Octets expected = Sequence(60, 0x10);
+  expected.resize(512);
+  EXPECT_EQ(expected, allocator.Block(0));
+  EXPECT_EQ(0x4001u, OwnKey(key));
+  EXPECT_THAT(provider.OpenKeys(), ElementsAre(0x4001));
+}
+
+TEST_F(GenerateForPublicKeyTest, ServesTheThreeContentAlgorithms) {
+  context = Context();
+  struct Row {
+    const char* oid;
+    const char* call;
+    const char* line;
+  };
+  const Row rows[] = {
+      {kAes, "GenKey(1001, 6611, 1) = 4001",
+       "EXT : ZarGenEncryptKey : Flags = f0000000, tempAlg = 6611."},
+      {kBlockCipher, "GenKey(1001, 681f, 1) = 4002",
+       "EXT : ZarGenEncryptKey : Flags = f0000000, tempAlg = 681f."},
+      {kSecondBlockCipher, "GenKey(1001, 6620, 1) = 4003",
+       "EXT : ZarGenEncryptKey : Flags = f0000000, tempAlg = 6620."},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.oid);
+    content.pszObjId = OidText(row.oid);
+    provider.ClearCalls();
+    TraceCapture trace;
+    EXPECT_EQ(TRUE, Call());
+    EXPECT_THAT(provider.Calls(), Contains(row.call));
+    EXPECT_EQ(row.line, trace.Messages().back());
+  }
+}
+
+TEST_F(GenerateForPublicKeyTest, OpensTheDefaultContainerForTheExchangeKey) {
+  keyInfo.Algorithm.pszObjId = OidText("1.3.6.1.4.1.32473.1.4.4");
+  acquisitions.clear();
+  const ImportPatch patch(Module(), "ADVAPI32.dll", "CryptAcquireContextA", &RecordAcquisition);
+  TraceCapture trace;
+  EXPECT_EQ(TRUE, Call());
+  EXPECT_THAT(acquisitions, ElementsAre("null, null, 25, 0"));
+  EXPECT_EQ("EXT : ZarGenEncryptKey : Flags = 0, tempAlg = 6611.", trace.Messages().back());
+  // The context is the caller's; nothing releases it here.
+  EXPECT_THAT(provider.OpenContexts(), ElementsAre(0x1001));
+  CryptDestroyKey(key);
+  CryptReleaseContext(context, 0);
+}
+
+TEST_F(GenerateForPublicKeyTest, OpensAVerificationContextForOtherKeys) {
+  for (const char* oid : {"1.3.6.1.4.1.32473.1.4.40", "1.3.6.1.4.1.32473.1.3.4", "1.2.3"}) {
+    SCOPED_TRACE(oid);
+    keyInfo.Algorithm.pszObjId = OidText(oid);
+    acquisitions.clear();
+    context = 0;
+    const ImportPatch patch(Module(), "ADVAPI32.dll", "CryptAcquireContextA", &RecordAcquisition);
+    EXPECT_EQ(TRUE, Call());
+    EXPECT_THAT(acquisitions, ElementsAre("null, null, 25, f0000000"));
+    CryptDestroyKey(key);
+    CryptReleaseContext(context, 0);
+  }
+}
+
+TEST_F(GenerateForPublicKeyTest, OutputsAreOptional) {
+  context = Context();
+  EXPECT_EQ(TRUE, Export<Generate>("ZarGenEncryptKey")(&context, &content, nullptr, &keyInfo,
+                                                       &RecordedAllocator::Allocate, &key, nullptr,
+                                                       &parametersSize));
+  EXPECT_EQ(60u, parametersSize);
+  EXPECT_EQ(TRUE, Export<Generate>("ZarGenEncryptKey")(&context, &content, nullptr, &keyInfo,
+                                                       &RecordedAllocator::Allocate, &key,
+                                                       &parameters, nullptr));
+  EXPECT_EQ(allocator.Address(1), parameters);
+  EXPECT_EQ(TRUE, Export<Generate>("ZarGenEncryptKey")(&context, &content, nullptr, &keyInfo,
+                                                       &RecordedAllocator::Allocate, &key, nullptr,
+                                                       nullptr));
+  EXPECT_THAT(allocator.sizes, ElementsAre(512u, 512u, 512u));
+}
+
+TEST_F(GenerateForPublicKeyTest, WithoutAnAllocatorTheBlockIsLocalMemory) {
+  RecordedLocalAlloc localAlloc;
+  context = Context();
+  EXPECT_EQ(TRUE,
+            Export<Generate>("ZarGenEncryptKey")(&context, &content, nullptr, &keyInfo, nullptr,
+                                                 &key, &parameters, &parametersSize));
+  EXPECT_THAT(localAlloc.Calls(), ElementsAre("LocalAlloc(40, 512)"));
+  EXPECT_EQ(512u, LocalSize(parameters));
+  EXPECT_EQ(Sequence(60, 0x10), Octets(parameters, parameters + 60));
+  EXPECT_EQ(0, parameters[511]);
+  LocalFree(parameters);
+}
+
+TEST_F(GenerateForPublicKeyTest, RefusesMissingArguments) {
+  auto* generate = Export<Generate>("ZarGenEncryptKey");
+  context = Context();
+  provider.ClearCalls();
+  {
+    TraceCapture trace;
+    EXPECT_EQ(FALSE,
+              generate(&context, &content, nullptr, nullptr, nullptr, &key, nullptr, nullptr));
+    EXPECT_EQ(87u, GetLastError());
+    EXPECT_THAT(trace.Messages(), IsEmpty());
+  }
+  {
+    TraceCapture trace;
+    EXPECT_EQ(FALSE,
+              generate(&context, nullptr, nullptr, &keyInfo, nullptr, &key, nullptr, nullptr));
+    EXPECT_EQ(87u, GetLastError());
+    EXPECT_THAT(trace.Messages(),
+                ElementsAre("EXT : ZarGenEncryptKey : Algorithm = 1.3.6.1.4.1.32473.1.3.4."));
+  }
+  SetLastError(0);
+  EXPECT_EQ(FALSE, generate(nullptr, &content, nullptr, &keyInfo, nullptr, &key, nullptr, nullptr));
+  EXPECT_EQ(87u, GetLastError());
+  EXPECT_THAT(provider.Calls(), IsEmpty());
+  SetLastError(0);
+  EXPECT_EQ(FALSE,
+            generate(&context, &content, nullptr, &keyInfo, nullptr, nullptr, nullptr, nullptr));
+  EXPECT_EQ(87u, GetLastError());
+  EXPECT_THAT(provider.OpenKeys(), IsEmpty());
+}
+
+TEST_F(GenerateForPublicKeyTest, SurvivesMissingTexts) {
+  context = Context();
+  keyInfo.Algorithm.pszObjId = nullptr;
+  {
+    TraceCapture trace;
+    EXPECT_EQ(TRUE, Call());
+    EXPECT_EQ("EXT : ZarGenEncryptKey : Algorithm = (null).", trace.Messages().front());
+  }
+  content.pszObjId = nullptr;
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call());
+  EXPECT_EQ(0x80090008u, GetLastError());
+  EXPECT_THAT(trace.Messages(), ElementsAre("EXT : ZarGenEncryptKey : Algorithm = (null).",
+                                            "EXT : ZarGenEncryptKey : CryptAlgorithm = (null).",
+                                            "EXT : ZarGenEncryptKey : pszObjId error = 80090008."));
+}
+
+TEST_F(GenerateForPublicKeyTest, RefusesOtherContentAlgorithms) {
+  content.pszObjId = OidText("2.16.840.1.101.3.4.1.42");
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call());
+  EXPECT_EQ(0x80090008u, GetLastError());
+  EXPECT_THAT(trace.Messages(),
+              ElementsAre("EXT : ZarGenEncryptKey : Algorithm = 1.3.6.1.4.1.32473.1.3.4.",
+                          "EXT : ZarGenEncryptKey : CryptAlgorithm = 2.16.840.1.101.3.4.1.42.",
+                          "EXT : ZarGenEncryptKey : pszObjId error = 80090008."));
+  EXPECT_THAT(provider.Calls(), IsEmpty());
+}
+
+TEST_F(GenerateForPublicKeyTest, RefusesAnotherProviderTypeAsLackOfMemory) {
+  context = Context();
+  provider.providerType = 24;
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call());
+  EXPECT_EQ(0x8009000Eu, GetLastError());
+  EXPECT_EQ("EXT : ZarGenEncryptKey : CryptGetProvParam[" + Low(GetCurrentThreadId()) +
+                "] : PP_PROVTYPE=18.",
+            trace.Messages().back());
+  provider.providerType = 1;
+  EXPECT_EQ(TRUE, Call());
+}
+
+TEST_F(GenerateForPublicKeyTest, ReportsAFailedAcquisition) {
+  provider.FailCall("AcquireContext", 1, 0x80090016);
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call());
+  EXPECT_EQ(0x80090016u, GetLastError());
+  EXPECT_EQ("EXT : ZarGenEncryptKey : CryptAcquireContext = 80090016.", trace.Messages().back());
+  EXPECT_EQ(0u, context);
+}
+
+// Each call fails in turn: its own line is the last one, its own code is the caller's, and the
+// recipient's key is closed wherever it was open.
+TEST_F(GenerateForPublicKeyTest, ReportsTheCallThatFailed) {
+  struct Row {
+    const char* function;
+    const char* line;
+    std::size_t calls;
+    std::size_t openKeys;
+  };
+  const Row rows[] = {
+      {"GetProvParam", "EXT : ZarGenEncryptKey : CryptGetProvParam error = 80090020.", 1, 0},
+      {"GenKey", "EXT : ZarGenEncryptKey : CryptGenKey = 80090020.", 2, 0},
+      {"ImportKey", "EXT : ZarGenEncryptKey : CryptImportKey = 80090020.", 3, 1},
+      {"ExportKey", "EXT : ZarGenEncryptKey : CryptExportKey = 80090020.", 5, 1},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.function);
+    RecordingProvider failing;
+    failing.blobs[SIMPLEBLOB] = Sequence(60, 0x10);
+    failing.FailCall(row.function, 1, 0x80090020);
+    UseScript(&failing);
+    {
+      const ProviderContext own;
+      context = own.Get();
+      TraceCapture trace;
+      EXPECT_EQ(FALSE, Call());
+      EXPECT_EQ(0x80090020u, GetLastError());
+      EXPECT_EQ(row.line, trace.Messages().back());
+      EXPECT_EQ(row.calls, failing.KeyCalls().size());
+      EXPECT_EQ(row.openKeys, failing.OpenKeys().size());
+      EXPECT_THAT(failing.OpenKeys(), Not(Contains(0x3001)));
+      EXPECT_EQ(nullptr, parameters);
+      EXPECT_EQ(0u, parametersSize);
+    }
+    UseScript(&provider);
+  }
+}
+
+TEST_F(GenerateForPublicKeyTest, ReportsARefusedAllocation) {
+  context = Context();
+  allocator.failing = 1;
+  provider.ClearCalls();
+  EXPECT_EQ(FALSE, Call());
+  EXPECT_EQ(0x8009000Eu, GetLastError());
+  EXPECT_THAT(provider.Calls(),
+              ElementsAre("GetProvParam(1001, 16, 4, 0)", "GenKey(1001, 6611, 1) = 4001",
+                          "ImportKey(1001, [06201234], 0, 0) = 3001", "DestroyKey(1001, 3001)"));
+}
+
+// The recipient's key is destroyed after the failure has become the last error, so that a failing
+// destruction shows in its place.
+TEST_F(GenerateForPublicKeyTest, DestroysTheRecipientKeyAfterTheFailureIsReported) {
+  context = Context();
+  provider.FailCall("ExportKey", 1, 0x80090020);
+  provider.FailCall("DestroyKey", 1, 0x5A5A);
+  EXPECT_EQ(FALSE, Call());
+  EXPECT_EQ(0x5A5Au, GetLastError());
+}
+
+}  // namespace
+}  // namespace zarext::test

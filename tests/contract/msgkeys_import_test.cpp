@@ -1,0 +1,370 @@
+#include "contract/msgkeys_fixture.h"
+
+namespace zarext::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+using ImportKeyTrans = BOOL WINAPI(CRYPT_ALGORITHM_IDENTIFIER*, CMSG_CTRL_KEY_TRANS_DECRYPT_PARA*,
+                                   DWORD, void*, HCRYPTKEY*);
+
+// An encrypted key of 180 octets: 100 of the wrapped key, 80 of the sender's public key.
+class ImportForMessageTest : public MessageKeysTest {
+ protected:
+  ImportForMessageTest() {
+    content.pszObjId = OidText("1.3.6.1.4.1.32473.1.2.4");
+    para.cbSize = sizeof para;
+    para.hCryptProv = Context();
+    para.pKeyTrans = &keyTrans;
+    keyTrans.KeyEncryptionAlgorithm.pszObjId = OidText("1.2.643.2.2.19");
+    keyTrans.EncryptedKey = {180, encrypted.Data()};
+    provider.ClearCalls();
+  }
+
+  BOOL Call(DWORD dwFlags = 0) {
+    SetLastError(0);
+    return Export<ImportKeyTrans>("ZarMsgImportKeyTrans")(&content, &para, dwFlags, nullptr, &key);
+  }
+
+  static std::string Import(const Octets& octets, const char* exchangeKey, const char* result) {
+    return "ImportKey(1001, [" + HexText(octets) + "], " + exchangeKey + ", 0) " + result;
+  }
+
+  GuardedMemory encrypted{Sequence(180, 0), GuardedMemory::Guard::kBefore};
+  CRYPT_ALGORITHM_IDENTIFIER content = {};
+  CMSG_CTRL_KEY_TRANS_DECRYPT_PARA para = {};
+  CMSG_KEY_TRANS_RECIPIENT_INFO keyTrans = {};
+  HCRYPTKEY key = 0;
+};
+
+TEST_F(ImportForMessageTest, ImportsTheSenderKeyAndThenTheContentKey) {
+  TraceCapture trace;
+  EXPECT_EQ(TRUE, Call());
+  EXPECT_THAT(provider.Calls(),
+              ElementsAre(Import(Sequence(80, 100), "0", "= 3001"),
+                          Import(Sequence(100, 0), "3001", "= 3002"), "DestroyKey(1001, 3001)"));
+  EXPECT_EQ(100u, keyTrans.EncryptedKey.cbData);
+  EXPECT_EQ(encrypted.Data(), keyTrans.EncryptedKey.pbData);
+  EXPECT_EQ(0x3002u, OwnKey(key));
+  EXPECT_THAT(provider.OpenKeys(), ElementsAre(0x3002));
+}
+
+TEST_F(ImportForMessageTest, TracesTheCall) {
+  para.dwKeySpec = 17;
+  para.dwRecipientIndex = 18;
+  keyTrans.dwVersion = 0x1A;
+  keyTrans.RecipientId.dwIdChoice = 19;
+  TraceCapture trace;
+  EXPECT_EQ(TRUE, Call());
+  const std::string own = "EXT : ZarMsgImportKeyTrans : ";
+  EXPECT_THAT(
+      trace.Messages(),
+      ElementsAre(own + "ContentEncryptionAlgorithm = 1.3.6.1.4.1.32473.1.2.4.",
+                  own + "hCryptProv=" + Low(para.hCryptProv) + ".",
+                  own + "dwKeySpec = 17, dwRecipientIndex=18.",
+                  own + "KeyEncryptionAlgorithm = 1.2.643.2.2.19.",
+                  own + "RecipientId.dwIdChoice = 19, dwVersion=1a.",
+                  own + "pKeyTrans->EncryptedKeySize = 180.", own + "CryptImportKey - OK."));
+}
+
+// Any content algorithm will do: the provider learns it from the blob.
+TEST_F(ImportForMessageTest, DoesNotCheckTheContentAlgorithm) {
+  content.pszObjId = OidText("1.2.3");
+  EXPECT_EQ(TRUE, Call());
+}
+
+TEST_F(ImportForMessageTest, AForeignAlgorithmGivesTheWholeBlobToTheProvider) {
+  keyTrans.KeyEncryptionAlgorithm.pszObjId = OidText("1.2.840.113549.1.1.1");
+  EXPECT_EQ(TRUE, Call());
+  EXPECT_THAT(provider.Calls(), ElementsAre(Import(Sequence(180, 0), "0", "= 3001")));
+  EXPECT_EQ(180u, keyTrans.EncryptedKey.cbData);
+}
+
+TEST_F(ImportForMessageTest, EveryOwnArcIsSplit) {
+  for (const char* oid : {"1.3.6.1.4.1.32473.1.5.8", "1.2.398.3.10.1", "1.2.643.2.2.19"}) {
+    SCOPED_TRACE(oid);
+    keyTrans.KeyEncryptionAlgorithm.pszObjId = OidText(oid);
+    keyTrans.EncryptedKey.cbData = 180;
+    EXPECT_EQ(TRUE, Call());
+    EXPECT_EQ(100u, keyTrans.EncryptedKey.cbData);
+  }
+}
+
+TEST_F(ImportForMessageTest, GoesOnWithTheWholeBlobWithoutASenderKey) {
+  provider.FailCall("ImportKey", 1, 0x80090015);
+  TraceCapture trace;
+  EXPECT_EQ(TRUE, Call());
+  EXPECT_THAT(provider.Calls(), ElementsAre(Import(Sequence(80, 100), "0", "! 80090015"),
+                                            Import(Sequence(180, 0), "0", "= 3001")));
+  EXPECT_EQ(180u, keyTrans.EncryptedKey.cbData);
+  const auto messages = trace.Messages();
+  ASSERT_EQ(8u, messages.size());
+  EXPECT_EQ("EXT : ZarMsgImportKeyTrans : CryptImportKey 1 = 80090015.", messages[6]);
+  EXPECT_EQ("EXT : ZarMsgImportKeyTrans : CryptImportKey - OK.", messages[7]);
+}
+
+// What lies before the encrypted key is a forbidden page.
+TEST_F(ImportForMessageTest, AShortKeyHasNoSenderKey) {
+  keyTrans.EncryptedKey.cbData = 79;
+  TraceCapture trace;
+  EXPECT_EQ(TRUE, Call());
+  EXPECT_THAT(provider.Calls(), ElementsAre(Import(Sequence(79, 0), "0", "= 3001")));
+  EXPECT_EQ(79u, keyTrans.EncryptedKey.cbData);
+  const auto messages = trace.Messages();
+  ASSERT_EQ(8u, messages.size());
+  EXPECT_EQ("EXT : ZarMsgImportKeyTrans : pKeyTrans->EncryptedKeySize = 79.", messages[5]);
+  EXPECT_EQ("EXT : ZarMsgImportKeyTrans : CryptImportKey 1 = 80090005.", messages[6]);
+}
+
+TEST_F(ImportForMessageTest, AKeyOfEightyOctetsIsTheSenderKeyAlone) {
+  keyTrans.EncryptedKey.cbData = 80;
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call());
+  EXPECT_EQ(87u, GetLastError());
+  EXPECT_EQ(0u, keyTrans.EncryptedKey.cbData);
+  EXPECT_THAT(provider.Calls(),
+              ElementsAre(Import(Sequence(80, 0), "0", "= 3001"), "DestroyKey(1001, 3001)"));
+  EXPECT_EQ("EXT : ZarMsgImportKeyTrans : CryptImportKey = 57.", trace.Messages().back());
+}
+
+TEST_F(ImportForMessageTest, AMissingKeyIsRefusedByThePlatform) {
+  for (const DWORD size : {DWORD{0}, DWORD{180}}) {
+    keyTrans.EncryptedKey = {size, nullptr};
+    TraceCapture trace;
+    EXPECT_EQ(FALSE, Call());
+    EXPECT_EQ(87u, GetLastError());
+    const auto messages = trace.Messages();
+    ASSERT_EQ(8u, messages.size());
+    EXPECT_EQ("EXT : ZarMsgImportKeyTrans : CryptImportKey 1 = 80090005.", messages[6]);
+    EXPECT_EQ("EXT : ZarMsgImportKeyTrans : CryptImportKey = 57.", messages[7]);
+  }
+  EXPECT_THAT(provider.Calls(), IsEmpty());
+}
+
+// The shortened length stays after a failure, and a second attempt starts from it.
+TEST_F(ImportForMessageTest, KeepsTheShortenedLengthWhenTheContentKeyFails) {
+  provider.FailCall("ImportKey", 2, 0x80090005);
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call());
+  EXPECT_EQ(0x80090005u, GetLastError());
+  EXPECT_EQ("EXT : ZarMsgImportKeyTrans : CryptImportKey = 80090005.", trace.Messages().back());
+  EXPECT_EQ(100u, keyTrans.EncryptedKey.cbData);
+  EXPECT_THAT(provider.OpenKeys(), IsEmpty());
+  provider.ClearCalls();
+  EXPECT_EQ(TRUE, Call());
+  EXPECT_THAT(provider.Calls(),
+              ElementsAre(Import(Sequence(80, 20), "0", "= 3002"),
+                          Import(Sequence(20, 0), "3002", "= 3003"), "DestroyKey(1001, 3002)"));
+}
+
+TEST_F(ImportForMessageTest, RefusesMissingArguments) {
+  auto* importKey = Export<ImportKeyTrans>("ZarMsgImportKeyTrans");
+  {
+    TraceCapture trace;
+    EXPECT_EQ(FALSE, importKey(nullptr, &para, 0, nullptr, &key));
+    EXPECT_EQ(87u, GetLastError());
+    EXPECT_THAT(trace.Messages(), IsEmpty());
+  }
+  {
+    TraceCapture trace;
+    EXPECT_EQ(FALSE, Call(1));
+    EXPECT_EQ(87u, GetLastError());
+    EXPECT_EQ(1u, trace.Messages().size());
+  }
+  {
+    TraceCapture trace;
+    SetLastError(0);
+    EXPECT_EQ(FALSE, importKey(&content, nullptr, 0, nullptr, &key));
+    EXPECT_EQ(87u, GetLastError());
+    EXPECT_EQ(1u, trace.Messages().size());
+  }
+  {
+    para.pKeyTrans = nullptr;
+    TraceCapture trace;
+    EXPECT_EQ(FALSE, Call());
+    EXPECT_EQ(87u, GetLastError());
+    EXPECT_EQ("EXT : ZarMsgImportKeyTrans : KeyEncryptionAlgorithm = (null).",
+              trace.Messages().back());
+    para.pKeyTrans = &keyTrans;
+  }
+  EXPECT_THAT(provider.Calls(), IsEmpty());
+}
+
+TEST_F(ImportForMessageTest, RefusesAMissingPlaceForTheHandle) {
+  SetLastError(0);
+  EXPECT_EQ(FALSE,
+            Export<ImportKeyTrans>("ZarMsgImportKeyTrans")(&content, &para, 0, nullptr, nullptr));
+  EXPECT_EQ(87u, GetLastError());
+  EXPECT_THAT(provider.OpenKeys(), IsEmpty());
+}
+
+TEST_F(ImportForMessageTest, TracesMissingTextsAsNull) {
+  content.pszObjId = nullptr;
+  keyTrans.KeyEncryptionAlgorithm.pszObjId = nullptr;
+  TraceCapture trace;
+  EXPECT_EQ(TRUE, Call());
+  EXPECT_EQ("EXT : ZarMsgImportKeyTrans : ContentEncryptionAlgorithm = (null).",
+            trace.Messages()[0]);
+  EXPECT_EQ("EXT : ZarMsgImportKeyTrans : KeyEncryptionAlgorithm = (null).", trace.Messages()[3]);
+  EXPECT_THAT(provider.Calls(), ElementsAre(Import(Sequence(180, 0), "0", "= 3001")));
+}
+
+// advapi32 never gives a null handle with success; a patched one shows what the module makes of it.
+BOOL WINAPI ImportNoKey(HCRYPTPROV, const BYTE*, DWORD, HCRYPTKEY, DWORD, HCRYPTKEY* key) {
+  *key = 0;
+  SetLastError(0x77);
+  return TRUE;
+}
+
+TEST_F(ImportForMessageTest, ANullHandleIsFalseWithoutACodeOfItsOwn) {
+  key = 5;
+  const ImportPatch patch(Module(), "ADVAPI32.dll", "CryptImportKey", &ImportNoKey);
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call());
+  EXPECT_EQ(0x77u, GetLastError());
+  EXPECT_EQ("EXT : ZarMsgImportKeyTrans : CryptImportKey - OK.", trace.Messages().back());
+  EXPECT_EQ(0u, key);
+}
+
+TEST_F(ImportForMessageTest, DestroysTheSenderKeyAfterTheFailureIsReported) {
+  provider.FailCall("ImportKey", 2, 0x80090005);
+  provider.FailCall("DestroyKey", 1, 0x5A5A);
+  EXPECT_EQ(FALSE, Call());
+  EXPECT_EQ(0x5A5Au, GetLastError());
+}
+
+using ImportEncryptKey = BOOL WINAPI(HCRYPTPROV, DWORD, CRYPT_ALGORITHM_IDENTIFIER*,
+                                     CRYPT_ALGORITHM_IDENTIFIER*, BYTE*, DWORD, HCRYPTKEY*);
+
+class ImportEncodedKeyTest : public MessageKeysTest {
+ protected:
+  ImportEncodedKeyTest() {
+    content.pszObjId = OidText("1.3.6.1.4.1.32473.1.2.4");
+    publicKey.pszObjId = OidText("1.3.6.1.4.1.32473.1.4.4");
+    Context();
+    provider.ClearCalls();
+  }
+
+  BOOL Call(DWORD size = 4) {
+    SetLastError(0);
+    return Export<ImportEncryptKey>("ZarImportEncryptKey")(Context(), 0, &content, &publicKey,
+                                                           encoded.data(), size, &key);
+  }
+
+  CRYPT_ALGORITHM_IDENTIFIER content = {};
+  CRYPT_ALGORITHM_IDENTIFIER publicKey = {};
+  Octets encoded = {0x01, 0x02, 0x1F, 0x68};
+  HCRYPTKEY key = 0;
+};
+
+TEST_F(ImportEncodedKeyTest, ImportsAnExportableKey) {
+  TraceCapture trace;
+  EXPECT_EQ(TRUE, Call());
+  EXPECT_THAT(provider.Calls(), ElementsAre("ImportKey(1001, [01021f68], 0, 1) = 3001"));
+  EXPECT_EQ(0x3001u, OwnKey(key));
+  EXPECT_THAT(trace.Messages(),
+              ElementsAre("EXT : ZarImportEncryptKey : paiPubKey = 1.3.6.1.4.1.32473.1.4.4.",
+                          "EXT : ZarImportEncryptKey : paiEncrypt = 1.3.6.1.4.1.32473.1.2.4."));
+}
+
+TEST_F(ImportEncodedKeyTest, ServesThreeContentAndTwoKeyAlgorithms) {
+  for (const char* keyOid : {"1.3.6.1.4.1.32473.1.4.4", "1.3.6.1.4.1.32473.1.3.4"}) {
+    for (const char* oid :
+         {"1.3.6.1.4.1.32473.1.1.4", "1.3.6.1.4.1.32473.1.2.4", "1.2.643.2.2.21"}) {
+      SCOPED_TRACE(std::string(keyOid) + " " + oid);
+      publicKey.pszObjId = OidText(keyOid);
+      content.pszObjId = OidText(oid);
+      EXPECT_EQ(TRUE, Call());
+    }
+  }
+}
+
+TEST_F(ImportEncodedKeyTest, RefusesOtherKeyAlgorithmsWithoutALineOfTheirOwn) {
+  for (const char* oid : {"1.3.6.1.4.1.32473.1.4.40", "1.2.643.2.2.19", ""}) {
+    SCOPED_TRACE(oid);
+    publicKey.pszObjId = OidText(oid);
+    TraceCapture trace;
+    EXPECT_EQ(FALSE, Call());
+    EXPECT_EQ(0x80090008u, GetLastError());
+    EXPECT_THAT(trace.Messages(),
+                ElementsAre(std::string("EXT : ZarImportEncryptKey : paiPubKey = ") + oid + "."));
+  }
+  publicKey.pszObjId = nullptr;
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call());
+  EXPECT_EQ(0x80090008u, GetLastError());
+  EXPECT_THAT(trace.Messages(), ElementsAre("EXT : ZarImportEncryptKey : paiPubKey = (null)."));
+  EXPECT_THAT(provider.Calls(), IsEmpty());
+}
+
+// The line names the export function.
+TEST_F(ImportEncodedKeyTest, RefusesOtherContentAlgorithmsInTheNameOfTheExport) {
+  for (const char* oid : {"2.16.840.1.101.3.4.1.2", "1.3.6.1.4.1.32473.1.20.1",
+                          "1.3.6.1.4.1.32473.1.2.40", "1.2.643.2.2.2"}) {
+    SCOPED_TRACE(oid);
+    content.pszObjId = OidText(oid);
+    TraceCapture trace;
+    EXPECT_EQ(FALSE, Call());
+    EXPECT_EQ(0x80090008u, GetLastError());
+    EXPECT_THAT(trace.Messages(),
+                ElementsAre("EXT : ZarImportEncryptKey : paiPubKey = 1.3.6.1.4.1.32473.1.4.4.",
+                            std::string("EXT : ZarImportEncryptKey : paiEncrypt = ") + oid + ".",
+                            "EXT : ZarExportEncryptKey : pszObjId error = 80090008."));
+  }
+  content.pszObjId = nullptr;
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call());
+  EXPECT_EQ(0x80090008u, GetLastError());
+  EXPECT_EQ("EXT : ZarImportEncryptKey : paiEncrypt = (null).", trace.Messages()[1]);
+  EXPECT_THAT(provider.Calls(), IsEmpty());
+}
+
+TEST_F(ImportEncodedKeyTest, RefusesAnEmptyKeyAfterBothAlgorithms) {
+  {
+    TraceCapture trace;
+    EXPECT_EQ(FALSE, Call(0));
+    EXPECT_EQ(87u, GetLastError());
+    EXPECT_EQ(2u, trace.Messages().size());
+  }
+  SetLastError(0);
+  EXPECT_EQ(FALSE, Export<ImportEncryptKey>("ZarImportEncryptKey")(Context(), 0, &content,
+                                                                   &publicKey, nullptr, 4, &key));
+  EXPECT_EQ(87u, GetLastError());
+  content.pszObjId = OidText("1.2.3");
+  EXPECT_EQ(FALSE, Call(0));
+  EXPECT_EQ(0x80090008u, GetLastError());
+  EXPECT_THAT(provider.Calls(), IsEmpty());
+}
+
+TEST_F(ImportEncodedKeyTest, RefusesMissingArguments) {
+  auto* importKey = Export<ImportEncryptKey>("ZarImportEncryptKey");
+  {
+    TraceCapture trace;
+    EXPECT_EQ(FALSE, importKey(Context(), 0, &content, nullptr, encoded.data(), 4, &key));
+    EXPECT_EQ(87u, GetLastError());
+    EXPECT_THAT(trace.Messages(), IsEmpty());
+  }
+  {
+    TraceCapture trace;
+    SetLastError(0);
+    EXPECT_EQ(FALSE, importKey(Context(), 0, nullptr, &publicKey, encoded.data(), 4, &key));
+    EXPECT_EQ(87u, GetLastError());
+    EXPECT_EQ(1u, trace.Messages().size());
+  }
+  SetLastError(0);
+  EXPECT_EQ(FALSE, importKey(Context(), 0, &content, &publicKey, encoded.data(), 4, nullptr));
+  EXPECT_EQ(87u, GetLastError());
+  EXPECT_THAT(provider.Calls(), IsEmpty());
+}
+
+TEST_F(ImportEncodedKeyTest, ReportsAFailedImport) {
+  provider.FailCall("ImportKey", 1, 0x80090005);
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call());
+  EXPECT_EQ(0x80090005u, GetLastError());
+  EXPECT_EQ("EXT : ZarImportEncryptKey : CryptImportKey = 80090005.", trace.Messages().back());
+}
+
+}  // namespace
+}  // namespace zarext::test
