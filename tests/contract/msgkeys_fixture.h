@@ -16,6 +16,7 @@
 #include "support/guarded_memory.h"
 #include "support/import_patch.h"
 #include "support/module_under_test.h"
+#include "support/provider_handle_as_key.h"
 #include "support/recording_provider.h"
 #include "support/scripted_provider.h"
 #include "support/trace_capture.h"
@@ -94,25 +95,6 @@ class RecordedLocalAlloc {
   }
   inline static std::vector<std::string> calls_;
   ImportPatch patch_{Module(), "KERNEL32.dll", "LocalAlloc", &Allocate};
-};
-
-// advapi32 refuses a provider handle given as a key. Behind this patch the provider gets it, as its
-// own context handle.
-class ProviderHandleAsKey {
- private:
-  static BOOL WINAPI ExportKey(HCRYPTKEY key, HCRYPTKEY exchangeKey, DWORD type, DWORD flags,
-                               BYTE* data, DWORD* size) {
-    constexpr DWORD kProviderMagic = 0xA39E741F;
-    if (key == 0 || *reinterpret_cast<const DWORD*>(key) != kProviderMagic) {
-      return CryptExportKey(key, exchangeKey, type, flags, data, size);
-    }
-    const auto* words = reinterpret_cast<const ULONG_PTR*>(key);
-    using CPExportKey = BOOL WINAPI(HCRYPTPROV, HCRYPTKEY, HCRYPTKEY, DWORD, DWORD, BYTE*, DWORD*);
-    const FARPROC function = GetProcAddress(reinterpret_cast<HMODULE>(words[1]), "CPExportKey");
-    return reinterpret_cast<CPExportKey*>(reinterpret_cast<void*>(function))(
-        words[3], words[3], OwnKey(exchangeKey), type, flags, data, size);
-  }
-  ImportPatch patch_{Module(), "ADVAPI32.dll", "CryptExportKey", &ExportKey};
 };
 
 class MessageKeysTest : public testing::Test {

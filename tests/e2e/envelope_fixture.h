@@ -1,0 +1,90 @@
+// Parties of an enveloped message: containers of the development provider, their exchange keys, and
+// certificates for them from a real issuer.
+#ifndef ZAREXT_TESTS_E2E_ENVELOPE_FIXTURE_H_
+#define ZAREXT_TESTS_E2E_ENVELOPE_FIXTURE_H_
+
+#include <gmock/gmock.h>
+#include <windows.h>
+
+#include <wincrypt.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "contract/provider_fixture.h"
+#include "frame/handles.h"
+#include "support/module_under_test.h"
+#include "support/trace_capture.h"
+
+namespace zarext::test {
+
+// ALG_ID of the exchange keys that make 80-octet blobs, and the OID of such a key.
+inline constexpr ALG_ID kExchangeAlgId = 0xA045;
+inline constexpr char kExchangeOid[] = "1.3.6.1.4.1.32473.1.8.8";
+
+// A container with a fresh exchange key.
+class Party {
+ public:
+  explicit Party(const char* container, ALG_ID algId = kExchangeAlgId, DWORD type = 25)
+      : context_(NewContainer(container, type)), key_(Generate(context_, algId)) {}
+
+  [[nodiscard]] HCRYPTPROV Provider() const { return context_.Get(); }
+  [[nodiscard]] const Context& Own() const { return context_; }
+  [[nodiscard]] Octets PublicBlob() const { return test::Export(key_, PUBLICKEYBLOB); }
+
+ private:
+  Context context_;
+  Key key_;
+};
+
+// An RSA certification authority in the RSA companion provider.
+class Issuer {
+ public:
+  Issuer() : context_(NewContainer("issuer", 1)), key_(Generate(context_, AT_SIGNATURE)) {}
+
+  // A certificate whose public key is the party's whole blob, under `keyOid`.
+  [[nodiscard]] UniqueCertContext Certify(const Party& party, const char* keyOid) const {
+    Octets serial = {static_cast<std::uint8_t>(++serial_)};
+    Octets name = EncodeName("CN=Issuer");
+    Octets subject = EncodeName("CN=Party");
+    Octets publicKey = party.PublicBlob();
+    char signatureOid[] = szOID_RSA_SHA256RSA;
+    CERT_INFO info = {};
+    info.dwVersion = CERT_V3;
+    info.SerialNumber = {1, serial.data()};
+    info.SignatureAlgorithm.pszObjId = signatureOid;
+    info.Issuer = {static_cast<DWORD>(name.size()), name.data()};
+    info.Subject = {static_cast<DWORD>(subject.size()), subject.data()};
+    info.NotBefore.dwHighDateTime = 0x01D00000;
+    info.NotAfter.dwHighDateTime = 0x01F00000;
+    info.SubjectPublicKeyInfo.Algorithm.pszObjId = const_cast<char*>(keyOid);
+    info.SubjectPublicKeyInfo.PublicKey = {static_cast<DWORD>(publicKey.size()), publicKey.data(),
+                                           0};
+    const Octets encoded = Fetch("CryptSignAndEncodeCertificate", [&](BYTE* data, DWORD* size) {
+      return CryptSignAndEncodeCertificate(context_.Get(), AT_SIGNATURE, X509_ASN_ENCODING,
+                                           X509_CERT_TO_BE_SIGNED, &info, &info.SignatureAlgorithm,
+                                           nullptr, data, size);
+    });
+    UniqueCertContext certificate(CertCreateCertificateContext(X509_ASN_ENCODING, encoded.data(),
+                                                               static_cast<DWORD>(encoded.size())));
+    Must(certificate.Get() != nullptr, "CertCreateCertificateContext");
+    return certificate;
+  }
+
+ private:
+  static Octets EncodeName(const char* text) {
+    return Fetch("CertStrToName", [&](BYTE* data, DWORD* size) {
+      return CertStrToNameA(X509_ASN_ENCODING, text, CERT_X500_NAME_STR, nullptr, data, size,
+                            nullptr);
+    });
+  }
+
+  Context context_;
+  Key key_;
+  mutable unsigned serial_ = 0;
+};
+
+}  // namespace zarext::test
+
+#endif  // ZAREXT_TESTS_E2E_ENVELOPE_FIXTURE_H_

@@ -1,0 +1,293 @@
+#include <algorithm>
+
+#include "e2e/envelope_fixture.h"
+#include "support/prepared_process.h"
+#include "support/provider_handle_as_key.h"
+
+namespace zarext::test {
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+constexpr char kAes[] = "2.16.840.1.101.3.4.1.2";
+constexpr char kBlockCipher[] = "1.3.6.1.4.1.32473.1.2.4";
+constexpr char kRsaExchangeOid[] = "1.3.6.1.4.1.32473.1.8.22";
+
+// The import function is bound by the content algorithm as well, because that is how Wine looks it
+// up.
+void BindMessageFunctions() {
+  RegisterOidInfo(kAes, 2, L"AES-128-CBC", 0x6611);
+  RegisterOidInfo(kBlockCipher, 2, L"GOST 28147-89", 0x681F);
+  BindOidFunction("CryptMsgDllGenContentEncryptKey", kBlockCipher, "ZarMsgGenContentEncryptKey");
+  for (const char* oid : {kExchangeOid, kRsaExchangeOid}) {
+    BindOidFunction("CryptMsgDllExportKeyTrans", oid, "ZarMsgExportKeyTrans");
+    BindOidFunction("CryptMsgDllImportKeyTrans", oid, "ZarMsgImportKeyTrans");
+  }
+  for (const char* oid : {kAes, kBlockCipher}) {
+    BindOidFunction("CryptMsgDllImportKeyTrans", oid, "ZarMsgImportKeyTrans");
+  }
+}
+const PreparedProcess prepared(&BindMessageFunctions);
+
+// Wine's message layer passes a shorter record than the documented one. The two fields behind its
+// end then lie in a saved register of its caller, xmm6, which may come back changed: said to the
+// compiler here.
+BOOL EncryptMessage(CRYPT_ENCRYPT_MESSAGE_PARA* para, const std::vector<PCCERT_CONTEXT>& recipients,
+                    const Octets& content, Octets* message) {
+  const auto count = static_cast<DWORD>(recipients.size());
+  auto** certificates = const_cast<PCCERT_CONTEXT*>(recipients.data());
+  DWORD size = static_cast<DWORD>(content.size()) + 4096;
+  message->resize(size);
+  const BOOL result =
+      CryptEncryptMessage(para, count, certificates, content.data(),
+                          static_cast<DWORD>(content.size()), message->data(), &size);
+  asm volatile("" ::: "xmm6", "memory");
+  message->resize(result ? size : 0);
+  return result;
+}
+
+class Message {
+ public:
+  explicit Message(const Octets& encoded)
+      : handle_(CryptMsgOpenToDecode(X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, 0, 0, 0, nullptr,
+                                     nullptr)) {
+    Must(CryptMsgUpdate(handle_, encoded.data(), static_cast<DWORD>(encoded.size()), TRUE),
+         "CryptMsgUpdate");
+  }
+  ~Message() { CryptMsgClose(handle_); }
+  Message(const Message&) = delete;
+  Message& operator=(const Message&) = delete;
+
+  BOOL Decrypt(HCRYPTPROV provider) const {
+    CMSG_CTRL_DECRYPT_PARA para = {};
+    para.cbSize = sizeof para;
+    para.hCryptProv = provider;
+    para.dwKeySpec = AT_KEYEXCHANGE;
+    return CryptMsgControl(handle_, 0, CMSG_CTRL_DECRYPT, &para);
+  }
+  [[nodiscard]] Octets Content() const {
+    return Fetch("CryptMsgGetParam", [&](BYTE* data, DWORD* size) {
+      return CryptMsgGetParam(handle_, CMSG_CONTENT_PARAM, 0, data, size);
+    });
+  }
+
+ private:
+  HCRYPTMSG handle_;
+};
+
+class EnvelopeTest : public ProviderTest {
+ protected:
+  EnvelopeTest() { Module(); }
+
+  BOOL Encrypt(const char* contentOid, HCRYPTPROV provider,
+               const std::vector<PCCERT_CONTEXT>& recipients) {
+    CRYPT_ENCRYPT_MESSAGE_PARA para = {};
+    para.cbSize = sizeof para;
+    para.dwMsgEncodingType = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
+    para.hCryptProv = provider;
+    para.ContentEncryptionAlgorithm.pszObjId = const_cast<char*>(contentOid);
+    SetLastError(0);
+    return EncryptMessage(&para, recipients, content, &message);
+  }
+
+  [[nodiscard]] bool MessageHolds(const Octets& octets) const {
+    return std::search(message.begin(), message.end(), octets.begin(), octets.end()) !=
+           message.end();
+  }
+
+  Party sender{"sender"};
+  Party recipient{"recipient"};
+  Issuer issuer;
+  Octets content = {'c', 'o', 'n', 't', 'e', 'n', 't'};
+  Octets message;
+};
+
+TEST_F(EnvelopeTest, ReachesTheRecipient) {
+  const auto certificate = issuer.Certify(recipient, kExchangeOid);
+  ASSERT_TRUE(Encrypt(kAes, sender.Provider(), {certificate.Get()})) << GetLastError();
+  EXPECT_FALSE(MessageHolds(content));
+  EXPECT_TRUE(MessageHolds(sender.PublicBlob()));
+  const Message received(message);
+  ASSERT_TRUE(received.Decrypt(recipient.Provider())) << GetLastError();
+  EXPECT_EQ(content, received.Content());
+}
+
+TEST_F(EnvelopeTest, TracesBothSides) {
+  const auto certificate = issuer.Certify(recipient, kExchangeOid);
+  TraceCapture trace;
+  ASSERT_TRUE(Encrypt(kAes, sender.Provider(), {certificate.Get()})) << GetLastError();
+  const auto sent = trace.Messages();
+  const std::string exporting = "EXT : ZarMsgExportKeyTrans : ";
+  ASSERT_EQ(15u, sent.size());
+  EXPECT_EQ(exporting + "ContentEncryptionAlgorithm = 2.16.840.1.101.3.4.1.2.", sent[0]);
+  EXPECT_EQ(exporting + "rgCmsRecipients.dwRecipientChoice = 1.", sent[3]);
+  EXPECT_EQ(exporting + "pKeyTransEncodeInfo->KeyEncryptionAlgorithm = 1.3.6.1.4.1.32473.1.8.8.",
+            sent[7]);
+  EXPECT_THAT(sent[10], HasSubstr("pKeyTransEncodeInfo->RecipientPublicKeySize = 80 ("));
+  EXPECT_EQ(exporting + "pKeyTransEncryptInfo->EncryptedKeySize=0.", sent[13]);
+  // 32 octets of head, 24 of the wrapped key, 80 of the sender's key.
+  EXPECT_EQ(exporting + "EncryptedKeySize=136.", sent[14]);
+
+  const Message received(message);
+  trace.Clear();
+  ASSERT_TRUE(received.Decrypt(recipient.Provider())) << GetLastError();
+  const auto read = trace.Messages();
+  const std::string importing = "EXT : ZarMsgImportKeyTrans : ";
+  ASSERT_EQ(7u, read.size());
+  EXPECT_EQ(importing + "ContentEncryptionAlgorithm = 2.16.840.1.101.3.4.1.2.", read[0]);
+  EXPECT_EQ(importing + "dwKeySpec = 1, dwRecipientIndex=0.", read[2]);
+  EXPECT_EQ(importing + "KeyEncryptionAlgorithm = 1.3.6.1.4.1.32473.1.8.8.", read[3]);
+  EXPECT_EQ(importing + "RecipientId.dwIdChoice = 1, dwVersion=0.", read[4]);
+  EXPECT_EQ(importing + "pKeyTrans->EncryptedKeySize = 136.", read[5]);
+  EXPECT_EQ(importing + "CryptImportKey - OK.", read[6]);
+}
+
+TEST_F(EnvelopeTest, CarriesContentOfAnyLength) {
+  const auto certificate = issuer.Certify(recipient, kExchangeOid);
+  for (const std::size_t size : {1u, 15u, 16u, 17u, 1000u, 70000u}) {
+    SCOPED_TRACE(size);
+    content.assign(size, 0x5A);
+    ASSERT_TRUE(Encrypt(kAes, sender.Provider(), {certificate.Get()})) << GetLastError();
+    const Message received(message);
+    ASSERT_TRUE(received.Decrypt(recipient.Provider())) << GetLastError();
+    EXPECT_EQ(content, received.Content());
+  }
+}
+
+// A failed attempt keeps its code, and leaves the key record shortened: on the same message the
+// right recipient comes too late.
+TEST_F(EnvelopeTest, AnotherContainerCannotReadIt) {
+  const auto certificate = issuer.Certify(recipient, kExchangeOid);
+  const Party stranger("stranger");
+  ASSERT_TRUE(Encrypt(kAes, sender.Provider(), {certificate.Get()})) << GetLastError();
+  const Message received(message);
+  {
+    TraceCapture trace;
+    EXPECT_FALSE(received.Decrypt(stranger.Provider()));
+    EXPECT_EQ(0x80090005u, GetLastError());
+    EXPECT_EQ("EXT : ZarMsgImportKeyTrans : CryptImportKey = 80090005.", trace.Messages().back());
+  }
+  TraceCapture trace;
+  EXPECT_FALSE(received.Decrypt(recipient.Provider()));
+  EXPECT_THAT(trace.Messages(),
+              Contains("EXT : ZarMsgImportKeyTrans : pKeyTrans->EncryptedKeySize = 56."));
+  const Message again(message);
+  EXPECT_TRUE(again.Decrypt(recipient.Provider()));
+}
+
+TEST_F(EnvelopeTest, AChangedSenderKeyIsNotOpened) {
+  const auto certificate = issuer.Certify(recipient, kExchangeOid);
+  const Party other("other");
+  ASSERT_TRUE(Encrypt(kAes, sender.Provider(), {certificate.Get()})) << GetLastError();
+  const Octets own = sender.PublicBlob();
+  const Octets changed = other.PublicBlob();
+  const auto place = std::search(message.begin(), message.end(), own.begin(), own.end());
+  ASSERT_NE(message.end(), place);
+  std::copy(changed.begin(), changed.end(), place);
+  const Message received(message);
+  EXPECT_FALSE(received.Decrypt(recipient.Provider()));
+  EXPECT_EQ(0x80090005u, GetLastError());
+}
+
+// A sender without an exchange key: the wrapped key goes alone. The receiver still takes its last
+// 80 octets for a sender key, finds that they are none, and uses the whole.
+TEST_F(EnvelopeTest, ASenderWithoutAnExchangeKeyIsEnough) {
+  const auto certificate = issuer.Certify(recipient, kExchangeOid);
+  const Context keyless = Acquire(nullptr, CRYPT_VERIFYCONTEXT);
+  TraceCapture trace;
+  ASSERT_TRUE(Encrypt(kAes, keyless.Get(), {certificate.Get()})) << GetLastError();
+  EXPECT_THAT(trace.Messages(),
+              Contains("EXT : ZarMsgExportKeyTrans : CryptGetUserKey = 8009000d."));
+  // 32 octets of head, 64 of the sender's one-time key, 24 of the wrapped key.
+  EXPECT_EQ("EXT : ZarMsgExportKeyTrans : EncryptedKeySize=120.", trace.Messages().back());
+  const Message received(message);
+  trace.Clear();
+  ASSERT_TRUE(received.Decrypt(recipient.Provider())) << GetLastError();
+  EXPECT_THAT(trace.Messages(),
+              Contains(HasSubstr("EXT : ZarMsgImportKeyTrans : CryptImportKey 1 = ")));
+  EXPECT_EQ(content, received.Content());
+}
+
+TEST_F(EnvelopeTest, EveryRecipientGetsAKey) {
+  const Party second("second");
+  const auto certificate = issuer.Certify(recipient, kExchangeOid);
+  const auto secondCertificate = issuer.Certify(second, kExchangeOid);
+  TraceCapture trace;
+  ASSERT_TRUE(Encrypt(kAes, sender.Provider(), {certificate.Get(), secondCertificate.Get()}))
+      << GetLastError();
+  const auto messages = trace.Messages();
+  EXPECT_EQ(30u, messages.size());
+  EXPECT_THAT(messages, Contains("EXT : ZarMsgExportKeyTrans : pKeyTransEncryptInfo->dwFlags = 0, "
+                                 "dwRecipientIndex=1."));
+  const Message received(message);
+  ASSERT_TRUE(received.Decrypt(recipient.Provider())) << GetLastError();
+  EXPECT_EQ(content, received.Content());
+}
+
+// Blobs of RSA keys are not 80 octets long, so that no sender blob goes along.
+TEST_F(EnvelopeTest, WrapsForAnRsaKeyOfTheCompanionProvider) {
+  const Party rsaSender("rsa-sender", 0xA052, 1);
+  const Party rsaRecipient("rsa-recipient", 0xA052, 1);
+  const auto certificate = issuer.Certify(rsaRecipient, kRsaExchangeOid);
+  TraceCapture trace;
+  ASSERT_TRUE(Encrypt(kAes, rsaSender.Provider(), {certificate.Get()})) << GetLastError();
+  // 12 octets of head, 256 of the encrypted key.
+  EXPECT_EQ("EXT : ZarMsgExportKeyTrans : EncryptedKeySize=268.", trace.Messages().back());
+  const Message received(message);
+  ASSERT_TRUE(received.Decrypt(rsaRecipient.Provider())) << GetLastError();
+  EXPECT_EQ(content, received.Content());
+}
+
+TEST_F(EnvelopeTest, TheModuleGeneratesTheContentKey) {
+  const ProviderHandleAsKey providerHandleAsKey;
+  const auto certificate = issuer.Certify(recipient, kExchangeOid);
+  TraceCapture trace;
+  ASSERT_TRUE(Encrypt(kBlockCipher, sender.Provider(), {certificate.Get()})) << GetLastError();
+  const auto messages = trace.Messages();
+  ASSERT_EQ(21u, messages.size());
+  const std::string generating = "EXT : ZarMsgGenContentEncryptKey : ";
+  EXPECT_EQ(generating + "ContentEncryptionAlgorithm = 1.3.6.1.4.1.32473.1.2.4.", messages[0]);
+  EXPECT_EQ(generating + "dwEncryptFlags = 0, dwFlags=0.", messages[1]);
+  EXPECT_EQ(generating + "cRecipients = 1.", messages[3]);
+  EXPECT_EQ(generating + "rgCmsRecipients.dwRecipientChoice = 1.", messages[4]);
+  EXPECT_EQ(generating + "CMSG_KEY_TRANS_RECIPIENT = 1.3.6.1.4.1.32473.1.8.8.", messages[5]);
+  EXPECT_EQ("EXT : ZarMsgExportKeyTrans : EncryptedKeySize=152.", messages[20]);
+  const Message received(message);
+  ASSERT_TRUE(received.Decrypt(recipient.Provider())) << GetLastError();
+  EXPECT_EQ(content, received.Content());
+}
+
+// Compatibility fact: the platform itself does not take the provider's handle for a key, and says
+// so with 87.
+TEST_F(EnvelopeTest, ThePlatformRefusesTheProviderHandleAsKey) {
+  const auto certificate = issuer.Certify(recipient, kExchangeOid);
+  TraceCapture trace;
+  EXPECT_FALSE(Encrypt(kBlockCipher, sender.Provider(), {certificate.Get()}));
+  EXPECT_EQ(87u, GetLastError());
+  EXPECT_EQ("EXT : ZarMsgGenContentEncryptKey : CryptExportKey = 57.", trace.Messages().back());
+}
+
+TEST_F(EnvelopeTest, WithoutRecipientsNobodyCanReadIt) {
+  TraceCapture trace;
+  ASSERT_TRUE(Encrypt(kBlockCipher, sender.Provider(), {})) << GetLastError();
+  EXPECT_EQ("EXT : ZarMsgGenContentEncryptKey : cRecipients = 0.", trace.Messages().back());
+  const Message received(message);
+  EXPECT_FALSE(received.Decrypt(recipient.Provider()));
+  EXPECT_EQ(0x80091008u, GetLastError());
+}
+
+// Without a provider of the caller's the framework puts its own default into the record, so that
+// the module acquires none; that provider does not know the algorithm.
+TEST_F(EnvelopeTest, TheDefaultProviderOfTheFrameworkIsUsedAsGiven) {
+  const auto certificate = issuer.Certify(recipient, kExchangeOid);
+  TraceCapture trace;
+  EXPECT_FALSE(Encrypt(kBlockCipher, 0, {certificate.Get()}));
+  EXPECT_EQ(87u, GetLastError());
+  EXPECT_EQ("EXT : ZarMsgGenContentEncryptKey : CryptGenKey = 80090008.", trace.Messages().back());
+}
+
+}  // namespace
+}  // namespace zarext::test
