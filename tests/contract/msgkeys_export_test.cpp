@@ -371,6 +371,29 @@ TEST_F(ExportForMessageTest, GoesOnWithoutASenderBlob) {
   EXPECT_THAT(provider.OpenKeys(), ElementsAre(0x4001));
 }
 
+// A provider that says how long the blob would be, and fails.
+class LengthAndFailure : public RecordingProvider {
+ public:
+  BOOL ExportKey(HCRYPTPROV context, HCRYPTKEY key, HCRYPTKEY exchangeKey, DWORD blobType,
+                 DWORD flags, BYTE* data, DWORD* size) override {
+    if (blobType != PUBLICKEYBLOB) {
+      return RecordingProvider::ExportKey(context, key, exchangeKey, blobType, flags, data, size);
+    }
+    *size = 80;
+    SetLastError(0x8009000B);
+    return FALSE;
+  }
+};
+
+TEST_F(ExportForMessageTest, TheLengthOfAFailedSenderBlobDoesNotCount) {
+  LengthAndFailure failing;
+  failing.blobs[SIMPLEBLOB] = Sequence(60, 0x10);
+  UseScript(&failing);
+  EXPECT_EQ(TRUE, Call());
+  EXPECT_EQ(Sequence(60, 0x10), EncryptedKey());
+  UseScript(&provider);
+}
+
 TEST_F(ExportForMessageTest, DoesNotMindARefusedProviderParameter) {
   provider.FailCall("SetProvParam", 1, 0x8009000A);
   TraceCapture trace;

@@ -593,6 +593,7 @@ TEST_F(GenerateForPublicKeyTest, RefusesMissingArguments) {
     EXPECT_THAT(trace.Messages(),
                 ElementsAre("EXT : ZarGenEncryptKey : Algorithm = 1.3.6.1.4.1.32473.1.3.4."));
   }
+  TraceCapture trace;
   SetLastError(0);
   EXPECT_EQ(FALSE, generate(nullptr, &content, nullptr, &keyInfo, nullptr, &key, nullptr, nullptr));
   EXPECT_EQ(87u, GetLastError());
@@ -601,6 +602,7 @@ TEST_F(GenerateForPublicKeyTest, RefusesMissingArguments) {
   EXPECT_EQ(FALSE,
             generate(&context, &content, nullptr, &keyInfo, nullptr, nullptr, nullptr, nullptr));
   EXPECT_EQ(87u, GetLastError());
+  EXPECT_EQ("EXT : ZarGenEncryptKey : Flags = f0000000, tempAlg = 6611.", trace.Messages().back());
   EXPECT_THAT(provider.OpenKeys(), IsEmpty());
 }
 

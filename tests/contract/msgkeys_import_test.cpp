@@ -192,10 +192,13 @@ TEST_F(ImportForMessageTest, RefusesMissingArguments) {
 }
 
 TEST_F(ImportForMessageTest, RefusesAMissingPlaceForTheHandle) {
+  TraceCapture trace;
   SetLastError(0);
   EXPECT_EQ(FALSE,
             Export<ImportKeyTrans>("ZarMsgImportKeyTrans")(&content, &para, 0, nullptr, nullptr));
   EXPECT_EQ(87u, GetLastError());
+  EXPECT_EQ("EXT : ZarMsgImportKeyTrans : pKeyTrans->EncryptedKeySize = 180.",
+            trace.Messages().back());
   EXPECT_THAT(provider.OpenKeys(), IsEmpty());
 }
 
@@ -352,9 +355,11 @@ TEST_F(ImportEncodedKeyTest, RefusesMissingArguments) {
     EXPECT_EQ(87u, GetLastError());
     EXPECT_EQ(1u, trace.Messages().size());
   }
+  TraceCapture trace;
   SetLastError(0);
   EXPECT_EQ(FALSE, importKey(Context(), 0, &content, &publicKey, encoded.data(), 4, nullptr));
   EXPECT_EQ(87u, GetLastError());
+  EXPECT_EQ(2u, trace.Messages().size());
   EXPECT_THAT(provider.Calls(), IsEmpty());
 }
 
