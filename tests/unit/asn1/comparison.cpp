@@ -222,10 +222,13 @@ std::uint8_t ChooseTag(OctetSource* source) {
 
 // Mostly short; sometimes of a length around which a header grows.
 Octets ChooseValue(OctetSource* source) {
-  static constexpr std::size_t kLengths[] = {36, 37, 38, 39, 126, 127, 128, 254, 255, 256, 65535};
+  static constexpr std::size_t kLengths[] = {36, 37, 38, 39, 126, 127, 128, 254, 255, 256};
   const std::uint8_t choice = source->Next();
   if (choice < 0xE0) {
     return source->Take(choice % 8);
+  }
+  if (choice == 0xFF) {
+    return Octets(65535, source->Next());
   }
   return Octets(kLengths[choice % std::size(kLengths)], source->Next());
 }
@@ -243,13 +246,13 @@ std::string ChooseOid(OctetSource* source) {
 std::string Step(OctetSource* source, Pair* pair) {
   const std::uint8_t operation = source->Next();
   const Path path = ChoosePath(source, &pair->Naive());
-  switch (operation % 12) {
+  switch (operation % 13) {
     case 0:
     case 1:
     case 2: {
       const std::uint8_t tag = ChooseTag(source);
       return tag == 6 ? pair->AddOid(ChooseOid(source), path)
-                      : pair->Add(tag, ChooseValue(source), operation % 12 == 2, path);
+                      : pair->Add(tag, ChooseValue(source), operation % 13 == 2, path);
     }
     case 3:
     case 4:
@@ -263,9 +266,11 @@ std::string Step(OctetSource* source, Pair* pair) {
     case 9:
     case 10:
       return pair->ParseInto(source->Take(source->Next()), path);
-    default:
+    case 11:
       pair->Clear();
       return "";
+    default:
+      return pair->Compare();
   }
 }
 
@@ -297,15 +302,12 @@ std::string CompareScript(std::span<const std::uint8_t> script) {
   OctetSource source(script);
   Pair pair(ChooseTag(&source));
   for (int step = 0; !source.Empty(); ++step) {
-    std::string difference = Step(&source, &pair);
-    if (difference.empty()) {
-      difference = pair.Compare();
-    }
+    const std::string difference = Step(&source, &pair);
     if (!difference.empty()) {
       return "step " + std::to_string(step) + ": " + difference;
     }
   }
-  return "";
+  return pair.Compare();
 }
 
 std::string CompareOid(std::span<const std::uint8_t> octets) {

@@ -1,5 +1,5 @@
-// A real document and a naive one, driven together by a string of octets and compared after every
-// step. The property test feeds it random octets, the fuzz target what libFuzzer finds.
+// A real document and a naive one, driven together by a string of octets and compared. The property
+// test feeds it random octets, the fuzz target what libFuzzer finds.
 #ifndef ZAREXT_TESTS_UNIT_ASN1_COMPARISON_H_
 #define ZAREXT_TESTS_UNIT_ASN1_COMPARISON_H_
 
@@ -28,7 +28,8 @@ class OctetSource {
 // Loads and parses one image with both. Empty, or what differs.
 std::string CompareImage(std::span<const std::uint8_t> image);
 
-// Reads a script of edits from the octets and does each to both. Empty, or what differs.
+// Reads a script of edits from the octets and does each to both, comparing the results, and where
+// the script says so and at the end all nodes. Empty, or what differs.
 std::string CompareScript(std::span<const std::uint8_t> script);
 
 // The conversions of object identifiers, both ways. Empty, or what differs.
