@@ -1,0 +1,48 @@
+#include "keyinfo/pkcs8.h"
+
+#include "keyinfo/secret_memory.h"
+
+namespace zarext {
+namespace {
+
+constexpr std::uint8_t kSequence = 0x30;
+
+}  // namespace
+
+TPKCS8::TPKCS8() : TASN1(kSequence) {}
+
+TPKCS8::~TPKCS8() { Wipe(); }
+
+void TPKCS8::Clear() {
+  loaded_ = false;
+  kind_ = 0;
+  decoded_.reset();
+  Wipe();
+  parameters_.clear();
+  attributes_.clear();
+  DeleteNode(0, kPathEnd);
+  // An adopted document may have left another root behind.
+  SetTag(kSequence, kPathEnd);
+}
+
+void TPKCS8::Wipe() noexcept {
+  WipeOctets(parameters_.data(), parameters_.size());
+  WipeOctets(attributes_.data(), attributes_.size());
+}
+
+std::int64_t TPKCS8::EncodedSize() {
+  std::uint32_t size = 0;
+  if (!loaded_ || GetEncodedSize(&size, kPathEnd) != 0) {
+    return -1;
+  }
+  return size;
+}
+
+std::int32_t TPKCS8::Encode(std::uint8_t* buffer) {
+  if (!loaded_ || buffer == nullptr) {
+    return 1;
+  }
+  return TASN1::Encode(buffer, kPathEnd);
+}
+
+}  // namespace zarext

@@ -1,0 +1,36 @@
+// Tags and object identifiers that building and reading key documents share.
+#ifndef ZAREXT_KEYINFO_PKCS8_NAMES_H_
+#define ZAREXT_KEYINFO_PKCS8_NAMES_H_
+
+#include <cstdint>
+
+namespace zarext::pkcs8 {
+
+// X.690 identifier octets.
+inline constexpr std::uint8_t kInteger = 0x02;
+inline constexpr std::uint8_t kOctetString = 0x04;
+inline constexpr std::uint8_t kNull = 0x05;
+inline constexpr std::uint8_t kObjectIdentifier = 0x06;
+inline constexpr std::uint8_t kBmpString = 0x1E;
+inline constexpr std::uint8_t kSequence = 0x30;
+inline constexpr std::uint8_t kSet = 0x31;
+inline constexpr std::uint8_t kContext0 = 0xA0;
+
+// RFC 8018.
+inline constexpr char kPbes2[] = "1.2.840.113549.1.5.13";
+inline constexpr char kPbkdf2[] = "1.2.840.113549.1.5.12";
+inline constexpr char kHmacWithSha256[] = "1.2.840.113549.2.9";
+// RFC 3565.
+inline constexpr char kAes256Cbc[] = "2.16.840.1.101.3.4.1.42";
+// RFC 5480.
+inline constexpr char kEcPublicKey[] = "1.2.840.10045.2.1";
+inline constexpr char kSecp256r1[] = "1.2.840.10045.3.1.7";
+inline constexpr char kSecp384r1[] = "1.3.132.0.34";
+// RFC 7292.
+inline constexpr char kX509Certificate[] = "1.2.840.113549.1.9.22.1";
+inline constexpr char kSdsiCertificate[] = "1.2.840.113549.1.9.22.2";
+inline constexpr char kX509Crl[] = "1.2.840.113549.1.9.23.1";
+
+}  // namespace zarext::pkcs8
+
+#endif  // ZAREXT_KEYINFO_PKCS8_NAMES_H_

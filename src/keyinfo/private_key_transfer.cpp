@@ -1,0 +1,228 @@
+// Private keys between a container and a CRYPT_PRIVATE_KEY_INFO. The provider makes and takes DER
+// PrivateKeyInfo documents.
+#include <windows.h>
+
+#include <wincrypt.h>
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <new>
+#include <string_view>
+
+#include "asn1/oid.h"
+#include "frame/export_frame.h"
+#include "frame/handles.h"
+#include "keyinfo/last_import.h"
+#include "keyinfo/pkcs8.h"
+#include "keyinfo/secret_memory.h"
+
+namespace zarext {
+namespace {
+
+// The provider's own numbers: a private key as a DER PrivateKeyInfo, and what it tells about the
+// container of the last import.
+constexpr DWORD kPrivateKeyInfoBlob = 0x30;
+constexpr DWORD PP_PROFILE = 0x38;
+constexpr DWORD PP_CNT_URL = 0x2E;
+
+constexpr DWORD kExportCapacity = 4096;
+// Between the structure and the key.
+constexpr std::size_t kOidAreaSize = 32;
+// What a size query answers, whatever the key's length is: a compatibility fact.
+constexpr DWORD kReportedSize = 2048;
+
+UniqueCryptKey GetUserKey(ExportTrace& trace, HCRYPTPROV hCryptProv, DWORD dwKeySpec) {
+  UniqueCryptKey key;
+  if (!CryptGetUserKey(hCryptProv, dwKeySpec, key.Put())) {
+    const ErrorCode error = GetLastError();
+    trace.Line("EXT : ZarExportPrivKeyFunc : CryptGetUserKey = %x.", Hex(error));
+    throw error;
+  }
+  return key;
+}
+
+// Fills the buffer and returns the blob's size.
+DWORD ExportDocument(ExportTrace& trace, HCRYPTKEY key, SecretBuffer& buffer) {
+  DWORD size = kExportCapacity;
+  ErrorCode error = ERROR_SUCCESS;
+  if (!CryptExportKey(key, 0, kPrivateKeyInfoBlob, 0, buffer.Data(), &size)) {
+    error = GetLastError();
+  }
+  // A provider that reports more than it was given room for has not exported the key.
+  else if (size > kExportCapacity) {
+    error = ERROR_MORE_DATA;
+  } else {
+    return size;
+  }
+  trace.Line("EXT : ZarExportPrivKeyFunc : CryptExportKey = %x.", Hex(error));
+  throw error;
+}
+
+// What a document, or a blob of another kind, gives out.
+struct ExportedKey {
+  const char* oid = "1.3.6.1.4.1.32473.1.5.8";
+  OctetsRef octets;
+};
+
+ExportedKey OpenDocument(TPKCS8& document, OctetsRef exported) {
+  ExportedKey key;
+  key.octets = exported;
+  if (document.Read(TPKCS8::kPrivateKeyInfo, exported.data, exported.size) == 0) {
+    const auto& record = std::get<PrivateKeyRecord>(*document.Decoded());
+    key.oid = record.algorithm;
+    key.octets = record.privateKey;
+  }
+  return key;
+}
+
+// Writes the structure, the OID behind it (cut to its area) and the key behind the OID's area. The
+// caller's block is taken to be large enough and zeroed: of pAttributes only the low 32 bits are
+// written, and the parameters' pointer is not. Compatibility facts.
+void LayOut(const ExportedKey& key, CRYPT_PRIVATE_KEY_INFO* pPrivateKeyInfo) {
+  char* oidArea = reinterpret_cast<char*>(pPrivateKeyInfo + 1);
+  BYTE* keyArea = reinterpret_cast<BYTE*>(oidArea) + kOidAreaSize;
+  const std::string_view oid = std::string_view(key.oid).substr(0, kOidAreaSize - 1);
+  *std::copy(oid.begin(), oid.end(), oidArea) = '\0';
+  std::copy_n(key.octets.data, key.octets.size, keyArea);
+  pPrivateKeyInfo->Version = 0;
+  pPrivateKeyInfo->Algorithm.pszObjId = oidArea;
+  pPrivateKeyInfo->Algorithm.Parameters.cbData = 0;
+  pPrivateKeyInfo->PrivateKey.cbData = key.octets.size;
+  pPrivateKeyInfo->PrivateKey.pbData = keyArea;
+  std::memset(&pPrivateKeyInfo->pAttributes, 0, sizeof(DWORD));
+}
+
+BOOL ExportPrivateKey(ExportTrace& trace, HCRYPTPROV hCryptProv, DWORD dwKeySpec,
+                      CRYPT_PRIVATE_KEY_INFO* pPrivateKeyInfo, DWORD* pcbPrivateKeyInfo) {
+  const UniqueCryptKey userKey = GetUserKey(trace, hCryptProv, dwKeySpec);
+  SecretBuffer buffer(kExportCapacity);
+  const DWORD size = ExportDocument(trace, userKey.Get(), buffer);
+  TPKCS8 document;
+  const ExportedKey key = OpenDocument(document, {buffer.Data(), size});
+  if (pPrivateKeyInfo != nullptr) {
+    LayOut(key, pPrivateKeyInfo);
+    trace.Line("EXT : ZarExportPrivKeyFunc : Algorithm.pszObjId = %s, Parameters.cbData = %i.",
+               pPrivateKeyInfo->Algorithm.pszObjId,
+               Int(pPrivateKeyInfo->Algorithm.Parameters.cbData));
+  } else if (pcbPrivateKeyInfo != nullptr) {
+    *pcbPrivateKeyInfo = kReportedSize;
+  }
+  return TRUE;
+}
+
+void TraceImport(ExportTrace& trace, const CRYPT_PRIVATE_KEY_INFO& info) {
+  trace.Line(
+      "EXT : ZarImportPrivKeyFunc : Algorithm.pszObjId = %s, Version = %x, PrivateKey.cbData = %i, "
+      "Attr = %p.",
+      info.Algorithm.pszObjId, Hex(info.Version), Int(info.PrivateKey.cbData),
+      static_cast<const void*>(info.pAttributes));
+  if (info.pAttributes != nullptr) {
+    trace.Line("EXT : ZarImportPrivKeyFunc : cAttr = %i, Parameters.cbData = %i.",
+               Int(info.pAttributes->cAttr), Int(info.Algorithm.Parameters.cbData));
+  }
+}
+
+// One octet longer than what it holds.
+std::unique_ptr<SecretBuffer> MakeDocumentBuffer(std::int64_t size) {
+  if (size < 0 || size >= std::numeric_limits<DWORD>::max()) {
+    throw std::bad_alloc();
+  }
+  return std::make_unique<SecretBuffer>(static_cast<std::size_t>(size) + 1);
+}
+
+// The document to import: the caller's key if it is one already, else one made from the structure.
+std::unique_ptr<SecretBuffer> MakeDocument(const CRYPT_PRIVATE_KEY_INFO& info) {
+  const OctetsRef key{info.PrivateKey.pbData, info.PrivateKey.cbData};
+  TPKCS8 document;
+  if (document.Read(TPKCS8::kPrivateKeyInfo, key.data, key.size) == 0) {
+    auto copy = MakeDocumentBuffer(key.size);
+    std::copy_n(key.data, key.size, copy->Data());
+    return copy;
+  }
+  PrivateKeyRecord record;
+  record.algorithm = info.Algorithm.pszObjId;
+  record.parameters = {info.Algorithm.Parameters.pbData, info.Algorithm.Parameters.cbData};
+  record.privateKey = key;
+  const Pkcs8Record input = record;
+  document.Build(TPKCS8::kPrivateKeyInfo, &input);
+  auto encoded = MakeDocumentBuffer(document.EncodedSize());
+  if (document.Encode(encoded->Data()) != 0) {
+    throw std::bad_alloc();
+  }
+  return encoded;
+}
+
+// A key that exists already is as good as imported. The key handle is not destroyed: a
+// compatibility fact.
+void ImportDocument(ExportTrace& trace, HCRYPTPROV hCryptProv, SecretBuffer& document,
+                    DWORD dwFlags) {
+  HCRYPTKEY key = 0;
+  const auto size = static_cast<DWORD>(document.Size() - 1);
+  if (!CryptImportKey(hCryptProv, document.Data(), size, 0, dwFlags, &key)) {
+    const ErrorCode error = GetLastError();
+    trace.Line("EXT : ZarImportPrivKeyFunc : CryptImportKey = %x.", Hex(error));
+    if (error != static_cast<ErrorCode>(NTE_EXISTS)) {
+      throw error;
+    }
+  }
+}
+
+// Failures are traced and change nothing.
+void RecordParameter(ExportTrace& trace, HCRYPTPROV hCryptProv, DWORD parameter, const char* name,
+                     void* buffer, DWORD size) {
+  if (!CryptGetProvParam(hCryptProv, parameter, static_cast<BYTE*>(buffer), &size, 0)) {
+    const ErrorCode error = GetLastError();
+    trace.Line("EXT : ZarImportPrivKeyFunc : CryptGetProvParam(%s) = %x.", name, Hex(error));
+  }
+}
+
+BOOL ImportPrivateKey(ExportTrace& trace, HCRYPTPROV hCryptProv, const CRYPT_PRIVATE_KEY_INFO& info,
+                      DWORD dwFlags) {
+  std::fill(std::begin(LastProfile), std::end(LastProfile), static_cast<unsigned char>(0));
+  std::fill(std::begin(LastContainerUrl), std::end(LastContainerUrl), '\0');
+  const std::unique_ptr<SecretBuffer> document = MakeDocument(info);
+  ImportDocument(trace, hCryptProv, *document, dwFlags);
+  RecordParameter(trace, hCryptProv, PP_PROFILE, "PP_PROFILE", LastProfile, sizeof LastProfile);
+  RecordParameter(trace, hCryptProv, PP_CNT_URL, "PP_CNT_URL", LastContainerUrl,
+                  sizeof LastContainerUrl);
+  return TRUE;
+}
+
+}  // namespace
+}  // namespace zarext
+
+using namespace zarext;
+
+extern "C" {
+
+BOOL WINAPI ZarImportPrivKeyFunc(HCRYPTPROV hCryptProv, CRYPT_PRIVATE_KEY_INFO* pPrivateKeyInfo,
+                                 DWORD dwFlags, void* /*pvAuxInfo*/) {
+  return RunExport([&](ExportTrace& trace) -> BOOL {
+    trace.Line("EXT : ZarImportPrivKeyFunc : hCryptProv = %x, dwFlags = %x.", Hex(hCryptProv),
+               Hex(dwFlags));
+    RequireParameter(pPrivateKeyInfo != nullptr);
+    TraceImport(trace, *pPrivateKeyInfo);
+    // The code is the result, and the last error stays: a compatibility fact.
+    if (!IsOwnAlgorithmOid(pPrivateKeyInfo->Algorithm.pszObjId)) {
+      return static_cast<BOOL>(NTE_BAD_ALGID);
+    }
+    return ImportPrivateKey(trace, hCryptProv, *pPrivateKeyInfo, dwFlags);
+  });
+}
+
+// The structure always comes with version 0 and without parameters and attributes.
+BOOL WINAPI ZarExportPrivKeyFunc(HCRYPTPROV hCryptProv, DWORD dwKeySpec, LPSTR pszPrivateKeyObjId,
+                                 DWORD /*dwFlags*/, void* /*pvAuxInfo*/,
+                                 CRYPT_PRIVATE_KEY_INFO* pPrivateKeyInfo,
+                                 DWORD* pcbPrivateKeyInfo) {
+  return RunExport([&](ExportTrace& trace) {
+    trace.Line(
+        "EXT : ZarExportPrivKeyFunc : hCryptProv = %x, dwKeySpec = %i, pszPrivateKeyObjId = %s.",
+        Hex(hCryptProv), Int(dwKeySpec), pszPrivateKeyObjId);
+    return ExportPrivateKey(trace, hCryptProv, dwKeySpec, pPrivateKeyInfo, pcbPrivateKeyInfo);
+  });
+}
+
+}  // extern "C"

@@ -1,0 +1,111 @@
+// Public keys handed over in memory of the caller's own; no provider is called.
+#include <windows.h>
+
+#include <wincrypt.h>
+
+#include <algorithm>
+#include <limits>
+#include <new>
+
+#include "frame/export_frame.h"
+#include "frame/handles.h"
+#include "keyinfo/key_blob.h"
+#include "keyinfo/public_key_calls.h"
+
+namespace zarext {
+namespace {
+
+// A LocalAlloc block with a copy of the octets and a zero octet behind it. Throws std::bad_alloc.
+UniqueLocalMemory CopyForCaller(OctetSpan octets) {
+  if (octets.size() >= std::numeric_limits<DWORD>::max()) {
+    throw std::bad_alloc();
+  }
+  UniqueLocalMemory block(LocalAlloc(LPTR, octets.size() + 1));
+  if (!block) {
+    throw std::bad_alloc();
+  }
+  std::copy(octets.begin(), octets.end(), static_cast<BYTE*>(block.Get()));
+  return block;
+}
+
+template <typename T>
+void StoreIfWanted(T* place, T value) {
+  if (place != nullptr) {
+    *place = value;
+  }
+}
+
+void HandOverBlob(OctetSpan blob, BYTE** ppPublicKey, DWORD* pcbPublicKey, BYTE** ppbParams,
+                  DWORD* pcbParams) {
+  UniqueLocalMemory copy = CopyForCaller(blob);
+  if (ppPublicKey != nullptr) {
+    *ppPublicKey = static_cast<BYTE*>(copy.Detach());
+  }
+  StoreIfWanted(pcbPublicKey, static_cast<DWORD>(blob.size()));
+  StoreIfWanted<BYTE*>(ppbParams, nullptr);
+  StoreIfWanted<DWORD>(pcbParams, 0);
+}
+
+}  // namespace
+}  // namespace zarext
+
+using namespace zarext;
+
+extern "C" {
+
+// The octets go out as they stand for every arc: no OCTET STRING is opened and no blob is built
+// here, which callers that import the result rely on.
+BOOL WINAPI ZarConvertPublicKeyInfo(DWORD dwCertEncodingType, PCERT_PUBLIC_KEY_INFO pInfo,
+                                    DWORD dwFlags, DWORD /*dwReserved*/, BYTE** ppvBlob,
+                                    DWORD* pcbBlob) {
+  return RunExport([&](ExportTrace& trace) -> BOOL {
+    trace.Line("EXT : ZarConvertPublicKeyInfo : dwFlags = %x.", Hex(dwFlags));
+    RequireEncodingType(dwCertEncodingType);
+    RequireParameter(pInfo != nullptr);
+    const CRYPT_BIT_BLOB& key = pInfo->PublicKey;
+    trace.Line("EXT : ZarConvertPublicKeyInfo : Algorithm = %s.", pInfo->Algorithm.pszObjId);
+    RequireOwnAlgorithm(trace, "ZarConvertPublicKeyInfo", "pszObjId", pInfo->Algorithm.pszObjId);
+    RequireParameter(key.pbData != nullptr || key.cbData == 0);
+    // Detached whether or not the caller takes it; nobody frees it then: a compatibility fact.
+    BYTE* block = static_cast<BYTE*>(CopyForCaller(OctetsOf(key.pbData, key.cbData)).Detach());
+    StoreIfWanted(ppvBlob, block);
+    StoreIfWanted(pcbBlob, key.cbData);
+    return TRUE;
+  });
+}
+
+// A head that is neither the provider's own nor an RSA blob's gives success without any output: a
+// compatibility fact.
+BOOL WINAPI ZarEncodePublicKeyAndParameters(DWORD dwCertEncodingType, LPSTR pszPublicKeyObjId,
+                                            BYTE* pbPubKey, DWORD cbPubKey, DWORD dwFlags,
+                                            void* /*pvAuxInfo*/, BYTE** ppPublicKey,
+                                            DWORD* pcbPublicKey, BYTE** ppbParams,
+                                            DWORD* pcbParams) {
+  return RunExport([&](ExportTrace& trace) -> BOOL {
+    trace.Line(
+        "EXT : ZarEncodePublicKeyAndParameters : dwEncodingType=%x, dwFlags = %x, Algorithm = %s.",
+        Hex(dwCertEncodingType), Hex(dwFlags), pszPublicKeyObjId);
+    RequireEncodingType(dwCertEncodingType);
+    RequireParameter(dwFlags == 0);
+    RequireParameter(pbPubKey != nullptr && cbPubKey != 0);
+    RequireOwnAlgorithm(trace, "ZarEncodePublicKeyAndParameters", "lpcPublicKeyOID",
+                        pszPublicKeyObjId);
+    const OctetSpan blob(pbPubKey, cbPubKey);
+    trace.Line("EXT : ZarEncodePublicKeyAndParameters : PublicKey[%i] = ... %x %x %x.",
+               Int(cbPubKey), OctetFromEnd(blob, 3), OctetFromEnd(blob, 2), OctetFromEnd(blob, 1));
+    const std::uint8_t type = OctetAt(blob, 0);
+    const std::uint8_t version = OctetAt(blob, 1);
+    if (type == kPublicKeyBlobType && version == kOwnBlobVersion) {
+      trace.Line("EXT : ZarEncodePublicKeyAndParameters : aiKey = %x, ul = %x, exp = %x.",
+                 Hex(BlobAlgorithm(blob)), Hex(WordAt(blob, kRsaBitLengthOffset)),
+                 Hex(WordAt(blob, kRsaExponentOffset)));
+      HandOverBlob(blob, ppPublicKey, pcbPublicKey, ppbParams, pcbParams);
+    } else if (type == kPublicKeyBlobType && version == kCryptoProBlobVersion) {
+      trace.Line("EXT : ZarEncodePublicKeyAndParameters : CryptoPro : aiKey = %x.",
+                 Hex(BlobAlgorithm(blob)));
+    }
+    return TRUE;
+  });
+}
+
+}  // extern "C"

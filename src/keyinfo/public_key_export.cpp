@@ -1,0 +1,136 @@
+// The public half of a container's key pair as a CERT_PUBLIC_KEY_INFO: the provider's blob, whole,
+// under an OID chosen by the key's ALG_ID.
+#include <windows.h>
+
+#include <wincrypt.h>
+
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+#include "frame/export_frame.h"
+#include "frame/handles.h"
+#include "keyinfo/algorithm_map.h"
+#include "keyinfo/key_blob.h"
+#include "keyinfo/public_key_calls.h"
+
+namespace zarext {
+namespace {
+
+// A longer blob fails in the provider.
+constexpr DWORD kBlobCapacity = 1024;
+// Between the structure and the blob.
+constexpr std::size_t kOidAreaSize = 32;
+
+struct ExportVariant {
+  const char* name;
+  DWORD blobsInSize;  // how many times the reported size counts the blob
+};
+
+constexpr ExportVariant kPlain = {"ZarExportPublicKeyInfo", 1};
+constexpr ExportVariant kExtended = {"ZarExportPublicKeyInfoEx", 2};
+
+UniqueCryptKey GetUserKey(ExportTrace& trace, const char* name, HCRYPTPROV hCryptProv,
+                          DWORD dwKeySpec) {
+  UniqueCryptKey key;
+  if (!CryptGetUserKey(hCryptProv, dwKeySpec, key.Put())) {
+    const ErrorCode error = GetLastError();
+    trace.Line("EXT : %s : CryptGetUserKey hProv=%x, error = %x.", name, Hex(hCryptProv),
+               Hex(error));
+    throw error;
+  }
+  return key;
+}
+
+std::vector<BYTE> ExportBlob(ExportTrace& trace, const char* name, HCRYPTKEY key) {
+  std::vector<BYTE> blob(kBlobCapacity);
+  DWORD size = kBlobCapacity;
+  ErrorCode error = ERROR_SUCCESS;
+  if (!CryptExportKey(key, 0, PUBLICKEYBLOB, 0, blob.data(), &size)) {
+    error = GetLastError();
+  }
+  // A provider that reports more than it was given room for has not exported the key.
+  else if (size > kBlobCapacity) {
+    error = ERROR_MORE_DATA;
+  } else {
+    blob.resize(size);
+    return blob;
+  }
+  trace.Line("EXT : %s : CryptExportKey hKey=%x, error = %x.", name, Hex(key), Hex(error));
+  throw error;
+}
+
+// Writes the structure, the OID behind it and the blob behind the OID's area. The caller's block is
+// taken to be large enough, and Algorithm.Parameters stays as the caller had it: compatibility
+// facts.
+void LayOut(const std::vector<BYTE>& blob, CERT_PUBLIC_KEY_INFO* pInfo) {
+  const char* oid = OidOfAlgorithm(BlobAlgorithm(blob));
+  char* oidArea = reinterpret_cast<char*>(pInfo + 1);
+  BYTE* blobArea = reinterpret_cast<BYTE*>(oidArea) + kOidAreaSize;
+  std::memcpy(oidArea, oid, std::strlen(oid) + 1);
+  std::copy(blob.begin(), blob.end(), blobArea);
+  pInfo->Algorithm.pszObjId = oidArea;
+  pInfo->PublicKey.cbData = static_cast<DWORD>(blob.size());
+  pInfo->PublicKey.pbData = blobArea;
+  pInfo->PublicKey.cUnusedBits = 0;
+}
+
+// Not what LayOut writes (48 + 32 + the blob): callers have allocated by these two rules for as
+// long as there are callers.
+DWORD ReportedSize(const ExportVariant& variant, const std::vector<BYTE>& blob) {
+  return variant.blobsInSize * static_cast<DWORD>(blob.size()) + 56;
+}
+
+BOOL ExportPublicKey(ExportTrace& trace, const ExportVariant& variant, HCRYPTPROV hCryptProv,
+                     DWORD dwKeySpec, CERT_PUBLIC_KEY_INFO* pInfo, DWORD* pcbInfo) {
+  NoteProviderType(trace, variant.name, hCryptProv);
+  const UniqueCryptKey key = GetUserKey(trace, variant.name, hCryptProv, dwKeySpec);
+  const std::vector<BYTE> blob = ExportBlob(trace, variant.name, key.Get());
+  // Both variants write the plain one's name here: a compatibility fact.
+  trace.Line("EXT : ZarExportPublicKeyInfo : CryptExportKey hKey=%x, ALG_ID = %x.", Hex(key.Get()),
+             Hex(BlobAlgorithm(blob)));
+  if (pInfo != nullptr) {
+    LayOut(blob, pInfo);
+  } else if (pcbInfo != nullptr) {
+    *pcbInfo = ReportedSize(variant, blob);
+  }
+  return TRUE;
+}
+
+}  // namespace
+}  // namespace zarext
+
+using namespace zarext;
+
+extern "C" {
+
+BOOL WINAPI ZarExportPublicKeyInfo(HCRYPTPROV hCryptProv, DWORD dwKeySpec, DWORD dwCertEncodingType,
+                                   PCERT_PUBLIC_KEY_INFO pInfo, DWORD* pcbInfo) {
+  return RunExport([&](ExportTrace& trace) {
+    trace.Line("EXT : ZarExportPublicKeyInfo : dwKeySpec = %i.", Int(dwKeySpec));
+    RequireEncodingType(dwCertEncodingType);
+    RequireParameter(hCryptProv != 0);
+    return ExportPublicKey(trace, kPlain, hCryptProv, dwKeySpec, pInfo, pcbInfo);
+  });
+}
+
+// The caller's OID is only traced; the one that is written depends on the key alone.
+BOOL WINAPI ZarExportPublicKeyInfoEx(HCRYPTPROV hCryptProv, DWORD dwKeySpec,
+                                     DWORD dwCertEncodingType, LPSTR pszPublicKeyObjId,
+                                     DWORD dwFlags, void* pvAuxInfo, PCERT_PUBLIC_KEY_INFO pInfo,
+                                     DWORD* pcbInfo) {
+  return RunExport([&](ExportTrace& trace) {
+    if (pszPublicKeyObjId == nullptr) {
+      trace.Line("EXT : ZarExportPublicKeyInfoEx : dwKeySpec = %i.", Int(dwKeySpec));
+    } else {
+      trace.Line("EXT : ZarExportPublicKeyInfoEx : PublicKeyObjId = %s.", pszPublicKeyObjId);
+    }
+    RequireEncodingType(dwCertEncodingType);
+    RequireParameter(dwFlags == 0);
+    RequireParameter(pvAuxInfo == nullptr);
+    RequireParameter(hCryptProv != 0);
+    return ExportPublicKey(trace, kExtended, hCryptProv, dwKeySpec, pInfo, pcbInfo);
+  });
+}
+
+}  // extern "C"

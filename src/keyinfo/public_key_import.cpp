@@ -1,0 +1,133 @@
+// A certificate's public key into the provider.
+#include <windows.h>
+
+#include <wincrypt.h>
+
+#include <memory>
+#include <new>
+#include <optional>
+#include <vector>
+
+#include "asn1/tasn1.h"
+#include "frame/export_frame.h"
+#include "keyinfo/algorithm_map.h"
+#include "keyinfo/import_blob.h"
+#include "keyinfo/key_blob.h"
+#include "keyinfo/public_key_calls.h"
+
+namespace zarext {
+namespace {
+
+struct ImportVariant {
+  const char* name;
+  const char* rebuilt;  // marks the line about a rebuilt blob
+  void (*traceBits)(ExportTrace& trace, DWORD cbData, OctetSpan bits);
+  void (*traceKey)(ExportTrace& trace, OctetSpan key);
+};
+
+// The upper-case R is as it has always been written: a compatibility fact.
+constexpr ImportVariant kPlain = {
+    "ZarImportPublicKeyInfo", "CRyptoPro",
+    [](ExportTrace& trace, DWORD cbData, OctetSpan bits) {
+      trace.Line("EXT : ZarImportPublicKeyInfo : PublicKey[%i] = ... %x %x %x.", Int(cbData),
+                 OctetFromEnd(bits, 3), OctetFromEnd(bits, 2), OctetFromEnd(bits, 1));
+    },
+    [](ExportTrace&, OctetSpan) {}};
+
+constexpr ImportVariant kExtended = {
+    "ZarImportPublicKeyInfoEx", "CryptoPro",
+    [](ExportTrace& trace, DWORD cbData, OctetSpan bits) {
+      trace.Line("EXT : ZarImportPublicKeyInfoEx : PublicKey[%i] = %x %x %x %x %x  ...%x %x.",
+                 Int(cbData), OctetAt(bits, 0), OctetAt(bits, 1), OctetAt(bits, 2),
+                 OctetAt(bits, 3), OctetAt(bits, 4), OctetFromEnd(bits, 2), OctetFromEnd(bits, 1));
+    },
+    [](ExportTrace& trace, OctetSpan key) {
+      trace.Line("EXT : ZarImportPublicKeyInfoEx : Data[%i]=%x %x %x %x %x ....", Int(key.size()),
+                 OctetAt(key, 0), OctetAt(key, 1), OctetAt(key, 2), OctetAt(key, 3),
+                 OctetAt(key, 4));
+    }};
+
+// The provider's error, or ERROR_SUCCESS. A null `phKey` is refused here, as the platform does; not
+// every version of it survives one.
+ErrorCode ImportBlob(HCRYPTPROV hCryptProv, OctetSpan blob, HCRYPTKEY* phKey) {
+  if (phKey == nullptr) {
+    return ERROR_INVALID_PARAMETER;
+  }
+  const BOOL done =
+      CryptImportKey(hCryptProv, blob.data(), static_cast<DWORD>(blob.size()), 0, 0, phKey);
+  return done ? static_cast<ErrorCode>(ERROR_SUCCESS) : GetLastError();
+}
+
+// The blob for a key that lies in an OCTET STRING. Without memory for the document the blob is
+// empty, and the provider's refusal is what the caller sees: a compatibility fact.
+std::vector<std::uint8_t> RebuildBlob(ExportTrace& trace, const ImportVariant& variant,
+                                      const char* oid, OctetSpan bits) {
+  const std::unique_ptr<TASN1> document(new (std::nothrow) TASN1(0x30));
+  if (document == nullptr) {
+    return {};
+  }
+  const std::optional<OctetSpan> key = ExtractKey(*document, bits);
+  if (!key) {
+    // Thrown signed, so that the frame reports NTE_NO_MEMORY: a compatibility fact.
+    throw static_cast<std::int32_t>(NTE_BAD_KEY);
+  }
+  variant.traceKey(trace, *key);
+  return BuildImportBlob(ImportRuleOf(oid), *key);
+}
+
+BOOL ImportPublicKey(ExportTrace& trace, const ImportVariant& variant, HCRYPTPROV hCryptProv,
+                     const CERT_PUBLIC_KEY_INFO& info, HCRYPTKEY* phKey) {
+  const char* oid = info.Algorithm.pszObjId;
+  const OctetSpan bits = OctetsOf(info.PublicKey.pbData, info.PublicKey.cbData);
+  trace.Line("EXT : %s : Algorithm = %s.", variant.name, oid);
+  RequireOwnAlgorithm(trace, variant.name, "pszObjId", oid);
+  variant.traceBits(trace, info.PublicKey.cbData, bits);
+  NoteProviderType(trace, variant.name, hCryptProv);
+  if (!TravelsAsOctetString(oid)) {
+    if (const ErrorCode error = ImportBlob(hCryptProv, bits, phKey); error != ERROR_SUCCESS) {
+      trace.Line("EXT : %s : CryptImportKey = %x.", variant.name, Hex(error));
+      throw error;
+    }
+    return TRUE;
+  }
+  const std::vector<std::uint8_t> blob = RebuildBlob(trace, variant, oid, bits);
+  if (const ErrorCode error = ImportBlob(hCryptProv, blob, phKey); error != ERROR_SUCCESS) {
+    trace.Line("EXT : %s : %s : CryptImportKey = %x.", variant.name, variant.rebuilt, Hex(error));
+    throw error;
+  }
+  return TRUE;
+}
+
+}  // namespace
+}  // namespace zarext
+
+using namespace zarext;
+
+extern "C" {
+
+BOOL WINAPI ZarImportPublicKeyInfo(HCRYPTPROV hCryptProv, DWORD dwCertEncodingType,
+                                   PCERT_PUBLIC_KEY_INFO pInfo, HCRYPTKEY* phKey) {
+  return RunExport([&](ExportTrace& trace) {
+    trace.Line("EXT : ZarImportPublicKeyInfo : hCryptProv = %x.", Hex(hCryptProv));
+    RequireEncodingType(dwCertEncodingType);
+    RequireParameter(pInfo != nullptr);
+    return ImportPublicKey(trace, kPlain, hCryptProv, *pInfo, phKey);
+  });
+}
+
+// The caller's ALG_ID is only traced.
+BOOL WINAPI ZarImportPublicKeyInfoEx(HCRYPTPROV hCryptProv, DWORD dwCertEncodingType,
+                                     PCERT_PUBLIC_KEY_INFO pInfo, ALG_ID aiKeyAlg, DWORD dwFlags,
+                                     void* pvAuxInfo, HCRYPTKEY* phKey) {
+  return RunExport([&](ExportTrace& trace) {
+    trace.Line("EXT : ZarImportPublicKeyInfoEx : hCryptProv = %x, aiKeyAlg = %x, dwFlags = %x.",
+               Hex(hCryptProv), Hex(aiKeyAlg), Hex(dwFlags));
+    RequireEncodingType(dwCertEncodingType);
+    RequireParameter(dwFlags == 0);
+    RequireParameter(pvAuxInfo == nullptr);
+    RequireParameter(pInfo != nullptr);
+    return ImportPublicKey(trace, kExtended, hCryptProv, *pInfo, phKey);
+  });
+}
+
+}  // extern "C"

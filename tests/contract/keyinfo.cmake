@@ -1,0 +1,2 @@
+zarext_add_wine_test(keyinfo_contract
+  SOURCES keyinfo_conversion_test.cpp keyinfo_export_test.cpp keyinfo_import_test.cpp keyinfo_private_test.cpp)

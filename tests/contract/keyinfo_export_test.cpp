@@ -1,0 +1,334 @@
+// ZarExportPublicKeyInfo and ZarExportPublicKeyInfoEx.
+#include <cstring>
+
+#include "keyinfo_fixture.h"
+#include "support/guarded_memory.h"
+#include "support/import_patch.h"
+
+namespace zarext::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+using PlainExport = BOOL WINAPI(HCRYPTPROV, DWORD, DWORD, CERT_PUBLIC_KEY_INFO*, DWORD*);
+using ExtendedExport = BOOL WINAPI(HCRYPTPROV, DWORD, DWORD, LPSTR, DWORD, void*,
+                                   CERT_PUBLIC_KEY_INFO*, DWORD*);
+
+// The key handle that the platform gave the module last.
+HCRYPTKEY userKey = 0;
+decltype(CryptGetUserKey)* realGetUserKey = nullptr;
+BOOL WINAPI SpyGetUserKey(HCRYPTPROV provider, DWORD keySpec, HCRYPTKEY* key) {
+  const BOOL done = realGetUserKey(provider, keySpec, key);
+  userKey = *key;
+  return done;
+}
+
+// A PUBLICKEYBLOB of `size` octets.
+Octets Blob(DWORD algorithm, std::size_t size) {
+  Octets blob = Counted(size, 0x40);
+  const Octets head = {0x06,
+                       0x02,
+                       0x00,
+                       0x00,
+                       static_cast<std::uint8_t>(algorithm),
+                       static_cast<std::uint8_t>(algorithm >> 8),
+                       static_cast<std::uint8_t>(algorithm >> 16),
+                       static_cast<std::uint8_t>(algorithm >> 24)};
+  std::copy_n(head.begin(), std::min(size, head.size()), blob.begin());
+  return blob;
+}
+
+// Runs each test with both exports; "Ex" is the extended one's addition to names.
+class PublicKeyExport : public KeyInfoTest, public testing::WithParamInterface<bool> {
+ protected:
+  PublicKeyExport() : spy_(Module(), "ADVAPI32.dll", "CryptGetUserKey", &SpyGetUserKey) {
+    realGetUserKey = spy_.Original<decltype(CryptGetUserKey)>();
+    provider_.blobs[PUBLICKEYBLOB] = Blob(0xAA3A, 100);
+  }
+
+  [[nodiscard]] static bool Extended() { return GetParam(); }
+  [[nodiscard]] static std::string Name() {
+    return Extended() ? "ZarExportPublicKeyInfoEx" : "ZarExportPublicKeyInfo";
+  }
+
+  BOOL Call(CERT_PUBLIC_KEY_INFO* info, DWORD* size, DWORD encodingType = 0x10001) {
+    return CallWith(Provider(), encodingType, info, size);
+  }
+  static BOOL CallWith(HCRYPTPROV provider, DWORD encodingType, CERT_PUBLIC_KEY_INFO* info,
+                       DWORD* size) {
+    return Extended() ? Export<ExtendedExport>("ZarExportPublicKeyInfoEx")(
+                            provider, 2, encodingType, nullptr, 0, nullptr, info, size)
+                      : Export<PlainExport>("ZarExportPublicKeyInfo")(provider, 2, encodingType,
+                                                                      info, size);
+  }
+
+  ImportPatch spy_;
+};
+
+INSTANTIATE_TEST_SUITE_P(Variants, PublicKeyExport, testing::Bool(), [](const auto& variant) {
+  return variant.param ? std::string("Extended") : std::string("Plain");
+});
+
+TEST_P(PublicKeyExport, LaysOutStructureOidAndBlobInOneBlock) {
+  // 48 octets of structure, 32 for the OID, 100 of blob, and nothing behind.
+  const GuardedMemory block(Octets(180, 0xCC));
+  DWORD size = 7;
+  TraceCapture trace;
+  ASSERT_EQ(TRUE, Call(block.As<CERT_PUBLIC_KEY_INFO>(), &size));
+  EXPECT_THAT(trace.Messages(), ElementsAre("EXT : " + Name() + " : dwKeySpec = 2.",
+                                            "EXT : ZarExportPublicKeyInfo : CryptExportKey hKey=" +
+                                                H(userKey) + ", ALG_ID = aa3a."));
+  EXPECT_THAT(provider_.KeyCalls(),
+              ElementsAre("GetProvParam(1001, 16, 4, 0)", "GetUserKey(1001, 2) = 2001",
+                          "ExportKey(1001, 2001, 0, 6, 0, 1024)", "DestroyKey(1001, 2001)"));
+  const auto* info = block.As<CERT_PUBLIC_KEY_INFO>();
+  EXPECT_EQ(reinterpret_cast<char*>(block.Data()) + 48, info->Algorithm.pszObjId);
+  EXPECT_EQ(0xCCCCCCCCu, info->Algorithm.Parameters.cbData);
+  EXPECT_EQ(reinterpret_cast<BYTE*>(0xCCCCCCCCCCCCCCCC), info->Algorithm.Parameters.pbData);
+  EXPECT_EQ(100u, info->PublicKey.cbData);
+  EXPECT_EQ(block.Data() + 80, info->PublicKey.pbData);
+  EXPECT_EQ(0u, info->PublicKey.cUnusedBits);
+  EXPECT_STREQ("1.3.6.1.4.1.32473.1.5.8", info->Algorithm.pszObjId);
+  EXPECT_EQ(Octets(8, 0xCC), Octets(block.Data() + 72, block.Data() + 80));
+  EXPECT_EQ(Blob(0xAA3A, 100), Octets(block.Data() + 80, block.Data() + 180));
+  EXPECT_EQ(7u, size) << "the size is not touched when the block is filled";
+  EXPECT_THAT(provider_.OpenKeys(), IsEmpty());
+}
+
+TEST_P(PublicKeyExport, ReportsItsOwnSizeRule) {
+  DWORD size = 0;
+  EXPECT_EQ(TRUE, Call(nullptr, &size));
+  EXPECT_EQ(Extended() ? 256u : 156u, size);
+  EXPECT_THAT(provider_.OpenKeys(), IsEmpty());
+}
+
+TEST_P(PublicKeyExport, SucceedsWithoutAnyOutput) {
+  EXPECT_EQ(TRUE, Call(nullptr, nullptr));
+  EXPECT_THAT(provider_.OpenKeys(), IsEmpty());
+}
+
+TEST_P(PublicKeyExport, MapsEveryAlgorithm) {
+  const std::vector<std::pair<DWORD, const char*>> rows = {
+      {0xAA3A, "1.3.6.1.4.1.32473.1.5.8"},  {0xAA3B, "1.3.6.1.4.1.32473.1.5.9"},
+      {0xAA3C, "1.3.6.1.4.1.32473.1.5.10"}, {0xAA3D, "1.3.6.1.4.1.32473.1.5.11"},
+      {0xAA40, "1.3.6.1.4.1.32473.1.5.14"}, {0xAA41, "1.3.6.1.4.1.32473.1.5.15"},
+      {0xAA4C, "1.3.6.1.4.1.32473.1.5.17"}, {0xAA4D, "1.3.6.1.4.1.32473.1.5.18"},
+      {0xA450, "1.3.6.1.4.1.32473.1.5.20"}, {0xA451, "1.3.6.1.4.1.32473.1.5.21"},
+      {0xA452, "1.3.6.1.4.1.32473.1.5.22"}, {0xA453, "1.3.6.1.4.1.32473.1.5.23"},
+      {0xA454, "1.3.6.1.4.1.32473.1.5.24"}, {0xA045, "1.3.6.1.4.1.32473.1.8.8"},
+      {0xA049, "1.3.6.1.4.1.32473.1.8.9"},  {0xA047, "1.3.6.1.4.1.32473.1.8.10"},
+      {0xA04E, "1.3.6.1.4.1.32473.1.8.11"}, {0xA04F, "1.3.6.1.4.1.32473.1.8.12"},
+      {0xA046, "1.3.6.1.4.1.32473.1.8.14"}, {0xA048, "1.3.6.1.4.1.32473.1.8.15"},
+      {0xA050, "1.3.6.1.4.1.32473.1.8.20"}, {0xA051, "1.3.6.1.4.1.32473.1.8.21"},
+      {0xA052, "1.3.6.1.4.1.32473.1.8.22"}, {0xA053, "1.3.6.1.4.1.32473.1.8.23"},
+      {0xA054, "1.3.6.1.4.1.32473.1.8.24"}, {0x2A4A, "1.2.398.3.10.1.1.2.1.1"},
+      {0x2A4C, "1.2.398.3.10.1.1.2.2.1"},   {0x2A3A, "1.2.398.3.10.1.1.1.1.1"},
+      {0x2A40, "1.2.398.3.10.1.1.1.1.2"},   {0x2A41, "1.2.398.3.10.1.1.1.1.3"},
+      {0xA055, "1.2.398.3.10.1.4.1.1.1"},   {0xA04B, "1.2.398.3.10.1.4.1.2.1"},
+      {0x1234, "1.3.6.1.4.1.32473.1.2.2"},  {0, "1.3.6.1.4.1.32473.1.2.2"},
+      {0x1AA3A, "1.3.6.1.4.1.32473.1.2.2"}, {0xAA3E, "1.3.6.1.4.1.32473.1.2.2"},
+  };
+  for (const auto& [algorithm, oid] : rows) {
+    provider_.blobs[PUBLICKEYBLOB] = Blob(algorithm, 24);
+    const GuardedMemory block(Octets(104, 0xCC));
+    TraceCapture trace;
+    ASSERT_EQ(TRUE, Call(block.As<CERT_PUBLIC_KEY_INFO>(), nullptr)) << std::hex << algorithm;
+    EXPECT_STREQ(oid, block.As<CERT_PUBLIC_KEY_INFO>()->Algorithm.pszObjId);
+    EXPECT_EQ("EXT : ZarExportPublicKeyInfo : CryptExportKey hKey=" + H(userKey) +
+                  ", ALG_ID = " + H(algorithm) + ".",
+              trace.Messages().back());
+  }
+}
+
+TEST_P(PublicKeyExport, AcceptsThreeEncodingTypes) {
+  for (const DWORD type : {0x1u, 0x10000u, 0x10001u}) {
+    EXPECT_EQ(TRUE, Call(nullptr, nullptr, type)) << std::hex << type;
+  }
+}
+
+TEST_P(PublicKeyExport, RefusesOtherEncodingTypesBeforeTheProvider) {
+  for (const DWORD type : {0u, 2u, 3u, 0x10002u, 0x20000u, 0x20001u, 0x10010001u, 0xFFFFFFFFu}) {
+    SetLastError(kUntouchedError);
+    TraceCapture trace;
+    EXPECT_EQ(FALSE, Call(nullptr, nullptr, type)) << std::hex << type;
+    EXPECT_EQ(87u, GetLastError());
+    EXPECT_THAT(trace.Messages(), ElementsAre("EXT : " + Name() + " : dwKeySpec = 2."));
+  }
+  EXPECT_THAT(provider_.KeyCalls(), IsEmpty());
+}
+
+TEST_P(PublicKeyExport, RefusesANullProviderItself) {
+  TraceCapture trace;
+  DWORD size = 7;
+  EXPECT_EQ(FALSE, CallWith(0, 1, nullptr, &size));
+  EXPECT_EQ(87u, GetLastError());
+  EXPECT_THAT(trace.Messages(), ElementsAre("EXT : " + Name() + " : dwKeySpec = 2."));
+  EXPECT_EQ(7u, size);
+}
+
+TEST_P(PublicKeyExport, OtherProviderTypesOnlyAddALine) {
+  for (const DWORD type : {24u, 0u, 2u, 26u, 0x80000019u}) {
+    provider_.providerType = type;
+    TraceCapture trace;
+    EXPECT_EQ(TRUE, Call(nullptr, nullptr));
+    EXPECT_THAT(trace.Messages(),
+                ElementsAre("EXT : " + Name() + " : dwKeySpec = 2.",
+                            "EXT : " + Name() + " : CryptGetProvParam[" + H(GetCurrentThreadId()) +
+                                "] : hProv=" + H(Provider()) + ", PP_PROVTYPE=" + H(type) + ".",
+                            "EXT : ZarExportPublicKeyInfo : CryptExportKey hKey=" + H(userKey) +
+                                ", ALG_ID = aa3a."));
+  }
+}
+
+TEST_P(PublicKeyExport, BothExpectedProviderTypesAreSilent) {
+  for (const DWORD type : {1u, 25u}) {
+    provider_.providerType = type;
+    TraceCapture trace;
+    EXPECT_EQ(TRUE, Call(nullptr, nullptr));
+    EXPECT_EQ(2u, trace.Messages().size()) << type;
+  }
+}
+
+TEST_P(PublicKeyExport, UnreadableProviderType) {
+  provider_.FailCall("GetProvParam", 1, 0x80090001);
+  const GuardedMemory block(Octets(180, 0xCC));
+  DWORD size = 7;
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call(block.As<CERT_PUBLIC_KEY_INFO>(), &size));
+  EXPECT_EQ(0x80090001u, GetLastError());
+  EXPECT_THAT(trace.Messages(), ElementsAre("EXT : " + Name() + " : dwKeySpec = 2.",
+                                            "EXT : " + Name() + " : CryptGetProvParam hProv=" +
+                                                H(Provider()) + ", error = 80090001."));
+  EXPECT_THAT(provider_.KeyCalls(), ElementsAre("GetProvParam(1001, 16, 4, 0) ! 80090001"));
+  EXPECT_EQ(Octets(180, 0xCC), block.Content());
+  EXPECT_EQ(7u, size);
+}
+
+TEST_P(PublicKeyExport, NoUserKey) {
+  provider_.FailCall("GetUserKey", 1, 0x8009000D);
+  const GuardedMemory block(Octets(180, 0xCC));
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call(block.As<CERT_PUBLIC_KEY_INFO>(), nullptr));
+  EXPECT_EQ(0x8009000Du, GetLastError());
+  EXPECT_THAT(trace.Messages(), ElementsAre("EXT : " + Name() + " : dwKeySpec = 2.",
+                                            "EXT : " + Name() + " : CryptGetUserKey hProv=" +
+                                                H(Provider()) + ", error = 8009000d."));
+  EXPECT_THAT(provider_.KeyCalls(),
+              ElementsAre("GetProvParam(1001, 16, 4, 0)", "GetUserKey(1001, 2) ! 8009000d"));
+  EXPECT_EQ(Octets(180, 0xCC), block.Content());
+}
+
+TEST_P(PublicKeyExport, FailedExportDestroysTheKeyOnce) {
+  provider_.FailCall("ExportKey", 1, 0x8009000B);
+  const GuardedMemory block(Octets(180, 0xCC));
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call(block.As<CERT_PUBLIC_KEY_INFO>(), nullptr));
+  EXPECT_EQ(0x8009000Bu, GetLastError());
+  EXPECT_THAT(trace.Messages(), ElementsAre("EXT : " + Name() + " : dwKeySpec = 2.",
+                                            "EXT : " + Name() + " : CryptExportKey hKey=" +
+                                                H(userKey) + ", error = 8009000b."));
+  EXPECT_THAT(
+      provider_.KeyCalls(),
+      ElementsAre("GetProvParam(1001, 16, 4, 0)", "GetUserKey(1001, 2) = 2001",
+                  "ExportKey(1001, 2001, 0, 6, 0, 1024) ! 8009000b", "DestroyKey(1001, 2001)"));
+  EXPECT_EQ(Octets(180, 0xCC), block.Content());
+}
+
+TEST_P(PublicKeyExport, FailedDestroyLeavesTheResultAlone) {
+  provider_.FailCall("DestroyKey", 1, 0x80090003);
+  provider_.FailCall("ExportKey", 2, 0x8009000B);
+  EXPECT_EQ(TRUE, Call(nullptr, nullptr));
+  provider_.FailCall("DestroyKey", 2, 0x80090003);
+  EXPECT_EQ(FALSE, Call(nullptr, nullptr));
+  EXPECT_EQ(0x8009000Bu, GetLastError());
+}
+
+TEST_P(PublicKeyExport, BlobsOf1024OctetsPassLongerOnesFail) {
+  provider_.blobs[PUBLICKEYBLOB] = Blob(0xA045, 1024);
+  const GuardedMemory block(1104);
+  ASSERT_EQ(TRUE, Call(block.As<CERT_PUBLIC_KEY_INFO>(), nullptr));
+  EXPECT_EQ(Blob(0xA045, 1024), Octets(block.Data() + 80, block.Data() + 1104));
+  DWORD size = 0;
+  ASSERT_EQ(TRUE, Call(nullptr, &size));
+  EXPECT_EQ(Extended() ? 2104u : 1080u, size);
+
+  provider_.blobs[PUBLICKEYBLOB] = Blob(0xA045, 1025);
+  EXPECT_EQ(FALSE, Call(nullptr, &size));
+  EXPECT_EQ(234u, GetLastError());
+  EXPECT_THAT(provider_.OpenKeys(), IsEmpty());
+}
+
+TEST_P(PublicKeyExport, AProviderThatClaimsMoreThanItsRoomHasFailed) {
+  provider_.claimedExportSize = 1025;
+  const GuardedMemory block(Octets(180, 0xCC));
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call(block.As<CERT_PUBLIC_KEY_INFO>(), nullptr));
+  EXPECT_EQ(234u, GetLastError());
+  EXPECT_EQ("EXT : " + Name() + " : CryptExportKey hKey=" + H(userKey) + ", error = ea.",
+            trace.Messages().back());
+  EXPECT_EQ(Octets(180, 0xCC), block.Content());
+  EXPECT_THAT(provider_.OpenKeys(), IsEmpty());
+}
+
+TEST_P(PublicKeyExport, AnAlgorithmThatIsNotThereCountsAsZero) {
+  for (const Octets& blob : {Octets{}, Octets{0x06, 0x02, 0x00}, Blob(0xAA3A, 7)}) {
+    provider_.blobs[PUBLICKEYBLOB] = blob;
+    const GuardedMemory block(80 + blob.size());
+    TraceCapture trace;
+    ASSERT_EQ(TRUE, Call(block.As<CERT_PUBLIC_KEY_INFO>(), nullptr));
+    EXPECT_STREQ("1.3.6.1.4.1.32473.1.2.2", block.As<CERT_PUBLIC_KEY_INFO>()->Algorithm.pszObjId);
+    EXPECT_EQ(blob.size(), block.As<CERT_PUBLIC_KEY_INFO>()->PublicKey.cbData);
+    EXPECT_EQ("EXT : ZarExportPublicKeyInfo : CryptExportKey hKey=" + H(userKey) + ", ALG_ID = 0.",
+              trace.Messages().back());
+  }
+}
+
+class ExtendedPublicKeyExport : public KeyInfoTest {
+ protected:
+  ExtendedPublicKeyExport() { provider_.blobs[PUBLICKEYBLOB] = Blob(0xAA3A, 100); }
+  ExtendedExport* export_ = Export<ExtendedExport>("ZarExportPublicKeyInfoEx");
+};
+
+TEST_F(ExtendedPublicKeyExport, TracesTheOidInsteadOfTheKeySpecAndIgnoresIt) {
+  const GuardedMemory block(180);
+  char oid[] = "1.2.398.3.10.1.1.2.1.1";
+  TraceCapture trace;
+  ASSERT_EQ(TRUE,
+            export_(Provider(), 1, 1, oid, 0, nullptr, block.As<CERT_PUBLIC_KEY_INFO>(), nullptr));
+  EXPECT_EQ(2u, trace.Messages().size());
+  EXPECT_EQ("EXT : ZarExportPublicKeyInfoEx : PublicKeyObjId = 1.2.398.3.10.1.1.2.1.1.",
+            trace.Messages().front());
+  EXPECT_STREQ("1.3.6.1.4.1.32473.1.5.8", block.As<CERT_PUBLIC_KEY_INFO>()->Algorithm.pszObjId);
+}
+
+TEST_F(ExtendedPublicKeyExport, TheOidNeverActsAsAFormat) {
+  char oid[] = "%s%n%x%%";
+  TraceCapture trace;
+  ASSERT_EQ(TRUE, export_(Provider(), 1, 1, oid, 0, nullptr, nullptr, nullptr));
+  EXPECT_EQ("EXT : ZarExportPublicKeyInfoEx : PublicKeyObjId = %s%n%x%%.",
+            trace.Messages().front());
+}
+
+TEST_F(ExtendedPublicKeyExport, RefusesFlagsAndAuxiliaryInformation) {
+  char aux = 0;
+  for (const DWORD flags : {1u, 0x80000000u}) {
+    SetLastError(kUntouchedError);
+    EXPECT_EQ(FALSE, export_(Provider(), 1, 1, nullptr, flags, nullptr, nullptr, nullptr));
+    EXPECT_EQ(87u, GetLastError());
+  }
+  SetLastError(kUntouchedError);
+  EXPECT_EQ(FALSE, export_(Provider(), 1, 1, nullptr, 0, &aux, nullptr, nullptr));
+  EXPECT_EQ(87u, GetLastError());
+  EXPECT_THAT(provider_.KeyCalls(), IsEmpty());
+}
+
+TEST_F(KeyInfoTest, NegativeKeySpecIsTracedAsSigned) {
+  provider_.blobs[PUBLICKEYBLOB] = Blob(0xAA3A, 100);
+  TraceCapture trace;
+  Export<PlainExport>("ZarExportPublicKeyInfo")(Provider(), 0xFFFFFFFF, 1, nullptr, nullptr);
+  EXPECT_EQ("EXT : ZarExportPublicKeyInfo : dwKeySpec = -1.", trace.Messages().front());
+}
+
+}  // namespace
+}  // namespace zarext::test

@@ -1,0 +1,544 @@
+// ZarExportPrivKeyFunc and ZarImportPrivKeyFunc.
+#include <malloc.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+
+#include "keyinfo_fixture.h"
+#include "support/guarded_memory.h"
+#include "support/import_patch.h"
+
+namespace zarext::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+using ExportPrivate = BOOL WINAPI(HCRYPTPROV, DWORD, LPSTR, DWORD, void*, CRYPT_PRIVATE_KEY_INFO*,
+                                  DWORD*);
+using ImportPrivate = BOOL WINAPI(HCRYPTPROV, CRYPT_PRIVATE_KEY_INFO*, DWORD, void*);
+
+// Octets that occur nowhere else in the process.
+const Octets kSecret = {0x5E, 0xC1, 0xE7, 0x0D, 0xA7, 0xA9, 0x11, 0x8B, 0x3C, 0xF2, 0x60,
+                        0x94, 0xD8, 0x2A, 0xB5, 0x4F, 0x71, 0x06, 0xEA, 0x99, 0x33, 0xC8,
+                        0x1D, 0x7E, 0x42, 0xBF, 0x58, 0xA0, 0x17, 0xCD, 0x66, 0xF9};
+
+Octets Element(std::uint8_t tag, const Octets& content) {
+  if (content.size() < 0x80) {
+    return Join({{tag, static_cast<std::uint8_t>(content.size())}, content});
+  }
+  return Join({{tag, 0x82, static_cast<std::uint8_t>(content.size() >> 8),
+                static_cast<std::uint8_t>(content.size())},
+               content});
+}
+
+// SEQUENCE { 0, SEQUENCE { 1.2.643.2.2.19, NULL }, OCTET STRING }
+const Octets kCryptoProAlgorithm = {0x30, 0x0A, 0x06, 0x06, 0x2A, 0x85,
+                                    0x03, 0x02, 0x02, 0x13, 0x05, 0x00};
+Octets PrivateKeyInfo(const Octets& key, const Octets& algorithm = kCryptoProAlgorithm) {
+  return Element(0x30, Join({{0x02, 0x01, 0x00}, algorithm, Element(0x04, key)}));
+}
+
+class PrivateKeyExport : public KeyInfoTest {
+ protected:
+  PrivateKeyExport() { provider_.blobs[0x30] = PrivateKeyInfo(kSecret); }
+  ExportPrivate* export_ = Export<ExportPrivate>("ZarExportPrivKeyFunc");
+};
+
+TEST_F(PrivateKeyExport, LaysOutStructureOidAndKey) {
+  // 56 octets of structure, 32 for the OID, 32 of key, and nothing behind.
+  const GuardedMemory block(Octets(120, 0xCC));
+  auto* info = block.As<CRYPT_PRIVATE_KEY_INFO>();
+  DWORD size = 7;
+  char oid[] = "1.2.3";
+  TraceCapture trace;
+  ASSERT_EQ(TRUE, export_(Provider(), 1, oid, 0xFF, &size, info, &size));
+  EXPECT_THAT(trace.Messages(),
+              ElementsAre("EXT : ZarExportPrivKeyFunc : hCryptProv = " + H(Provider()) +
+                              ", dwKeySpec = 1, pszPrivateKeyObjId = 1.2.3.",
+                          "EXT : ZarExportPrivKeyFunc : Algorithm.pszObjId = 1.2.643.2.2.19, "
+                          "Parameters.cbData = 0."));
+  EXPECT_THAT(provider_.KeyCalls(),
+              ElementsAre("GetUserKey(1001, 1) = 2001", "ExportKey(1001, 2001, 0, 48, 0, 4096)",
+                          "DestroyKey(1001, 2001)"));
+  EXPECT_EQ(0u, info->Version);
+  EXPECT_EQ(reinterpret_cast<char*>(block.Data()) + 56, info->Algorithm.pszObjId);
+  EXPECT_STREQ("1.2.643.2.2.19", info->Algorithm.pszObjId);
+  EXPECT_EQ(0u, info->Algorithm.Parameters.cbData);
+  EXPECT_EQ(reinterpret_cast<BYTE*>(0xCCCCCCCCCCCCCCCC), info->Algorithm.Parameters.pbData);
+  EXPECT_EQ(32u, info->PrivateKey.cbData);
+  EXPECT_EQ(block.Data() + 88, info->PrivateKey.pbData);
+  EXPECT_EQ(kSecret, Octets(block.Data() + 88, block.Data() + 120));
+  EXPECT_EQ(reinterpret_cast<CRYPT_ATTRIBUTES*>(0xCCCCCCCC00000000), info->pAttributes)
+      << "only the low half is written";
+  EXPECT_EQ(Octets(17, 0xCC), Octets(block.Data() + 71, block.Data() + 88));
+  EXPECT_EQ(7u, size);
+  EXPECT_THAT(provider_.OpenKeys(), IsEmpty());
+}
+
+TEST_F(PrivateKeyExport, ASizeQueryAnswers2048) {
+  for (const std::size_t size : {0, 100, 4096}) {
+    provider_.blobs[0x30] = Octets(size, 0x11);
+    DWORD reported = 7;
+    TraceCapture trace;
+    EXPECT_EQ(TRUE, export_(Provider(), 2, nullptr, 0, nullptr, nullptr, &reported));
+    EXPECT_EQ(2048u, reported);
+    EXPECT_THAT(trace.Messages(),
+                ElementsAre("EXT : ZarExportPrivKeyFunc : hCryptProv = " + H(Provider()) +
+                            ", dwKeySpec = 2, pszPrivateKeyObjId = (null)."));
+  }
+  EXPECT_THAT(provider_.OpenKeys(), IsEmpty());
+}
+
+TEST_F(PrivateKeyExport, SucceedsWithoutAnyOutput) {
+  EXPECT_EQ(TRUE, export_(Provider(), 2, nullptr, 0, nullptr, nullptr, nullptr));
+  EXPECT_THAT(provider_.OpenKeys(), IsEmpty());
+}
+
+TEST_F(PrivateKeyExport, OtherBlobsAreTheKeyUnderTheDefaultOid) {
+  const std::vector<Octets> rows = {
+      {},
+      {0x07},
+      {0x07, 0x02, 0x00, 0x00, 0x3A, 0xAA, 0x00, 0x00},
+      // Not quite a PrivateKeyInfo: no private key, and another tag.
+      {0x30, 0x0F, 0x02, 0x01, 0x00, 0x30, 0x0A, 0x06, 0x06, 0x2A, 0x85, 0x03, 0x02, 0x02, 0x13,
+       0x05, 0x00},
+      Element(0x31, Join({{0x02, 0x01, 0x00}, kCryptoProAlgorithm, Element(0x04, kSecret)})),
+      Octets(4096, 0x30),
+  };
+  for (const Octets& blob : rows) {
+    provider_.blobs[0x30] = blob;
+    const GuardedMemory block(88 + blob.size());
+    auto* info = block.As<CRYPT_PRIVATE_KEY_INFO>();
+    TraceCapture trace;
+    ASSERT_EQ(TRUE, export_(Provider(), 2, nullptr, 0, nullptr, info, nullptr));
+    EXPECT_STREQ("1.3.6.1.4.1.32473.1.5.8", info->Algorithm.pszObjId);
+    EXPECT_EQ(blob.size(), info->PrivateKey.cbData);
+    EXPECT_EQ(blob, Octets(block.Data() + 88, block.Data() + 88 + blob.size()));
+    EXPECT_EQ(
+        "EXT : ZarExportPrivKeyFunc : Algorithm.pszObjId = 1.3.6.1.4.1.32473.1.5.8, "
+        "Parameters.cbData = 0.",
+        trace.Messages().back());
+  }
+}
+
+TEST_F(PrivateKeyExport, ALongOidIsCutToItsArea) {
+  // 1.2.268435455.268435455.268435455.268435455: 43 characters.
+  const Octets arc = {0xFF, 0xFF, 0xFF, 0x7F};
+  const Octets algorithm = Element(0x30, Element(0x06, Join({{0x2A}, arc, arc, arc, arc})));
+  provider_.blobs[0x30] = PrivateKeyInfo(kSecret, algorithm);
+  const GuardedMemory block(Octets(120, 0xCC));
+  auto* info = block.As<CRYPT_PRIVATE_KEY_INFO>();
+  TraceCapture trace;
+  ASSERT_EQ(TRUE, export_(Provider(), 2, nullptr, 0, nullptr, info, nullptr));
+  EXPECT_STREQ("1.2.268435455.268435455.2684354", info->Algorithm.pszObjId);
+  EXPECT_EQ(kSecret, Octets(block.Data() + 88, block.Data() + 120));
+  EXPECT_EQ(
+      "EXT : ZarExportPrivKeyFunc : Algorithm.pszObjId = 1.2.268435455.268435455.2684354, "
+      "Parameters.cbData = 0.",
+      trace.Messages().back());
+}
+
+TEST_F(PrivateKeyExport, AnOidThatFillsItsAreaExactly) {
+  // "1.2.268435455.268435455.268435" has 30 characters, one digit more 31.
+  const Octets arc = {0xFF, 0xFF, 0xFF, 0x7F};
+  // 2684354 = 1 35 107 2 in base 128
+  const Octets algorithm =
+      Element(0x30, Element(0x06, Join({{0x2A}, arc, arc, {0x81, 0xA3, 0xEB, 0x02}})));
+  provider_.blobs[0x30] = PrivateKeyInfo(kSecret, algorithm);
+  const GuardedMemory block(Octets(120, 0xCC));
+  ASSERT_EQ(TRUE, export_(Provider(), 2, nullptr, 0, nullptr, block.As<CRYPT_PRIVATE_KEY_INFO>(),
+                          nullptr));
+  EXPECT_STREQ("1.2.268435455.268435455.2684354",
+               block.As<CRYPT_PRIVATE_KEY_INFO>()->Algorithm.pszObjId);
+}
+
+TEST_F(PrivateKeyExport, NoUserKey) {
+  provider_.FailCall("GetUserKey", 1, 0x8009000D);
+  const GuardedMemory block(Octets(120, 0xCC));
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, export_(Provider(), 1, nullptr, 0, nullptr, block.As<CRYPT_PRIVATE_KEY_INFO>(),
+                           nullptr));
+  EXPECT_EQ(0x8009000Du, GetLastError());
+  EXPECT_EQ("EXT : ZarExportPrivKeyFunc : CryptGetUserKey = 8009000d.", trace.Messages().back());
+  EXPECT_EQ(2u, trace.Messages().size());
+  EXPECT_THAT(provider_.KeyCalls(), ElementsAre("GetUserKey(1001, 1) ! 8009000d"));
+  EXPECT_EQ(Octets(120, 0xCC), block.Content());
+}
+
+TEST_F(PrivateKeyExport, ANullProviderIsRefusedByThePlatform) {
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, export_(0, 1, nullptr, 0, nullptr, nullptr, nullptr));
+  EXPECT_EQ(87u, GetLastError());
+  EXPECT_EQ("EXT : ZarExportPrivKeyFunc : CryptGetUserKey = 57.", trace.Messages().back());
+}
+
+TEST_F(PrivateKeyExport, FailedExportDestroysTheKeyOnce) {
+  provider_.FailCall("ExportKey", 1, 0x8009000B);
+  const GuardedMemory block(Octets(120, 0xCC));
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, export_(Provider(), 1, nullptr, 0, nullptr, block.As<CRYPT_PRIVATE_KEY_INFO>(),
+                           nullptr));
+  EXPECT_EQ(0x8009000Bu, GetLastError());
+  EXPECT_EQ("EXT : ZarExportPrivKeyFunc : CryptExportKey = 8009000b.", trace.Messages().back());
+  EXPECT_EQ(2u, trace.Messages().size());
+  EXPECT_THAT(provider_.KeyCalls(), ElementsAre("GetUserKey(1001, 1) = 2001",
+                                                "ExportKey(1001, 2001, 0, 48, 0, 4096) ! 8009000b",
+                                                "DestroyKey(1001, 2001)"));
+  EXPECT_EQ(Octets(120, 0xCC), block.Content());
+}
+
+TEST_F(PrivateKeyExport, BlobsOf4096OctetsPassLongerOnesFail) {
+  provider_.blobs[0x30] = PrivateKeyInfo(Counted(4096 - 23));
+  ASSERT_EQ(4096u, provider_.blobs[0x30].size());
+  const GuardedMemory block(88 + 4096 - 23);
+  ASSERT_EQ(TRUE, export_(Provider(), 1, nullptr, 0, nullptr, block.As<CRYPT_PRIVATE_KEY_INFO>(),
+                          nullptr));
+  EXPECT_EQ(Counted(4096 - 23), Octets(block.Data() + 88, block.Data() + block.Size()));
+  provider_.blobs[0x30].push_back(0);
+  EXPECT_EQ(FALSE, export_(Provider(), 1, nullptr, 0, nullptr, nullptr, nullptr));
+  EXPECT_EQ(234u, GetLastError());
+  provider_.blobs[0x30].pop_back();
+  provider_.claimedExportSize = 4097;
+  EXPECT_EQ(FALSE, export_(Provider(), 1, nullptr, 0, nullptr, nullptr, nullptr));
+  EXPECT_EQ(234u, GetLastError());
+  EXPECT_THAT(provider_.OpenKeys(), IsEmpty());
+}
+
+// The module's free, looking for the secret in what is given back.
+decltype(free)* realFree = nullptr;
+int leaks = 0;
+int frees = 0;
+void SearchingFree(void* block) {
+  ++frees;
+  if (block != nullptr) {
+    const auto* octets = static_cast<const std::uint8_t*>(block);
+    const std::size_t size = _msize(block);
+    // Half of it is enough.
+    if (std::search(octets, octets + size, kSecret.begin(), kSecret.begin() + 16) !=
+        octets + size) {
+      ++leaks;
+    }
+  }
+  realFree(block);
+}
+
+class FreeSearch {
+ public:
+  FreeSearch() : patch_(Module(), "msvcrt.dll", "free", &SearchingFree) {
+    realFree = patch_.Original<decltype(free)>();
+    leaks = 0;
+    frees = 0;
+  }
+
+ private:
+  ImportPatch patch_;
+};
+
+TEST_F(PrivateKeyExport, LeavesNoKeyInFreedMemory) {
+  const FreeSearch search;
+  for (const Octets& key : {kSecret, Join({kSecret, kSecret})}) {
+    for (const Octets& blob : {PrivateKeyInfo(key), key, Element(0x30, Element(0x04, key))}) {
+      provider_.blobs[0x30] = blob;
+      EXPECT_EQ(TRUE, export_(Provider(), 1, nullptr, 0, nullptr, nullptr, nullptr));
+      EXPECT_EQ(0, leaks) << HexText(blob);
+      EXPECT_LT(0, frees);
+    }
+  }
+}
+
+class PrivateKeyImport : public KeyInfoTest {
+ protected:
+  PrivateKeyImport() {
+    provider_.providerParameters[0x38] = {'p', 0};
+    provider_.providerParameters[0x2E] = {'u', 0};
+  }
+
+  // Calls the export with a structure whose parts end at forbidden pages.
+  BOOL Call(const char* oid, const Octets& key, const Octets& parameters = {}, DWORD flags = 0) {
+    const GuardedMemory keyMemory(key);
+    const GuardedMemory parameterMemory(parameters);
+    keyMemory.MakeReadOnly();
+    parameterMemory.MakeReadOnly();
+    CRYPT_PRIVATE_KEY_INFO info = {};
+    info.Version = 0x1F;
+    info.Algorithm.pszObjId = const_cast<char*>(oid);
+    if (!parameters.empty()) {
+      info.Algorithm.Parameters = {static_cast<DWORD>(parameters.size()), parameterMemory.Data()};
+    }
+    info.PrivateKey = {static_cast<DWORD>(key.size()), keyMemory.Data()};
+    return import_(Provider(), &info, flags, nullptr);
+  }
+  // The document that reached the provider, in hexadecimal.
+  std::string Imported(const char* oid, const Octets& key, const Octets& parameters = {}) {
+    provider_.ClearCalls();
+    if (Call(oid, key, parameters) != TRUE) {
+      return "failed with " + H(GetLastError());
+    }
+    const std::string call = provider_.KeyCalls().front();
+    EXPECT_EQ(0u, call.find("ImportKey(1001, [")) << call;
+    return call.substr(17, call.find(']') - 17);
+  }
+
+  ImportPrivate* import_ = Export<ImportPrivate>("ZarImportPrivKeyFunc");
+};
+
+constexpr char kMaker[] = "1.3.6.1.4.1.32473.1.5.8";
+
+TEST_F(PrivateKeyImport, ADocumentGoesThroughAsItStands) {
+  const Octets document = PrivateKeyInfo(Counted(5));
+  TraceCapture trace;
+  ASSERT_EQ(TRUE, Call(kMaker, document, {}, 5));
+  EXPECT_THAT(
+      trace.Messages(),
+      ElementsAre("EXT : ZarImportPrivKeyFunc : hCryptProv = " + H(Provider()) + ", dwFlags = 5.",
+                  "EXT : ZarImportPrivKeyFunc : Algorithm.pszObjId = "
+                  "1.3.6.1.4.1.32473.1.5.8, Version = 1f, PrivateKey.cbData = 24, Attr = "
+                  "0000000000000000."));
+  EXPECT_THAT(provider_.KeyCalls(),
+              ElementsAre("ImportKey(1001, [" + HexText(document) + "], 0, 5) = 3001",
+                          "GetProvParam(1001, 56, 256, 0)", "GetProvParam(1001, 46, 1024, 0)"));
+  EXPECT_THAT(provider_.OpenKeys(), ElementsAre(0x3001u)) << "the key stays open";
+}
+
+TEST_F(PrivateKeyImport, OtherKeysAreWrapped) {
+  // SEQUENCE { 0, SEQUENCE { OID, NULL }, OCTET STRING }
+  EXPECT_EQ(
+      "301b020100"
+      "300f060b2b060104"
+      "0181fd5901"
+      "0508"
+      "0500"
+      "0405"
+      "0102030405",
+      Imported(kMaker, Counted(5)));
+  EXPECT_EQ(
+      "3011020100"
+      "300a06062a85030202130500"
+      "0400",
+      Imported("1.2.643.2.2.19", {}));
+}
+
+TEST_F(PrivateKeyImport, ParametersAreTakenAsTheyAreEncoded) {
+  const Octets parameters = {0x30, 0x03, 0x02, 0x01, 0x07};
+  EXPECT_EQ(
+      "3014020100"
+      "300d06062a8503020213"
+      "3003020107"
+      "0400",
+      Imported("1.2.643.2.2.19", {}, parameters));
+}
+
+TEST_F(PrivateKeyImport, OnlyTheFirstElementOfTheParametersCounts) {
+  EXPECT_EQ(
+      "3012020100"
+      "300b06062a8503020213"
+      "020107"
+      "0400",
+      Imported("1.2.643.2.2.19", {}, {0x02, 0x01, 0x07, 0x05, 0x00}));
+  EXPECT_EQ(
+      "3014020100"
+      "300d06062a8503020213"
+      "3003020107"
+      "0400",
+      Imported("1.2.643.2.2.19", {}, {0x30, 0x80, 0x02, 0x01, 0x07, 0x00, 0x00, 0xFF}));
+}
+
+TEST_F(PrivateKeyImport, ParametersThatDoNotEndAddNothing) {
+  for (const Octets& parameters :
+       {Octets{0x30}, Octets{0x30, 0x01}, Octets{0x04, 0x02, 0xAA}, Octets{0x30, 0x80},
+        Octets{0x30, 0x80, 0x02, 0x01, 0x07, 0x00}, Octets{0x30, 0x84, 0xFF, 0xFF, 0xFF, 0xFA},
+        Octets{0x30, 0x85, 0, 0, 0, 0, 1}, Octets{0x30, 0x82, 0x01},
+        Join({{0x30, 0x80}, Octets(70000, 0x05)})}) {
+    EXPECT_EQ(
+        "300f020100"
+        "300806062a8503020213"
+        "0400",
+        Imported("1.2.643.2.2.19", {}, parameters))
+        << HexText(parameters).substr(0, 40);
+  }
+}
+
+TEST_F(PrivateKeyImport, AlmostDocumentsAreWrapped) {
+  // A document with an octet behind it, and one without a key.
+  for (const Octets& key : {Join({PrivateKeyInfo(Counted(5)), {0x00}}), PrivateKeyInfo(Octets{})}) {
+    const Octets wrapped = PrivateKeyInfo(key);
+    EXPECT_EQ(HexText(wrapped), Imported("1.2.643.2.2.19", key));
+  }
+}
+
+TEST_F(PrivateKeyImport, AttributesAreTracedAndNotTaken) {
+  const GuardedMemory key(Counted(3));
+  CRYPT_ATTRIBUTES attributes = {3, nullptr};
+  CRYPT_PRIVATE_KEY_INFO info = {};
+  info.Algorithm.pszObjId = const_cast<char*>("1.2.643.2.2.19");
+  Octets parameters = {0x05, 0x00};
+  info.Algorithm.Parameters = {2, parameters.data()};
+  info.PrivateKey = {3, key.Data()};
+  info.pAttributes = &attributes;
+  char pointer[20] = {};
+  snprintf(pointer, sizeof pointer, "%016llX",
+           static_cast<unsigned long long>(reinterpret_cast<ULONG_PTR>(&attributes)));
+  TraceCapture trace;
+  ASSERT_EQ(TRUE, import_(Provider(), &info, 0, nullptr));
+  EXPECT_THAT(
+      trace.Messages(),
+      ElementsAre("EXT : ZarImportPrivKeyFunc : hCryptProv = " + H(Provider()) + ", dwFlags = 0.",
+                  std::string("EXT : ZarImportPrivKeyFunc : Algorithm.pszObjId = "
+                              "1.2.643.2.2.19, Version = 0, PrivateKey.cbData = 3, Attr = ") +
+                      pointer + ".",
+                  "EXT : ZarImportPrivKeyFunc : cAttr = 3, Parameters.cbData = 2."));
+  EXPECT_EQ(
+      "ImportKey(1001, [3014020100"
+      "300a06062a85030202130500"
+      "0403010203], 0, 0) = 3001",
+      provider_.KeyCalls().front());
+}
+
+TEST_F(PrivateKeyImport, ForeignAlgorithmsAreTheResultItself) {
+  for (const char* oid :
+       {"1.2.840.113549.1.1.1", "1.2.840.10045.2.1", static_cast<char*>(nullptr)}) {
+    SetLastError(kUntouchedError);
+    EXPECT_EQ(static_cast<BOOL>(0x80090008), Call(oid, Counted(5)));
+    EXPECT_EQ(kUntouchedError, GetLastError());
+  }
+  EXPECT_THAT(provider_.KeyCalls(), IsEmpty());
+}
+
+TEST_F(PrivateKeyImport, RefusesNoStructure) {
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, import_(Provider(), nullptr, 0, nullptr));
+  EXPECT_EQ(87u, GetLastError());
+  EXPECT_THAT(
+      trace.Messages(),
+      ElementsAre("EXT : ZarImportPrivKeyFunc : hCryptProv = " + H(Provider()) + ", dwFlags = 0."));
+}
+
+TEST_F(PrivateKeyImport, AKeyThatExistsIsAsGoodAsImported) {
+  provider_.FailCall("ImportKey", 1, 0x8009000F);
+  TraceCapture trace;
+  EXPECT_EQ(TRUE, Call(kMaker, Counted(5)));
+  EXPECT_EQ("EXT : ZarImportPrivKeyFunc : CryptImportKey = 8009000f.", trace.Messages().back());
+  EXPECT_EQ(3u, provider_.KeyCalls().size());
+  EXPECT_EQ("GetProvParam(1001, 56, 256, 0)", provider_.KeyCalls()[1]);
+  EXPECT_EQ("GetProvParam(1001, 46, 1024, 0)", provider_.KeyCalls()[2]);
+}
+
+TEST_F(PrivateKeyImport, OtherErrorsEndTheImport) {
+  provider_.FailCall("ImportKey", 1, 0x80090005);
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call(kMaker, Counted(5)));
+  EXPECT_EQ(0x80090005u, GetLastError());
+  EXPECT_EQ("EXT : ZarImportPrivKeyFunc : CryptImportKey = 80090005.", trace.Messages().back());
+  EXPECT_EQ(1u, provider_.KeyCalls().size());
+}
+
+TEST_F(PrivateKeyImport, MissingParametersAreOnlyTraced) {
+  provider_.FailCall("GetProvParam", 1, 0x80090011);
+  provider_.FailCall("GetProvParam", 2, 0x80090012);
+  TraceCapture trace;
+  EXPECT_EQ(TRUE, Call(kMaker, Counted(5)));
+  const Lines lines = trace.Messages();
+  ASSERT_EQ(4u, lines.size());
+  EXPECT_EQ("EXT : ZarImportPrivKeyFunc : CryptGetProvParam(PP_PROFILE) = 80090011.", lines[2]);
+  EXPECT_EQ("EXT : ZarImportPrivKeyFunc : CryptGetProvParam(PP_CNT_URL) = 80090012.", lines[3]);
+}
+
+TEST_F(PrivateKeyImport, ParametersThatFillOrExceedTheirBuffers) {
+  provider_.providerParameters[0x38] = Octets(256, 'p');
+  provider_.providerParameters[0x2E] = Octets(1024, 'u');
+  TraceCapture trace;
+  EXPECT_EQ(TRUE, Call(kMaker, Counted(5)));
+  EXPECT_EQ(2u, trace.Messages().size());
+  provider_.providerParameters[0x38] = Octets(257, 'p');
+  provider_.providerParameters[0x2E] = Octets(1025, 'u');
+  trace.Clear();
+  EXPECT_EQ(TRUE, Call(kMaker, Counted(5)));
+  EXPECT_EQ("EXT : ZarImportPrivKeyFunc : CryptGetProvParam(PP_PROFILE) = ea.",
+            trace.Messages()[2]);
+  EXPECT_EQ("EXT : ZarImportPrivKeyFunc : CryptGetProvParam(PP_CNT_URL) = ea.",
+            trace.Messages()[3]);
+}
+
+TEST_F(PrivateKeyImport, KeysThatAreNotThereReportNoMemory) {
+  CRYPT_PRIVATE_KEY_INFO info = {};
+  info.Algorithm.pszObjId = const_cast<char*>(kMaker);
+  info.PrivateKey.cbData = 5;
+  EXPECT_EQ(FALSE, import_(Provider(), &info, 0, nullptr));
+  EXPECT_EQ(0x8009000Eu, GetLastError());
+  EXPECT_THAT(provider_.KeyCalls(), IsEmpty());
+}
+
+TEST_F(PrivateKeyImport, LengthsThatNoDocumentCanHold) {
+  const GuardedMemory octets(Counted(16));
+  for (const DWORD size : {0xFFFFFFFFu, 0xFFFFFFF0u, 0xFFFFF001u}) {
+    CRYPT_PRIVATE_KEY_INFO info = {};
+    info.Algorithm.pszObjId = const_cast<char*>(kMaker);
+    info.PrivateKey = {size, octets.Data()};
+    SetLastError(kUntouchedError);
+    EXPECT_EQ(FALSE, import_(Provider(), &info, 0, nullptr));
+    EXPECT_EQ(0x8009000Eu, GetLastError());
+  }
+  EXPECT_THAT(provider_.KeyCalls(), IsEmpty());
+}
+
+TEST_F(PrivateKeyImport, LeavesNoKeyInFreedMemory) {
+  const FreeSearch search;
+  for (const Octets& key : {kSecret, Join({kSecret, kSecret})}) {
+    for (const Octets& given : {key, PrivateKeyInfo(key), Element(0x30, Element(0x04, key))}) {
+      EXPECT_EQ(TRUE, Call(kMaker, given));
+      EXPECT_EQ(0, leaks) << HexText(given);
+      EXPECT_LT(0, frees);
+    }
+  }
+}
+
+// malloc of the module, failing from the n-th call on.
+decltype(malloc)* realMalloc = nullptr;
+decltype(calloc)* realCalloc = nullptr;
+int allowed = -1;
+bool Allowed() { return allowed < 0 || allowed-- > 0; }
+void* FailingMalloc(std::size_t size) {
+  if (!Allowed()) {
+    allowed = -1;
+    return nullptr;
+  }
+  return realMalloc(size);
+}
+void* FailingCalloc(std::size_t count, std::size_t size) {
+  if (!Allowed()) {
+    allowed = -1;
+    return nullptr;
+  }
+  return realCalloc(count, size);
+}
+
+TEST_F(PrivateKeyImport, EveryAllocationMayFail) {
+  const ImportPatch mallocPatch(Module(), "msvcrt.dll", "malloc", &FailingMalloc);
+  const ImportPatch callocPatch(Module(), "msvcrt.dll", "calloc", &FailingCalloc);
+  realMalloc = mallocPatch.Original<decltype(malloc)>();
+  realCalloc = callocPatch.Original<decltype(calloc)>();
+  int failures = 0;
+  for (int n = 0; n < 1000; ++n) {
+    provider_.ClearCalls();
+    SetLastError(kUntouchedError);
+    allowed = n;
+    const BOOL done = Call(kMaker, Counted(200));
+    const bool failed = allowed == -1;
+    allowed = -1;
+    if (!failed) {
+      EXPECT_EQ(TRUE, done);
+      break;
+    }
+    ++failures;
+    ASSERT_EQ(FALSE, done) << n;
+    ASSERT_EQ(0x8009000Eu, GetLastError()) << n;
+    ASSERT_THAT(provider_.KeyCalls(), IsEmpty());
+  }
+  EXPECT_LT(5, failures);
+}
+
+}  // namespace
+}  // namespace zarext::test
