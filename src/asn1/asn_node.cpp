@@ -5,6 +5,8 @@
 #include <limits>
 #include <new>
 
+#include "frame/wipe.h"
+
 namespace zarext {
 namespace {
 
@@ -25,7 +27,10 @@ void FreeBlock(void* block) noexcept { std::free(block); }
 
 std::uint8_t* InlineContent(AsnNode* node) { return node->octets + kShortHeader; }
 
-void ReleaseValue(AsnNode* node) noexcept {
+void ReleaseValue(AsnNode* node, Release release) noexcept {
+  if (release == Release::kWiped && node->content != nullptr) {
+    WipeOctets(node->content, ContentLength(*node));
+  }
   if (node->content != nullptr && node->content != InlineContent(node)) FreeBlock(node->content);
   node->content = nullptr;
   DropText(node);
@@ -145,7 +150,7 @@ OwnedNode TakeNode(AsnNode* parent, std::int32_t index) noexcept {
   return taken;
 }
 
-void ReleaseContents(AsnNode* node) noexcept {
+void ReleaseContents(AsnNode* node, Release release) noexcept {
   AsnNode* current = node;
   for (;;) {
     if (current->count > 0) {
@@ -156,7 +161,7 @@ void ReleaseContents(AsnNode* node) noexcept {
       continue;
     }
     ReleaseArray(current);
-    ReleaseValue(current);
+    ReleaseValue(current, release);
     if (current == node) return;
     AsnNode* parent = current->parent;
     FreeBlock(current);

@@ -131,9 +131,12 @@ AsnNode* InsertNode(AsnNode* parent, std::int32_t index, OwnedNode node) noexcep
 // Takes the child at index out of its parent; later ones move down. No header changes.
 OwnedNode TakeNode(AsnNode* parent, std::int32_t index) noexcept;
 
+// What happens to contents that are given back: documents with private keys have them wiped.
+enum class Release : bool { kPlain, kWiped };
+
 // Releases everything that the node owns: its subtree, child array, content and text. The header
 // stays. Flat: takes no stack for any depth of the tree.
-void ReleaseContents(AsnNode* node) noexcept;
+void ReleaseContents(AsnNode* node, Release release = Release::kPlain) noexcept;
 
 // Moves everything that `from` owns to `to`, which owns nothing, except the header.
 void MoveContents(AsnNode* from, AsnNode* to) noexcept;

@@ -9,6 +9,7 @@
 #include "asn1/oid.h"
 #include "asn1/small_stack.h"
 #include "asn1/tree_builder.h"
+#include "frame/wipe.h"
 
 namespace zarext {
 namespace {
@@ -19,14 +20,15 @@ constexpr std::uint32_t kNumberOctets = 4;
 // A tree's top that lives on the stack until its contents are moved to their place.
 class NodeHolder {
  public:
-  NodeHolder() = default;
+  explicit NodeHolder(Release release) : release_(release) {}
   NodeHolder(const NodeHolder&) = delete;
   NodeHolder& operator=(const NodeHolder&) = delete;
-  ~NodeHolder() { ReleaseContents(&node_); }
+  ~NodeHolder() { ReleaseContents(&node_, release_); }
   AsnNode* Get() { return &node_; }
 
  private:
   AsnNode node_{};
+  Release release_;
 };
 
 // The outermost element of an image of at most `known` octets; empty when its header is unreadable.
@@ -182,11 +184,12 @@ void EncodeTree(const AsnNode& top, std::uint8_t* out) {
 
 }  // namespace
 
-TASN1::TASN1(std::uint8_t rootTag) : segmentedStrings_(IsSegmentedString(rootTag)) {
+TASN1::TASN1(std::uint8_t rootTag, Release release)
+    : segmentedStrings_(IsSegmentedString(rootTag)), release_(release) {
   WriteHeader(&root_, rootTag, 0);
 }
 
-TASN1::~TASN1() { ReleaseContents(&root_); }
+TASN1::~TASN1() { ReleaseContents(&root_, release_); }
 
 std::int32_t TASN1::ReadHeader(const std::uint8_t* octets, std::uint8_t* tag,
                                std::uint32_t* length) const {
@@ -218,7 +221,7 @@ std::int32_t TASN1::Load(const std::uint8_t* data, std::uint32_t length) {
 }
 
 void TASN1::Clear() noexcept {
-  if (IsConstructed(TagOf(root_))) ReleaseContents(&root_);
+  if (IsConstructed(TagOf(root_))) ReleaseContents(&root_, release_);
 }
 
 TASN1::Place TASN1::Locate(PathView path) {
@@ -294,6 +297,7 @@ std::int32_t TASN1::SetTagAt(std::uint8_t newTag, PathView path) {
   image[0] = newTag;
   // What cannot be rebuilt is left out without a word; callers rely on 0.
   Rebuild(node, {image.get(), size});
+  if (release_ == Release::kWiped) WipeOctets(image.get(), size);
   return kAsnOk;
 }
 
@@ -315,13 +319,14 @@ std::int32_t TASN1::DeleteNodeAt(PathView path) {
   const Place place = Locate(path);
   if (place.node == nullptr) return kAsnBadPath;
   if (place.node == &root_) {
-    ReleaseContents(&root_);
+    ReleaseContents(&root_, release_);
     WriteHeader(&root_, TagOf(root_), 0);
     return kAsnOk;
   }
   AsnNode* parent = place.node->parent;
   const OwnedNode deleted = TakeNode(parent, place.index);
   AdjustLengths(parent, -std::int64_t{EncodedSize(*deleted)});
+  ReleaseContents(deleted.get(), release_);
   return kAsnOk;
 }
 
@@ -339,7 +344,7 @@ std::int32_t TASN1::ParseIntoAt(std::span<const std::uint8_t> image, PathView pa
   AsnNode* parent = Locate(path).node;
   if (parent == nullptr) return kAsnBadPath;
   if (!IsConstructed(TagOf(*parent))) return kAsnOk;
-  NodeHolder holder;
+  NodeHolder holder(release_);
   ImageReader reader(OutermostElement(image.data(), image.size()));
   const BuildOutcome built = BuildElements(&reader, 0, 1, holder.Get(), parent);
   segmentedStrings_ = segmentedStrings_ || built.segmentedStrings;
@@ -360,7 +365,7 @@ std::int32_t TASN1::Rebuild(AsnNode* node, std::span<const std::uint8_t> image) 
   const bool constructed = IsConstructed(header.tag);
   if (!constructed && header.length > reader.Size() - header.size) return kAsnUnreadable;
 
-  NodeHolder holder;
+  NodeHolder holder(release_);
   BuildOutcome built{BuildState::kBuilt, false, header.length};
   if (constructed) {
     built = BuildElements(&reader, header.size, std::uint64_t{header.size} + header.length,
@@ -370,7 +375,7 @@ std::int32_t TASN1::Rebuild(AsnNode* node, std::span<const std::uint8_t> image) 
   }
   CheckRoom(built.contentLength);
   const std::int64_t before = EncodedSize(*node);
-  ReleaseContents(node);
+  ReleaseContents(node, release_);
   MoveContents(holder.Get(), node);
   WriteHeader(node, header.tag, built.contentLength);
   AdjustLengths(node->parent, EncodedSize(*node) - before);
@@ -383,7 +388,7 @@ std::int32_t TASN1::Rebuild(AsnNode* node, std::span<const std::uint8_t> image) 
 }
 
 std::int32_t TASN1::Flatten(AsnNode* top) {
-  const std::int32_t result = FlattenStrings(top);
+  const std::int32_t result = FlattenStrings(top, release_);
   if (result == kAsnOk && top == &root_) segmentedStrings_ = false;
   return result;
 }

@@ -35,7 +35,7 @@ inline constexpr std::size_t kMaxPathEntries = 64;
 class TASN1 {
  public:
   // An empty document: a root with this identifier octet and no content.
-  explicit TASN1(std::uint8_t rootTag);
+  explicit TASN1(std::uint8_t rootTag) : TASN1(rootTag, Release::kPlain) {}
   ~TASN1();
   TASN1(const TASN1&) = delete;
   TASN1& operator=(const TASN1&) = delete;
@@ -153,6 +153,9 @@ class TASN1 {
   void Clear() noexcept;
 
  protected:
+  // The same with a choice of what happens to contents that are given back.
+  TASN1(std::uint8_t rootTag, Release release);
+
   [[nodiscard]] const AsnNode& Root() const { return root_; }
 
  private:
@@ -202,6 +205,7 @@ class TASN1 {
   AsnNode root_{};
   // Whether there may be constructed strings in the tree. Without them there is nothing to flatten.
   bool segmentedStrings_;
+  Release release_;
   // The image that the last Load was given; only compared, never read through.
   const std::uint8_t* loaded_ = nullptr;
   std::uint32_t loadedLength_ = 0;

@@ -96,9 +96,10 @@ void Builder::CloseTop() {
 }
 
 // Makes node a primitive string whose content is the block.
-void BecomePrimitive(AsnNode* node, OwnedOctets block, std::uint32_t length) noexcept {
+void BecomePrimitive(AsnNode* node, OwnedOctets block, std::uint32_t length,
+                     Release release) noexcept {
   const auto tag = static_cast<std::uint8_t>(TagOf(*node) & ~kConstructedBit);
-  ReleaseContents(node);
+  ReleaseContents(node, release);
   node->content = block.release();
   WriteHeader(node, tag, length);
 }
@@ -124,16 +125,16 @@ std::uint8_t* JoinSegments(const AsnNode& node, std::int32_t count, std::uint8_t
   return out;
 }
 
-std::int32_t FlattenOctetString(AsnNode* node, std::uint32_t total) {
+std::int32_t FlattenOctetString(AsnNode* node, std::uint32_t total, Release release) {
   OwnedOctets block = AllocateZeroedOctets(std::size_t{total} + 1);
   JoinSegments(*node, node->count, block.get());
-  BecomePrimitive(node, std::move(block), total);
+  BecomePrimitive(node, std::move(block), total, release);
   return kAsnOk;
 }
 
 // The last segment that has content gives the unused-bits octet in front. The other segments keep
 // theirs, which so become data. Compatibility: signatures over such strings were made this way.
-std::int32_t FlattenBitString(AsnNode* node, std::uint32_t total) {
+std::int32_t FlattenBitString(AsnNode* node, std::uint32_t total, Release release) {
   if (total == 0) return kAsnWrongSegment;
   std::int32_t last = node->count - 1;
   while (ContentLength(*node->children[last]) == 0) --last;
@@ -142,26 +143,27 @@ std::int32_t FlattenBitString(AsnNode* node, std::uint32_t total) {
   block[0] = final.content[0];
   std::uint8_t* out = JoinSegments(*node, last, block.get() + 1);
   std::memcpy(out, final.content + 1, ContentLength(final) - 1);
-  BecomePrimitive(node, std::move(block), total);
+  BecomePrimitive(node, std::move(block), total, release);
   return kAsnOk;
 }
 
-std::int32_t FlattenString(AsnNode* node) {
+std::int32_t FlattenString(AsnNode* node, Release release) {
   if (ContentLength(*node) == 0 || node->count == 0) {
-    BecomePrimitive(node, nullptr, 0);
+    BecomePrimitive(node, nullptr, 0, release);
     return kAsnOk;
   }
   std::uint32_t total = 0;
   if (!SegmentsMatch(*node, &total)) return kAsnWrongSegment;
   const bool octets = TagOf(*node) == (kTagOctetString | kConstructedBit);
-  return octets ? FlattenOctetString(node, total) : FlattenBitString(node, total);
+  return octets ? FlattenOctetString(node, total, release)
+                : FlattenBitString(node, total, release);
 }
 
 // The walk down a subtree. Lengths are corrected on the way up, which is also taken when the pass
 // stops early or memory runs out.
 class FlattenPass {
  public:
-  explicit FlattenPass(AsnNode* top) : top_(top) {}
+  FlattenPass(AsnNode* top, Release release) : top_(top), release_(release) {}
   FlattenPass(const FlattenPass&) = delete;
   FlattenPass& operator=(const FlattenPass&) = delete;
   ~FlattenPass() {
@@ -196,7 +198,7 @@ class FlattenPass {
       return kAsnOk;
     }
     const std::int64_t before = EncodedSize(*node);
-    const std::int32_t result = FlattenString(node);
+    const std::int32_t result = FlattenString(node, release_);
     Carry(std::int64_t{EncodedSize(*node)} - before);
     return result;
   }
@@ -216,6 +218,7 @@ class FlattenPass {
   }
 
   AsnNode* top_;
+  Release release_;
   std::int64_t change_ = 0;
   SmallStack<Step> walk_;
 };
@@ -227,6 +230,8 @@ BuildOutcome BuildElements(ImageReader* reader, std::uint64_t position, std::uin
   return Builder(reader, position).Run({holder, owner, end, 0});
 }
 
-std::int32_t FlattenStrings(AsnNode* top) { return FlattenPass(top).Run(); }
+std::int32_t FlattenStrings(AsnNode* top, Release release) {
+  return FlattenPass(top, release).Run();
+}
 
 }  // namespace zarext

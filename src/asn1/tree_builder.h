@@ -33,6 +33,6 @@ BuildOutcome BuildElements(ImageReader* reader, std::uint64_t position, std::uin
 // the document, up to the first with a segment that has not the string's own primitive identifier,
 // which gives kAsnWrongSegment. Corrects the lengths of the subtree and of its ancestors, for any
 // result. Throws std::bad_alloc, the lengths then being correct too.
-std::int32_t FlattenStrings(AsnNode* top);
+std::int32_t FlattenStrings(AsnNode* top, Release release = Release::kPlain);
 
 }  // namespace zarext

@@ -1,6 +1,6 @@
 #include "keyinfo/pkcs8.h"
 
-#include "keyinfo/secret_memory.h"
+#include "frame/wipe.h"
 
 namespace zarext {
 namespace {
@@ -9,15 +9,15 @@ constexpr std::uint8_t kSequence = 0x30;
 
 }  // namespace
 
-TPKCS8::TPKCS8() : TASN1(kSequence) {}
+TPKCS8::TPKCS8() : TASN1(kSequence, Release::kWiped) {}
 
-TPKCS8::~TPKCS8() { Wipe(); }
+TPKCS8::~TPKCS8() { WipeCopies(); }
 
 void TPKCS8::Clear() {
   loaded_ = false;
   kind_ = 0;
   decoded_.reset();
-  Wipe();
+  WipeCopies();
   parameters_.clear();
   attributes_.clear();
   DeleteNode(0, kPathEnd);
@@ -25,7 +25,7 @@ void TPKCS8::Clear() {
   SetTag(kSequence, kPathEnd);
 }
 
-void TPKCS8::Wipe() noexcept {
+void TPKCS8::WipeCopies() noexcept {
   WipeOctets(parameters_.data(), parameters_.size());
   WipeOctets(attributes_.data(), attributes_.size());
 }

@@ -100,7 +100,7 @@ class TPKCS8 : public TASN1 {
   void Clear();
 
  private:
-  void Wipe() noexcept;
+  void WipeCopies() noexcept;
   std::int32_t BuildTree(std::uint32_t kind, const Pkcs8Record& input);
   std::int32_t ReadTree(std::uint32_t kind, const std::uint8_t* octets, std::uint32_t size);
   std::int32_t ReadKind(std::uint32_t kind);

@@ -16,7 +16,7 @@
 #include "frame/handles.h"
 #include "keyinfo/last_import.h"
 #include "keyinfo/pkcs8.h"
-#include "keyinfo/secret_memory.h"
+#include "keyinfo/secret_buffer.h"
 
 namespace zarext {
 namespace {

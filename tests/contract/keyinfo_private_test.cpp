@@ -142,11 +142,10 @@ TEST_F(PrivateKeyExport, ALongOidIsCutToItsArea) {
 }
 
 TEST_F(PrivateKeyExport, AnOidThatFillsItsAreaExactly) {
-  // "1.2.268435455.268435455.268435" has 30 characters, one digit more 31.
+  // 31 characters; 2684354 is 1, 35, 107, 66 in base 128.
   const Octets arc = {0xFF, 0xFF, 0xFF, 0x7F};
-  // 2684354 = 1 35 107 2 in base 128
   const Octets algorithm =
-      Element(0x30, Element(0x06, Join({{0x2A}, arc, arc, {0x81, 0xA3, 0xEB, 0x02}})));
+      Element(0x30, Element(0x06, Join({{0x2A}, arc, arc, {0x81, 0xA3, 0xEB, 0x42}})));
   provider_.blobs[0x30] = PrivateKeyInfo(kSecret, algorithm);
   const GuardedMemory block(Octets(120, 0xCC));
   ASSERT_EQ(TRUE, export_(Provider(), 2, nullptr, 0, nullptr, block.As<CRYPT_PRIVATE_KEY_INFO>(),
@@ -399,7 +398,7 @@ TEST_F(PrivateKeyImport, AttributesAreTracedAndNotTaken) {
 
 TEST_F(PrivateKeyImport, ForeignAlgorithmsAreTheResultItself) {
   for (const char* oid :
-       {"1.2.840.113549.1.1.1", "1.2.840.10045.2.1", static_cast<char*>(nullptr)}) {
+       {"1.2.840.113549.1.1.1", "1.2.840.10045.2.1", static_cast<const char*>(nullptr)}) {
     SetLastError(kUntouchedError);
     EXPECT_EQ(static_cast<BOOL>(0x80090008), Call(oid, Counted(5)));
     EXPECT_EQ(kUntouchedError, GetLastError());

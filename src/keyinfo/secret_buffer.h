@@ -1,23 +1,22 @@
-// Memory that holds private keys: wiped before it is given back.
-#ifndef ZAREXT_KEYINFO_SECRET_MEMORY_H_
-#define ZAREXT_KEYINFO_SECRET_MEMORY_H_
+// Memory that holds private keys.
+#ifndef ZAREXT_KEYINFO_SECRET_BUFFER_H_
+#define ZAREXT_KEYINFO_SECRET_BUFFER_H_
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <span>
+
+#include "frame/wipe.h"
 
 namespace zarext {
-
-// Zeroes the octets; the compiler does not drop it, whatever happens to them afterwards.
-void WipeOctets(void* octets, std::size_t size) noexcept;
 
 // A zeroed block of fixed size that is wiped at its end.
 class SecretBuffer {
  public:
   // Throws std::bad_alloc.
-  explicit SecretBuffer(std::size_t size);
-  ~SecretBuffer();
+  explicit SecretBuffer(std::size_t size)
+      : size_(size), octets_(std::make_unique<std::uint8_t[]>(size)) {}
+  ~SecretBuffer() { WipeOctets(octets_.get(), size_); }
   SecretBuffer(const SecretBuffer&) = delete;
   SecretBuffer& operator=(const SecretBuffer&) = delete;
   SecretBuffer(SecretBuffer&&) = delete;
@@ -33,4 +32,4 @@ class SecretBuffer {
 
 }  // namespace zarext
 
-#endif  // ZAREXT_KEYINFO_SECRET_MEMORY_H_
+#endif  // ZAREXT_KEYINFO_SECRET_BUFFER_H_
