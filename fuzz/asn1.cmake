@@ -1,10 +1,10 @@
 # The codec against its naive counterpart: reading and writing an image, editing, object identifiers.
-set(comparison ${PROJECT_SOURCE_DIR}/tests/unit/asn1/comparison.cpp
+set(comparison ${PROJECT_SOURCE_DIR}/tests/unit/asn1/differential.cpp
                ${PROJECT_SOURCE_DIR}/tests/unit/asn1/oracle.cpp)
 foreach(pair image:CompareImage script:CompareScript oid:CompareOid)
   string(REPLACE ":" ";" pair ${pair})
   list(GET pair 0 kind)
   list(GET pair 1 function)
   zarext_add_fuzz_target(asn1_${kind} FUNCTION zarext::${function}
-    HEADER unit/asn1/comparison.h SOURCES ${comparison} LIBS zarext_asn1)
+    HEADER unit/asn1/differential.h SOURCES ${comparison} LIBS zarext_asn1)
 endforeach()

@@ -6,7 +6,7 @@
 #include <iterator>
 #include <string>
 
-#include "unit/asn1/comparison.h"
+#include "unit/asn1/differential.h"
 
 namespace zarext {
 namespace {

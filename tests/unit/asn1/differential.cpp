@@ -1,4 +1,4 @@
-#include "unit/asn1/comparison.h"
+#include "unit/asn1/differential.h"
 
 #include <algorithm>
 #include <array>
@@ -226,9 +226,6 @@ Octets ChooseValue(OctetSource* source) {
   const std::uint8_t choice = source->Next();
   if (choice < 0xE0) {
     return source->Take(choice % 8);
-  }
-  if (choice == 0xFF) {
-    return Octets(65535, source->Next());
   }
   return Octets(kLengths[choice % std::size(kLengths)], source->Next());
 }

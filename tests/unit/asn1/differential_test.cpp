@@ -4,7 +4,7 @@
 #include <random>
 
 #include "asn1/tasn1.h"
-#include "unit/asn1/comparison.h"
+#include "unit/asn1/differential.h"
 
 namespace zarext {
 namespace {
@@ -108,7 +108,7 @@ class ImageMaker {
   Form form_;
 };
 
-TEST(Asn1Property, DerReencodesToItself) {
+TEST(Asn1Differential, DerReencodesToItself) {
   for (std::uint32_t seed = 0; seed < 3000; ++seed) {
     ImageMaker maker(seed, ImageMaker::Form::kDer);
     const Octets image = maker.Element(6);
@@ -125,21 +125,21 @@ TEST(Asn1Property, DerReencodesToItself) {
   }
 }
 
-TEST(Asn1Property, ImagesGiveWhatTheNaiveParserGives) {
+TEST(Asn1Differential, ImagesGiveWhatTheNaiveParserGives) {
   for (std::uint32_t seed = 0; seed < 4000; ++seed) {
     ImageMaker maker(seed, ImageMaker::Form::kAny);
     ASSERT_EQ(CompareImage(maker.Element(5)), "") << seed;
   }
 }
 
-TEST(Asn1Property, SegmentedStringsGiveWhatTheNaiveParserGives) {
+TEST(Asn1Differential, SegmentedStringsGiveWhatTheNaiveParserGives) {
   for (std::uint32_t seed = 0; seed < 4000; ++seed) {
     ImageMaker maker(seed, ImageMaker::Form::kAny);
     ASSERT_EQ(CompareImage(maker.Segmented()), "") << seed;
   }
 }
 
-TEST(Asn1Property, DamagedImagesGiveWhatTheNaiveParserGives) {
+TEST(Asn1Differential, DamagedImagesGiveWhatTheNaiveParserGives) {
   for (std::uint32_t seed = 0; seed < 6000; ++seed) {
     ImageMaker maker(seed, ImageMaker::Form::kAny);
     Octets image = maker.Element(5);
@@ -150,7 +150,7 @@ TEST(Asn1Property, DamagedImagesGiveWhatTheNaiveParserGives) {
 
 // Parse of images whose Load failed inside, where the tree stays as far as it was built: the outer
 // header is made to fit again, so that the damage is inside.
-TEST(Asn1Property, ImagesDamagedInsideGiveWhatTheNaiveParserGives) {
+TEST(Asn1Differential, ImagesDamagedInsideGiveWhatTheNaiveParserGives) {
   for (std::uint32_t seed = 0; seed < 6000; ++seed) {
     ImageMaker maker(seed, ImageMaker::Form::kAny);
     Octets content = maker.Element(4);
@@ -167,7 +167,7 @@ TEST(Asn1Property, ImagesDamagedInsideGiveWhatTheNaiveParserGives) {
 }
 
 // Around and beyond the first 65,535 octets, where the search for a closing pair has other bounds.
-TEST(Asn1Property, IndefiniteLengthsFarInsideGiveWhatTheNaiveParserGives) {
+TEST(Asn1Differential, IndefiniteLengthsFarInsideGiveWhatTheNaiveParserGives) {
   for (std::uint32_t seed = 0; seed < 300; ++seed) {
     ImageMaker maker(seed, ImageMaker::Form::kAny);
     const std::uint32_t filler = 65440 + maker.Below(90);
@@ -193,7 +193,7 @@ TEST(Asn1Property, IndefiniteLengthsFarInsideGiveWhatTheNaiveParserGives) {
   }
 }
 
-TEST(Asn1Property, ScriptsLeaveWhatTheNaiveDocumentHolds) {
+TEST(Asn1Differential, ScriptsLeaveWhatTheNaiveDocumentHolds) {
   for (std::uint32_t seed = 0; seed < 3000; ++seed) {
     std::mt19937 random(seed);
     ImageMaker maker(seed, ImageMaker::Form::kAny);
@@ -219,7 +219,7 @@ TEST(Asn1Property, ScriptsLeaveWhatTheNaiveDocumentHolds) {
   }
 }
 
-TEST(Asn1Property, ObjectIdentifiersGiveWhatTheNaiveConversionsGive) {
+TEST(Asn1Differential, ObjectIdentifiersGiveWhatTheNaiveConversionsGive) {
   for (std::uint32_t seed = 0; seed < 6000; ++seed) {
     std::mt19937 random(seed);
     Octets octets(random() % 120);

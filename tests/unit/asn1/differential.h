@@ -1,7 +1,7 @@
 // A real document and a naive one, driven together by a string of octets and compared. The property
 // test feeds it random octets, the fuzz target what libFuzzer finds.
-#ifndef ZAREXT_TESTS_UNIT_ASN1_COMPARISON_H_
-#define ZAREXT_TESTS_UNIT_ASN1_COMPARISON_H_
+#ifndef ZAREXT_TESTS_UNIT_ASN1_DIFFERENTIAL_H_
+#define ZAREXT_TESTS_UNIT_ASN1_DIFFERENTIAL_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -37,4 +37,4 @@ std::string CompareOid(std::span<const std::uint8_t> octets);
 
 }  // namespace zarext
 
-#endif  // ZAREXT_TESTS_UNIT_ASN1_COMPARISON_H_
+#endif  // ZAREXT_TESTS_UNIT_ASN1_DIFFERENTIAL_H_
