@@ -1,3 +1,11 @@
 zarext_add_host_test(asn1_unit
-  SOURCES asn1/tasn1_test.cpp
+  SOURCES asn1/edit_test.cpp asn1/load_test.cpp asn1/node_test.cpp asn1/oid_test.cpp
+    asn1/parse_test.cpp asn1/property_test.cpp
   LIBS zarext_asn1)
+
+# Counts and refuses the codec's allocations.
+zarext_add_host_test(asn1_memory_unit
+  SOURCES asn1/memory_test.cpp
+  LIBS zarext_asn1)
+target_link_options(asn1_memory_unit PRIVATE
+  -Wl,--wrap=malloc,--wrap=calloc,--wrap=realloc,--wrap=_Znwm)

@@ -4,7 +4,11 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -43,6 +47,21 @@ inline Octets Repeat(const Octets& octets, std::size_t times) {
   all.reserve(octets.size() * times);
   for (std::size_t i = 0; i < times; ++i) all.insert(all.end(), octets.begin(), octets.end());
   return all;
+}
+
+// The content in this many SEQUENCEs, each with the shortest length.
+inline Octets Nested(std::size_t levels, const Octets& content) {
+  Octets reversed(content.rbegin(), content.rend());
+  for (; levels > 0; --levels) {
+    const std::size_t size = reversed.size();
+    std::uint8_t digits = 0;
+    for (std::size_t rest = size; size >= 0x80 && rest > 0; rest >>= 8, ++digits) {
+      reversed.push_back(static_cast<std::uint8_t>(rest));
+    }
+    reversed.push_back(static_cast<std::uint8_t>(size < 0x80 ? size : 0x80U | digits));
+    reversed.push_back(0x30);
+  }
+  return {reversed.rbegin(), reversed.rend()};
 }
 
 // An exact heap copy, so that the sanitizer sees every read outside the image.
@@ -91,5 +110,38 @@ Octets EncodingOf(TASN1& document, Path... path) {
   }
   return octets;
 }
+
+// What GetNode gives; the value copied out, absent when the pointer is null.
+struct NodeSeen {
+  std::int32_t result = -1;
+  std::uint8_t tag = 0;
+  std::uint32_t count = 0xFFFF;
+  std::uint32_t length = 0xFFFF;
+  bool hasValue = false;
+  Octets value;
+
+  std::string Text() const { return {value.begin(), value.end()}; }
+};
+
+template <typename... Path>
+NodeSeen Seen(TASN1& document, Path... path) {
+  NodeSeen seen;
+  const std::uint8_t* value = nullptr;
+  seen.result = document.GetNode(&seen.tag, &seen.count, &seen.length, &value, path..., 0xFFFFFF);
+  seen.hasValue = value != nullptr;
+  if (seen.hasValue) seen.value.assign(value, value + seen.length);
+  return seen;
+}
+
+// A document that was parsed from octets that Load accepts.
+class Parsed : public TASN1 {
+ public:
+  explicit Parsed(const Octets& octets) : TASN1(0x30) {
+    EXPECT_EQ(LoadOf(*this, octets), 0);
+    EXPECT_EQ(ParseOf(*this, octets), 0);
+  }
+  explicit Parsed(std::string_view hex) : Parsed(Hex(hex)) {}
+  const AsnNode& Top() const { return Root(); }
+};
 
 }  // namespace zarext

@@ -1,0 +1,153 @@
+// What a record holds inside itself and what on the heap.
+
+#include "asn1/asn_node.h"
+
+#include <utility>
+
+#include "unit/asn1/documents.h"
+
+namespace zarext {
+namespace {
+
+class Inspected : public TASN1 {
+ public:
+  Inspected() : TASN1(0x30) {}
+  const AsnNode& Top() const { return Root(); }
+  void AddNulls(int count) {
+    for (int i = 0; i < count; ++i) AddChild(0x05, 0, nullptr, 0xFFFFFF);
+  }
+};
+
+bool InsideRecord(const AsnNode& node, const void* address) {
+  const auto* octet = static_cast<const std::uint8_t*>(address);
+  return octet >= reinterpret_cast<const std::uint8_t*>(&node) &&
+         octet < reinterpret_cast<const std::uint8_t*>(&node) + sizeof(node);
+}
+
+TEST(NodeTest, Fresh) {
+  const Inspected document;
+  const AsnNode& root = document.Top();
+  EXPECT_EQ(root.parent, nullptr);
+  EXPECT_EQ(root.octets[0], 0x30);
+  EXPECT_EQ(root.octets[1], 0);
+  EXPECT_EQ(root.content, nullptr);
+  EXPECT_EQ(root.text, nullptr);
+  EXPECT_EQ(root.children, nullptr);
+  EXPECT_EQ(root.capacity, 0U);
+  EXPECT_EQ(root.count, 0);
+}
+
+TEST(NodeTest, ContentOf37OctetsIsInlineAndOf38OnTheHeap) {
+  for (const std::uint32_t size : {1U, 37U, 38U, 39U}) {
+    Inspected document;
+    const Octets value(size, 0x11);
+    document.AddChild(0x04, size, value.data(), 0xFFFFFF);
+    const AsnNode& node = *document.Top().children[0];
+    EXPECT_EQ(InsideRecord(node, node.content), size < 38) << size;
+    EXPECT_EQ(node.content == node.octets + 2, size < 38) << size;
+  }
+  for (const std::uint32_t size : {37U, 38U}) {
+    Parsed document(
+        Octets{0x30, static_cast<std::uint8_t>(size + 2), 0x04, static_cast<std::uint8_t>(size)} +
+        Octets(size, 0x11));
+    const AsnNode& node = *document.Top().children[0];
+    EXPECT_EQ(InsideRecord(node, node.content), size < 38) << size;
+  }
+}
+
+TEST(NodeTest, JoinedStringIsOnTheHeap) {
+  Parsed document("24 03 04 01 AA");
+  EXPECT_FALSE(InsideRecord(document.Top(), document.Top().content));
+  EXPECT_EQ(document.Top().children, nullptr);
+  EXPECT_EQ(document.Top().content[1], 0);
+}
+
+TEST(NodeTest, NumberIsKeptDirectlyBehindTheContent) {
+  Parsed document("30 04 02 02 01 02");
+  const std::uint8_t* value = nullptr;
+  document.GetNode(nullptr, nullptr, nullptr, &value, 0, 0xFFFFFF);
+  const AsnNode& node = *document.Top().children[0];
+  EXPECT_EQ(value, node.content + 2);
+}
+
+TEST(NodeTest, ArrayGrowsWithTheChildThatFillsIt) {
+  Inspected document;
+  const AsnNode& root = document.Top();
+  document.AddNulls(1);
+  EXPECT_TRUE(InsideRecord(root, root.children));
+  EXPECT_EQ(reinterpret_cast<const std::uint8_t*>(root.children), root.octets + 8);
+  EXPECT_EQ(root.capacity, 4U);
+  document.AddNulls(2);
+  EXPECT_TRUE(InsideRecord(root, root.children));
+  EXPECT_EQ(root.capacity, 4U);
+  document.AddNulls(1);
+  EXPECT_FALSE(InsideRecord(root, root.children));
+  EXPECT_EQ(root.capacity, 8U);
+  EXPECT_EQ(root.count, 4);
+  for (int slot = 4; slot < 10; ++slot) EXPECT_EQ(root.children[slot], nullptr);
+  document.AddNulls(3);
+  EXPECT_EQ(root.capacity, 8U);
+  document.AddNulls(1);
+  EXPECT_EQ(root.capacity, 16U);
+  for (int slot = 8; slot < 18; ++slot) EXPECT_EQ(root.children[slot], nullptr);
+  document.AddNulls(8);
+  EXPECT_EQ(root.capacity, 32U);
+  EXPECT_EQ(root.count, 16);
+}
+
+TEST(NodeTest, ArrayStaysWhenChildrenGo) {
+  Inspected document;
+  const AsnNode& root = document.Top();
+  document.AddNulls(4);
+  document.DeleteNode(0, 0, 0xFFFFFF);
+  EXPECT_EQ(root.count, 3);
+  EXPECT_EQ(root.capacity, 8U);
+  EXPECT_EQ(root.children[3], nullptr);
+  document.AddNulls(1);
+  EXPECT_EQ(root.capacity, 8U);
+  document.Clear();
+  EXPECT_EQ(root.children, nullptr);
+  EXPECT_EQ(root.count, 0);
+  document.AddNulls(1);
+  EXPECT_TRUE(InsideRecord(root, root.children));
+  EXPECT_EQ(root.capacity, 4U);
+}
+
+TEST(NodeTest, InsertGrowsLikeAdd) {
+  Inspected document;
+  const AsnNode& root = document.Top();
+  document.AddNulls(3);
+  document.InsertBefore(0x02, 1, "\x05", 0, 0xFFFFFF);
+  EXPECT_EQ(root.capacity, 8U);
+  EXPECT_EQ(root.children[0]->octets[0], 0x02);
+  EXPECT_EQ(root.children[4], nullptr);
+}
+
+// Slots keep clear of a header in its longest form.
+TEST(NodeTest, LongHeaderAndInlineSlots) {
+  Inspected document;
+  const Octets value(70000, 0x11);
+  document.AddChild(0x04, 70000, value.data(), 0xFFFFFF);
+  const AsnNode& root = document.Top();
+  EXPECT_TRUE(InsideRecord(root, root.children));
+  EXPECT_EQ(HeaderSize(root), 5U);
+  EXPECT_EQ(root.children[0]->parent, &root);
+  EXPECT_EQ(Seen(document, 0).length, 70000U);
+}
+
+TEST(NodeTest, ParentsOfParsedNodes) {
+  Parsed document("30 07 30 05 30 03 02 01 05");
+  const AsnNode& root = document.Top();
+  EXPECT_EQ(root.children[0]->parent, &root);
+  EXPECT_EQ(root.children[0]->children[0]->parent, root.children[0]);
+  EXPECT_EQ(root.children[0]->children[0]->children[0]->parent, root.children[0]->children[0]);
+}
+
+TEST(NodeTest, LengthsThatCannotBeEncoded) {
+  EXPECT_EQ(CheckedLength(0xFFFFFFF9), 0xFFFFFFF9U);
+  EXPECT_THROW(CheckedLength(0xFFFFFFFA), std::bad_alloc);
+  EXPECT_THROW(CheckedLength(0x100000000), std::bad_alloc);
+}
+
+}  // namespace
+}  // namespace zarext
