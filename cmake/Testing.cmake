@@ -32,7 +32,7 @@ endfunction()
 function(zarext_add_host_test name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBS")
   zarext_add_gtest(${name} 300 SOURCES ${arg_SOURCES} LIBS ${arg_LIBS} GTest::gtest_main LABELS host
-    ENVIRONMENT "ASAN_OPTIONS=hard_rss_limit_mb=4000:detect_leaks=1;UBSAN_OPTIONS=print_stacktrace=1")
+    ENVIRONMENT ASAN_OPTIONS=hard_rss_limit_mb=4000:detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1)
 endfunction()
 
 # zarext_add_wine_test(<name> SOURCES ... LIBS ... [DEPENDS targets]): runs under Wine, in a
