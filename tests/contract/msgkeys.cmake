@@ -1,2 +1,2 @@
-zarext_add_wine_test(msgkeys_contract SOURCES
-                         msgkeys_generate_test.cpp msgkeys_export_test.cpp msgkeys_import_test.cpp)
+zarext_add_wine_test(msgkeys_contract
+  SOURCES msgkeys_generate_test.cpp msgkeys_export_test.cpp msgkeys_import_test.cpp)

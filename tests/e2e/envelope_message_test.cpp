@@ -1,6 +1,8 @@
 #include <algorithm>
+#include <stdexcept>
 
 #include "e2e/envelope_fixture.h"
+#include "support/framework_patches/framework_patches.h"
 #include "support/prepared_process.h"
 #include "support/provider_handle_as_key.h"
 
@@ -16,21 +18,38 @@ constexpr char kAes[] = "2.16.840.1.101.3.4.1.2";
 constexpr char kBlockCipher[] = "1.3.6.1.4.1.32473.1.2.4";
 constexpr char kRsaExchangeOid[] = "1.3.6.1.4.1.32473.1.8.22";
 
-// The import function is bound by the content algorithm as well, because that is how Wine looks it
-// up.
-void BindMessageFunctions() {
-  RegisterOidInfo(kAes, 2, L"AES-128-CBC", 0x6611);
-  RegisterOidInfo(kBlockCipher, 2, L"GOST 28147-89", 0x681F);
-  BindOidFunction("CryptMsgDllGenContentEncryptKey", kBlockCipher, "ZarMsgGenContentEncryptKey");
-  for (const char* oid : {kExchangeOid, kRsaExchangeOid}) {
-    BindOidFunction("CryptMsgDllExportKeyTrans", oid, "ZarMsgExportKeyTrans");
-    BindOidFunction("CryptMsgDllImportKeyTrans", oid, "ZarMsgImportKeyTrans");
+// The module's own registration, and what only these tests need: the import function bound by the
+// content algorithm as well, because that is how Wine looks it up, and an information record for
+// the content algorithm that the module serves but does not register.
+void RegisterModule() {
+  if (!ApplyFrameworkPatches()) {
+    throw std::runtime_error("the framework's registration functions cannot be completed");
   }
+  if (test::Export<HRESULT WINAPI()>("DllRegisterServer")() != S_OK) {
+    throw std::runtime_error("DllRegisterServer failed");
+  }
+  RegisterOidInfo(kAes, 2, L"AES-128-CBC", 0x6611);
   for (const char* oid : {kAes, kBlockCipher}) {
     BindOidFunction("CryptMsgDllImportKeyTrans", oid, "ZarMsgImportKeyTrans");
   }
 }
-const PreparedProcess prepared(&BindMessageFunctions);
+const PreparedProcess prepared(&RegisterModule);
+
+// When the key generation fails, Wine's message layer releases a message record that it has filled
+// only in part: the memory behind its recipients and the key is whatever the heap held. With zeroed
+// memory the clean-up is harmless, and its refused destruction of key 0 leaves the 87 that callers
+// see.
+class ZeroedFrameworkMemory {
+ private:
+  static void* Allocate(std::size_t size) {
+    using CAlloc = void*(std::size_t, std::size_t);
+    static const auto allocate = reinterpret_cast<CAlloc*>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("ucrtbase.dll"), "calloc")));
+    return allocate(1, size);
+  }
+
+  ImportPatch patch_{GetModuleHandleA("crypt32.dll"), "ucrtbase.dll", "malloc", &Allocate};
+};
 
 // Wine's message layer passes a shorter record than the documented one. The two fields behind its
 // end then lie in a saved register of its caller, xmm6, which may come back changed: said to the
@@ -98,6 +117,7 @@ class EnvelopeTest : public ProviderTest {
            message.end();
   }
 
+  ZeroedFrameworkMemory zeroedFrameworkMemory;
   Party sender{"sender"};
   Party recipient{"recipient"};
   Issuer issuer;
@@ -277,6 +297,20 @@ TEST_F(EnvelopeTest, WithoutRecipientsNobodyCanReadIt) {
   const Message received(message);
   EXPECT_FALSE(received.Decrypt(recipient.Provider()));
   EXPECT_EQ(0x80091008u, GetLastError());
+}
+
+// Compatibility fact: these two are registered, so that the framework asks the module for a key,
+// and refused.
+TEST_F(EnvelopeTest, TwoRegisteredContentAlgorithmsAreRefused) {
+  const auto certificate = issuer.Certify(recipient, kExchangeOid);
+  for (const char* oid : {"2.16.840.1.101.3.4.1.42", "1.2.643.2.2.21"}) {
+    SCOPED_TRACE(oid);
+    TraceCapture trace;
+    EXPECT_FALSE(Encrypt(oid, sender.Provider(), {certificate.Get()}));
+    EXPECT_EQ(87u, GetLastError());
+    EXPECT_EQ("EXT : ZarMsgGenContentEncryptKey : pszObjId error = 80090008.",
+              trace.Messages().back());
+  }
 }
 
 // Without a provider of the caller's the framework puts its own default into the record, so that
