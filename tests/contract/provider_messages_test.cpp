@@ -380,8 +380,7 @@ INSTANTIATE_TEST_SUITE_P(
     All, Wrapped,
     testing::Values(WrapCase{0xAA3A, 0x681F, 136}, WrapCase{0xA045, 0x6620, 136},
                     WrapCase{0x2A4A, 0x6611, 120}, WrapCase{0xAA4C, 0x6610, 200},
-                    WrapCase{0xA452, 0x681F, 268}, WrapCase{0xA050, 0x6611, 140},
-                    WrapCase{0xA454, 0x6610, 524}));
+                    WrapCase{0xA452, 0x681F, 268}, WrapCase{0xA050, 0x6611, 140}));
 
 class SenderKeys : public ProviderTest {
  protected:

@@ -1,4 +1,4 @@
 # The portable half of the development provider.
 zarext_add_host_test(provider_unit_test
-  SOURCES provider_algorithms_test.cpp provider_blobs_test.cpp
+  SOURCES provider_algorithms_test.cpp provider_blobs_test.cpp provider_openssl_test.cpp
   LIBS zarext_provider_core)
