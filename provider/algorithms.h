@@ -136,8 +136,11 @@ inline constexpr std::array kCipherAlgorithms{
 
 template <typename Table>
 constexpr auto* FindIn(const Table& table, std::uint32_t algId) {
-  for (const auto& row : table)
-    if (row.algId == algId) return &row;
+  for (const auto& row : table) {
+    if (row.algId == algId) {
+      return &row;
+    }
+  }
   return static_cast<const typename Table::value_type*>(nullptr);
 }
 
@@ -154,24 +157,37 @@ constexpr const CipherAlgorithm* FindCipherAlgorithm(std::uint32_t algId) {
 // The key algorithm that a PrivateKeyInfo names, null for an unknown one. The plain RSA name stands
 // for two rows; it gives the signature one.
 constexpr const KeyAlgorithm* FindKeyAlgorithmByOid(std::string_view oid) {
-  for (const KeyAlgorithm& row : kKeyAlgorithms)
-    if (oid == row.oid) return &row;
-  for (const ForeignOid& row : kForeignOids)
-    if (oid == row.oid) return FindKeyAlgorithm(row.algId);
+  for (const KeyAlgorithm& row : kKeyAlgorithms) {
+    if (oid == row.oid) {
+      return &row;
+    }
+  }
+  for (const ForeignOid& row : kForeignOids) {
+    if (oid == row.oid) {
+      return FindKeyAlgorithm(row.algId);
+    }
+  }
   return nullptr;
 }
 
 // The curve that new keys of this algorithm get.
 constexpr const Curve* DefaultCurve(const KeyAlgorithm& algorithm) {
-  for (const Curve& curve : kCurves)
-    if (curve.bits * 2 == algorithm.bits) return &curve;
+  for (const Curve& curve : kCurves) {
+    if (curve.bits * 2 == algorithm.bits) {
+      return &curve;
+    }
+  }
   return nullptr;
 }
 
 constexpr const Curve* FindCurve(std::string_view oid) {
-  for (const Curve& curve : kCurves)
-    for (const char* name : curve.oids)
-      if (name && oid == name) return &curve;
+  for (const Curve& curve : kCurves) {
+    for (const char* name : curve.oids) {
+      if (name && oid == name) {
+        return &curve;
+      }
+    }
+  }
   return nullptr;
 }
 
@@ -180,7 +196,9 @@ constexpr const Curve* FindCurve(std::string_view oid) {
 // exchange key and every other one (0xAA3A or 0xA450 too) for the signature key, and ask for it
 // under that number.
 constexpr std::uint32_t KeySpecOf(std::uint32_t algId) {
-  if (algId == CALG_RSA_KEYX) return AT_KEYEXCHANGE;
+  if (algId == CALG_RSA_KEYX) {
+    return AT_KEYEXCHANGE;
+  }
   return (algId & 0x1E00) == 0 ? AT_KEYEXCHANGE : AT_SIGNATURE;
 }
 

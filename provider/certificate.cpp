@@ -24,7 +24,9 @@ CertificateFields ReadCertificate(View der) {
   body.Skip(kDerContext0);  // version
   CertificateFields out;
   out.serial = body.Next(kDerInteger);
-  for (int i = 0; i < 4; ++i) body.Next(kDerSequence);  // algorithm, issuer, validity, subject
+  for (int i = 0; i < 4; ++i) {
+    body.Next(kDerSequence);  // algorithm, issuer, validity, subject
+  }
   DerReader keyInfo = body.Enter(kDerSequence);
   keyInfo.Next(kDerSequence);
   out.publicKey = ReadBits(keyInfo.Next(kDerBitString));
@@ -40,7 +42,9 @@ bool IsBlobOf(View octets, const PublicKey& key) {
 }
 
 bool IsEncodedValueOf(View octets, const PublicKey& key) {
-  if (key.curve) return Same(octets, Der(kDerOctetString, key.value));
+  if (key.curve) {
+    return Same(octets, Der(kDerOctetString, key.value));
+  }
   return Same(octets, DerSequence(DerUnsigned(key.rsa.modulus), DerUnsigned(key.rsa.exponent)));
 }
 
@@ -55,7 +59,9 @@ bool IsCertificateOf(View der, const PublicKey& key) {
 
 Bytes WriteChain(const std::vector<Bytes>& certificates) {
   Bytes all;
-  for (const Bytes& certificate : certificates) Append(all, certificate);
+  for (const Bytes& certificate : certificates) {
+    Append(all, certificate);
+  }
   const Bytes none = Der(kDerSet, {});
   const Bytes signedData =
       DerSequence(DerSmall(1), none, DerSequence(DerOid(kDataOid)), Der(kDerContext0, all), none);

@@ -63,14 +63,18 @@ ContainerName ParseContainerName(std::string_view text) {
     const std::size_t end = query.find('&');
     ParseField(query.substr(0, end), out);
     hasQuery = end != std::string_view::npos;
-    if (hasQuery) query.remove_prefix(end + 1);
+    if (hasQuery) {
+      query.remove_prefix(end + 1);
+    }
   }
   return out;
 }
 
 std::string ContainerUrl(std::string_view name, std::string_view kind) {
   std::string url = std::string(kScheme) + std::string(name);
-  if (kind != kFileKind) url += std::string(kQueryMark) + "kind=" + std::string(kind);
+  if (kind != kFileKind) {
+    url += std::string(kQueryMark) + "kind=" + std::string(kind);
+  }
   return url;
 }
 
@@ -89,7 +93,9 @@ std::string FolderOf(std::string_view name) {
 }
 
 std::string NameOfFolder(std::string_view folder) {
-  if (!folder.starts_with(kFolderPrefix)) return {};
+  if (!folder.starts_with(kFolderPrefix)) {
+    return {};
+  }
   folder.remove_prefix(kFolderPrefix.size());
   std::string name;
   while (!folder.empty()) {
@@ -98,10 +104,14 @@ std::string NameOfFolder(std::string_view folder) {
       folder.remove_prefix(1);
       continue;
     }
-    if (folder.size() < 3) return {};
+    if (folder.size() < 3) {
+      return {};
+    }
     const std::size_t high = kHexDigits.find(folder[1]);
     const std::size_t low = kHexDigits.find(folder[2]);
-    if (high == std::string_view::npos || low == std::string_view::npos) return {};
+    if (high == std::string_view::npos || low == std::string_view::npos) {
+      return {};
+    }
     name += static_cast<char>(high << 4 | low);
     folder.remove_prefix(3);
   }

@@ -16,7 +16,9 @@ std::wstring Widen(const std::string& ascii) { return {ascii.begin(), ascii.end(
 // Folder names are ASCII; anything else is not one of ours.
 std::string Narrow(const std::wstring& wide) {
   std::string out;
-  for (const wchar_t c : wide) out += c < 0x80 ? static_cast<char>(c) : '?';
+  for (const wchar_t c : wide) {
+    out += c < 0x80 ? static_cast<char>(c) : '?';
+  }
   return out;
 }
 
@@ -27,10 +29,14 @@ std::wstring FolderPath(const std::string& name) {
 // A container on anything but a file takes its time at every access, for callers that must be shown
 // slow tokens.
 void WaitAsToken(const std::string& kind) {
-  if (kind == kFileKind) return;
+  if (kind == kFileKind) {
+    return;
+  }
   char text[16] = {};
   const DWORD length = GetEnvironmentVariableA("ZARVEL_DEV_TOKEN_DELAY_MS", text, sizeof text);
-  if (length == 0 || length >= sizeof text) return;
+  if (length == 0 || length >= sizeof text) {
+    return;
+  }
   Sleep(std::min<DWORD>(static_cast<DWORD>(std::strtoul(text, nullptr, 10)), kLongestDelay));
 }
 
@@ -71,7 +77,9 @@ class FileKeySet final : public KeySet {
     const HomeLock lock;
     std::optional<KeyRecord> record = ReadRecordFile(keySpec);
     change(record);
-    if (record) ReplaceWholeFile(PathOf(keySpec), WriteKeyRecord(*record));
+    if (record) {
+      ReplaceWholeFile(PathOf(keySpec), WriteKeyRecord(*record));
+    }
   }
 
  private:
@@ -82,7 +90,9 @@ class FileKeySet final : public KeySet {
   std::optional<KeyRecord> ReadRecordFile(std::uint32_t keySpec) const {
     Require(IsFolder(FolderPath(name_)), NTE_BAD_KEYSET);
     const auto image = ReadWholeFile(PathOf(keySpec));
-    if (!image) return {};
+    if (!image) {
+      return {};
+    }
     return ReadImage(*image, ReadKeyRecord);
   }
 
@@ -117,7 +127,9 @@ std::vector<std::string> ListContainers() {
   std::vector<std::string> names;
   for (const std::wstring& folder : ListFolders(HomeFolder())) {
     std::string name = NameOfFolder(Narrow(folder));
-    if (!name.empty()) names.push_back(std::move(name));
+    if (!name.empty()) {
+      names.push_back(std::move(name));
+    }
   }
   return names;
 }
@@ -145,7 +157,9 @@ void DeleteContainer(const ContainerName& name) {
   const std::wstring folder = FolderPath(name.name);
   Require(IsFolder(folder), NTE_BAD_KEYSET);
   // A damaged container can be deleted like any other, unless the name asks for a kind.
-  if (!name.kind.empty()) ReadProfileFile(name);
+  if (!name.kind.empty()) {
+    ReadProfileFile(name);
+  }
   const std::wstring aside = HomeFolder() + L"\\old" + UniqueSuffix();
   Require(MoveFolder(folder, aside), NTE_BAD_KEYSET);
   RemoveFolder(aside);

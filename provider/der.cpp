@@ -7,17 +7,20 @@ constexpr std::uint8_t kLongForm = 0x80;
 
 void AppendArc(Bytes& out, std::uint64_t arc) {
   Bytes groups{static_cast<std::uint8_t>(arc & 0x7F)};
-  while ((arc >>= 7) != 0) groups.push_back(static_cast<std::uint8_t>(0x80 | (arc & 0x7F)));
+  while ((arc >>= 7) != 0) {
+    groups.push_back(static_cast<std::uint8_t>(0x80 | (arc & 0x7F)));
+  }
   out.insert(out.end(), groups.rbegin(), groups.rend());
 }
 
 std::vector<std::uint64_t> SplitArcs(std::string_view dotted) {
   std::vector<std::uint64_t> arcs{0};
   for (const char c : dotted) {
-    if (c == '.')
+    if (c == '.') {
       arcs.push_back(0);
-    else
+    } else {
       arcs.back() = arcs.back() * 10 + static_cast<std::uint64_t>(c - '0');
+    }
   }
   return arcs;
 }
@@ -35,7 +38,9 @@ DerElement DerReader::Next() {
     const std::size_t count = length - kLongForm;
     Require(count >= 1 && count <= 4 && rest_.size() >= 2 + count, NTE_BAD_DATA);
     length = 0;
-    for (std::size_t i = 0; i < count; ++i) length = (length << 8) | rest_[2 + i];
+    for (std::size_t i = 0; i < count; ++i) {
+      length = (length << 8) | rest_[2 + i];
+    }
     Require(length >= kLongForm && (length >> (8 * (count - 1))) != 0, NTE_BAD_DATA);
     header += count;
   }
@@ -53,11 +58,15 @@ View DerReader::Next(std::uint8_t tag) {
 
 std::size_t MeasureDer(const std::uint8_t* data, std::uint8_t tag) {
   Require(data[0] == tag, NTE_BAD_DATA);
-  if (data[1] < kLongForm) return 2U + data[1];
+  if (data[1] < kLongForm) {
+    return 2U + data[1];
+  }
   const std::size_t count = data[1] - std::size_t{kLongForm};
   Require(count >= 1 && count <= 3, NTE_BAD_DATA);
   std::size_t length = 0;
-  for (std::size_t i = 0; i < count; ++i) length = (length << 8) | data[2 + i];
+  for (std::size_t i = 0; i < count; ++i) {
+    length = (length << 8) | data[2 + i];
+  }
   return 2 + count + length;
 }
 
@@ -68,8 +77,9 @@ Bytes Der(std::uint8_t tag, View content) {
     out.push_back(static_cast<std::uint8_t>(length));
   } else {
     Bytes octets;
-    for (std::size_t left = length; left != 0; left >>= 8)
+    for (std::size_t left = length; left != 0; left >>= 8) {
       octets.push_back(static_cast<std::uint8_t>(left & 0xFF));
+    }
     out.push_back(static_cast<std::uint8_t>(kLongForm + octets.size()));
     out.insert(out.end(), octets.rbegin(), octets.rend());
   }
@@ -82,14 +92,20 @@ Bytes DerOid(std::string_view dotted) {
   Require(arcs.size() >= 2, NTE_FAIL);
   Bytes content;
   AppendArc(content, arcs[0] * 40 + arcs[1]);
-  for (std::size_t i = 2; i < arcs.size(); ++i) AppendArc(content, arcs[i]);
+  for (std::size_t i = 2; i < arcs.size(); ++i) {
+    AppendArc(content, arcs[i]);
+  }
   return Der(kDerOid, content);
 }
 
 Bytes DerUnsigned(View bigEndian) {
-  while (!bigEndian.empty() && bigEndian[0] == 0) bigEndian = bigEndian.subspan(1);
+  while (!bigEndian.empty() && bigEndian[0] == 0) {
+    bigEndian = bigEndian.subspan(1);
+  }
   Bytes content;
-  if (bigEndian.empty() || bigEndian[0] >= 0x80) content.push_back(0);
+  if (bigEndian.empty() || bigEndian[0] >= 0x80) {
+    content.push_back(0);
+  }
   Append(content, bigEndian);
   return Der(kDerInteger, content);
 }
@@ -105,7 +121,9 @@ std::string ReadOid(View content) {
   for (const std::uint8_t octet : content) {
     Require(arc < (std::uint64_t{1} << 56), NTE_BAD_DATA);
     arc = (arc << 7) | (octet & 0x7FU);
-    if (octet >= 0x80) continue;
+    if (octet >= 0x80) {
+      continue;
+    }
     if (text.empty()) {
       const std::uint64_t first = std::min<std::uint64_t>(arc / 40, 2);
       text = std::to_string(first) + "." + std::to_string(arc - first * 40);
@@ -119,7 +137,9 @@ std::string ReadOid(View content) {
 
 Bytes ReadUnsigned(View content) {
   Require(!content.empty() && content[0] < 0x80, NTE_BAD_DATA);
-  if (content[0] != 0) return ToBytes(content);
+  if (content[0] != 0) {
+    return ToBytes(content);
+  }
   Require(content.size() == 1 || content[1] >= 0x80, NTE_BAD_DATA);
   return ToBytes(content.subspan(1));
 }

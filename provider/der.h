@@ -44,7 +44,9 @@ class DerReader {
     return DerReader(Next(tag));
   }
   void Skip(std::uint8_t tag) {
-    if (NextIs(tag)) Next();
+    if (NextIs(tag)) {
+      Next();
+    }
   }
   void ExpectEnd() const { Require(rest_.empty(), NTE_BAD_DATA); }
 

@@ -27,7 +27,9 @@ template <typename Code>
 
 template <typename Code>
 void Require(bool condition, Code code) {
-  if (!condition) Fail(code);
+  if (!condition) {
+    Fail(code);
+  }
 }
 
 }  // namespace zarext::provider

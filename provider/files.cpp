@@ -37,20 +37,29 @@ File OpenFile(const std::wstring& path, DWORD access, DWORD disposition) {
 
 std::optional<std::wstring> Variable(const wchar_t* name) {
   const DWORD size = GetEnvironmentVariableW(name, nullptr, 0);
-  if (size <= 1) return {};
+  if (size <= 1) {
+    return {};
+  }
   std::wstring value(size, L'\0');
   const DWORD length = GetEnvironmentVariableW(name, value.data(), size);
-  if (length == 0 || length >= size) return {};
+  if (length == 0 || length >= size) {
+    return {};
+  }
   value.resize(length);
   return value;
 }
 
 void MakeFolders(const std::wstring& path) {
-  if (IsFolder(path)) return;
+  if (IsFolder(path)) {
+    return;
+  }
   const std::size_t slash = path.find_last_of(L"\\/");
-  if (slash != std::wstring::npos && slash > 2) MakeFolders(path.substr(0, slash));
-  if (!CreateDirectoryW(path.c_str(), nullptr) && GetLastError() != ERROR_ALREADY_EXISTS)
+  if (slash != std::wstring::npos && slash > 2) {
+    MakeFolders(path.substr(0, slash));
+  }
+  if (!CreateDirectoryW(path.c_str(), nullptr) && GetLastError() != ERROR_ALREADY_EXISTS) {
     FailLast();
+  }
 }
 
 // The same for every spelling of the home folder's path.
@@ -63,32 +72,43 @@ std::wstring LockName() {
   Bytes octets(full.size() * sizeof(wchar_t));
   std::memcpy(octets.data(), full.data(), octets.size());
   std::wstring name = L"cpzarvel-";
-  for (const std::uint8_t octet : HashOf(*FindHashAlgorithm(CALG_SHA_256), octets))
+  for (const std::uint8_t octet : HashOf(*FindHashAlgorithm(CALG_SHA_256), octets)) {
     name += {L"0123456789abcdef"[octet >> 4], L"0123456789abcdef"[octet & 0x0F]};
+  }
   return name;
 }
 
 void WriteNewFile(const std::wstring& path, View content) {
   const File file = OpenFile(path, GENERIC_WRITE, CREATE_NEW);
-  if (!file) FailLast();
+  if (!file) {
+    FailLast();
+  }
   DWORD written = 0;
   const auto length = static_cast<DWORD>(content.size());
-  if (!WriteFile(file.get(), content.data(), length, &written, nullptr)) FailLast();
+  if (!WriteFile(file.get(), content.data(), length, &written, nullptr)) {
+    FailLast();
+  }
   Require(written == length, ERROR_DISK_FULL);
-  if (!FlushFileBuffers(file.get())) FailLast();
+  if (!FlushFileBuffers(file.get())) {
+    FailLast();
+  }
 }
 
 }  // namespace
 
 std::wstring HomeFolder() {
-  if (auto home = Variable(L"ZARVEL_DEV_HOME")) return *home;
+  if (auto home = Variable(L"ZARVEL_DEV_HOME")) {
+    return *home;
+  }
   const auto local = Variable(L"LOCALAPPDATA");
   Require(local.has_value(), ERROR_PATH_NOT_FOUND);
   return *local + L"\\Zarvel\\DevProvider";
 }
 
 HomeLock::HomeLock() : mutex_(CreateMutexW(nullptr, FALSE, LockName().c_str())) {
-  if (!mutex_) FailLast();
+  if (!mutex_) {
+    FailLast();
+  }
   // A process that ended while it held the lock left whole files behind: there is nothing to
   // repair.
   WaitForSingleObject(mutex_, INFINITE);
@@ -104,16 +124,21 @@ void MakeHomeFolder() { MakeFolders(HomeFolder()); }
 std::optional<Bytes> ReadWholeFile(const std::wstring& path) {
   const File file = OpenFile(path, GENERIC_READ, OPEN_EXISTING);
   if (!file) {
-    if (IsMissing(GetLastError())) return {};
+    if (IsMissing(GetLastError())) {
+      return {};
+    }
     FailLast();
   }
   LARGE_INTEGER size{};
-  if (!GetFileSizeEx(file.get(), &size)) FailLast();
+  if (!GetFileSizeEx(file.get(), &size)) {
+    FailLast();
+  }
   Require(size.QuadPart <= kLongestFile, NTE_KEYSET_ENTRY_BAD);
   Bytes content(static_cast<std::size_t>(size.QuadPart));
   DWORD read = 0;
-  if (!ReadFile(file.get(), content.data(), static_cast<DWORD>(content.size()), &read, nullptr))
+  if (!ReadFile(file.get(), content.data(), static_cast<DWORD>(content.size()), &read, nullptr)) {
     FailLast();
+  }
   content.resize(read);
   return content;
 }
@@ -123,8 +148,9 @@ void ReplaceWholeFile(const std::wstring& path, View content) {
   try {
     WriteNewFile(beside, content);
     if (!MoveFileExW(beside.c_str(), path.c_str(),
-                     MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
+                     MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
       FailLast();
+    }
   } catch (const Error&) {
     DeleteFileW(beside.c_str());
     throw;
@@ -141,26 +167,35 @@ std::vector<std::wstring> ListFolders(const std::wstring& parent) {
   WIN32_FIND_DATAW entry{};
   const HANDLE handle = FindFirstFileW((parent + L"\\*").c_str(), &entry);
   if (handle == INVALID_HANDLE_VALUE) {
-    if (IsMissing(GetLastError())) return names;
+    if (IsMissing(GetLastError())) {
+      return names;
+    }
     FailLast();
   }
   const Find find(handle);
   do {
-    if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
+    if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
       names.emplace_back(entry.cFileName);
+    }
   } while (FindNextFileW(handle, &entry));
   std::sort(names.begin(), names.end());
   return names;
 }
 
 bool MoveFolder(const std::wstring& from, const std::wstring& to) {
-  if (MoveFileExW(from.c_str(), to.c_str(), 0)) return true;
-  if (IsMissing(GetLastError())) return false;
+  if (MoveFileExW(from.c_str(), to.c_str(), 0)) {
+    return true;
+  }
+  if (IsMissing(GetLastError())) {
+    return false;
+  }
   FailLast();
 }
 
 void MakeFolder(const std::wstring& path) {
-  if (!CreateDirectoryW(path.c_str(), nullptr)) FailLast();
+  if (!CreateDirectoryW(path.c_str(), nullptr)) {
+    FailLast();
+  }
 }
 
 void RemoveFolder(const std::wstring& path) {

@@ -9,7 +9,9 @@ bool Start() {
   // The library reports harmless facts about the machine on stderr, which belongs to the host
   // program.
   gcry_set_log_handler(DropMessage, nullptr);
-  if (!gcry_check_version(GCRYPT_VERSION)) return false;
+  if (!gcry_check_version(GCRYPT_VERSION)) {
+    return false;
+  }
   gcry_control(GCRYCTL_DISABLE_SECMEM, 0);
   gcry_control(GCRYCTL_ENABLE_QUICK_RANDOM, 0);
   gcry_control(GCRYCTL_INITIALIZATION_FINISHED, 0);
@@ -24,8 +26,12 @@ void StartGcrypt() {
 }
 
 void Check(gcry_error_t error, std::uint32_t code) {
-  if (error == 0) return;
-  if (gcry_err_code(error) == GPG_ERR_ENOMEM) Fail(NTE_NO_MEMORY);
+  if (error == 0) {
+    return;
+  }
+  if (gcry_err_code(error) == GPG_ERR_ENOMEM) {
+    Fail(NTE_NO_MEMORY);
+  }
   Fail(code);
 }
 
@@ -45,7 +51,9 @@ Mpi ToMpi(View bigEndian) {
 
 Bytes ToShortestBigEndian(const Mpi& number) {
   Bytes out((gcry_mpi_get_nbits(number.get()) + 7) / 8);
-  if (out.empty()) return out;
+  if (out.empty()) {
+    return out;
+  }
   std::size_t written = 0;
   Check(gcry_mpi_print(GCRYMPI_FMT_USG, out.data(), out.size(), &written, number.get()));
   out.resize(written);

@@ -52,7 +52,9 @@ class CurveContext {
   bool ToPublicValue(const Point& point, Bytes& out) const {
     const Mpi x = NewMpi();
     const Mpi y = NewMpi();
-    if (gcry_mpi_ec_get_affine(x.get(), y.get(), point.get(), context_.get()) != 0) return false;
+    if (gcry_mpi_ec_get_affine(x.get(), y.get(), point.get(), context_.get()) != 0) {
+      return false;
+    }
     out = Reversed(ToBigEndian(x, bytes_));
     Append(out, Reversed(ToBigEndian(y, bytes_)));
     return true;
@@ -110,15 +112,23 @@ Bytes GostPublicValue(const Curve& curve, View privateValue) {
 }
 
 bool IsGostPublicValue(const Curve& curve, View publicValue) {
-  if (publicValue.size() != curve.bits / 4) return false;
+  if (publicValue.size() != curve.bits / 4) {
+    return false;
+  }
   const CurveContext context(curve);
   const Mpi p = context.Number("p");
   const std::size_t half = publicValue.size() / 2;
   // A coordinate not below the field's modulus is another spelling of a smaller one: refused.
-  if (gcry_mpi_cmp(ToMpi(Reversed(publicValue.first(half))).get(), p.get()) >= 0) return false;
-  if (gcry_mpi_cmp(ToMpi(Reversed(publicValue.subspan(half))).get(), p.get()) >= 0) return false;
+  if (gcry_mpi_cmp(ToMpi(Reversed(publicValue.first(half))).get(), p.get()) >= 0) {
+    return false;
+  }
+  if (gcry_mpi_cmp(ToMpi(Reversed(publicValue.subspan(half))).get(), p.get()) >= 0) {
+    return false;
+  }
   const Point point = context.FromPublicValue(publicValue);
-  if (!context.Contains(point)) return false;
+  if (!context.Contains(point)) {
+    return false;
+  }
   Bytes none;
   return !context.ToPublicValue(context.Multiply(context.Number("n"), point), none);
 }
@@ -138,7 +148,9 @@ Bytes SignGost(const Curve& curve, View privateValue, View digest) {
 
 bool VerifyGost(const Curve& curve, View publicValue, View digest, View signature) {
   StartGcrypt();
-  if (signature.size() != curve.bits / 4) return false;
+  if (signature.size() != curve.bits / 4) {
+    return false;
+  }
   const Bytes q = ToUncompressed(publicValue);
   const Bytes r = Reversed(signature.first(curve.bits / 8));
   const Bytes s = Reversed(signature.subspan(curve.bits / 8));

@@ -12,7 +12,10 @@ class Hash {
  public:
   explicit Hash(const HashAlgorithm& algorithm);
   Hash(const Hash& other);  // a copy goes on from the same state
+  Hash(Hash&& other) noexcept = default;
   Hash& operator=(const Hash&) = delete;
+  Hash& operator=(Hash&&) = delete;
+  ~Hash() = default;
 
   const HashAlgorithm& Algorithm() const { return *algorithm_; }
 

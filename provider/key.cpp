@@ -9,8 +9,11 @@ namespace {
 constexpr std::uint8_t kEcPrivateKeyVersion = 1;
 
 const Curve* CurveOf(const KeyAlgorithm& algorithm, View publicValue) {
-  for (const Curve& curve : kCurves)
-    if (curve.bits * 2 == algorithm.bits && IsGostPublicValue(curve, publicValue)) return &curve;
+  for (const Curve& curve : kCurves) {
+    if (curve.bits * 2 == algorithm.bits && IsGostPublicValue(curve, publicValue)) {
+      return &curve;
+    }
+  }
   return nullptr;
 }
 
@@ -51,8 +54,9 @@ Bytes WriteRsaPublicBlob(const PublicKey& key) {
   head.header = {PUBLICKEYBLOB, kBlobVersion, 0, key.algorithm->algId};
   head.magic = kRsaPublicMagic;
   head.bitLength = key.rsa.Bits();
-  for (const std::uint8_t octet : key.rsa.exponent)
+  for (const std::uint8_t octet : key.rsa.exponent) {
     head.publicExponent = (head.publicExponent << 8) | octet;
+  }
   Bytes out;
   AppendRecord(out, head);
   Append(out, Reversed(key.rsa.modulus));
@@ -80,7 +84,9 @@ PublicKey ReadRsaPublicBlob(const KeyAlgorithm& algorithm, View blob) {
   for (unsigned shift = 32; shift != 0;) {
     shift -= 8;
     const auto octet = static_cast<std::uint8_t>(head.publicExponent >> shift);
-    if (octet != 0 || !rsa.exponent.empty()) rsa.exponent.push_back(octet);
+    if (octet != 0 || !rsa.exponent.empty()) {
+      rsa.exponent.push_back(octet);
+    }
   }
   Require(rsa.Bits() == head.bitLength, NTE_BAD_DATA);
   return MakeRsaPublicKey(algorithm, std::move(rsa));
@@ -145,9 +151,11 @@ PrivateKey ReadRsaPrivateKey(const KeyAlgorithm& algorithm, View der) {
   outer.ExpectEnd();
   Require(ReadUnsigned(fields.Next(kDerInteger)).empty(), NTE_BAD_DATA);
   RsaPrivateKey rsa;
-  for (Bytes* field : {&rsa.publicKey.modulus, &rsa.publicKey.exponent, &rsa.privateExponent,
-                       &rsa.prime1, &rsa.prime2, &rsa.exponent1, &rsa.exponent2, &rsa.coefficient})
+  for (Bytes* field :
+       {&rsa.publicKey.modulus, &rsa.publicKey.exponent, &rsa.privateExponent, &rsa.prime1,
+        &rsa.prime2, &rsa.exponent1, &rsa.exponent2, &rsa.coefficient}) {
     *field = ReadUnsigned(fields.Next(kDerInteger));
+  }
   fields.ExpectEnd();
   Require(!rsa.publicKey.modulus.empty(), NTE_BAD_DATA);
   PrivateKey key;
@@ -158,7 +166,9 @@ PrivateKey ReadRsaPrivateKey(const KeyAlgorithm& algorithm, View der) {
 }
 
 void ExpectNoParameters(DerReader parameters) {
-  if (!parameters.AtEnd()) Require(parameters.Next(kDerNull).empty(), NTE_BAD_DATA);
+  if (!parameters.AtEnd()) {
+    Require(parameters.Next(kDerNull).empty(), NTE_BAD_DATA);
+  }
   parameters.ExpectEnd();
 }
 
@@ -169,13 +179,17 @@ const Curve* CurveOfParameters(const KeyAlgorithm& algorithm, DerReader paramete
     ExpectNoParameters(parameters);
     return nullptr;
   }
-  if (parameters.NextIs(kDerOid)) return &RequireCurve(algorithm, parameters.Next(kDerOid));
+  if (parameters.NextIs(kDerOid)) {
+    return &RequireCurve(algorithm, parameters.Next(kDerOid));
+  }
   DerReader fields = parameters.Enter(kDerSequence);
   return &RequireCurve(algorithm, fields.Next(kDerOid));
 }
 
 PrivateKey ReadGostPrivateKey(const KeyAlgorithm& algorithm, const Curve* named, View octets) {
-  if (octets.size() != algorithm.bits / 16) return ReadEcPrivateKey(algorithm, named, octets);
+  if (octets.size() != algorithm.bits / 16) {
+    return ReadEcPrivateKey(algorithm, named, octets);
+  }
   return MakeGostPrivateKey(algorithm, named ? *named : *DefaultCurve(algorithm), ToBytes(octets));
 }
 
@@ -207,7 +221,9 @@ PrivateKey GenerateKey(const KeyAlgorithm& algorithm, unsigned rsaBits) {
     return key;
   }
   unsigned bits = algorithm.bits;
-  if (bits == 0) bits = rsaBits != 0 ? rsaBits : kDefaultRsaBits;
+  if (bits == 0) {
+    bits = rsaBits != 0 ? rsaBits : kDefaultRsaBits;
+  }
   Require(rsaBits == 0 || rsaBits == bits, NTE_BAD_LEN);
   Require(bits >= kMinRsaBits && bits <= kMaxRsaBits && bits % 64 == 0, NTE_BAD_LEN);
   key.rsa = GenerateRsaKey(bits);
@@ -217,13 +233,17 @@ PrivateKey GenerateKey(const KeyAlgorithm& algorithm, unsigned rsaBits) {
 
 Bytes Sign(const PrivateKey& key, const HashAlgorithm& hash, View digest) {
   Require(CanSign(key.publicKey, hash), NTE_BAD_HASH);
-  if (hash.family == KeyFamily::kGost) return SignGost(*key.publicKey.curve, key.value, digest);
+  if (hash.family == KeyFamily::kGost) {
+    return SignGost(*key.publicKey.curve, key.value, digest);
+  }
   return SignRsa(key.rsa, hash, digest);
 }
 
 bool Verify(const PublicKey& key, const HashAlgorithm& hash, View digest, View signature) {
   Require(CanSign(key, hash), NTE_BAD_HASH);
-  if (hash.family == KeyFamily::kGost) return VerifyGost(*key.curve, key.value, digest, signature);
+  if (hash.family == KeyFamily::kGost) {
+    return VerifyGost(*key.curve, key.value, digest, signature);
+  }
   return VerifyRsa(key.rsa, hash, digest, signature);
 }
 

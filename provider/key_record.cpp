@@ -41,7 +41,9 @@ std::uint32_t ReadNumber(DerReader& fields) {
   const Bytes octets = ReadUnsigned(fields.Next(kDerInteger));
   Require(octets.size() <= 4, NTE_BAD_DATA);
   std::uint32_t value = 0;
-  for (const std::uint8_t octet : octets) value = (value << 8) | octet;
+  for (const std::uint8_t octet : octets) {
+    value = (value << 8) | octet;
+  }
   return value;
 }
 

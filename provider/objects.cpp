@@ -31,7 +31,9 @@ void HandleTable::Remove(Handle handle) {
   std::shared_ptr<Object> last;  // destroyed behind the lock
   const std::lock_guard lock(mutex_);
   const auto found = objects_.find(handle);
-  if (found == objects_.end()) return;
+  if (found == objects_.end()) {
+    return;
+  }
   last = std::move(found->second);
   objects_.erase(found);
 }

@@ -21,7 +21,9 @@ Sexp PrivateSexp(const RsaPrivateKey& key) {
   // prime.
   Mpi p = ToMpi(key.prime2);
   Mpi q = ToMpi(key.prime1);
-  if (gcry_mpi_cmp(p.get(), q.get()) > 0) std::swap(p, q);
+  if (gcry_mpi_cmp(p.get(), q.get()) > 0) {
+    std::swap(p, q);
+  }
   const Mpi u = NewMpi();
   Require(gcry_mpi_invm(u.get(), p.get(), q.get()) != 0, NTE_BAD_KEY);
   return BuildSexp("(private-key(rsa(n %b)(e %b)(d %b)(p %m)(q %m)(u %m)))",
@@ -58,7 +60,9 @@ Bytes Remainder(const Mpi& number, const Mpi& modulus) {
 }  // namespace
 
 unsigned RsaPublicKey::Bits() const {
-  if (modulus.empty()) return 0;
+  if (modulus.empty()) {
+    return 0;
+  }
   return static_cast<unsigned>((modulus.size() - 1) * 8) +
          static_cast<unsigned>(std::bit_width(modulus[0]));
 }
@@ -91,16 +95,26 @@ bool IsConsistent(const RsaPrivateKey& key) {
   const Mpi d = ToMpi(key.privateExponent);
   const Mpi p = ToMpi(key.prime1);
   const Mpi q = ToMpi(key.prime2);
-  if (gcry_mpi_cmp_ui(p.get(), 1) <= 0 || gcry_mpi_cmp_ui(q.get(), 1) <= 0) return false;
+  if (gcry_mpi_cmp_ui(p.get(), 1) <= 0 || gcry_mpi_cmp_ui(q.get(), 1) <= 0) {
+    return false;
+  }
   const Mpi product = NewMpi();
   gcry_mpi_mul(product.get(), p.get(), q.get());
-  if (gcry_mpi_cmp(product.get(), n.get()) != 0) return false;
-  if (gcry_prime_check(p.get(), 0) != 0 || gcry_prime_check(q.get(), 0) != 0) return false;
+  if (gcry_mpi_cmp(product.get(), n.get()) != 0) {
+    return false;
+  }
+  if (gcry_prime_check(p.get(), 0) != 0 || gcry_prime_check(q.get(), 0) != 0) {
+    return false;
+  }
   const Mpi pLessOne = LessOne(p);
   const Mpi qLessOne = LessOne(q);
-  if (!AreInverse(e, d, pLessOne) || !AreInverse(e, d, qLessOne)) return false;
+  if (!AreInverse(e, d, pLessOne) || !AreInverse(e, d, qLessOne)) {
+    return false;
+  }
   const Mpi inverse = NewMpi();
-  if (gcry_mpi_invm(inverse.get(), q.get(), p.get()) == 0) return false;
+  if (gcry_mpi_invm(inverse.get(), q.get(), p.get()) == 0) {
+    return false;
+  }
   return key.exponent1 == Remainder(d, pLessOne) && key.exponent2 == Remainder(d, qLessOne) &&
          key.coefficient == ToShortestBigEndian(inverse);
 }
@@ -113,7 +127,9 @@ Bytes SignRsa(const RsaPrivateKey& key, const HashAlgorithm& hash, View digest) 
 }
 
 bool VerifyRsa(const RsaPublicKey& key, const HashAlgorithm& hash, View digest, View signature) {
-  if (signature.size() != key.modulus.size()) return false;
+  if (signature.size() != key.modulus.size()) {
+    return false;
+  }
   const Sexp keySexp = PublicSexp(key);
   const Bytes value = Reversed(signature);
   const Sexp signatureSexp = BuildSexp("(sig-val(rsa(s %b)))", SexpLength(value), value.data());

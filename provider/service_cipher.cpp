@@ -5,7 +5,9 @@ namespace {
 
 // A hash given to Encrypt or Decrypt takes the plain text.
 void HashPlain(HCRYPTPROV hProv, HCRYPTHASH hHash, View plain) {
-  if (hHash != 0) HashData(hProv, hHash, plain.data(), static_cast<DWORD>(plain.size()), 0);
+  if (hHash != 0) {
+    HashData(hProv, hHash, plain.data(), static_cast<DWORD>(plain.size()), 0);
+  }
 }
 
 }  // namespace
@@ -21,7 +23,9 @@ void Encrypt(HCRYPTPROV hProv, HCRYPTKEY hKey, HCRYPTHASH hHash, BOOL final, DWO
   const std::size_t needed = object->key.EncryptedLength(length, final != FALSE);
   Require(needed <= MAXDWORD, NTE_BAD_LEN);
   *pdwDataLen = static_cast<DWORD>(needed);
-  if (!pbData) return;
+  if (!pbData) {
+    return;
+  }
   Require(dwBufLen >= needed && dwBufLen >= length, ERROR_MORE_DATA);
   HashPlain(hProv, hHash, {pbData, length});
   const Bytes encrypted = object->key.Encrypt({pbData, length}, final != FALSE);

@@ -20,20 +20,27 @@ struct Caller {
 // The table's later fields exist from its version 2 and 3 on.
 Caller ReadTable(const ProviderTable* pVTable) {
   Caller caller;
-  if (!pVTable || pVTable->Version < 2) return caller;
+  if (!pVTable || pVTable->Version < 2) {
+    return caller;
+  }
   caller.providerType = pVTable->dwProvType;
-  if (pVTable->Version >= 3 && pVTable->pszProvName)
+  if (pVTable->Version >= 3 && pVTable->pszProvName) {
     caller.providerName = pVTable->pszProvName;
-  else if (caller.providerType == PROV_RSA_FULL)
+  } else if (caller.providerType == PROV_RSA_FULL) {
     caller.providerName = kRsaProviderName;
+  }
   return caller;
 }
 
 ContainerName NameOrDefault(LPCSTR pszContainer) {
-  if (pszContainer && *pszContainer) return ParseContainerName(pszContainer);
+  if (pszContainer && *pszContainer) {
+    return ParseContainerName(pszContainer);
+  }
   char user[257] = {};
   DWORD length = sizeof user;
-  if (!GetUserNameA(user, &length)) Fail(GetLastError());
+  if (!GetUserNameA(user, &length)) {
+    Fail(GetLastError());
+  }
   ContainerName name;
   name.name = user;
   return name;
@@ -74,15 +81,18 @@ struct AlgorithmFacts {
 
 std::vector<AlgorithmFacts> AllAlgorithms() {
   std::vector<AlgorithmFacts> all;
-  for (const auto& row : kHashAlgorithms)
+  for (const auto& row : kHashAlgorithms) {
     all.push_back({row.algId, row.bits, row.bits, row.bits, row.name});
-  for (const auto& row : kCipherAlgorithms)
+  }
+  for (const auto& row : kCipherAlgorithms) {
     all.push_back({row.algId, row.keyBytes * 8, row.keyBytes * 8, row.keyBytes * 8, row.name});
+  }
   for (const auto& row : kKeyAlgorithms) {
-    if (row.bits != 0)
+    if (row.bits != 0) {
       all.push_back({row.algId, row.bits, row.bits, row.bits, row.name});
-    else
+    } else {
       all.push_back({row.algId, kDefaultRsaBits, kMinRsaBits, kMaxRsaBits, row.name});
+    }
   }
   return all;
 }
@@ -111,13 +121,18 @@ Bytes DescribeLong(const AlgorithmFacts& facts) {
 }
 
 Listing MakeListing(Context& context, DWORD dwParam) {
-  if (dwParam == PP_ENUM_CNT_KEYS) return context.ListKeys();
+  if (dwParam == PP_ENUM_CNT_KEYS) {
+    return context.ListKeys();
+  }
   Listing listing;
   if (dwParam == PP_ENUM_CNT || dwParam == PP_ENUMCONTAINERS) {
-    for (const std::string& name : ListContainers()) listing.items.push_back(Text(name));
+    for (const std::string& name : ListContainers()) {
+      listing.items.push_back(Text(name));
+    }
   } else {
-    for (const AlgorithmFacts& facts : AllAlgorithms())
+    for (const AlgorithmFacts& facts : AllAlgorithms()) {
       listing.items.push_back(dwParam == PP_ENUMALGS ? Describe(facts) : DescribeLong(facts));
+    }
   }
   return listing;
 }
@@ -131,10 +146,14 @@ void StepListing(Context& context, DWORD dwParam, BYTE* pbData, DWORD* pdwDataLe
       listing = MakeListing(context, dwParam);
       listing.begun = true;
     }
-    if (listing.next >= listing.items.size()) Fail(listing.endCode);
+    if (listing.next >= listing.items.size()) {
+      Fail(listing.endCode);
+    }
     if (!pbData) {
       std::size_t longest = 0;
-      for (const Bytes& item : listing.items) longest = std::max(longest, item.size());
+      for (const Bytes& item : listing.items) {
+        longest = std::max(longest, item.size());
+      }
       *pdwDataLen = static_cast<DWORD>(longest);
       return;
     }
@@ -199,7 +218,9 @@ void Deliver(View value, BYTE* pbData, DWORD* pdwDataLen) {
   Require(pdwDataLen != nullptr, ERROR_INVALID_PARAMETER);
   const DWORD room = *pdwDataLen;
   *pdwDataLen = static_cast<DWORD>(value.size());
-  if (!pbData) return;
+  if (!pbData) {
+    return;
+  }
   Require(room >= value.size(), ERROR_MORE_DATA);
   std::copy(value.begin(), value.end(), pbData);
 }
@@ -224,7 +245,9 @@ void AcquireContext(HCRYPTPROV* phProv, LPCSTR pszContainer, DWORD dwFlags,
     name = NameOrDefault(pszContainer);
     Require(action == 0 || action == CRYPT_NEWKEYSET || action == CRYPT_DELETEKEYSET,
             NTE_BAD_FLAGS);
-    if (action == CRYPT_NEWKEYSET) CreateContainer(name);
+    if (action == CRYPT_NEWKEYSET) {
+      CreateContainer(name);
+    }
     if (action == CRYPT_DELETEKEYSET) {
       DeleteContainer(name);
       *phProv = 0;
@@ -257,18 +280,25 @@ void GetProvParam(HCRYPTPROV hProv, DWORD dwParam, BYTE* pbData, DWORD* pdwDataL
       break;
   }
   Require(dwFlags == 0, NTE_BAD_FLAGS);
-  if (dwParam == PP_CNT_PROFILE) return GetContainerProfile(pbData, pdwDataLen);
+  if (dwParam == PP_CNT_PROFILE) {
+    return GetContainerProfile(pbData, pdwDataLen);
+  }
   Deliver(SimpleParam(*context, dwParam), pbData, pdwDataLen);
 }
 
 void SetProvParam(HCRYPTPROV hProv, DWORD dwParam, const BYTE* pbData, DWORD dwFlags) {
   const auto context = RequireContext(hProv);
   Require(dwFlags == 0, NTE_BAD_FLAGS);
-  if (dwParam == PP_CLIENT_HWND) return;  // there is no window to show
+  if (dwParam == PP_CLIENT_HWND) {
+    return;  // there is no window to show
+  }
   Require(pbData != nullptr, ERROR_INVALID_PARAMETER);
-  if (dwParam == PP_SENDER_KEY)
+  if (dwParam == PP_SENDER_KEY) {
     return context->SetTakesSenderKey(ReadRecord<DWORD>({pbData, sizeof(DWORD)}) != 0);
-  if (dwParam == PP_CNT_PROFILE) return SetContainerProfile(*context, pbData);
+  }
+  if (dwParam == PP_CNT_PROFILE) {
+    return SetContainerProfile(*context, pbData);
+  }
   Fail(NTE_BAD_TYPE);
 }
 

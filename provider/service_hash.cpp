@@ -68,8 +68,9 @@ void GetHashParam(HCRYPTPROV hProv, HCRYPTHASH hHash, DWORD dwParam, BYTE* pbDat
   } else {
     Require(dwParam == HP_HASHVAL, NTE_BAD_TYPE);
     // A question for the length alone must not end the hash.
-    if (!pbData || *pdwDataLen < algorithm.bits / 8)
+    if (!pbData || *pdwDataLen < algorithm.bits / 8) {
       return Deliver(Bytes(algorithm.bits / 8), pbData, pdwDataLen);
+    }
     const std::lock_guard lock(hash->mutex);
     value = hash->hash.Value();
   }
@@ -95,7 +96,9 @@ void SignHash(HCRYPTPROV hProv, HCRYPTHASH hHash, DWORD dwKeySpec, LPCWSTR szDes
   Require(pdwSigLen != nullptr && (!szDescription || !*szDescription), ERROR_INVALID_PARAMETER);
   const auto pair = context->LoadPair(dwKeySpec);
   const std::size_t length = SignatureLength(pair->key->publicKey);
-  if (!pbSignature || *pdwSigLen < length) return Deliver(Bytes(length), pbSignature, pdwSigLen);
+  if (!pbSignature || *pdwSigLen < length) {
+    return Deliver(Bytes(length), pbSignature, pdwSigLen);
+  }
   const Bytes digest = [&] {
     const std::lock_guard lock(hash->mutex);
     return hash->hash.Value();

@@ -21,9 +21,11 @@ constexpr std::array kDefaults{
 };
 
 DWORD ResolveAlgorithm(const Context& context, DWORD algId) {
-  for (const DefaultAlgorithm& row : kDefaults)
-    if (row.keySpec == algId)
+  for (const DefaultAlgorithm& row : kDefaults) {
+    if (row.keySpec == algId) {
       return context.ProviderType() == PROV_RSA_FULL ? row.rsaAlgId : row.algId;
+    }
+  }
   return algId;
 }
 
@@ -55,9 +57,10 @@ HCRYPTKEY ImportPair(Context& context, View blob, DWORD dwFlags) {
   const KeyRecord fresh = MakeRecord(key, dwFlags);
   const DWORD keySpec = KeySpecOf(fresh.algId);
   context.Keys()->Change(keySpec, [&](std::optional<KeyRecord>& record) {
-    if (record)
+    if (record) {
       Fail(record->privateKeyInfo == fresh.privateKeyInfo ? NTE_EXISTS
                                                           : NTE_TOKEN_KEYSET_STORAGE_FULL);
+    }
     record = fresh;
   });
   return Handles().Add(context.MakePair(fresh, keySpec));
@@ -67,8 +70,9 @@ HCRYPTKEY ImportWrapped(Context& context, View blob, HCRYPTKEY hPubKey, DWORD dw
   const auto other = Handles().Find<KeyObject>(hPubKey);
   Require(hPubKey == 0 || other != nullptr, NTE_BAD_KEY);
   std::vector<PrivateKey> candidates = context.ReadablePrivateKeys();
-  if (const auto pair = std::dynamic_pointer_cast<PairObject>(other))
+  if (const auto pair = std::dynamic_pointer_cast<PairObject>(other)) {
     candidates.push_back(*pair->key);
+  }
   const PublicKey* sender = other ? PublicKeyOf(*other) : nullptr;
   return AddSessionKey(context, UnwrapKey(blob, candidates, sender), dwFlags);
 }
@@ -78,13 +82,17 @@ HCRYPTKEY ImportWrapped(Context& context, View blob, HCRYPTKEY hPubKey, DWORD dw
 // curve. Otherwise the wrap has to carry an ephemeral key.
 std::shared_ptr<PairObject> SenderPair(Context& context, const PublicKey& recipient) {
   constexpr unsigned sentBits = 512;
-  if (!context.TakesSenderKey() || !recipient.curve) return nullptr;
+  if (!context.TakesSenderKey() || !recipient.curve) {
+    return nullptr;
+  }
   try {
     auto pair = context.LoadPair(AT_KEYEXCHANGE);
     const PublicKey& own = pair->key->publicKey;
     return own.curve == recipient.curve && own.algorithm->bits == sentBits ? pair : nullptr;
   } catch (const Error& error) {
-    if (error.Code() != static_cast<std::uint32_t>(NTE_NO_KEY)) throw;
+    if (error.Code() != static_cast<std::uint32_t>(NTE_NO_KEY)) {
+      throw;
+    }
     return nullptr;
   }
 }
@@ -98,11 +106,15 @@ void ExportWrapped(Context& context, const SessionKeyObject& object, HCRYPTKEY h
   const auto sender = SenderPair(context, *recipient);
   Deliver(WrapKey(object.key, *recipient, sender ? sender->key.get() : nullptr), pbData,
           pdwDataLen);
-  if (pbData) context.SetTakesSenderKey(false);
+  if (pbData) {
+    context.SetTakesSenderKey(false);
+  }
 }
 
 std::shared_ptr<KeyObject> KeyToExport(Context& context, HCRYPTKEY hKey) {
-  if (hKey != context.Owner()) return RequireKey(context.Owner(), hKey);
+  if (hKey != context.Owner()) {
+    return RequireKey(context.Owner(), hKey);
+  }
   auto last = context.LastSessionKey();
   Require(last != nullptr, NTE_NO_KEY);
   return last;
@@ -158,8 +170,12 @@ void AddToChain(const PairObject& pair, const BYTE* pbData) {
   pair.keySet->Change(pair.keySpec, [&](std::optional<KeyRecord>& record) {
     KeyRecord changed = CurrentRecord(pair, record);
     std::vector<Bytes> chain;
-    if (!changed.chain.empty()) chain = ReadChain(changed.chain);
-    if (std::find(chain.begin(), chain.end(), certificate) != chain.end()) return;
+    if (!changed.chain.empty()) {
+      chain = ReadChain(changed.chain);
+    }
+    if (std::find(chain.begin(), chain.end(), certificate) != chain.end()) {
+      return;
+    }
     chain.push_back(certificate);
     changed.chain = WriteChain(chain);
     record = std::move(changed);
@@ -217,9 +233,12 @@ Bytes PublicKeyParam(const PublicKey& key, bool mayExport, DWORD dwParam) {
 }
 
 Bytes KeyParam(KeyObject& key, DWORD dwParam) {
-  if (dwParam == KP_ALGID) return Number(key.AlgId());
-  if (auto* session = dynamic_cast<SessionKeyObject*>(&key))
+  if (dwParam == KP_ALGID) {
+    return Number(key.AlgId());
+  }
+  if (auto* session = dynamic_cast<SessionKeyObject*>(&key)) {
     return SessionKeyParam(*session, dwParam);
+  }
   const auto* pair = dynamic_cast<const PairObject*>(&key);
   if (dwParam == KP_CERTIFICATE || dwParam == KP_CERT_CHAIN) {
     Require(pair != nullptr, NTE_BAD_KEY);
@@ -243,8 +262,12 @@ std::shared_ptr<SessionKeyObject> RequireSessionKey(HCRYPTPROV hProv, HCRYPTKEY 
 }
 
 const PublicKey* PublicKeyOf(const KeyObject& key) {
-  if (const auto* pair = dynamic_cast<const PairObject*>(&key)) return &pair->key->publicKey;
-  if (const auto* publicKey = dynamic_cast<const PublicKeyObject*>(&key)) return &publicKey->key;
+  if (const auto* pair = dynamic_cast<const PairObject*>(&key)) {
+    return &pair->key->publicKey;
+  }
+  if (const auto* publicKey = dynamic_cast<const PublicKeyObject*>(&key)) {
+    return &publicKey->key;
+  }
   return nullptr;
 }
 

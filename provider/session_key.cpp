@@ -36,12 +36,16 @@ void SessionKey::SetIv(View iv) {
 }
 
 std::size_t SessionKey::EncryptedLength(std::size_t length, bool final) const {
-  if (!algorithm_->padded || !final) return length;
+  if (!algorithm_->padded || !final) {
+    return length;
+  }
   return length + algorithm_->blockBytes - length % algorithm_->blockBytes;
 }
 
 void SessionKey::Start() {
-  if (cipher_) return;
+  if (cipher_) {
+    return;
+  }
   StartGcrypt();
   gcry_cipher_hd_t handle = nullptr;
   Check(gcry_cipher_open(&handle, algorithm_->gcrypt, algorithm_->gcryptMode, 0));
@@ -59,8 +63,12 @@ Bytes SessionKey::Encrypt(View plain, bool final) {
   Require(final || plain.size() % algorithm_->blockBytes == 0, NTE_BAD_LEN);
   Bytes out = algorithm_->padded && final ? Padded(plain, algorithm_->blockBytes) : ToBytes(plain);
   Start();
-  if (!out.empty()) Check(gcry_cipher_encrypt(cipher_.get(), out.data(), out.size(), nullptr, 0));
-  if (final) End();
+  if (!out.empty()) {
+    Check(gcry_cipher_encrypt(cipher_.get(), out.data(), out.size(), nullptr, 0));
+  }
+  if (final) {
+    End();
+  }
   return out;
 }
 
@@ -69,10 +77,16 @@ Bytes SessionKey::Decrypt(View encrypted, bool final) {
   Require(whole || (final && !algorithm_->padded), NTE_BAD_LEN);
   Bytes out = ToBytes(encrypted);
   Start();
-  if (!out.empty()) Check(gcry_cipher_decrypt(cipher_.get(), out.data(), out.size(), nullptr, 0));
-  if (!final) return out;
+  if (!out.empty()) {
+    Check(gcry_cipher_decrypt(cipher_.get(), out.data(), out.size(), nullptr, 0));
+  }
+  if (!final) {
+    return out;
+  }
   End();
-  if (algorithm_->padded) RemovePadding(out, algorithm_->blockBytes);
+  if (algorithm_->padded) {
+    RemovePadding(out, algorithm_->blockBytes);
+  }
   return out;
 }
 

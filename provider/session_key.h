@@ -15,7 +15,10 @@ class SessionKey {
   SessionKey(const SessionKey& other) : SessionKey(*other.algorithm_, other.octets_) {
     iv_ = other.iv_;
   }
+  SessionKey(SessionKey&& other) noexcept = default;
   SessionKey& operator=(const SessionKey&) = delete;
+  SessionKey& operator=(SessionKey&&) = delete;
+  ~SessionKey() = default;
 
   const CipherAlgorithm& Algorithm() const { return *algorithm_; }
   const Bytes& Octets() const { return octets_; }

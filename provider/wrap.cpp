@@ -57,7 +57,9 @@ Bytes WrapForGost(const SessionKey& key, const PublicKey& recipient, const Priva
   std::copy(ukm.begin(), ukm.end(), head.ukm);
   Bytes blob;
   AppendRecord(blob, head);
-  if (!sender) Append(blob, own.publicKey.value);
+  if (!sender) {
+    Append(blob, own.publicKey.value);
+  }
   const Cipher cipher = OpenKeyWrap(
       DeriveWrapKey(AgreeGost(*recipient.curve, own.value, recipient.value, ukm), blob));
   Bytes wrapped(key.Octets().size() + kWrapOverhead);
@@ -75,8 +77,9 @@ std::optional<Bytes> TryUnwrap(const GostSimpleBlobHeader& head, View headOctets
   const Cipher cipher = OpenKeyWrap(DeriveWrapKey(secret, headOctets));
   Bytes key(wrapped.size() - kWrapOverhead);
   if (gcry_cipher_decrypt(cipher.get(), key.data(), key.size(), wrapped.data(), wrapped.size()) !=
-      0)
+      0) {
     return {};
+  }
   return key;
 }
 
@@ -103,12 +106,16 @@ Bytes UnwrapGost(const CipherAlgorithm& algorithm, View blob,
   Require(wrapped.size() == algorithm.keyBytes + kWrapOverhead, NTE_BAD_DATA);
   bool found = false;
   for (const PrivateKey& candidate : candidates) {
-    if (!candidate.publicKey.curve || candidate.publicKey.algorithm->bits != head.bitLength)
+    if (!candidate.publicKey.curve || candidate.publicKey.algorithm->bits != head.bitLength) {
       continue;
+    }
     found = true;
-    if (!IsGostPublicValue(*candidate.publicKey.curve, senderValue)) continue;
-    if (auto key = TryUnwrap(head, blob.first(headLength), wrapped, candidate, senderValue))
+    if (!IsGostPublicValue(*candidate.publicKey.curve, senderValue)) {
+      continue;
+    }
+    if (auto key = TryUnwrap(head, blob.first(headLength), wrapped, candidate, senderValue)) {
       return std::move(*key);
+    }
   }
   Fail(found ? NTE_BAD_DATA : NTE_NO_KEY);
 }
@@ -128,14 +135,22 @@ Bytes UnwrapRsa(const CipherAlgorithm& algorithm, const KeyAlgorithm& recipient,
   const View encrypted = blob.subspan(sizeof(RsaSimpleBlobHeader));
   bool found = false;
   for (const PrivateKey& candidate : candidates) {
-    if (candidate.publicKey.algorithm->family != KeyFamily::kRsa) continue;
+    if (candidate.publicKey.algorithm->family != KeyFamily::kRsa) {
+      continue;
+    }
     found = true;
-    if (recipient.bits != 0 && recipient.bits != candidate.publicKey.Bits()) continue;
+    if (recipient.bits != 0 && recipient.bits != candidate.publicKey.Bits()) {
+      continue;
+    }
     try {
       Bytes key = DecryptRsa(candidate.rsa, encrypted);
-      if (key.size() == algorithm.keyBytes) return key;
+      if (key.size() == algorithm.keyBytes) {
+        return key;
+      }
     } catch (const Error& error) {
-      if (error.Code() != static_cast<std::uint32_t>(NTE_BAD_DATA)) throw;
+      if (error.Code() != static_cast<std::uint32_t>(NTE_BAD_DATA)) {
+        throw;
+      }
     }
   }
   Fail(found ? NTE_BAD_DATA : NTE_NO_KEY);
