@@ -1,4 +1,10 @@
 # The provider store through the DLL.
 zarext_add_wine_test(store_contract
-  SOURCES store_open_test.cpp
+  SOURCES store_open_test.cpp store_load_test.cpp store_cache_test.cpp store_callbacks_test.cpp
+          store_write_test.cpp
   DEPENDS zarext_provider_without_CPSetKeyParam)
+
+# The store's own objects, linked in.
+zarext_add_wine_test(store_internal
+  SOURCES store_internal_test.cpp ${PROJECT_SOURCE_DIR}/src/keyinfo/last_import.cpp
+  LIBS zarext_store zarext_store_core zarext_frame zarext_asn1)

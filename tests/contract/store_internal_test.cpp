@@ -1,0 +1,302 @@
+// What cannot be seen through the DLL: the reading side of the cache, the callbacks that are in no
+// table, and the address of the last import. The store's own objects are linked in.
+#include <gmock/gmock.h>
+#include <windows.h>
+
+#include <random>
+
+#include "frame/module_state.h"
+#include "keyinfo/last_import.h"
+#include "store/cache_block.h"
+#include "store/container_cache.h"
+#include "store/provider_walk.h"
+#include "store/store_callbacks.h"
+#include "store_fixture.h"
+#include "support/import_patch.h"
+
+namespace zarext::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr long long kNow = 1700000000;
+
+class CacheReader : public testing::Test {
+ public:
+  CacheReader() { CacheLoadTime = 77; }
+  ~CacheReader() override {
+    CacheLoadTime = 0;
+    TContainerCache::Instance().Clear();
+  }
+  // Whether a block with this header and content is taken: its stamp then is the time of loading.
+  bool IsTaken(DWORD stamp, DWORD size, const Octets& content) {
+    section.Put(stamp, size, content);
+    CacheLoadTime = 77;
+    cache.ReadShared();
+    EXPECT_TRUE(cache.List().IsEmpty());
+    EXPECT_TRUE(CacheLoadTime == 77 || CacheLoadTime == stamp);
+    return CacheLoadTime == stamp;
+  }
+  static Octets Block(std::size_t length) {
+    Octets block = {0x30, 0x83, static_cast<std::uint8_t>((length - 5) >> 16),
+                    static_cast<std::uint8_t>((length - 5) >> 8),
+                    static_cast<std::uint8_t>(length - 5)};
+    block.resize(length);
+    return block;
+  }
+  ModuleClock clock{GetModuleHandleA(nullptr), kNow};
+  SharedSection section;
+  TContainerCache& cache = TContainerCache::Instance();
+};
+
+TEST_F(CacheReader, IgnoresAFreshSection) {
+  section.Wipe();
+  cache.ReadShared();
+  EXPECT_EQ(77, CacheLoadTime);
+}
+
+TEST_F(CacheReader, TakesABlockOfAtMost60Seconds) {
+  const Octets block = {0x30, 0x00};
+  EXPECT_TRUE(IsTaken(kNow, 2, block));
+  EXPECT_TRUE(IsTaken(kNow - 60, 2, block));
+  EXPECT_FALSE(IsTaken(kNow - 61, 2, block));
+  EXPECT_FALSE(IsTaken(kNow + 1, 2, block));
+  EXPECT_FALSE(IsTaken(0, 2, block));
+}
+
+TEST_F(CacheReader, ComputesTheAgeModulo32Bits) {
+  ModuleClock::Set(0x100000005);
+  EXPECT_TRUE(IsTaken(0xFFFFFFF0, 2, {0x30, 0x00}));
+  EXPECT_TRUE(IsTaken(5, 2, {0x30, 0x00}));
+  EXPECT_FALSE(IsTaken(6, 2, {0x30, 0x00}));
+}
+
+TEST_F(CacheReader, TakesABlockThatFitsBehindTheHeader) {
+  EXPECT_TRUE(IsTaken(kNow, 262136, Block(262136)));
+  EXPECT_FALSE(IsTaken(kNow, 262137, Block(262136)));
+  EXPECT_FALSE(IsTaken(kNow, 0xFFFFFFFF, Block(262136)));
+  EXPECT_FALSE(IsTaken(kNow, 0, Block(262136)));
+}
+
+TEST_F(CacheReader, SetsTheTimeAlsoForAMalformedBlock) {
+  EXPECT_TRUE(IsTaken(kNow - 3, 4, {0x31, 0x02, 0x05, 0x00}));
+  EXPECT_TRUE(IsTaken(kNow - 4, 1, {0x30}));
+  EXPECT_TRUE(IsTaken(kNow - 5, 3, {0x30, 0x00, 0x00}));
+  EXPECT_TRUE(IsTaken(kNow - 6, 2, {0x30, 0x80}));
+}
+
+TEST_F(CacheReader, EmptiesTheListFirst) {
+  BYTE octet[] = {1};
+  CNT_KEY_INFO record = {};
+  record.cbSerial = record.cbCert = 1;
+  record.pbSerial = record.pbCert = octet;
+  cache.Add(record);
+  ASSERT_FALSE(cache.List().IsEmpty());
+  section.Wipe();
+  cache.ReadShared();
+  EXPECT_TRUE(cache.List().IsEmpty());
+  EXPECT_EQ(77, CacheLoadTime);
+}
+
+TEST_F(CacheReader, ABlockThatWasWrittenReadsAsAnEmptyList) {
+  BYTE octet[] = {0xEE};
+  char name[] = "n";
+  CNT_KEY_INFO record = {};
+  record.pszContainer = name;
+  record.cbSerial = record.cbCert = 1;
+  record.pbSerial = record.pbCert = octet;
+  cache.Add(record);
+  cache.WriteShared();
+  EXPECT_EQ(static_cast<DWORD>(kNow), section.Stamp());
+  EXPECT_EQ(19u, section.Size());
+  ModuleClock::Set(kNow + 60);
+  cache.ReadShared();
+  EXPECT_TRUE(cache.List().IsEmpty());
+  EXPECT_EQ(kNow, CacheLoadTime);
+}
+
+// Whatever lies in the section, the reader comes back, and with an empty list.
+TEST_F(CacheReader, Survives100000RandomBlocks) {
+  std::mt19937 random(20261121);
+  const Octets certificate(40, 0xC5);
+  Octets entry = MakeElement(0x04, {'n'});
+  for (const Octets& part :
+       {MakeElement(0x04, {1}), MakeElement(0x04, certificate), MakeElement(0x04, {1, 2, 3, 4})}) {
+    entry.insert(entry.end(), part.begin(), part.end());
+  }
+  const Octets good = MakeElement(0x30, MakeElement(0x30, entry));
+  for (int round = 0; round < 100000; ++round) {
+    Octets block = good;
+    if (round % 4 == 0) {
+      block.resize(1 + random() % 64);
+      for (std::uint8_t& octet : block) octet = static_cast<std::uint8_t>(random());
+      block[0] = 0x30;
+      if (block.size() > 1) block[1] = static_cast<std::uint8_t>(block.size() - 2);
+    } else {
+      for (unsigned change = random() % 4; change != 0; --change) {
+        block[random() % block.size()] = static_cast<std::uint8_t>(random());
+      }
+    }
+    const DWORD size =
+        random() % 8 == 0 ? static_cast<DWORD>(random()) : static_cast<DWORD>(block.size());
+    section.Put(static_cast<DWORD>(kNow - random() % 64), size, block);
+    cache.ReadShared();
+    ASSERT_TRUE(cache.List().IsEmpty()) << round;
+  }
+}
+
+// A section that another process made smaller, under the same name.
+TEST(SmallerSection, IsNeitherReadNorWrittenBeyondItsEnd) {
+  // The module's view of a section of one page, mapped from a handle of its own.
+  static HANDLE small = nullptr;
+  small = CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 4096, nullptr);
+  ASSERT_NE(nullptr, small);
+  const ImportPatch patch(
+      GetModuleHandleA(nullptr), "KERNEL32.dll", "MapViewOfFile",
+      +[](HANDLE, DWORD access, DWORD high, DWORD low, SIZE_T size)
+           WINAPI -> LPVOID { return MapViewOfFileEx(small, access, high, low, size, nullptr); });
+  const ModuleClock clock(GetModuleHandleA(nullptr), kNow);
+  const UniqueView view(MapViewOfFileEx(small, FILE_MAP_ALL_ACCESS, 0, 0, 0, nullptr));
+  auto* const words = static_cast<DWORD*>(view.Get());
+  TContainerCache& cache = TContainerCache::Instance();
+  for (const DWORD size : {4088u, 4089u, 262136u}) {
+    words[0] = static_cast<DWORD>(kNow);
+    words[1] = size;
+    CacheLoadTime = 77;
+    cache.ReadShared();
+    EXPECT_EQ(size == 4088 ? kNow : 77, CacheLoadTime) << size;
+  }
+  BYTE octet[] = {0xEE};
+  Octets certificate(4088, 0xC5);
+  CNT_KEY_INFO record = {};
+  char name[] = "n";
+  record.pszContainer = name;
+  record.cbSerial = 1;
+  record.pbSerial = octet;
+  record.pbCert = certificate.data();
+  // Headers of 4 octets each here: 12 + 3 + 3 + 6 octets around the certificate.
+  for (const DWORD size : {4088u - 24u + 1u, 4088u - 24u}) {
+    words[0] = words[1] = 0x5A5A5A5A;
+    record.cbCert = size;
+    cache.Clear();
+    cache.Add(record);
+    cache.WriteShared();
+    EXPECT_EQ(size == 4088 - 24 ? 4088u : 0x5A5A5A5A, words[1]) << size;
+  }
+  cache.Clear();
+  CacheLoadTime = 0;
+  CloseHandle(small);
+}
+
+TEST(StoreRecords, CacheAndListHaveTheirFourFields) {
+  // head, tail, hMapping, hMutex.
+  ASSERT_EQ(32u, sizeof(TContainerCache));
+  const auto* const fields = reinterpret_cast<void* const*>(&TContainerCache::Instance());
+  EXPECT_EQ(StoreObjects::Instance().Mapping(), fields[2]);
+  EXPECT_EQ(StoreObjects::Instance().Mutex(), fields[3]);
+  EXPECT_EQ(16u, sizeof(KeyRecordNode));
+}
+
+TEST(ReadableMemory, IsKnownByItsPages) {
+  auto* const region =
+      static_cast<BYTE*>(VirtualAlloc(nullptr, 4 * 4096, MEM_RESERVE, PAGE_NOACCESS));
+  VirtualAlloc(region, 3 * 4096, MEM_COMMIT, PAGE_READWRITE);
+  DWORD old = 0;
+  VirtualProtect(region + 4096, 4096, PAGE_READONLY, &old);
+  EXPECT_TRUE(IsReadable(region, 3 * 4096));
+  EXPECT_TRUE(IsReadable(region + 5, 3 * 4096 - 5));
+  EXPECT_FALSE(IsReadable(region, 3 * 4096 + 1));
+  EXPECT_TRUE(IsReadable(nullptr, 0));
+  EXPECT_FALSE(IsReadable(nullptr, 1));
+  EXPECT_FALSE(IsReadable(region, ~std::size_t{0}));
+  VirtualProtect(region + 4096, 4096, PAGE_NOACCESS, &old);
+  EXPECT_TRUE(IsReadable(region, 4096));
+  EXPECT_FALSE(IsReadable(region, 4097));
+  VirtualProtect(region + 4096, 4096, PAGE_READWRITE | PAGE_GUARD, &old);
+  EXPECT_FALSE(IsReadable(region, 4097));
+  VirtualFree(region, 0, MEM_RELEASE);
+}
+
+TEST(CallbacksOutsideTheTable, TraceAndAnswer) {
+  const UniqueCertContext context = MakeContext(MakeCertificate({}));
+  auto* const store = reinterpret_cast<HCERTSTOREPROV>(0x12345678ABCDEF00);
+  const TraceCapture trace;
+  EXPECT_EQ(1, CertStoreProvSetCertPropertyCallback(store, context.Get(), 11, 0, nullptr));
+  EXPECT_EQ(0, CertStoreProvWriteCRLCallback(store, nullptr, 0));
+  SetLastError(0);
+  EXPECT_EQ(0, CertStoreProvSetCertPropertyCallback(store, nullptr, 2, 0, nullptr));
+  EXPECT_EQ(87u, GetLastError());
+  const std::string size = std::to_string(context.Get()->cbCertEncoded);
+  EXPECT_THAT(trace.Messages(),
+              ElementsAre("EXT : CertStoreProvSetCertPropertyCallback [hCertStore = ABCDEF00] "
+                          "[dwPropId = B] [pszObjId = 1.2.398.3.10.1.1.1.2, size = " +
+                              size + "]",
+                          "CertStoreProvWriteCRLCallback",
+                          "EXT : CertStoreProvSetCertPropertyCallback [hCertStore = ABCDEF00] "
+                          "[dwPropId = 2] [pszObjId = (null), size = 0]"));
+}
+
+TEST(CloseWithoutProvider, ShowsNoLibrary) {
+  const TraceCapture trace;
+  CertStoreProvCloseCallback(nullptr, 0);
+  EXPECT_THAT(trace.Messages(),
+              ElementsAre("EXT : CertStoreProvCloseCallback [hCertStore = 0] [dwFlags = 0, hLib = "
+                          "0]"));
+}
+
+// The address of the last private-key import.
+
+class LastImportAddress : public testing::Test {
+ public:
+  LastImportAddress() {
+    UseScript(&provider);
+    TestContainer container;
+    container.name = "card7";
+    container.kind = "idcard";
+    container.keys = {KeyWith(0x11, {}, {})};
+    provider.containers.push_back(container);
+  }
+  ~LastImportAddress() override {
+    UseScript(nullptr);
+    std::memset(LastContainerUrl, 0, kLastContainerUrlSize);
+    EXPECT_EQ(0u, provider.OpenContexts());
+  }
+  // Whether the container is written under the address.
+  bool IsWritten(const std::string& imported) {
+    std::memset(LastContainerUrl, 0, kLastContainerUrlSize);
+    std::memcpy(LastContainerUrl, imported.data(), imported.size());
+    provider.aliases = {{imported, 0}};
+    provider.containers[0].keys[0].ownCertificate.clear();
+    provider.ClearCalls();
+    const MemoryStore store;
+    const UniqueCertContext context = MakeContext(MakeCertificate({}));
+    const BOOL written = CertStoreProvWriteCertCallback(store.Get(), context.Get(), 0);
+    EXPECT_EQ(written, provider.CountCalls("AcquireContext(" + imported + ", 40)"));
+    EXPECT_EQ(0, provider.CountCalls("AcquireContext(profile://card7"));
+    return written != FALSE;
+  }
+  ContainerProvider provider;
+};
+
+TEST_F(LastImportAddress, IsUsedIfItHoldsNameAndKind) {
+  EXPECT_TRUE(IsWritten("profile://idcard/reader/card7?x"));
+  EXPECT_TRUE(IsWritten("card7idcard"));
+  EXPECT_FALSE(IsWritten("profile://idcard/reader/card8"));
+  EXPECT_FALSE(IsWritten("profile://kztoken/card7"));
+  EXPECT_FALSE(IsWritten("profile://IDCARD/card7"));
+  EXPECT_FALSE(IsWritten(""));
+}
+
+TEST_F(LastImportAddress, AnEmptyKindIsPartOfEveryAddress) {
+  provider.containers[0].kind = "";
+  EXPECT_TRUE(IsWritten("profile://x/card7"));
+  EXPECT_FALSE(IsWritten("profile://x/card8"));
+}
+
+TEST_F(LastImportAddress, MayFillItsBuffer) {
+  EXPECT_TRUE(IsWritten("card7idcard" + std::string(kLastContainerUrlSize - 11, 'x')));
+}
+
+}  // namespace
+}  // namespace zarext::test
