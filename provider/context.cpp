@@ -57,7 +57,7 @@ std::shared_ptr<PairObject> Context::LoadPair(DWORD keySpec) {
 
 std::vector<PrivateKey> Context::ReadablePrivateKeys() {
   std::vector<PrivateKey> keys;
-  for (const DWORD keySpec : {AT_KEYEXCHANGE, AT_SIGNATURE}) {
+  for (const DWORD keySpec : {DWORD{AT_KEYEXCHANGE}, DWORD{AT_SIGNATURE}}) {
     try {
       keys.push_back(*LoadPair(keySpec)->key);
     } catch (const Error& error) {
@@ -109,7 +109,7 @@ CntKeyInfo Context::DescribeKey(DWORD keySpec, const KeyRecord& record) {
 
 Listing Context::ListKeys() {
   Listing listing;
-  for (const DWORD keySpec : {AT_KEYEXCHANGE, AT_SIGNATURE}) {
+  for (const DWORD keySpec : {DWORD{AT_KEYEXCHANGE}, DWORD{AT_SIGNATURE}}) {
     try {
       const auto record = keySet_->Load(keySpec);
       if (!record) continue;

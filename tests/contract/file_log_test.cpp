@@ -151,7 +151,7 @@ TEST_F(FileLogTest, LongLinesAreWhole) {
   const auto lines = ReadLines();
   ASSERT_EQ(4u, lines.size());
   const std::size_t lengths[] = {4095, 4096, 20000, 100000};
-  for (int i = 0; i < 4; ++i) {
+  for (std::size_t i = 0; i < 4; ++i) {
     const auto start = lines[i].find(" : q") + 3;
     EXPECT_EQ(std::string(lengths[i], 'q') + "\r", lines[i].substr(start));
   }

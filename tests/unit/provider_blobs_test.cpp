@@ -49,8 +49,8 @@ Bytes BlobOf(const char* head, const Bytes& certificate, std::size_t at, std::si
 // Public blobs ---------------------------------------------------------------------------------
 
 TEST(PublicBlob, OfEachKindIsReadAndWrittenAlike) {
-  for (const std::uint32_t algId :
-       {0xAA3A, 0x2A3A, 0xA045, 0x2A4A, 0xA055, 0xAA4C, 0x2A4C, 0xA04B, 0xA450, 0xA050, 0x2400}) {
+  for (const std::uint32_t algId : {0xAA3AU, 0x2A3AU, 0xA045U, 0x2A4AU, 0xA055U, 0xAA4CU, 0x2A4CU,
+                                    0xA04BU, 0xA450U, 0xA050U, 0x2400U}) {
     const PrivateKey key = NewKey(algId, algId == 0x2400 ? 1088 : 0);
     const Bytes blob = WritePublicBlob(key.publicKey);
     const PublicKey back = ReadPublicBlob(blob);
@@ -93,7 +93,7 @@ TEST(PublicBlob, OfGostIsCheckedOctetByOctet) {
 }
 
 TEST(PublicBlob, OfEveryWrongLengthIsRefused) {
-  for (const std::uint32_t algId : {0xAA3A, 0xAA4C, 0xA450}) {
+  for (const std::uint32_t algId : {0xAA3AU, 0xAA4CU, 0xA450U}) {
     Bytes blob = WritePublicBlob(NewKey(algId).publicKey);
     for (std::size_t length = 0; length < blob.size(); ++length) {
       // Off the heap's end, so that the sanitizer sees a read behind the blob.
@@ -235,7 +235,7 @@ TEST(PrivateKeyInfo, OfGostIsRefusedWhenChanged) {
 TEST(PrivateKeyInfo, OfRsaIsRefusedWhenChanged) {
   const Bytes der = WritePrivateKeyInfo(ReadPrivateKeyInfo(Hex(test::openssl::kRsaKey)));
   // Each octet of the head and of the last field, and of the long numbers every seventh.
-  for (std::size_t at = 0; at < der.size(); at += at < 40 || at > der.size() - 70 ? 1 : 7) {
+  for (std::size_t at = 0; at < der.size(); at += at < 40 || at > der.size() - 70 ? 1U : 7U) {
     EXPECT_NE(CodeOf([&] { ReadPrivateKeyInfo(Changed(der, at, 0x04)); }), 0U) << at;
   }
 }
@@ -510,11 +510,11 @@ TEST(ContainerNames, BecomeFolderNames) {
 }
 
 TEST(KeySpecs, FollowTheTypeBitsOfTheAlgorithm) {
-  for (const std::uint32_t algId : {0xA045, 0xA055, 0xA04B, 0xA050, 0xA054, 0xA400}) {
+  for (const std::uint32_t algId : {0xA045U, 0xA055U, 0xA04BU, 0xA050U, 0xA054U, 0xA400U}) {
     EXPECT_EQ(KeySpecOf(algId), 1U) << algId;
   }
   for (const std::uint32_t algId :
-       {0xAA3A, 0x2A3A, 0x2A4A, 0xAA4C, 0x2A4C, 0xA450, 0xA454, 0x2400}) {
+       {0xAA3AU, 0x2A3AU, 0x2A4AU, 0xAA4CU, 0x2A4CU, 0xA450U, 0xA454U, 0x2400U}) {
     EXPECT_EQ(KeySpecOf(algId), 2U) << algId;
   }
 }
