@@ -27,8 +27,11 @@ constexpr DWORD kMyStore = 4;
 
 using SystemStore = UniqueCertStore<CERT_CLOSE_STORE_CHECK_FLAG>;
 
-// Failures that are only a FALSE result, without a line in the log.
-enum class Silent { kNoContextOrStore = 1, kContainerName = 2, kProviderName = 3 };
+// A failure that is only a FALSE result, without a line in the log: no such store, no context, a
+// name that does not convert. Throwing itself changes the last error, so it travels along.
+struct SilentFailure {
+  DWORD lastError = GetLastError();
+};
 
 // What a 32-bit code becomes where the log's text has room for a string.
 class HexText {
@@ -40,6 +43,7 @@ class HexText {
   char text_[16] = {};
 };
 
+// The last error is left as the failed call set it.
 template <typename Work>
 BOOL RunMaintenance(const char* failureLine, Work work) noexcept {
   try {
@@ -47,6 +51,9 @@ BOOL RunMaintenance(const char* failureLine, Work work) noexcept {
     return TRUE;
   } catch (ErrorCode code) {
     FileLog(kLogFile, failureLine, Hex(code));
+    SetLastError(code);
+  } catch (const SilentFailure& failure) {
+    SetLastError(failure.lastError);
   } catch (...) {
     return FALSE;
   }
@@ -68,18 +75,18 @@ SystemStore OpenSystemStore(std::int32_t bLocalMachine, DWORD dwStore) {
 
 void RequireStoreIndex(DWORD dwStore) {
   if (dwStore >= std::size(kStoreNames)) {
-    throw Silent::kNoContextOrStore;
+    throw SilentFailure();
   }
 }
 
 void TieToContainer(PCCERT_CONTEXT context, const char* szContainer, DWORD dwKeySpec) {
   wchar_t container[256] = {};
   if (!ToWide(szContainer, container)) {
-    throw Silent::kContainerName;
+    throw SilentFailure();
   }
   KeyProvider provider(context->pCertInfo->SubjectPublicKeyInfo.Algorithm.pszObjId);
   if (!provider.IsValid()) {
-    throw Silent::kProviderName;
+    throw SilentFailure();
   }
   CRYPT_KEY_PROV_INFO info = {};
   info.pwszContainerName = container;
@@ -111,7 +118,7 @@ void SetSelf(std::int32_t bLocalMachine, const char* szContainer, DWORD dwKeySpe
   Require(CertAddEncodedCertificateToStore(store.Get(), kEncodingType, pbCert, cbCert,
                                            CERT_STORE_ADD_REPLACE_EXISTING, context.Put()));
   if (!context) {
-    throw Silent::kNoContextOrStore;
+    throw SilentFailure();
   }
   TieToContainer(context.Get(), szContainer, dwKeySpec);
 }

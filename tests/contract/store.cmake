@@ -8,3 +8,6 @@ zarext_add_wine_test(store_contract
 zarext_add_wine_test(store_internal
   SOURCES store_internal_test.cpp ${PROJECT_SOURCE_DIR}/src/keyinfo/last_import.cpp
   LIBS zarext_store zarext_store_core zarext_frame zarext_asn1)
+
+# The system stores and the log file.
+zarext_add_wine_test(store_system SOURCES store_system_test.cpp)

@@ -1,0 +1,449 @@
+// The exports that maintain the system stores, on the real stores of a throw-away prefix. In a
+// program of its own: a log file that is missing costs the process its standard input.
+#include <stdio.h>
+
+#include "store_fixture.h"
+#include "support/child_process.h"
+#include "support/import_patch.h"
+
+namespace zarext::test {
+namespace {
+
+using testing::AllOf;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Not;
+using testing::SizeIs;
+using testing::UnorderedElementsAre;
+
+constexpr char kLog[] = "c:\\zarext.log";
+
+const wchar_t* const kNames[] = {L"ROOT", L"TRUST", L"CA", L"Other People", L"MY", L"Personal"};
+
+BOOL SetOther(int machine, DWORD store, const Octets& certificate) {
+  return Export<BOOL WINAPI(int, DWORD, const BYTE*, DWORD)>("SetOtherCert")(
+      machine, store, certificate.data(), static_cast<DWORD>(certificate.size()));
+}
+BOOL DelOther(int machine, DWORD store, const Octets& certificate) {
+  return Export<BOOL WINAPI(int, DWORD, const BYTE*, DWORD)>("DelOtherCert")(
+      machine, store, certificate.data(), static_cast<DWORD>(certificate.size()));
+}
+BOOL SetSelf(int machine, const char* container, DWORD keySpec, const Octets& certificate) {
+  return Export<BOOL WINAPI(int, const char*, DWORD, const BYTE*, DWORD)>("SetSelfCert")(
+      machine, container, keySpec, certificate.data(), static_cast<DWORD>(certificate.size()));
+}
+
+std::string Thumbprint(const Octets& certificate) {
+  BYTE hash[20] = {};
+  DWORD size = sizeof hash;
+  CertGetCertificateContextProperty(MakeContext(certificate).Get(), CERT_SHA1_HASH_PROP_ID, hash,
+                                    &size);
+  std::string text;
+  for (const BYTE octet : hash) {
+    char digits[3] = {};
+    snprintf(digits, sizeof digits, "%02X", octet);
+    text += digits;
+  }
+  return text;
+}
+
+// Whether the registry of one location has the certificate in the store of that name.
+bool IsStored(int machine, DWORD store, const Octets& certificate) {
+  const std::wstring name = kNames[store];
+  const std::string path = "Software\\Microsoft\\SystemCertificates\\" +
+                           std::string(name.begin(), name.end()) + "\\Certificates\\" +
+                           Thumbprint(certificate);
+  UniqueRegistryKey key;
+  return RegOpenKeyExA(machine != 0 ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER, path.c_str(), 0,
+                       KEY_READ, key.Put()) == ERROR_SUCCESS;
+}
+
+std::vector<StoredCertificate> MyContent(DWORD location = CERT_SYSTEM_STORE_CURRENT_USER) {
+  const UniqueCertStore<0> store(CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, location, L"MY"));
+  return Content(store.Get());
+}
+
+std::vector<StoredCertificate> Found(const Octets& certificate) {
+  std::vector<StoredCertificate> found;
+  for (const StoredCertificate& candidate : MyContent()) {
+    if (candidate.encoded == certificate) {
+      found.push_back(candidate);
+    }
+  }
+  return found;
+}
+
+// The messages of the log's lines, each checked for its beginning.
+std::vector<std::string> LogMessages() {
+  std::vector<std::string> messages;
+  const UniqueFile file(fopen(kLog, "rb"));
+  if (!file) {
+    return {"no log"};
+  }
+  std::string content;
+  char buffer[4096];
+  for (std::size_t count = 0; (count = fread(buffer, 1, sizeof buffer, file.Get())) != 0;) {
+    content.append(buffer, count);
+  }
+  for (std::size_t start = 0; start < content.size();) {
+    const std::size_t end = content.find("\r\n", start);
+    if (end == std::string::npos) {
+      messages.push_back("unfinished: " + content.substr(start));
+      break;
+    }
+    const std::string line = content.substr(start, end - start);
+    start = end + 2;
+    int thread = 0;
+    int length = 0;
+    // "thid=268 : time=Sat Nov 21 10:55:22.438 : "
+    if (sscanf(line.c_str(), "thid=%d : time=%n", &thread, &length) != 1 ||
+        line.compare(static_cast<std::size_t>(length) + 19, 1, ".") != 0 ||
+        line.compare(static_cast<std::size_t>(length) + 23, 3, " : ") != 0) {
+      messages.push_back("bad: " + line);
+    } else {
+      messages.push_back(line.substr(static_cast<std::size_t>(length) + 26));
+    }
+  }
+  return messages;
+}
+
+class SystemStores : public testing::Test {
+ public:
+  SystemStores() {
+    DeleteFileA(kLog);
+    const UniqueFile log(fopen(kLog, "wb"));
+  }
+  ~SystemStores() override {
+    // GoogleTest writes its failures there too.
+    EXPECT_TRUE(HasFailure() || trace.Messages().empty());
+    DeleteFileA(kLog);
+  }
+  StoreFixes fixes{Module()};
+  TraceCapture trace;
+};
+
+TEST_F(SystemStores, EveryIndexAndLocationIsAStoreOfItsOwn) {
+  for (const int machine : {0, 1, -1}) {
+    for (DWORD store = 0; store < 6; ++store) {
+      SCOPED_TRACE(testing::Message() << machine << " " << store);
+      const Octets certificate =
+          MakeCertificate({.serial = {static_cast<std::uint8_t>(machine + 3),
+                                      static_cast<std::uint8_t>(store + 1)}});
+      EXPECT_EQ(1, SetOther(machine, store, certificate));
+      for (DWORD other = 0; other < 6; ++other) {
+        EXPECT_EQ(machine == 0 && other == store, IsStored(0, other, certificate)) << other;
+        EXPECT_EQ(machine != 0 && other == store, IsStored(1, other, certificate)) << other;
+      }
+      EXPECT_EQ(1, DelOther(machine, store, certificate));
+      EXPECT_FALSE(IsStored(machine, store, certificate));
+    }
+  }
+  EXPECT_THAT(LogMessages(), IsEmpty());
+}
+
+TEST_F(SystemStores, AnIndexAbove5IsRefusedInSilence) {
+  const Octets certificate = MakeCertificate({});
+  for (const DWORD store : {6u, 0x80000000u, 0xFFFFFFFFu}) {
+    SetLastError(4711);
+    const BOOL set = SetOther(0, store, certificate);
+    const BOOL deleted = DelOther(0, store, certificate);
+    const DWORD error = GetLastError();
+    EXPECT_EQ(0, set);
+    EXPECT_EQ(0, deleted);
+    EXPECT_EQ(4711u, error);
+  }
+  EXPECT_THAT(LogMessages(), IsEmpty());
+}
+
+TEST_F(SystemStores, ASecondInstallationReplacesTheFirst) {
+  const Octets certificate = MakeCertificate({.serial = {0x21}});
+  EXPECT_EQ(1, SetOther(0, 4, certificate));
+  EXPECT_EQ(1, SetOther(0, 4, certificate));
+  EXPECT_THAT(Found(certificate), SizeIs(1));
+  EXPECT_EQ(1, SetSelf(0, "one", 1, certificate));
+  EXPECT_EQ(1, SetSelf(0, "two", 2, certificate));
+  const auto found = Found(certificate);
+  ASSERT_THAT(found, SizeIs(1));
+  EXPECT_EQ(L"two", found[0].container);
+  EXPECT_EQ(2u, found[0].keySpec);
+  EXPECT_EQ(1, DelOther(0, 4, certificate));
+  EXPECT_THAT(Found(certificate), IsEmpty());
+}
+
+TEST_F(SystemStores, SelfTiesTheCertificateToItsContainerAsGiven) {
+  struct Case {
+    const char* oid;
+    const wchar_t* provider;
+    DWORD type;
+  };
+  const Case cases[] = {{"1.2.398.3.10.1.1.1.1", L"Zarvel CSP", 25},
+                        {"1.2.643.2.2.19", L"Zarvel CSP", 25},
+                        {"1.3.6.1.4.1.32473.1.5.8", L"Zarvel CSP", 25},
+                        {"1.2.840.113549.1.1.1", L"Zarvel CSP RSA", 1},
+                        {"1.2.840.10045.2.1", L"(null)", 0}};
+  for (const Case& test : cases) {
+    SCOPED_TRACE(test.oid);
+    const Octets certificate = MakeCertificate({.serial = {0x31}, .publicKeyOid = test.oid});
+    EXPECT_EQ(1, SetSelf(0, "file://key store\\7", 0xCAFE, certificate));
+    const auto found = Found(certificate);
+    ASSERT_THAT(found, SizeIs(1));
+    EXPECT_TRUE(found[0].hasProperty);
+    EXPECT_EQ(L"file://key store\\7", found[0].container);
+    EXPECT_EQ(test.provider, found[0].provider);
+    EXPECT_EQ(test.type, found[0].providerType);
+    EXPECT_EQ(0u, found[0].flags);
+    EXPECT_EQ(0u, found[0].parameterCount);
+    EXPECT_EQ(0xCAFEu, found[0].keySpec);
+    EXPECT_EQ(1, DelOther(0, 4, certificate));
+  }
+}
+
+TEST_F(SystemStores, SelfInstallsForTheMachineToo) {
+  const Octets certificate = MakeCertificate({.serial = {0x32}});
+  EXPECT_EQ(1, SetSelf(2, "c", 1, certificate));
+  EXPECT_TRUE(IsStored(1, 4, certificate));
+  EXPECT_FALSE(IsStored(0, 4, certificate));
+  EXPECT_EQ(1, DelOther(1, 4, certificate));
+}
+
+TEST_F(SystemStores, AContainerNameThatDoesNotConvertFailsInSilence) {
+  const Octets certificate = MakeCertificate({.serial = {0x33}});
+  EXPECT_EQ(0, SetSelf(0, nullptr, 1, certificate));
+  EXPECT_EQ(0, SetSelf(0, std::string(256, 'x').c_str(), 1, certificate));
+  EXPECT_THAT(LogMessages(), IsEmpty());
+  // The certificate has been installed by then, without the property.
+  auto found = Found(certificate);
+  ASSERT_THAT(found, SizeIs(1));
+  EXPECT_FALSE(found[0].hasProperty);
+  EXPECT_EQ(1, SetSelf(0, std::string(255, 'x').c_str(), 1, certificate));
+  found = Found(certificate);
+  ASSERT_THAT(found, SizeIs(1));
+  EXPECT_EQ(std::wstring(255, L'x'), found[0].container);
+  EXPECT_EQ(1, SetSelf(0, "", 1, certificate));
+  EXPECT_EQ(1, DelOther(0, 4, certificate));
+}
+
+TEST_F(SystemStores, AProviderNameThatDoesNotConvertFailsInSilence) {
+  static int conversions;
+  conversions = 0;
+  const ImportPatch patch(
+      Module(), "KERNEL32.dll", "MultiByteToWideChar",
+      +[](UINT page, DWORD flags, LPCCH text, int size, LPWSTR wide, int room) WINAPI -> int {
+        EXPECT_EQ(0u, page);
+        EXPECT_EQ(256, room);
+        return ++conversions == 2 ? 0 : MultiByteToWideChar(page, flags, text, size, wide, room);
+      });
+  const Octets certificate = MakeCertificate({.serial = {0x34}});
+  EXPECT_EQ(0, SetSelf(0, "c", 1, certificate));
+  EXPECT_EQ(2, conversions);
+  EXPECT_THAT(LogMessages(), IsEmpty());
+  EXPECT_EQ(1, DelOther(0, 4, certificate));
+}
+
+TEST_F(SystemStores, DeleteRemovesEveryCertificateOfThatIssuerAndNumber) {
+  const std::vector<Octets> same = {MakeCertificate({.serial = {0x41, 1}}),
+                                    MakeCertificate({.serial = {0x41, 1}, .subject = "Other"}),
+                                    MakeCertificate({.serial = {0x41, 1}, .keySize = 128})};
+  const Octets otherNumber = MakeCertificate({.serial = {0x41, 2}});
+  const Octets otherIssuer = MakeCertificate({.serial = {0x41, 1}, .issuer = "Issuez"});
+  for (const Octets& certificate : {same[0], otherNumber, same[1], otherIssuer, same[2]}) {
+    EXPECT_EQ(1, SetOther(0, 3, certificate));
+  }
+  // One that is not there itself finds them too.
+  EXPECT_EQ(1, DelOther(0, 3, MakeCertificate({.serial = {0x41, 1}, .keySize = 32})));
+  for (const Octets& certificate : same) {
+    EXPECT_FALSE(IsStored(0, 3, certificate));
+  }
+  EXPECT_TRUE(IsStored(0, 3, otherNumber));
+  EXPECT_TRUE(IsStored(0, 3, otherIssuer));
+  EXPECT_EQ(1, DelOther(0, 3, otherNumber));
+  EXPECT_EQ(1, DelOther(0, 3, otherIssuer));
+  EXPECT_THAT(LogMessages(), IsEmpty());
+}
+
+TEST_F(SystemStores, DeleteOfWhatIsNotThereIsTrue) {
+  EXPECT_EQ(1, DelOther(0, 1, MakeCertificate({.serial = {0x42}})));
+  EXPECT_THAT(LogMessages(), IsEmpty());
+}
+
+TEST_F(SystemStores, ACertificateThatDoesNotDecodeIsLogged) {
+  const Octets garbage = {0x30, 0x03, 0x02, 0x01, 0x05};
+  EXPECT_EQ(0, SetOther(0, 4, garbage));
+  EXPECT_EQ(0, SetSelf(0, "c", 1, garbage));
+  EXPECT_EQ(0, DelOther(0, 4, garbage));
+  const auto messages = LogMessages();
+  ASSERT_THAT(messages, SizeIs(4));
+  EXPECT_EQ(0u, messages[0].find("SetOtherCert : Error = 8009310"));
+  EXPECT_EQ(0u, messages[1].find("SetSelfCert : Error = 8009310"));
+  EXPECT_EQ(0u, messages[2].find("DelOtherCert : CertCreateCertificateContext error = 8009310"));
+  EXPECT_EQ(0u, messages[3].find("SetOtherCert : Error = 8009310"));
+  EXPECT_EQ('.', messages[2].back());
+}
+
+TEST_F(SystemStores, NoCertificateAtAllIsRefused) {
+  EXPECT_EQ(0,
+            Export<BOOL WINAPI(int, DWORD, const BYTE*, DWORD)>("SetOtherCert")(0, 4, nullptr, 0));
+  EXPECT_EQ(0,
+            Export<BOOL WINAPI(int, DWORD, const BYTE*, DWORD)>("DelOtherCert")(0, 4, nullptr, 0));
+  EXPECT_EQ(0, Export<BOOL WINAPI(int, const char*, DWORD, const BYTE*, DWORD)>("SetSelfCert")(
+                   0, "c", 1, nullptr, 0));
+  EXPECT_THAT(LogMessages(), SizeIs(4));
+}
+
+TEST_F(SystemStores, WithoutALogFileFailuresAreSilent) {
+  DeleteFileA(kLog);
+  EXPECT_EQ(0, SetOther(0, 4, {0x30, 0x00}));
+  EXPECT_EQ(0, SetSelf(0, "c", 1, {0x30, 0x00}));
+  EXPECT_EQ(0, DelOther(0, 4, {0x30, 0x00}));
+  EXPECT_EQ(INVALID_FILE_ATTRIBUTES, GetFileAttributesA(kLog));
+}
+
+// Failures that the platform does not have at hand.
+
+HCERTSTORE WINAPI RefuseOpen(LPCSTR provider, DWORD encoding, HCRYPTPROV_LEGACY context,
+                             DWORD flags, const void* name) {
+  EXPECT_EQ(CERT_STORE_PROV_SYSTEM_W, provider);
+  EXPECT_EQ(0u, encoding);
+  EXPECT_EQ(0u, context);
+  EXPECT_EQ(0x20000u, flags);
+  EXPECT_STREQ(L"MY", static_cast<const wchar_t*>(name));
+  SetLastError(0x5A5);
+  return nullptr;
+}
+
+TEST_F(SystemStores, AStoreThatDoesNotOpenIsLogged) {
+  const ImportPatch patch(Module(), "CRYPT32.dll", "CertOpenStore", &RefuseOpen);
+  const Octets certificate = MakeCertificate({});
+  EXPECT_EQ(0, SetSelf(1, "c", 1, certificate));
+  EXPECT_EQ(0, SetOther(1, 4, certificate));
+  EXPECT_EQ(0, DelOther(1, 4, certificate));
+  EXPECT_THAT(
+      LogMessages(),
+      ElementsAre("SetSelfCert : Error = 5a5.", "SetOtherCert : Error = 5a5.",
+                  "DelOtherCert : CertOpenStore error = 5a5.", "SetOtherCert : Error = 5a5."));
+}
+
+std::vector<DWORD> closeFlags;
+BOOL WINAPI RecordClose(HCERTSTORE store, DWORD flags) {
+  closeFlags.push_back(flags);
+  return CertCloseStore(store, flags);
+}
+
+TEST_F(SystemStores, StoresAreClosedWithACheckOnEveryPath) {
+  const ImportPatch patch(Module(), "CRYPT32.dll", "CertCloseStore", &RecordClose);
+  closeFlags.clear();
+  const Octets certificate = MakeCertificate({.serial = {0x51}});
+  SetOther(0, 5, certificate);
+  SetOther(0, 5, {1});
+  DelOther(0, 5, certificate);
+  DelOther(0, 5, {1});
+  SetSelf(0, "c", 1, {1});
+  SetSelf(0, nullptr, 1, certificate);
+  EXPECT_THAT(closeFlags, ElementsAre(2u, 2u, 2u, 2u, 2u, 2u));
+  EXPECT_EQ(1, DelOther(0, 4, certificate));
+}
+
+std::vector<DWORD> dispositions;
+BOOL WINAPI AddWithoutContext(HCERTSTORE, DWORD encoding, const BYTE*, DWORD, DWORD disposition,
+                              PCCERT_CONTEXT* context) {
+  EXPECT_EQ(0x10001u, encoding);
+  dispositions.push_back(disposition);
+  EXPECT_NE(nullptr, context);
+  return TRUE;
+}
+
+TEST_F(SystemStores, SelfWithoutAContextFailsInSilence) {
+  const ImportPatch patch(Module(), "CRYPT32.dll", "CertAddEncodedCertificateToStore",
+                          &AddWithoutContext);
+  dispositions.clear();
+  EXPECT_EQ(0, SetSelf(0, "c", 1, MakeCertificate({})));
+  EXPECT_THAT(dispositions, ElementsAre(3u));
+  EXPECT_THAT(LogMessages(), IsEmpty());
+}
+
+TEST_F(SystemStores, APropertyThatIsRefusedIsLogged) {
+  const ImportPatch patch(
+      Module(), "CRYPT32.dll", "CertSetCertificateContextProperty",
+      +[](PCCERT_CONTEXT, DWORD property, DWORD flags, const void*) WINAPI -> BOOL {
+        EXPECT_EQ(2u, property);
+        EXPECT_EQ(0u, flags);
+        SetLastError(0xBAD);
+        return FALSE;
+      });
+  const Octets certificate = MakeCertificate({.serial = {0x52}});
+  EXPECT_EQ(0, SetSelf(0, "c", 1, certificate));
+  EXPECT_THAT(LogMessages(), ElementsAre("SetSelfCert : Error = bad."));
+  EXPECT_EQ(1, DelOther(0, 4, certificate));
+}
+
+TEST_F(SystemStores, ADeletionThatFailsIsLoggedAndTheWalkGoesOn) {
+  const Octets one = MakeCertificate({.serial = {0x53}});
+  const Octets other = MakeCertificate({.serial = {0x53}, .subject = "Other"});
+  EXPECT_EQ(1, SetOther(0, 5, one));
+  EXPECT_EQ(1, SetOther(0, 5, other));
+  {
+    const ImportPatch patch(
+        Module(), "CRYPT32.dll", "CertDeleteCertificateFromStore",
+        +[](PCCERT_CONTEXT context) WINAPI -> BOOL {
+          CertFreeCertificateContext(context);
+          SetLastError(0xD1);
+          return FALSE;
+        });
+    EXPECT_EQ(1, DelOther(0, 5, one));
+    EXPECT_THAT(LogMessages(),
+                ElementsAre("DelOtherCert : CertDeleteCertificateFromStore error = d1.",
+                            "DelOtherCert : CertDeleteCertificateFromStore error = d1."));
+  }
+  EXPECT_TRUE(IsStored(0, 5, one));
+  const ImportPatch patch(
+      Module(), "CRYPT32.dll", "CertDuplicateCertificateContext",
+      +[](PCCERT_CONTEXT) WINAPI -> PCCERT_CONTEXT {
+        SetLastError(0xD2);
+        return nullptr;
+      });
+  EXPECT_EQ(1, DelOther(0, 5, one));
+  const auto messages = LogMessages();
+  ASSERT_THAT(messages, SizeIs(4));
+  EXPECT_EQ("DelOtherCert : CertDuplicateCertificateContext error = d2.", messages[2]);
+  EXPECT_EQ("DelOtherCert : CertDuplicateCertificateContext error = d2.", messages[3]);
+}
+
+TEST_F(SystemStores, DeleteComparesAsX509) {
+  const Octets certificate = MakeCertificate({.serial = {0x54}});
+  EXPECT_EQ(1, SetOther(0, 5, certificate));
+  const ImportPatch patch(
+      Module(), "CRYPT32.dll", "CertCompareCertificate",
+      +[](DWORD encoding, PCERT_INFO left, PCERT_INFO right) WINAPI -> BOOL {
+        EXPECT_EQ(1u, encoding);
+        return CertCompareCertificate(encoding, left, right);
+      });
+  EXPECT_EQ(1, DelOther(0, 5, certificate));
+  EXPECT_FALSE(IsStored(0, 5, certificate));
+}
+
+// Four processes write their lines at once; none is torn or lost.
+ZAREXT_CHILD(LogFailures) {
+  for (int call = 0; call < 25; ++call) {
+    SetOther(0, 4, {0x30, 0x03, 0x02, 0x01, static_cast<std::uint8_t>(call)});
+  }
+  return 0;
+}
+
+TEST_F(SystemStores, FourProcessesShareTheLog) {
+  std::vector<ChildProcess> children;
+  for (int child = 0; child < 4; ++child) {
+    children.emplace_back("LogFailures");
+  }
+  for (const ChildProcess& child : children) {
+    EXPECT_EQ(0u, child.Wait(120000).value_or(255));
+  }
+  const auto messages = LogMessages();
+  EXPECT_THAT(messages, SizeIs(100));
+  for (const std::string& message : messages) {
+    EXPECT_EQ(0u, message.find("SetOtherCert : Error = 8009310")) << message;
+  }
+}
+
+}  // namespace
+}  // namespace zarext::test
