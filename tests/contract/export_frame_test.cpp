@@ -6,11 +6,15 @@
 #include <wincrypt.h>
 
 #include <stdexcept>
+#include <string>
 
+#include "frame/module_state.h"
 #include "support/trace_capture.h"
 
 extern "C" BOOL WINAPI ZarCryptDecodeObjectEx(DWORD, LPCSTR, const BYTE*, DWORD, DWORD,
                                               PCRYPT_DECODE_PARA, void*, DWORD*);
+
+extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD, LPVOID);
 
 namespace zarext::test {
 namespace {
@@ -92,6 +96,27 @@ TEST(ExportFrame, ALongLineIsWhole) {
     return TRUE;
   });
   EXPECT_THAT(capture.Messages(), ElementsAre(text, "short"));
+}
+
+TEST(ModuleNotifications, OnlyTheAttachOfAProcessDoesAnything) {
+  TraceCapture capture;
+  for (const DWORD reason :
+       {DWORD{DLL_PROCESS_DETACH}, DWORD{DLL_THREAD_ATTACH}, DWORD{DLL_THREAD_DETACH}, DWORD{99}}) {
+    EXPECT_EQ(TRUE, DllMain(GetModuleHandleA(nullptr), reason, nullptr)) << reason;
+  }
+  EXPECT_THAT(capture.Lines(), ElementsAre());
+  EXPECT_EQ(nullptr, ModuleInstance());
+  EXPECT_STREQ("", HostPath());
+
+  const auto instance = reinterpret_cast<HINSTANCE>(0x12340000);
+  EXPECT_EQ(TRUE, DllMain(instance, DLL_PROCESS_ATTACH, nullptr));
+  EXPECT_EQ(instance, ModuleInstance());
+  char path[MAX_PATH] = {};
+  GetModuleFileNameA(nullptr, path, MAX_PATH);
+  EXPECT_STREQ(path, HostPath());
+  ASSERT_EQ(1u, capture.Messages().size());
+  EXPECT_EQ(0u, capture.Messages()[0].find(
+                    "EXT : DLL_PROCESS_ATTACH : FilePath=" + std::string(path) + " (id="));
 }
 
 // Built and kept, although the DLL does not export it.

@@ -8,6 +8,7 @@
 #include "frame/handles.h"
 #include "support/child_process.h"
 #include "support/debug_channel.h"
+#include "support/import_patch.h"
 #include "support/trace_capture.h"
 
 namespace zarext::test {
@@ -124,6 +125,40 @@ TEST(ModuleLoad, TheSectionOutlivesTheModuleAndTheMutexDoesNot) {
   // This process must not hold the module: the objects are the session's.
   ASSERT_EQ(nullptr, GetModuleHandleA("ZAREXT.dll"));
   EXPECT_EQ(0u, ChildProcess("ObjectsAfterUnload").Wait());
+}
+
+// What the module does with its objects when it is unloaded, in order.
+std::string unloadCalls;
+
+bool MutexExists() {
+  return static_cast<bool>(UniqueKernelObject(OpenMutexA(SYNCHRONIZE, FALSE, kMutex)));
+}
+
+// The mutex is gone with its last handle, and this process has only the module's.
+BOOL WINAPI NoteCloseHandle(HANDLE handle) {
+  const bool existed = MutexExists();
+  const BOOL closed = CloseHandle(handle);
+  unloadCalls += existed && !MutexExists() ? "close mutex;" : "close other;";
+  return closed;
+}
+
+void WINAPI NoteDeleteCriticalSection(CRITICAL_SECTION* section) {
+  unloadCalls += "delete critical section;";
+  DeleteCriticalSection(section);
+}
+
+ZAREXT_CHILD(UnloadOrder) {
+  const HMODULE module = LoadLibraryA("ZAREXT.dll");
+  // The patches go with the module's memory.
+  new ImportPatch(module, "KERNEL32.dll", "CloseHandle", &NoteCloseHandle);
+  new ImportPatch(module, "KERNEL32.dll", "DeleteCriticalSection", &NoteDeleteCriticalSection);
+  FreeLibrary(module);
+  printf("%s\n", unloadCalls.c_str());
+  return unloadCalls.rfind("close mutex;delete critical section;", 0) == 0 ? 0 : 1;
+}
+
+TEST(ModuleLoad, UnloadingClosesTheMutexAndThenDeletesTheCriticalSection) {
+  EXPECT_EQ(0u, ChildProcess("UnloadOrder").Wait());
 }
 
 }  // namespace
