@@ -154,7 +154,8 @@ ZAREXT_CHILD(UnloadOrder) {
   new ImportPatch(module, "KERNEL32.dll", "DeleteCriticalSection", &NoteDeleteCriticalSection);
   FreeLibrary(module);
   printf("%s\n", unloadCalls.c_str());
-  return unloadCalls.rfind("close mutex;delete critical section;", 0) == 0 ? 0 : 1;
+  // The runtime deletes a critical section of its own before.
+  return unloadCalls == "delete critical section;close mutex;delete critical section;" ? 0 : 1;
 }
 
 TEST(ModuleLoad, UnloadingClosesTheMutexAndThenDeletesTheCriticalSection) {
