@@ -4,6 +4,7 @@
 
 #include <gcrypt.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <optional>
@@ -170,15 +171,13 @@ constexpr const KeyAlgorithm* FindKeyAlgorithmByOid(std::string_view oid) {
   return nullptr;
 }
 
-// The curve that new keys of this algorithm get.
-constexpr const Curve* DefaultCurve(const KeyAlgorithm& algorithm) {
-  for (const Curve& curve : kCurves) {
-    if (curve.bits * 2 == algorithm.bits) {
-      return &curve;
-    }
-  }
-  return nullptr;
+// The curve that new keys of a GOST algorithm get.
+constexpr const Curve& DefaultCurve(const KeyAlgorithm& algorithm) {
+  return *std::find_if(kCurves.begin(), kCurves.end(),
+                       [&](const Curve& curve) { return curve.bits * 2 == algorithm.bits; });
 }
+static_assert(DefaultCurve(*FindKeyAlgorithm(0xAA3A)).bits == 256 &&
+              DefaultCurve(*FindKeyAlgorithm(0xAA4C)).bits == 512);
 
 constexpr const Curve* FindCurve(std::string_view oid) {
   for (const Curve& curve : kCurves) {

@@ -29,8 +29,7 @@ Context::Context(HCRYPTPROV self, std::string providerName, DWORD providerType,
     keySet_ = MakeTemporaryKeySet();
     return;
   }
-  kind_ = LoadProfile(container).kind;
-  keySet_ = OpenKeySet(container_, kind_);
+  keySet_ = OpenKeySet(container_, LoadProfile(container).kind);
 }
 
 std::shared_ptr<PairObject> Context::MakePair(const KeyRecord& record, DWORD keySpec) {

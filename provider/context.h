@@ -74,7 +74,6 @@ class Context final : public Object {
   const std::string& ProviderName() const { return providerName_; }
   DWORD ProviderType() const { return providerType_; }
   const std::string& Container() const { return container_; }  // empty: none
-  const std::string& Kind() const { return kind_; }
   const std::shared_ptr<KeySet>& Keys() const { return keySet_; }
 
   // The key of `keySpec`, as it is stored now. NTE_NO_KEY if there is none, NTE_BAD_KEY for another
@@ -115,7 +114,6 @@ class Context final : public Object {
   const std::string providerName_;
   const DWORD providerType_;
   std::string container_;
-  std::string kind_;
   std::shared_ptr<KeySet> keySet_;
   std::atomic<bool> takesSenderKey_{false};
 

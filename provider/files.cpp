@@ -1,18 +1,11 @@
 #include "provider/files.h"
 
 #include <atomic>
-#include <memory>
 
 #include "provider/hash.h"
 
 namespace zarext::provider {
 namespace {
-
-struct CloseFile {
-  using pointer = HANDLE;
-  void operator()(HANDLE handle) const noexcept { CloseHandle(handle); }
-};
-using File = std::unique_ptr<HANDLE, CloseFile>;
 
 struct EndFind {
   using pointer = HANDLE;
@@ -29,10 +22,10 @@ bool IsMissing(DWORD error) {
   return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
 }
 
-File OpenFile(const std::wstring& path, DWORD access, DWORD disposition) {
+UniqueHandle OpenFile(const std::wstring& path, DWORD access, DWORD disposition) {
   const HANDLE handle =
       CreateFileW(path.c_str(), access, kShareAll, nullptr, disposition, 0, nullptr);
-  return File(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
+  return UniqueHandle(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
 }
 
 std::optional<std::wstring> Variable(const wchar_t* name) {
@@ -79,7 +72,7 @@ std::wstring LockName() {
 }
 
 void WriteNewFile(const std::wstring& path, View content) {
-  const File file = OpenFile(path, GENERIC_WRITE, CREATE_NEW);
+  const UniqueHandle file = OpenFile(path, GENERIC_WRITE, CREATE_NEW);
   if (!file) {
     FailLast();
   }
@@ -111,18 +104,17 @@ HomeLock::HomeLock() : mutex_(CreateMutexW(nullptr, FALSE, LockName().c_str())) 
   }
   // A process that ended while it held the lock left whole files behind: there is nothing to
   // repair.
-  WaitForSingleObject(mutex_, INFINITE);
+  if (WaitForSingleObject(mutex_.get(), INFINITE) == WAIT_FAILED) {
+    FailLast();
+  }
 }
 
-HomeLock::~HomeLock() {
-  ReleaseMutex(mutex_);
-  CloseHandle(mutex_);
-}
+HomeLock::~HomeLock() { ReleaseMutex(mutex_.get()); }
 
 void MakeHomeFolder() { MakeFolders(HomeFolder()); }
 
 std::optional<Bytes> ReadWholeFile(const std::wstring& path) {
-  const File file = OpenFile(path, GENERIC_READ, OPEN_EXISTING);
+  const UniqueHandle file = OpenFile(path, GENERIC_READ, OPEN_EXISTING);
   if (!file) {
     if (IsMissing(GetLastError())) {
       return {};

@@ -2,6 +2,7 @@
 #ifndef ZAREXT_PROVIDER_FILES_H_
 #define ZAREXT_PROVIDER_FILES_H_
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -9,6 +10,12 @@
 #include "provider/bytes.h"
 
 namespace zarext::provider {
+
+struct CloseKernelHandle {
+  using pointer = HANDLE;
+  void operator()(HANDLE handle) const noexcept { CloseHandle(handle); }
+};
+using UniqueHandle = std::unique_ptr<HANDLE, CloseKernelHandle>;
 
 // ZARVEL_DEV_HOME, or "Zarvel\DevProvider" in the user's local application data. Looked up at every
 // call.
@@ -25,7 +32,7 @@ class HomeLock {
   HomeLock& operator=(const HomeLock&) = delete;
 
  private:
-  HANDLE mutex_;
+  UniqueHandle mutex_;
 };
 
 void MakeHomeFolder();

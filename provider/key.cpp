@@ -190,7 +190,7 @@ PrivateKey ReadGostPrivateKey(const KeyAlgorithm& algorithm, const Curve* named,
   if (octets.size() != algorithm.bits / 16) {
     return ReadEcPrivateKey(algorithm, named, octets);
   }
-  return MakeGostPrivateKey(algorithm, named ? *named : *DefaultCurve(algorithm), ToBytes(octets));
+  return MakeGostPrivateKey(algorithm, named ? *named : DefaultCurve(algorithm), ToBytes(octets));
 }
 
 bool CanSign(const PublicKey& key, const HashAlgorithm& hash) {
@@ -213,7 +213,7 @@ PrivateKey GenerateKey(const KeyAlgorithm& algorithm, unsigned rsaBits) {
   PrivateKey key;
   key.publicKey.algorithm = &algorithm;
   if (algorithm.family == KeyFamily::kGost) {
-    const Curve& curve = *DefaultCurve(algorithm);
+    const Curve& curve = DefaultCurve(algorithm);
     GostKeyPair pair = GenerateGostKey(curve);
     key.publicKey.curve = &curve;
     key.publicKey.value = std::move(pair.publicValue);

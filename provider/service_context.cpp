@@ -184,6 +184,14 @@ void SetContainerProfile(const Context& context, const BYTE* pbData) {
   SaveProfile(context.Container(), profile);
 }
 
+// Not the kind that the container had when the context was opened: its profile may have been set
+// since.
+std::string CurrentKind(const Context& context) {
+  ContainerName name;
+  name.name = context.Container();
+  return LoadProfile(name).kind;
+}
+
 Bytes SimpleParam(const Context& context, DWORD dwParam) {
   switch (dwParam) {
     case PP_NAME:
@@ -206,7 +214,7 @@ Bytes SimpleParam(const Context& context, DWORD dwParam) {
       return Text(context.Container());
     case PP_CNT_URL:
       Require(!context.Container().empty(), NTE_BAD_KEYSET);
-      return Text(ContainerUrl(context.Container(), context.Kind()));
+      return Text(ContainerUrl(context.Container(), CurrentKind(context)));
     default:
       Fail(NTE_BAD_TYPE);
   }

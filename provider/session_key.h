@@ -12,9 +12,9 @@ namespace zarext::provider {
 class SessionKey {
  public:
   SessionKey(const CipherAlgorithm& algorithm, Bytes octets);  // NTE_BAD_LEN for a wrong length
-  SessionKey(const SessionKey& other) : SessionKey(*other.algorithm_, other.octets_) {
-    iv_ = other.iv_;
-  }
+  // A copy begins a new message.
+  SessionKey(const SessionKey& other)
+      : algorithm_(other.algorithm_), octets_(other.octets_), iv_(other.iv_) {}
   SessionKey(SessionKey&& other) noexcept = default;
   SessionKey& operator=(const SessionKey&) = delete;
   SessionKey& operator=(SessionKey&&) = delete;

@@ -149,6 +149,15 @@ ZAREXT_CHILD(provider_sign_and_verify) {
   return 0;
 }
 
+ZAREXT_CHILD(provider_make_keys) {
+  UseDevProvider();
+  const Context context = Acquire("box", 0);
+  for (;;) {
+    Generate(context, AT_SIGNATURE);
+    Generate(context, AT_KEYEXCHANGE);
+  }
+}
+
 using Processes = ProviderTest;
 
 TEST_F(Processes, ChangeOneContainerWithoutLosingAChange) {
@@ -172,6 +181,25 @@ TEST_F(Processes, ChangeOneContainerWithoutLosingAChange) {
           << who << i;
     }
   }
+}
+
+TEST_F(Processes, ThatAreKilledWhileTheyWriteLeaveWholeKeys) {
+  const Context context = NewContainer("box");
+  Generate(context, AT_SIGNATURE);
+  Generate(context, AT_KEYEXCHANGE);
+  const Octets first = Export(UserKey(context, AT_SIGNATURE), PUBLICKEYBLOB);
+  for (int i = 0; i < 5; ++i) {
+    const ChildProcess writer("provider_make_keys");
+    const Octets before = Export(UserKey(context, AT_SIGNATURE), PUBLICKEYBLOB);
+    // Until it writes, and then at a moment of its own each time.
+    while (Export(UserKey(context, AT_SIGNATURE), PUBLICKEYBLOB) == before) Sleep(1);
+    Sleep(static_cast<DWORD>(7 * i));
+    writer.Kill();
+    EXPECT_TRUE(writer.Wait().has_value());
+    EXPECT_EQ(Export(UserKey(context, AT_SIGNATURE), PUBLICKEYBLOB).size(), 80U);
+    EXPECT_EQ(Export(UserKey(context, AT_KEYEXCHANGE), PUBLICKEYBLOB).size(), 80U);
+  }
+  EXPECT_NE(Export(UserKey(context, AT_SIGNATURE), PUBLICKEYBLOB), first);
 }
 
 TEST_F(Processes, SignWithOneContainer) {

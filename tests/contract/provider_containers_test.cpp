@@ -287,6 +287,7 @@ TEST_F(Containers, HaveAProfile) {
   EXPECT_TRUE(CryptSetProvParam(context.Get(), 64, reinterpret_cast<BYTE*>(&record), 0));
   EXPECT_EQ(ProfileCode("profile://box", &record), 0U);
   EXPECT_STREQ(record.Kind(), "mytoken");
+  EXPECT_EQ(TextParam(context, 0x2E), "profile://box/?kind=mytoken");
   EXPECT_STREQ(record.Second(), "reader 1");
   EXPECT_STREQ(record.Third(), "label");
   EXPECT_EQ(ProfileCode("profile://none", &record), kBadKeyset);

@@ -236,6 +236,18 @@ TEST(GostPublicValues, MustNotSpellACoordinateTwice) {
   EXPECT_FALSE(IsGostPublicValue(curve, again));
 }
 
+TEST(GostPublicValues, LieInTheSubgroupOfTheBasePoint) {
+  // Set A of 256 bits has a cofactor of 4: a point of order 4, and one of four times the order.
+  const Curve& curve = *FindCurve("1.2.643.7.1.2.1.1.1");
+  EXPECT_FALSE(IsGostPublicValue(
+      curve, Hex("77592f8c11c5e7acc09d6af3d1805dbc5393c3955d5ab43875003505c6807f7f"
+                 "cd0e8ea4344fb70642d93fda75821835fbb94ac1180f1daa5f019f0f52827e7e")));
+  EXPECT_FALSE(IsGostPublicValue(
+      curve, Hex("0d00000000000000000000000000000000000000000000000000000000000000"
+                 "a3a6bb4ca6c634dbd507c651cad14df420b53a49cd5de491a789f5a6d9c22975")));
+  EXPECT_TRUE(IsGostPublicValue(curve, GostPublicValue(curve, Bytes(32, 1))));
+}
+
 TEST(GostPrivateValues, LieBetweenOneAndTheOrder) {
   const Curve& curve = *FindCurve("1.2.643.2.2.35.1");
   EXPECT_EQ(test::CodeOf([&] { GostPublicValue(curve, Bytes(32)); }), 0x80090003);
