@@ -166,7 +166,7 @@ void DeleteContainer(const ContainerName& name) {
 }
 
 Profile LoadProfile(const ContainerName& name) {
-  const Profile profile = [&] {
+  Profile profile = [&] {
     const HomeLock lock;
     return ReadProfileFile(name);
   }();

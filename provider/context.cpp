@@ -1,19 +1,27 @@
 #include "provider/context.h"
 
+#include <array>
+
 #include "provider/certificate.h"
 
 namespace zarext::provider {
 namespace {
 
+constexpr std::array<DWORD, 2> kKeySpecs{AT_KEYEXCHANGE, AT_SIGNATURE};
+
 // The ALG_ID under which a key is listed. Readers of the list derive the key number from it, and
 // the platform's exchange RSA would send them to the signature key; the provider's own name for
 // that size does not.
 DWORD ListedAlgId(const PublicKey& key) {
-  if (key.algorithm->algId != CALG_RSA_KEYX) return key.algorithm->algId;
-  for (const KeyAlgorithm& row : kKeyAlgorithms)
+  if (key.algorithm->algId != CALG_RSA_KEYX) {
+    return key.algorithm->algId;
+  }
+  for (const KeyAlgorithm& row : kKeyAlgorithms) {
     if (row.family == KeyFamily::kRsa && row.bits == key.Bits() &&
-        KeySpecOf(row.algId) == AT_KEYEXCHANGE)
+        KeySpecOf(row.algId) == AT_KEYEXCHANGE) {
       return row.algId;
+    }
+  }
   return key.algorithm->algId;
 }
 
@@ -56,14 +64,15 @@ std::shared_ptr<PairObject> Context::LoadPair(DWORD keySpec) {
 
 std::vector<PrivateKey> Context::ReadablePrivateKeys() {
   std::vector<PrivateKey> keys;
-  for (const DWORD keySpec : {DWORD{AT_KEYEXCHANGE}, DWORD{AT_SIGNATURE}}) {
+  for (const DWORD keySpec : kKeySpecs) {
     try {
       keys.push_back(*LoadPair(keySpec)->key);
     } catch (const Error& error) {
       const auto code = error.Code();
       if (code != static_cast<std::uint32_t>(NTE_NO_KEY) &&
-          code != static_cast<std::uint32_t>(NTE_KEYSET_ENTRY_BAD))
+          code != static_cast<std::uint32_t>(NTE_KEYSET_ENTRY_BAD)) {
         throw;
+      }
     }
   }
   return keys;
@@ -80,8 +89,11 @@ void Context::SetLastSessionKey(std::shared_ptr<SessionKeyObject> key) {
 }
 
 const Bytes& Context::Keep(const Bytes& octets) {
-  for (const Bytes& kept : kept_)
-    if (kept == octets) return kept;
+  for (const Bytes& kept : kept_) {
+    if (kept == octets) {
+      return kept;
+    }
+  }
   return kept_.emplace_back(octets);
 }
 
@@ -96,7 +108,9 @@ CntKeyInfo Context::DescribeKey(DWORD keySpec, const KeyRecord& record) {
   info.hKey = listed.handle;
   info.algId = ListedAlgId(pair->key->publicKey);
   info.dwKeySpec = keySpec;
-  if (record.certificate.empty()) return info;
+  if (record.certificate.empty()) {
+    return info;
+  }
   const Bytes& certificate = Keep(record.certificate);
   const Bytes& serial = Keep(CertificateSerial(certificate));
   info.cbCert = static_cast<DWORD>(certificate.size());
@@ -108,16 +122,20 @@ CntKeyInfo Context::DescribeKey(DWORD keySpec, const KeyRecord& record) {
 
 Listing Context::ListKeys() {
   Listing listing;
-  for (const DWORD keySpec : {DWORD{AT_KEYEXCHANGE}, DWORD{AT_SIGNATURE}}) {
+  for (const DWORD keySpec : kKeySpecs) {
     try {
       const auto record = keySet_->Load(keySpec);
-      if (!record) continue;
+      if (!record) {
+        continue;
+      }
       Bytes item;
       AppendRecord(item, DescribeKey(keySpec, *record));
       listing.items.push_back(std::move(item));
     } catch (const Error& error) {
       // A damaged key is reported when the sound ones were listed.
-      if (error.Code() != static_cast<std::uint32_t>(NTE_KEYSET_ENTRY_BAD)) throw;
+      if (error.Code() != static_cast<std::uint32_t>(NTE_KEYSET_ENTRY_BAD)) {
+        throw;
+      }
       listing.endCode = error.Code();
     }
   }

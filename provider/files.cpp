@@ -23,8 +23,7 @@ bool IsMissing(DWORD error) {
 }
 
 UniqueHandle OpenFile(const std::wstring& path, DWORD access, DWORD disposition) {
-  const HANDLE handle =
-      CreateFileW(path.c_str(), access, kShareAll, nullptr, disposition, 0, nullptr);
+  HANDLE handle = CreateFileW(path.c_str(), access, kShareAll, nullptr, disposition, 0, nullptr);
   return UniqueHandle(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
 }
 
@@ -157,7 +156,7 @@ bool IsFolder(const std::wstring& path) {
 std::vector<std::wstring> ListFolders(const std::wstring& parent) {
   std::vector<std::wstring> names;
   WIN32_FIND_DATAW entry{};
-  const HANDLE handle = FindFirstFileW((parent + L"\\*").c_str(), &entry);
+  HANDLE handle = FindFirstFileW((parent + L"\\*").c_str(), &entry);
   if (handle == INVALID_HANDLE_VALUE) {
     if (IsMissing(GetLastError())) {
       return names;
@@ -192,7 +191,7 @@ void MakeFolder(const std::wstring& path) {
 
 void RemoveFolder(const std::wstring& path) {
   WIN32_FIND_DATAW entry{};
-  const HANDLE handle = FindFirstFileW((path + L"\\*").c_str(), &entry);
+  HANDLE handle = FindFirstFileW((path + L"\\*").c_str(), &entry);
   if (handle != INVALID_HANDLE_VALUE) {
     const Find find(handle);
     do {
