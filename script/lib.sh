@@ -25,11 +25,27 @@ drop_prefix() {
   rm -rf "$1"
 }
 
+# configure_and_build PRESET [TARGET...]
 configure_and_build() {
-  local preset
-  for preset in "$@"; do
-    cmake --preset "$preset" >"build/$preset.configure.log" 2>&1 ||
-      { cat "build/$preset.configure.log"; return 1; }
-    cmake --build --preset "$preset" --parallel "$(nproc)"
+  local preset=$1
+  shift
+  cmake --preset "$preset" >"build/$preset.configure.log" 2>&1 ||
+    { cat "build/$preset.configure.log"; return 1; }
+  cmake --build --preset "$preset" --parallel "$(nproc)" ${1:+--target "$@"}
+}
+
+# Installs those of the Debian packages that are missing.
+install_missing() {
+  local package missing=()
+  for package in "$@"; do
+    [ "$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null)" = installed ] ||
+      missing+=("$package")
   done
+  [ ${#missing[@]} -gt 0 ] || return 0
+  echo "installing: ${missing[*]}"
+  local as_root=
+  [ "$(id -u)" -eq 0 ] || as_root=sudo
+  export DEBIAN_FRONTEND=noninteractive
+  $as_root apt-get update -qq
+  $as_root apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 }

@@ -1,4 +1,6 @@
 // DllRegisterServer: writes the module's registrations.
+#include "zarext.h"
+
 #include <windows.h>
 
 #include <wincrypt.h>

@@ -1,4 +1,6 @@
 // DllUnregisterServer: removes most of what DllRegisterServer wrote.
+#include "zarext.h"
+
 #include <windows.h>
 
 #include <wincrypt.h>

@@ -1,5 +1,7 @@
 // The exports that put certificates into the system's own stores and take them out. They report to
 // a log file instead of the trace, and leave the last error to the calls they make.
+#include "zarext.h"
+
 #include <windows.h>
 
 #include <wincrypt.h>
@@ -23,7 +25,7 @@ constexpr char kOtherFailure[] = "SetOtherCert : Error = %x.";
 // By the callers' store index.
 constexpr const wchar_t* kStoreNames[] = {L"ROOT",         L"TRUST", L"CA",
                                           L"Other People", L"MY",    L"Personal"};
-constexpr DWORD kMyStore = 4;
+static_assert(std::size(kStoreNames) == ZAREXT_STORE_PERSONAL + 1);
 
 using SystemStore = UniqueCertStore<CERT_CLOSE_STORE_CHECK_FLAG>;
 
@@ -67,7 +69,7 @@ void Require(bool succeeded) {
   }
 }
 
-SystemStore OpenSystemStore(std::int32_t bLocalMachine, DWORD dwStore) {
+SystemStore OpenSystemStore(BOOL bLocalMachine, DWORD dwStore) {
   const DWORD location =
       bLocalMachine != 0 ? CERT_SYSTEM_STORE_LOCAL_MACHINE : CERT_SYSTEM_STORE_CURRENT_USER;
   return SystemStore(CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, location, kStoreNames[dwStore]));
@@ -110,9 +112,9 @@ void DeleteOne(PCCERT_CONTEXT context) {
   }
 }
 
-void SetSelf(std::int32_t bLocalMachine, const char* szContainer, DWORD dwKeySpec,
-             const BYTE* pbCert, DWORD cbCert) {
-  const SystemStore store = OpenSystemStore(bLocalMachine, kMyStore);
+void SetSelf(BOOL bLocalMachine, const char* szContainer, DWORD dwKeySpec, const BYTE* pbCert,
+             DWORD cbCert) {
+  const SystemStore store = OpenSystemStore(bLocalMachine, ZAREXT_STORE_MY);
   Require(static_cast<bool>(store));
   UniqueCertContext context;
   Require(CertAddEncodedCertificateToStore(store.Get(), kEncodingType, pbCert, cbCert,
@@ -123,7 +125,7 @@ void SetSelf(std::int32_t bLocalMachine, const char* szContainer, DWORD dwKeySpe
   TieToContainer(context.Get(), szContainer, dwKeySpec);
 }
 
-void SetOther(std::int32_t bLocalMachine, DWORD dwStore, const BYTE* pbCert, DWORD cbCert) {
+void SetOther(BOOL bLocalMachine, DWORD dwStore, const BYTE* pbCert, DWORD cbCert) {
   RequireStoreIndex(dwStore);
   const SystemStore store = OpenSystemStore(bLocalMachine, dwStore);
   Require(static_cast<bool>(store));
@@ -131,7 +133,7 @@ void SetOther(std::int32_t bLocalMachine, DWORD dwStore, const BYTE* pbCert, DWO
                                            CERT_STORE_ADD_REPLACE_EXISTING, nullptr));
 }
 
-void DelOther(std::int32_t bLocalMachine, DWORD dwStore, const BYTE* pbCert, DWORD cbCert) {
+void DelOther(BOOL bLocalMachine, DWORD dwStore, const BYTE* pbCert, DWORD cbCert) {
   RequireStoreIndex(dwStore);
   const SystemStore store = OpenSystemStore(bLocalMachine, dwStore);
   if (!store) {
@@ -158,21 +160,19 @@ void DelOther(std::int32_t bLocalMachine, DWORD dwStore, const BYTE* pbCert, DWO
 
 extern "C" {
 
-BOOL WINAPI SetSelfCert(std::int32_t bLocalMachine, const char* szContainer, DWORD dwKeySpec,
+BOOL WINAPI SetSelfCert(BOOL bLocalMachine, const char* szContainer, DWORD dwKeySpec,
                         const BYTE* pbCert, DWORD cbCert) {
   return zarext::RunMaintenance(zarext::kSelfFailure, [&] {
     zarext::SetSelf(bLocalMachine, szContainer, dwKeySpec, pbCert, cbCert);
   });
 }
 
-BOOL WINAPI SetOtherCert(std::int32_t bLocalMachine, DWORD dwStore, const BYTE* pbCert,
-                         DWORD cbCert) {
+BOOL WINAPI SetOtherCert(BOOL bLocalMachine, DWORD dwStore, const BYTE* pbCert, DWORD cbCert) {
   return zarext::RunMaintenance(zarext::kOtherFailure,
                                 [&] { zarext::SetOther(bLocalMachine, dwStore, pbCert, cbCert); });
 }
 
-BOOL WINAPI DelOtherCert(std::int32_t bLocalMachine, DWORD dwStore, const BYTE* pbCert,
-                         DWORD cbCert) {
+BOOL WINAPI DelOtherCert(BOOL bLocalMachine, DWORD dwStore, const BYTE* pbCert, DWORD cbCert) {
   return zarext::RunMaintenance(zarext::kOtherFailure,
                                 [&] { zarext::DelOther(bLocalMachine, dwStore, pbCert, cbCert); });
 }
