@@ -21,7 +21,7 @@ constexpr char kOlderForm[] = "ZarExportEncryptKey";
 // The provider's own parameter that is set to 1 before the sender's public key is exported.
 constexpr DWORD kSenderKeyExportParameter = 60;
 
-// Where the recipient's key goes and what it is. The first element of rgCmsRecipients gives
+// The provider that wraps, and the recipient's key. The first element of rgCmsRecipients gives
 // defaults; the recipient argument overrides each of them that it has.
 struct Recipient {
   HCRYPTPROV hCryptProv = 0;

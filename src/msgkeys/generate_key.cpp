@@ -22,8 +22,7 @@ struct ContentAlgorithm {
   ALG_ID algId;
 };
 
-// AES-128-CBC maps to the generic AES identifier and not to CALG_AES_128: what the provider
-// expects, a compatibility fact.
+// AES-128-CBC maps to the generic AES identifier and not to CALG_AES_128: a compatibility fact.
 constexpr ContentAlgorithm kContentAlgorithms[] = {
     {"2.16.840.1.101.3.4.1.2", 0x6611},
     {"1.3.6.1.4.1.32473.1.2.4", 0x681F},
@@ -115,7 +114,7 @@ void WrapForRecipient(ExportTrace& trace, CMSG_CONTENT_ENCRYPT_INFO& info,
           .Detach();
   info.pbContentEncryptKey = static_cast<BYTE*>(AllocateForCaller(info.pfnAlloc, kWrapBufferSize));
   // The key that is exported is named by the provider's handle, not by hContentEncryptKey: a
-  // compatibility fact. The provider reads it as its last generated key.
+  // compatibility fact. Which key that is, is the provider's affair.
   const DWORD length =
       WrapKey(trace, kCmsForm, info.hCryptProv, recipientKey, info.pbContentEncryptKey);
   // A zero length field stays zero: a compatibility fact.

@@ -36,7 +36,7 @@ bool ImportSenderKey(HCRYPTPROV hCryptProv, const CRYPT_DATA_BLOB& encryptedKey,
     SetLastError(static_cast<DWORD>(NTE_BAD_DATA));
     return false;
   }
-  // A copy, because the provider may move or change the octets that it is given.
+  // A copy: the provider gets no pointer into the middle of the caller's record.
   std::array<BYTE, kSenderBlobSize> blob{};
   std::memcpy(blob.data(), encryptedKey.pbData + (encryptedKey.cbData - kSenderBlobSize),
               blob.size());

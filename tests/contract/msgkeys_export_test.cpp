@@ -74,7 +74,6 @@ TEST_F(ExportForMessageTest, AppendsTheSenderBlobForAnOwnAlgorithm) {
                   "DestroyKey(1001, 2001)"));
   EXPECT_EQ(140u, output.EncryptedKey.cbData);
   EXPECT_EQ(Joined(Sequence(60, 0x10), Sequence(80, 0x80)), EncryptedKey());
-  EXPECT_EQ(0u, GetLastError());
 }
 
 // The descriptor's block has room for one octet; what lies behind it is a forbidden page.

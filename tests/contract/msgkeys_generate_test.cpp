@@ -169,6 +169,17 @@ TEST_F(GenerateForMessageTest, RefusesOtherContentAlgorithms) {
   EXPECT_THAT(provider.Calls(), IsEmpty());
 }
 
+// Longer than the buffer of a line.
+TEST_F(GenerateForMessageTest, TracesALongAlgorithmWhole) {
+  const std::string oid(6000, '7');
+  info.ContentEncryptionAlgorithm.pszObjId = OidText(oid.c_str());
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call());
+  EXPECT_EQ(0x80090008u, GetLastError());
+  EXPECT_EQ("EXT : ZarMsgGenContentEncryptKey : ContentEncryptionAlgorithm = " + oid + ".",
+            trace.Messages().front());
+}
+
 TEST_F(GenerateForMessageTest, ReportsAnUnreadableProviderType) {
   info.hCryptProv = Context();
   provider.FailCall("GetProvParam", 1, 0x8009001D);
