@@ -155,8 +155,7 @@ std::int32_t FlattenString(AsnNode* node, Release release) {
   std::uint32_t total = 0;
   if (!SegmentsMatch(*node, &total)) return kAsnWrongSegment;
   const bool octets = TagOf(*node) == (kTagOctetString | kConstructedBit);
-  return octets ? FlattenOctetString(node, total, release)
-                : FlattenBitString(node, total, release);
+  return octets ? FlattenOctetString(node, total, release) : FlattenBitString(node, total, release);
 }
 
 // The walk down a subtree. Lengths are corrected on the way up, which is also taken when the pass

@@ -16,7 +16,8 @@ inline constexpr DWORD kProviderType = 25;
 // Converts from the ANSI code page. False if the text is null or does not fit with its terminator.
 template <std::size_t size>
 bool ToWide(const char* text, wchar_t (&wide)[size]) noexcept {
-  return text != nullptr && MultiByteToWideChar(CP_ACP, 0, text, -1, wide, static_cast<int>(size)) != 0;
+  return text != nullptr &&
+         MultiByteToWideChar(CP_ACP, 0, text, -1, wide, static_cast<int>(size)) != 0;
 }
 
 // Name and type of the provider for one key.
