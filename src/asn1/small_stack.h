@@ -3,7 +3,7 @@
 // A stack of plain records whose first entries need no allocation. The codec walks documents with
 // it instead of recursing, because the depth of a document is the sender's choice.
 
-#include <array>
+#include <algorithm>
 #include <cstddef>
 #include <type_traits>
 #include <vector>
@@ -19,35 +19,38 @@ class SmallStack {
   SmallStack(const SmallStack&) = delete;
   SmallStack& operator=(const SmallStack&) = delete;
 
-  [[nodiscard]] std::size_t Size() const { return size_; }
+  [[nodiscard]] std::size_t Size() const { return static_cast<std::size_t>(next_ - first_); }
 
   // The last entry pushed; valid until the next Push or Pop.
-  T& Top() { return *top_; }
+  T& Top() { return next_[-1]; }
 
   // Throws std::bad_alloc and changes nothing when a deep stack cannot grow.
   void Push(const T& entry) {
-    if (size_ < kInline) {
-      top_ = &near_[size_];
-      *top_ = entry;
-    } else {
-      far_.push_back(entry);
-      top_ = &far_.back();
+    if (next_ == limit_) {
+      Grow();
     }
-    ++size_;
+    *next_++ = entry;
   }
 
-  void Pop() {
-    --size_;
-    if (size_ >= kInline) far_.pop_back();
-    top_ = size_ > kInline ? &far_.back() : &near_[size_ > 0 ? size_ - 1 : 0];
-  }
+  void Pop() { --next_; }
 
  private:
+  void Grow() {
+    const std::size_t size = Size();
+    std::vector<T> larger(size * 2);
+    std::copy(first_, next_, larger.begin());
+    far_.swap(larger);
+    first_ = far_.data();
+    next_ = first_ + size;
+    limit_ = first_ + far_.size();
+  }
+
   // Left as it is: an entry is written before it is read.
-  std::array<T, kInline> near_;
+  T near_[kInline];
   std::vector<T> far_;
-  std::size_t size_ = 0;
-  T* top_ = nullptr;
+  T* first_ = near_;
+  T* next_ = near_;  // behind the last entry
+  T* limit_ = near_ + kInline;
 };
 
 }  // namespace zarext
