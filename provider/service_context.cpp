@@ -81,6 +81,7 @@ struct AlgorithmFacts {
 
 std::vector<AlgorithmFacts> AllAlgorithms() {
   std::vector<AlgorithmFacts> all;
+  all.reserve(kHashAlgorithms.size() + kCipherAlgorithms.size() + kKeyAlgorithms.size());
   for (const auto& row : kHashAlgorithms) {
     all.push_back({row.algId, row.bits, row.bits, row.bits, row.name});
   }
