@@ -141,7 +141,7 @@ Listing MakeListing(Context& context, DWORD dwParam) {
 // Gives the next item. Without a buffer, the length of the longest one, and the list stays where it
 // is; it also does if the buffer is too short.
 void StepListing(Context& context, DWORD dwParam, BYTE* pbData, DWORD* pdwDataLen, DWORD dwFlags) {
-  Require((dwFlags & ~DWORD{CRYPT_FIRST}) == 0, NTE_BAD_FLAGS);
+  Require((dwFlags & ~DWORD{CRYPT_FIRST | CRYPT_NEXT}) == 0, NTE_BAD_FLAGS);
   context.WithListing(dwParam, [&](Listing& listing) {
     if ((dwFlags & CRYPT_FIRST) != 0 || !listing.begun) {
       listing = MakeListing(context, dwParam);
