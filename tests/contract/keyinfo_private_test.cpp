@@ -79,7 +79,7 @@ TEST_F(PrivateKeyExport, LaysOutStructureOidAndKey) {
 }
 
 TEST_F(PrivateKeyExport, ASizeQueryAnswers2048) {
-  for (const std::size_t size : {0, 100, 4096}) {
+  for (const std::size_t size : {0u, 100u, 4096u}) {
     provider_.blobs[0x30] = Octets(size, 0x11);
     DWORD reported = 7;
     TraceCapture trace;
