@@ -279,6 +279,7 @@ TEST(ParseIntoTest, FlattensAfterEveryWayAStringCanAppear) {
   // Left by a parse that failed before its flattening.
   Parsed left("30 02 05 00");
   const Image failing(Hex("30 07 24 03 04 01 AA 04 85"));
+  EXPECT_EQ(left.Load(failing.Data(), failing.Size()), 1);
   EXPECT_EQ(left.Parse(failing.Data(), 0, 0xFFFFFF), 2);
   EXPECT_EQ(EncodingOf(left), Hex("30 07 30 05 24 03 04 01 AA"));
   EXPECT_EQ(left.ParseInto(null.Data(), 0xFFFFFF), 0);
