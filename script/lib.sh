@@ -12,7 +12,7 @@ unset WINEPREFIX DISPLAY
 new_prefix() {
   mkdir -p "$root/build/wine"
   local prefix
-  prefix=$(mktemp -d "$root/build/wine/run.XXXXXX")
+  prefix=$(mktemp -d -p "$root/build/wine")
   cp -al "$ZAREXT_WINE_BASE/." "$prefix/"
   cp --remove-destination "$ZAREXT_WINE_BASE"/*.reg "$prefix/"
   printf '%s\n' "$prefix"

@@ -30,6 +30,16 @@ void TPKCS8::WipeCopies() noexcept {
   WipeOctets(attributes_.data(), attributes_.size());
 }
 
+std::int32_t TPKCS8::Settle(std::uint32_t kind, std::int32_t code) {
+  if (code != 0) {
+    Clear();
+    return code;
+  }
+  loaded_ = true;
+  kind_ = kind;
+  return 0;
+}
+
 std::int64_t TPKCS8::EncodedSize() {
   std::uint32_t size = 0;
   if (!loaded_ || GetEncodedSize(&size, kPathEnd) != 0) {

@@ -101,6 +101,9 @@ class TPKCS8 : public TASN1 {
 
  private:
   void WipeCopies() noexcept;
+  // The end of a build or read: holds the document if the code is 0, else nothing. Returns the
+  // code.
+  std::int32_t Settle(std::uint32_t kind, std::int32_t code);
   std::int32_t BuildTree(std::uint32_t kind, const Pkcs8Record& input);
   std::int32_t ReadTree(std::uint32_t kind, const std::uint8_t* octets, std::uint32_t size);
   std::int32_t ReadKind(std::uint32_t kind);

@@ -226,14 +226,7 @@ std::int32_t TPKCS8::BuildTree(std::uint32_t kind, const Pkcs8Record& input) {
 
 std::int32_t TPKCS8::Build(std::uint32_t kind, const Pkcs8Record* input) {
   Clear();
-  const std::int32_t code = input == nullptr ? 1 : BuildTree(kind, *input);
-  if (code != 0) {
-    Clear();
-    return code;
-  }
-  loaded_ = true;
-  kind_ = kind;
-  return 0;
+  return Settle(kind, input == nullptr ? 1 : BuildTree(kind, *input));
 }
 
 }  // namespace zarext

@@ -330,14 +330,7 @@ std::int32_t TPKCS8::ReadTree(std::uint32_t kind, const std::uint8_t* octets, st
 
 std::int32_t TPKCS8::Read(std::uint32_t kind, const std::uint8_t* octets, std::uint32_t size) {
   Clear();
-  const std::int32_t code = ReadTree(kind, octets, size);
-  if (code != 0) {
-    Clear();
-    return code;
-  }
-  loaded_ = true;
-  kind_ = kind;
-  return 0;
+  return Settle(kind, ReadTree(kind, octets, size));
 }
 
 }  // namespace zarext

@@ -14,6 +14,7 @@
 #include "asn1/oid.h"
 #include "frame/export_frame.h"
 #include "frame/handles.h"
+#include "keyinfo/key_export.h"
 #include "keyinfo/last_import.h"
 #include "keyinfo/pkcs8.h"
 #include "keyinfo/secret_buffer.h"
@@ -45,19 +46,14 @@ UniqueCryptKey GetUserKey(ExportTrace& trace, HCRYPTPROV hCryptProv, DWORD dwKey
 
 // Fills the buffer and returns the blob's size.
 DWORD ExportDocument(ExportTrace& trace, HCRYPTKEY key, SecretBuffer& buffer) {
-  DWORD size = kExportCapacity;
-  ErrorCode error = ERROR_SUCCESS;
-  if (!CryptExportKey(key, 0, kPrivateKeyInfoBlob, 0, buffer.Data(), &size)) {
-    error = GetLastError();
+  DWORD size = 0;
+  if (const ErrorCode error =
+          ExportKeyInto(key, kPrivateKeyInfoBlob, {buffer.Data(), buffer.Size()}, &size);
+      error != ERROR_SUCCESS) {
+    trace.Line("EXT : ZarExportPrivKeyFunc : CryptExportKey = %x.", Hex(error));
+    throw error;
   }
-  // A provider that reports more than it was given room for has not exported the key.
-  else if (size > kExportCapacity) {
-    error = ERROR_MORE_DATA;
-  } else {
-    return size;
-  }
-  trace.Line("EXT : ZarExportPrivKeyFunc : CryptExportKey = %x.", Hex(error));
-  throw error;
+  return size;
 }
 
 // What a document, or a blob of another kind, gives out.

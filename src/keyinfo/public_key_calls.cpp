@@ -1,14 +1,9 @@
 #include "keyinfo/public_key_calls.h"
 
 #include "asn1/oid.h"
+#include "frame/provider_type.h"
 
 namespace zarext {
-namespace {
-
-// Under which "Zarvel CSP" is registered; its RSA companion has PROV_RSA_FULL.
-constexpr DWORD kOwnProviderType = 25;
-
-}  // namespace
 
 void RequireEncodingType(DWORD dwCertEncodingType) {
   RequireParameter(dwCertEncodingType == X509_ASN_ENCODING ||
@@ -26,14 +21,13 @@ void RequireOwnAlgorithm(ExportTrace& trace, const char* name, const char* label
 
 void NoteProviderType(ExportTrace& trace, const char* name, HCRYPTPROV hCryptProv) {
   DWORD type = 0;
-  DWORD size = sizeof type;
-  if (!CryptGetProvParam(hCryptProv, PP_PROVTYPE, reinterpret_cast<BYTE*>(&type), &size, 0)) {
+  if (!ReadProviderType(hCryptProv, &type)) {
     const ErrorCode error = GetLastError();
     trace.Line("EXT : %s : CryptGetProvParam hProv=%x, error = %x.", name, Hex(hCryptProv),
                Hex(error));
     throw error;
   }
-  if (type != kOwnProviderType && type != PROV_RSA_FULL) {
+  if (!IsServedProviderType(type)) {
     trace.Line("EXT : %s : CryptGetProvParam[%x] : hProv=%x, PP_PROVTYPE=%x.", name,
                Hex(GetCurrentThreadId()), Hex(hCryptProv), Hex(type));
   }

@@ -12,6 +12,7 @@
 #include "frame/handles.h"
 #include "keyinfo/algorithm_map.h"
 #include "keyinfo/key_blob.h"
+#include "keyinfo/key_export.h"
 #include "keyinfo/public_key_calls.h"
 
 namespace zarext {
@@ -44,20 +45,14 @@ UniqueCryptKey GetUserKey(ExportTrace& trace, const char* name, HCRYPTPROV hCryp
 
 std::vector<BYTE> ExportBlob(ExportTrace& trace, const char* name, HCRYPTKEY key) {
   std::vector<BYTE> blob(kBlobCapacity);
-  DWORD size = kBlobCapacity;
-  ErrorCode error = ERROR_SUCCESS;
-  if (!CryptExportKey(key, 0, PUBLICKEYBLOB, 0, blob.data(), &size)) {
-    error = GetLastError();
+  DWORD size = 0;
+  if (const ErrorCode error = ExportKeyInto(key, PUBLICKEYBLOB, blob, &size);
+      error != ERROR_SUCCESS) {
+    trace.Line("EXT : %s : CryptExportKey hKey=%x, error = %x.", name, Hex(key), Hex(error));
+    throw error;
   }
-  // A provider that reports more than it was given room for has not exported the key.
-  else if (size > kBlobCapacity) {
-    error = ERROR_MORE_DATA;
-  } else {
-    blob.resize(size);
-    return blob;
-  }
-  trace.Line("EXT : %s : CryptExportKey hKey=%x, error = %x.", name, Hex(key), Hex(error));
-  throw error;
+  blob.resize(size);
+  return blob;
 }
 
 // Writes the structure, the OID behind it and the blob behind the OID's area. The caller's block is

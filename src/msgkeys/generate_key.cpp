@@ -6,6 +6,7 @@
 
 #include "frame/export_frame.h"
 #include "frame/handles.h"
+#include "frame/provider_type.h"
 #include "msgkeys/message_keys.h"
 
 namespace zarext {
@@ -13,9 +14,6 @@ namespace {
 
 constexpr char kCmsForm[] = "ZarMsgGenContentEncryptKey";
 constexpr char kOlderForm[] = "ZarGenEncryptKey";
-
-// The type of the provider whose contexts the module acquires itself.
-constexpr DWORD kProviderType = 25;
 
 struct ContentAlgorithm {
   const char* oid;
@@ -44,11 +42,10 @@ ALG_ID FindContentAlgorithm(ExportTrace& trace, const char* exportName, const ch
 // Refuses a caller's provider whose type is neither the module's own nor PROV_RSA_FULL.
 void CheckProviderType(ExportTrace& trace, const char* exportName, HCRYPTPROV hCryptProv) {
   DWORD type = 0;
-  DWORD size = sizeof(type);
-  if (!CryptGetProvParam(hCryptProv, PP_PROVTYPE, reinterpret_cast<BYTE*>(&type), &size, 0)) {
+  if (!ReadProviderType(hCryptProv, &type)) {
     ThrowFailedCall(trace, exportName, "CryptGetProvParam error");
   }
-  if (type != kProviderType && type != PROV_RSA_FULL) {
+  if (!IsServedProviderType(type)) {
     trace.Line("EXT : %s : CryptGetProvParam[%x] : PP_PROVTYPE=%x.", exportName,
                Hex(GetCurrentThreadId()), Hex(type));
     // A signed code, which the frame does not take for one of its own: the caller sees

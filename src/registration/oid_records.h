@@ -9,6 +9,8 @@
 
 #include <array>
 
+#include "frame/provider_type.h"
+
 namespace zarext {
 
 // The extra information of a record: three 32-bit values, registered as 12 octets. The first is the
@@ -33,7 +35,7 @@ inline constexpr DWORD kSignature = CRYPT_SIGN_ALG_OID_GROUP_ID;
 inline constexpr DWORD kKeyUsage = CRYPT_ENHKEY_USAGE_OID_GROUP_ID;
 
 // Provider types, as the third extra value states them.
-inline constexpr DWORD kZarvel = 25;
+inline constexpr DWORD kZarvel = kProviderType;
 inline constexpr DWORD kRsa = PROV_RSA_FULL;
 
 // In the order of registration, which decides: an OID and group that stand here twice end up with

@@ -1,6 +1,7 @@
 #include "store/key_provider.h"
 
 #include "frame/provider_binding.h"
+#include "frame/provider_type.h"
 
 namespace zarext {
 namespace {

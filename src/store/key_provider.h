@@ -10,9 +10,6 @@
 
 namespace zarext {
 
-// Type of "Zarvel CSP"; its RSA companion has PROV_RSA_FULL.
-inline constexpr DWORD kProviderType = 25;
-
 // Converts from the ANSI code page. False if the text is null or does not fit with its terminator.
 template <std::size_t size>
 bool ToWide(const char* text, wchar_t (&wide)[size]) noexcept {

@@ -1,6 +1,6 @@
 #include "frame/export_frame.h"
 #include "frame/module_state.h"
-#include "store/key_provider.h"
+#include "frame/provider_type.h"
 #include "store/load_certificates.h"
 #include "store/store_callbacks.h"
 
@@ -9,11 +9,10 @@ namespace {
 
 bool IsServedProvider(HCRYPTPROV hCryptProv) {
   DWORD type = 0;
-  DWORD size = sizeof type;
-  if (!CryptGetProvParam(hCryptProv, PP_PROVTYPE, reinterpret_cast<BYTE*>(&type), &size, 0)) {
+  if (!ReadProviderType(hCryptProv, &type)) {
     throw static_cast<ErrorCode>(GetLastError());
   }
-  return type == kProviderType || type == PROV_RSA_FULL;
+  return IsServedProviderType(type);
 }
 
 // No owner type holds the section: a load that throws leaves it entered, and opens of other threads

@@ -6,7 +6,7 @@ source=$(cd "$(dirname "$0")/../.." && pwd)
 fail() { echo "FAILED: $*" >&2; exit 1; }
 
 archive=$source/$("$source/script/package" "$1" | tail -n 1)
-work=$(mktemp -d "$source/build/package-test.XXXXXX")
+work=$(mktemp -d -p "$source/build")
 trap 'rm -rf "$work"' EXIT
 cd "$work"
 (cd "$(dirname "$archive")" && sha256sum --quiet -c "$archive.sha256") || fail "the sum of the zip"

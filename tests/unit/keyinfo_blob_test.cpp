@@ -10,6 +10,7 @@
 #include "keyinfo/import_blob.h"
 #include "keyinfo/key_blob.h"
 #include "keyinfo/secret_buffer.h"
+#include "support/export_table.h"
 #include "unit/keyinfo_octets.h"
 
 namespace zarext::test {
@@ -42,31 +43,13 @@ TEST(KeyBlob, NoDataIsNoOctetsWhateverTheSize) {
 }
 
 TEST(AlgorithmMap, ExportsEveryAlgorithmUnderItsOid) {
-  const std::vector<std::pair<std::uint32_t, std::string>> rows = {
-      {0xAA3A, "1.3.6.1.4.1.32473.1.5.8"},  {0xAA3B, "1.3.6.1.4.1.32473.1.5.9"},
-      {0xAA3C, "1.3.6.1.4.1.32473.1.5.10"}, {0xAA3D, "1.3.6.1.4.1.32473.1.5.11"},
-      {0xAA40, "1.3.6.1.4.1.32473.1.5.14"}, {0xAA41, "1.3.6.1.4.1.32473.1.5.15"},
-      {0xAA4C, "1.3.6.1.4.1.32473.1.5.17"}, {0xAA4D, "1.3.6.1.4.1.32473.1.5.18"},
-      {0xA450, "1.3.6.1.4.1.32473.1.5.20"}, {0xA451, "1.3.6.1.4.1.32473.1.5.21"},
-      {0xA452, "1.3.6.1.4.1.32473.1.5.22"}, {0xA453, "1.3.6.1.4.1.32473.1.5.23"},
-      {0xA454, "1.3.6.1.4.1.32473.1.5.24"}, {0xA045, "1.3.6.1.4.1.32473.1.8.8"},
-      {0xA049, "1.3.6.1.4.1.32473.1.8.9"},  {0xA047, "1.3.6.1.4.1.32473.1.8.10"},
-      {0xA04E, "1.3.6.1.4.1.32473.1.8.11"}, {0xA04F, "1.3.6.1.4.1.32473.1.8.12"},
-      {0xA046, "1.3.6.1.4.1.32473.1.8.14"}, {0xA048, "1.3.6.1.4.1.32473.1.8.15"},
-      {0xA050, "1.3.6.1.4.1.32473.1.8.20"}, {0xA051, "1.3.6.1.4.1.32473.1.8.21"},
-      {0xA052, "1.3.6.1.4.1.32473.1.8.22"}, {0xA053, "1.3.6.1.4.1.32473.1.8.23"},
-      {0xA054, "1.3.6.1.4.1.32473.1.8.24"}, {0x2A4A, "1.2.398.3.10.1.1.2.1.1"},
-      {0x2A4C, "1.2.398.3.10.1.1.2.2.1"},   {0x2A3A, "1.2.398.3.10.1.1.1.1.1"},
-      {0x2A40, "1.2.398.3.10.1.1.1.1.2"},   {0x2A41, "1.2.398.3.10.1.1.1.1.3"},
-      {0xA055, "1.2.398.3.10.1.4.1.1.1"},   {0xA04B, "1.2.398.3.10.1.4.1.2.1"},
-  };
   std::uint32_t named = 0;
   for (std::uint32_t algorithm = 0; algorithm < 0x20000; ++algorithm) {
-    const auto row =
-        std::find_if(rows.begin(), rows.end(), [&](const auto& r) { return r.first == algorithm; });
-    named += row != rows.end();
-    ASSERT_EQ(row != rows.end() ? row->second : "1.3.6.1.4.1.32473.1.2.2",
-              OidOfAlgorithm(algorithm));
+    const auto row = std::find_if(kExportTable.begin(), kExportTable.end(),
+                                  [&](const auto& r) { return r.first == algorithm; });
+    const bool isNamed = row != kExportTable.end();
+    named += isNamed;
+    ASSERT_STREQ(isNamed ? row->second : kDefaultExportOid, OidOfAlgorithm(algorithm));
   }
   EXPECT_EQ(32u, named);
   EXPECT_STREQ("1.3.6.1.4.1.32473.1.2.2", OidOfAlgorithm(0xFFFFAA3A));

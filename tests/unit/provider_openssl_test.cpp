@@ -20,7 +20,7 @@ namespace {
 class OpenSsl {
  public:
   OpenSsl() {
-    std::string name = std::filesystem::temp_directory_path() / "provider-openssl-XXXXXX";
+    std::string name = std::filesystem::temp_directory_path() / ("openssl-" + std::string(6, 'X'));
     if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder");
     folder_ = name;
   }

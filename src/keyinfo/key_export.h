@@ -1,0 +1,28 @@
+// The provider's export of a key into a buffer of fixed size.
+#ifndef ZAREXT_KEYINFO_KEY_EXPORT_H_
+#define ZAREXT_KEYINFO_KEY_EXPORT_H_
+
+#include <windows.h>
+
+#include <wincrypt.h>
+
+#include <span>
+
+#include "frame/export_frame.h"
+
+namespace zarext {
+
+// Exports the key as a blob of the given type and stores the blob's size. ERROR_SUCCESS, or the
+// provider's error; ERROR_MORE_DATA for a provider that reports more than it was given room for: it
+// has not exported the key.
+inline ErrorCode ExportKeyInto(HCRYPTKEY key, DWORD blobType, std::span<BYTE> buffer, DWORD* size) {
+  *size = static_cast<DWORD>(buffer.size());
+  if (!CryptExportKey(key, 0, blobType, 0, buffer.data(), size)) {
+    return GetLastError();
+  }
+  return *size <= buffer.size() ? ErrorCode{ERROR_SUCCESS} : ErrorCode{ERROR_MORE_DATA};
+}
+
+}  // namespace zarext
+
+#endif  // ZAREXT_KEYINFO_KEY_EXPORT_H_
