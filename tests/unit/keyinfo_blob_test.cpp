@@ -84,7 +84,7 @@ TEST(ImportBlob, HeadAndKey) {
   const Octets key = Hex("a1b2c3");
   EXPECT_EQ("06020000 4c2a0000 00454331 00040000 a1b2c3", [&] {
     std::string text = HexText(BuildImportBlob(ImportRuleOf("1.2.398.3.10.1.1.2.2"), key));
-    for (const std::size_t at : {32, 24, 16, 8}) {
+    for (const std::size_t at : {32u, 24u, 16u, 8u}) {
       text.insert(at, " ");
     }
     return text;
