@@ -10,7 +10,7 @@
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string finding = ZAREXT_FUZZ_FUNCTION({data, size});
   if (!finding.empty()) {
-    std::fprintf(stderr, "%s\n", finding.c_str());
+    (void)std::fprintf(stderr, "%s\n", finding.c_str());
     std::abort();
   }
   return 0;

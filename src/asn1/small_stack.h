@@ -16,6 +16,7 @@ class SmallStack {
 
  public:
   SmallStack() = default;
+  ~SmallStack() = default;
   SmallStack(const SmallStack&) = delete;
   SmallStack& operator=(const SmallStack&) = delete;
 
