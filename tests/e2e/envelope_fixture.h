@@ -26,8 +26,9 @@ inline constexpr char kExchangeOid[] = "1.3.6.1.4.1.32473.1.8.8";
 // A container with a fresh exchange key.
 class Party {
  public:
-  explicit Party(const char* container, ALG_ID algId = kExchangeAlgId, DWORD type = 25)
-      : context_(NewContainer(container, type)), key_(Generate(context_, algId)) {}
+  explicit Party(const char* container, ALG_ID algId = kExchangeAlgId, DWORD type = 25,
+                 DWORD keyFlags = 0)
+      : context_(NewContainer(container, type)), key_(Generate(context_, algId, keyFlags)) {}
 
   [[nodiscard]] HCRYPTPROV Provider() const { return context_.Get(); }
   [[nodiscard]] const Context& Own() const { return context_; }

@@ -1,7 +1,5 @@
 #include "support/store_fixes.h"
 
-#include <wincrypt.h>
-
 #include <atomic>
 #include <map>
 #include <mutex>
@@ -114,6 +112,10 @@ StoreFixes::StoreFixes(HMODULE module) {
 }
 
 StoreFixes::~StoreFixes() = default;
+
+BOOL DeleteFromStore(PCCERT_CONTEXT context) {
+  return IsRealWindows() ? CertDeleteCertificateFromStore(context) : DeleteFix(context);
+}
 
 ModuleClock::ModuleClock(HMODULE module, long long now)
     : patch_(module, "msvcrt.dll", "_time64", &ModuleTime) {

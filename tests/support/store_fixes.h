@@ -6,6 +6,8 @@
 
 #include <windows.h>
 
+#include <wincrypt.h>
+
 #include <memory>
 #include <vector>
 
@@ -24,6 +26,9 @@ class StoreFixes {
  private:
   std::vector<std::unique_ptr<ImportPatch>> patches_;
 };
+
+// CertDeleteCertificateFromStore for tests: takes the context, as on Windows, on either platform.
+BOOL DeleteFromStore(PCCERT_CONTEXT context);
 
 // The module's clock under the test's control: its calls of the C runtime's time give Now().
 class ModuleClock {

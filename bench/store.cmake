@@ -1,0 +1,6 @@
+if(WIN32)
+  zarext_add_program(store_bench SOURCES store_bench.cpp LIBS zarext_test_support)
+  target_include_directories(store_bench PRIVATE ${PROJECT_SOURCE_DIR})
+  set_target_properties(store_bench PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+  add_dependencies(store_bench zarext)
+endif()
