@@ -1,13 +1,11 @@
 #include "keyinfo/import_blob.h"
 
 #include <cstddef>
-#include <limits>
 #include <new>
 
 namespace zarext {
 namespace {
 
-constexpr std::size_t kHeadSize = 16;
 // Its meaning is the provider's.
 constexpr std::uint32_t kMagic = 0x31434500;
 constexpr std::uint8_t kOctetStringTag = 0x04;
@@ -46,11 +44,11 @@ std::optional<OctetSpan> ExtractKey(TASN1& document, OctetSpan bits) {
 }
 
 std::vector<std::uint8_t> BuildImportBlob(const ImportRule& rule, OctetSpan key) {
-  if (key.size() > std::numeric_limits<std::uint32_t>::max() - kHeadSize) {
+  if (key.size() > kLongestBlobKey) {
     throw std::bad_alloc();
   }
   std::vector<std::uint8_t> blob;
-  blob.reserve(kHeadSize + key.size());
+  blob.reserve(kImportBlobHeadSize + key.size());
   blob.assign({kPublicKeyBlobType, kOwnBlobVersion, 0, 0});
   AppendWord(blob, rule.aiKeyAlg);
   AppendWord(blob, kMagic);

@@ -13,6 +13,10 @@
 
 namespace zarext {
 
+// The head of the blob, in octets, and the longest key that leaves a 32-bit length for both.
+inline constexpr std::uint32_t kImportBlobHeadSize = 16;
+inline constexpr std::uint32_t kLongestBlobKey = 0xFFFFFFFF - kImportBlobHeadSize;
+
 // Finds the key in the octets of the bit string. Octets that `document` accepts give what it reads
 // as the root's value, whatever its tag is (a constructed root has none: an empty key). Refused
 // ones are read directly as 04, an octet that completes the length, and the key, or as 04, an octet
@@ -22,7 +26,7 @@ std::optional<OctetSpan> ExtractKey(TASN1& document, OctetSpan bits);
 
 // The 16-octet head and the key, unchanged:
 //   06 02 00 00 | aiKeyAlg | magic 00 45 43 31 | bit length | key
-// Throws std::bad_alloc if the blob's length would not fit into 32 bits.
+// Throws std::bad_alloc, also for a key of more than kLongestBlobKey octets.
 std::vector<std::uint8_t> BuildImportBlob(const ImportRule& rule, OctetSpan key);
 
 }  // namespace zarext

@@ -15,11 +15,15 @@
 namespace zarext {
 namespace {
 
-// A LocalAlloc block with a copy of the octets and a zero octet behind it. Throws std::bad_alloc.
-UniqueLocalMemory CopyForCaller(OctetSpan octets) {
-  if (octets.size() >= std::numeric_limits<DWORD>::max()) {
+// The copies below are one octet longer. Refused before any of the octets is read.
+void RequireRoomForCopy(DWORD size) {
+  if (size == std::numeric_limits<DWORD>::max()) {
     throw std::bad_alloc();
   }
+}
+
+// A LocalAlloc block with a copy of the octets and a zero octet behind it. Throws std::bad_alloc.
+UniqueLocalMemory CopyForCaller(OctetSpan octets) {
   UniqueLocalMemory block(LocalAlloc(LPTR, octets.size() + 1));
   if (!block) {
     throw std::bad_alloc();
@@ -66,6 +70,7 @@ BOOL WINAPI ZarConvertPublicKeyInfo(DWORD dwCertEncodingType, PCERT_PUBLIC_KEY_I
     trace.Line("EXT : ZarConvertPublicKeyInfo : Algorithm = %s.", pInfo->Algorithm.pszObjId);
     RequireOwnAlgorithm(trace, "ZarConvertPublicKeyInfo", "pszObjId", pInfo->Algorithm.pszObjId);
     RequireParameter(key.pbData != nullptr || key.cbData == 0);
+    RequireRoomForCopy(key.cbData);
     // Detached whether or not the caller takes it; nobody frees it then: a compatibility fact.
     BYTE* block = static_cast<BYTE*>(CopyForCaller(OctetsOf(key.pbData, key.cbData)).Detach());
     StoreIfWanted(ppvBlob, block);
@@ -90,6 +95,7 @@ BOOL WINAPI ZarEncodePublicKeyAndParameters(DWORD dwCertEncodingType, LPSTR pszP
     RequireParameter(pbPubKey != nullptr && cbPubKey != 0);
     RequireOwnAlgorithm(trace, "ZarEncodePublicKeyAndParameters", "lpcPublicKeyOID",
                         pszPublicKeyObjId);
+    RequireRoomForCopy(cbPubKey);
     const OctetSpan blob(pbPubKey, cbPubKey);
     trace.Line("EXT : ZarEncodePublicKeyAndParameters : PublicKey[%i] = ... %x %x %x.",
                Int(cbPubKey), OctetFromEnd(blob, 3), OctetFromEnd(blob, 2), OctetFromEnd(blob, 1));

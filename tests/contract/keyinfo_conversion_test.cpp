@@ -350,5 +350,15 @@ TEST_F(PublicKeyEncoding, WithoutMemory) {
   EXPECT_TRUE(Untouched());
 }
 
+TEST_F(PublicKeyEncoding, ALengthWhoseSuccessorDoesNotFit) {
+  const GuardedMemory blob(Octets{0x06, 0x02, 0x00, 0x00});
+  char oid[] = "1.2.643.2.2.19";
+  EXPECT_EQ(FALSE, encode_(1, oid, blob.Data(), 0xFFFFFFFF, 0, nullptr, &key, &keySize, &parameters,
+                           &parametersSize));
+  EXPECT_EQ(0x8009000Eu, GetLastError());
+  EXPECT_TRUE(Untouched());
+  EXPECT_TRUE(allocation.calls.empty());
+}
+
 }  // namespace
 }  // namespace zarext::test

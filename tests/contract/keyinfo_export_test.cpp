@@ -1,4 +1,5 @@
 // ZarExportPublicKeyInfo and ZarExportPublicKeyInfoEx.
+#include <cstdlib>
 #include <cstring>
 
 #include "keyinfo_fixture.h"
@@ -267,6 +268,25 @@ TEST_P(PublicKeyExport, AnAlgorithmThatIsNotThereCountsAsZero) {
     EXPECT_EQ("EXT : ZarExportPublicKeyInfo : CryptExportKey hKey=" + H(userKey) + ", ALG_ID = 0.",
               trace.Messages().back());
   }
+}
+
+// malloc of the module without memory for one size.
+std::size_t refusedSize = 0;
+decltype(malloc)* realMalloc = nullptr;
+void* RefusingMalloc(std::size_t size) { return size == refusedSize ? nullptr : realMalloc(size); }
+
+TEST_P(PublicKeyExport, WithoutMemoryForTheBlob) {
+  const ImportPatch patch(Module(), "msvcrt.dll", "malloc", &RefusingMalloc);
+  realMalloc = patch.Original<decltype(malloc)>();
+  refusedSize = 1024;
+  const GuardedMemory block(Octets(180, 0xCC));
+  EXPECT_EQ(FALSE, Call(block.As<CERT_PUBLIC_KEY_INFO>(), nullptr));
+  refusedSize = 0;
+  EXPECT_EQ(0x8009000Eu, GetLastError());
+  EXPECT_THAT(provider_.KeyCalls(),
+              ElementsAre("GetProvParam(1001, 16, 4, 0)", "GetUserKey(1001, 2) = 2001",
+                          "DestroyKey(1001, 2001)"));
+  EXPECT_EQ(Octets(180, 0xCC), block.Content());
 }
 
 class ExtendedPublicKeyExport : public KeyInfoTest {

@@ -479,6 +479,19 @@ TEST_P(PublicKeyImport, WithoutMemoryForTheBlob) {
   EXPECT_EQ(77u, handle);
 }
 
+TEST_P(PublicKeyImport, ALengthThatLeavesNoRoomForTheBlobsHead) {
+  PublicKey key(kNational512, {0x04, 0x01, 0xAA});
+  for (const DWORD size : {0xFFFFFFF0u, 0xFFFFFFFFu}) {
+    key.Info()->PublicKey.cbData = size;
+    HCRYPTKEY handle = 77;
+    SetLastError(kUntouchedError);
+    EXPECT_EQ(FALSE, Call(key.Info(), &handle));
+    EXPECT_EQ(0x8009000Eu, GetLastError());
+    EXPECT_EQ(77u, handle);
+  }
+  EXPECT_THAT(provider_.KeyCalls(), IsEmpty());
+}
+
 class ExtendedPublicKeyImport : public KeyInfoTest {
  protected:
   ExtendedImport* import_ = Export<ExtendedImport>("ZarImportPublicKeyInfoEx");

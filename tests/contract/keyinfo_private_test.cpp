@@ -539,5 +539,32 @@ TEST_F(PrivateKeyImport, EveryAllocationMayFail) {
   EXPECT_LT(5, failures);
 }
 
+TEST_F(PrivateKeyExport, EveryAllocationMayFail) {
+  const ImportPatch mallocPatch(Module(), "msvcrt.dll", "malloc", &FailingMalloc);
+  const ImportPatch callocPatch(Module(), "msvcrt.dll", "calloc", &FailingCalloc);
+  realMalloc = mallocPatch.Original<decltype(malloc)>();
+  realCalloc = callocPatch.Original<decltype(calloc)>();
+  int failures = 0;
+  for (int n = 0; n < 1000; ++n) {
+    const GuardedMemory block(Octets(120, 0xCC));
+    SetLastError(kUntouchedError);
+    allowed = n;
+    const BOOL done =
+        export_(Provider(), 1, nullptr, 0, nullptr, block.As<CRYPT_PRIVATE_KEY_INFO>(), nullptr);
+    const bool failed = allowed == -1;
+    allowed = -1;
+    ASSERT_THAT(provider_.OpenKeys(), IsEmpty());
+    if (!failed) {
+      EXPECT_EQ(TRUE, done);
+      break;
+    }
+    ++failures;
+    ASSERT_EQ(FALSE, done) << n;
+    ASSERT_EQ(0x8009000Eu, GetLastError()) << n;
+    ASSERT_EQ(Octets(120, 0xCC), block.Content()) << n;
+  }
+  EXPECT_LT(5, failures);
+}
+
 }  // namespace
 }  // namespace zarext::test
