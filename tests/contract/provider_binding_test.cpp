@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <windows.h>
 
+#include <stdexcept>
 #include <string>
 
 #include "frame/export_frame.h"
@@ -32,14 +33,38 @@ std::string ProviderWithout(const char* missing) {
   return ProgramFolder() + "provider_without_" + missing + ".dll";
 }
 
-// Stands for the provider's default file in a folder of the library search order.
+constexpr char kEmptyFolder[] = "c:\\zarext_binding\\";
+
+void CopyHere(const std::string& path) {
+  const std::string name = path.substr(path.rfind('\\') + 1);
+  if (!CopyFileA(path.c_str(), (kEmptyFolder + name).c_str(), FALSE)) {
+    throw std::runtime_error("cannot copy " + path);
+  }
+}
+
+// A copy of this program in a folder without a provider: the default file is searched beside the
+// program first, where the build leaves the real one.
+std::string LonelyProgram() {
+  static const std::string path = [] {
+    CreateDirectoryA(kEmptyFolder, nullptr);
+    CopyHere(ProgramFolder() + "frame_internal.exe");
+    CopyHere(ProviderWithout("none"));
+    return std::string(kEmptyFolder) + "frame_internal.exe";
+  }();
+  return path;
+}
+
+// Stands for the provider's default file, beside the copied program.
 class DefaultFile {
  public:
-  DefaultFile() { CopyFileA(ProviderWithout("none").c_str(), path_.c_str(), FALSE); }
+  DefaultFile() {
+    LonelyProgram();
+    CopyFileA(ProviderWithout("none").c_str(), path_.c_str(), FALSE);
+  }
   ~DefaultFile() { DeleteFileA(path_.c_str()); }
 
  private:
-  std::string path_ = ProgramFolder() + "cpzarvel.dll";
+  std::string path_ = std::string(kEmptyFolder) + "cpzarvel.dll";
 };
 
 std::string BoundFile() {
@@ -111,8 +136,10 @@ ZAREXT_CHILD(BindMissing) {
   return BindsTo("provider_without_none.dll");
 }
 
-DWORD RunInChild(const char* name, const ChildArguments& arguments = {}) {
-  return ChildProcess(name, arguments).Wait().value_or(999);
+DWORD RunInChild(const std::string& name, const std::string& argument = "") {
+  return ChildProcess::Program(LonelyProgram() + " --child=" + name + " " + argument)
+      .Wait()
+      .value_or(999);
 }
 
 TEST(BindProvider, WithoutAKeyTheDefaultFileIsLoaded) {
@@ -123,7 +150,7 @@ TEST(BindProvider, WithoutAKeyTheDefaultFileIsLoaded) {
 
 TEST(BindProvider, WithoutAKeyAndFileTheLoadsErrorIsThrown) {
   DeleteProviderKey();
-  EXPECT_EQ(0u, RunInChild("BindMissing", {"126"}));
+  EXPECT_EQ(0u, RunInChild("BindMissing", "126"));
 }
 
 TEST(BindProvider, WithoutAValueTheDefaultFileIsLoaded) {
@@ -147,13 +174,13 @@ TEST(BindProvider, TheValuesTypeDoesNotMatter) {
 
 TEST(BindProvider, NothingIsExpanded) {
   WriteImagePath(REG_EXPAND_SZ, Text("%SystemRoot%\\x.dll"));
-  EXPECT_EQ(0u, RunInChild("BindMissing", {"126"}));
+  EXPECT_EQ(0u, RunInChild("BindMissing", "126"));
 }
 
 TEST(BindProvider, AMissingRegisteredFileThrowsTheLoadsError) {
   const DefaultFile file;
   WriteImagePath(REG_SZ, Text("c:\\nowhere\\missing.dll"));
-  EXPECT_EQ(0u, RunInChild("BindMissing", {"126"}));
+  EXPECT_EQ(0u, RunInChild("BindMissing", "126"));
 }
 
 TEST(BindProvider, AValueThatFillsTheBufferIsUnreadable) {
@@ -174,7 +201,7 @@ class MissingEntryPoint : public testing::TestWithParam<const char*> {};
 TEST_P(MissingEntryPoint, UnloadsAndTriesAgain) {
   WriteImagePath(REG_SZ, Text(ProviderWithout(GetParam())));
   EXPECT_EQ(0u,
-            RunInChild("BindIncomplete", {std::string("provider_without_") + GetParam() + ".dll"}));
+            RunInChild("BindIncomplete", std::string("provider_without_") + GetParam() + ".dll"));
 }
 
 INSTANTIATE_TEST_SUITE_P(FirstFive, MissingEntryPoint,
