@@ -1,4 +1,5 @@
-// The provider's export of a key into a buffer of fixed size.
+// What the exports of public and private keys share: the provider's export of a key into a buffer
+// of fixed size, and where the key lies in the caller's block.
 #ifndef ZAREXT_KEYINFO_KEY_EXPORT_H_
 #define ZAREXT_KEYINFO_KEY_EXPORT_H_
 
@@ -6,11 +7,16 @@
 
 #include <wincrypt.h>
 
+#include <cstddef>
 #include <span>
 
 #include "frame/export_frame.h"
 
 namespace zarext {
+
+// The OID's room between the structure and the key, terminator included: callers find the key
+// behind it.
+inline constexpr std::size_t kOidAreaSize = 32;
 
 // Exports the key as a blob of the given type and stores the blob's size. ERROR_SUCCESS, or the
 // provider's error; ERROR_MORE_DATA for a provider that reports more than it was given room for: it

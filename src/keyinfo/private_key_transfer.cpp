@@ -29,8 +29,6 @@ constexpr DWORD PP_PROFILE = 0x38;
 constexpr DWORD PP_CNT_URL = 0x2E;
 
 constexpr DWORD kExportCapacity = 4096;
-// Between the structure and the key.
-constexpr std::size_t kOidAreaSize = 32;
 // What a size query answers, whatever the key's length is: a compatibility fact.
 constexpr DWORD kReportedSize = 2048;
 

@@ -20,8 +20,6 @@ namespace {
 
 // A longer blob fails in the provider.
 constexpr DWORD kBlobCapacity = 1024;
-// Between the structure and the blob.
-constexpr std::size_t kOidAreaSize = 32;
 
 struct ExportVariant {
   const char* name;
