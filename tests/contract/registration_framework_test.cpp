@@ -18,6 +18,7 @@
 #include "support/framework_patches/framework_patches.h"
 #include "support/module_under_test.h"
 #include "support/registry_snapshot.h"
+#include "support/regsvr32.h"
 
 namespace zarext::test {
 namespace {
@@ -290,16 +291,12 @@ ZAREXT_CHILD(RegistersDirectly) {
 
 namespace {
 
-DWORD Regsvr32(const std::string& arguments) {
-  return ChildProcess::Program("regsvr32 /s " + arguments).Wait().value_or(259);
-}
-
 DWORD Child(const char* name) { return ChildProcess(name).Wait().value_or(259); }
 
 // The life of an installation, gone through once; the tests look at what it left at each step.
 struct Lifecycle {
-  const std::string patches = "\"" + ProgramFolder() + "patches.dll\"";
-  const std::string module = "\"" + ProgramFolder() + "ZAREXT.dll\"";
+  const std::string patches = QuotedInProgramFolder("patches.dll");
+  const std::string module = QuotedInProgramFolder("ZAREXT.dll");
 
   const RegistryLines before = ReadRegistry();
   const DWORD removingNothing = Regsvr32("/u " + patches + " " + module);

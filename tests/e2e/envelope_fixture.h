@@ -14,6 +14,7 @@
 
 #include "contract/provider_fixture.h"
 #include "frame/handles.h"
+#include "support/issued_certificate.h"
 #include "support/module_under_test.h"
 #include "support/trace_capture.h"
 
@@ -46,44 +47,15 @@ class Issuer {
 
   // A certificate whose public key is the party's whole blob, under `keyOid`.
   [[nodiscard]] UniqueCertContext Certify(const Party& party, const char* keyOid) const {
-    Octets serial = {static_cast<std::uint8_t>(++serial_)};
-    Octets name = EncodeName("CN=Issuer");
-    Octets subject = EncodeName("CN=Party");
-    Octets publicKey = party.PublicBlob();
-    char signatureOid[] = szOID_RSA_SHA256RSA;
-    CERT_INFO info = {};
-    info.dwVersion = CERT_V3;
-    info.SerialNumber = {1, serial.data()};
-    info.SignatureAlgorithm.pszObjId = signatureOid;
-    info.Issuer = {static_cast<DWORD>(name.size()), name.data()};
-    info.Subject = {static_cast<DWORD>(subject.size()), subject.data()};
-    info.NotBefore.dwHighDateTime = 0x01D00000;
-    info.NotAfter.dwHighDateTime = 0x01F00000;
-    info.SubjectPublicKeyInfo.Algorithm.pszObjId = const_cast<char*>(keyOid);
-    info.SubjectPublicKeyInfo.PublicKey = {static_cast<DWORD>(publicKey.size()), publicKey.data(),
-                                           0};
-    const Octets encoded = Fetch("CryptSignAndEncodeCertificate", [&](BYTE* data, DWORD* size) {
-      return CryptSignAndEncodeCertificate(context_.Get(), AT_SIGNATURE, X509_ASN_ENCODING,
-                                           X509_CERT_TO_BE_SIGNED, &info, &info.SignatureAlgorithm,
-                                           nullptr, data, size);
-    });
-    UniqueCertContext certificate(CertCreateCertificateContext(X509_ASN_ENCODING, encoded.data(),
-                                                               static_cast<DWORD>(encoded.size())));
-    Must(certificate.Get() != nullptr, "CertCreateCertificateContext");
-    return certificate;
+    return CertificateContext(
+        IssueCertificate({context_.Get(), AT_SIGNATURE, szOID_RSA_SHA256RSA, "Issuer"}, "Party",
+                         SubjectKey(keyOid, party.PublicBlob()), ++serial_));
   }
 
  private:
-  static Octets EncodeName(const char* text) {
-    return Fetch("CertStrToName", [&](BYTE* data, DWORD* size) {
-      return CertStrToNameA(X509_ASN_ENCODING, text, CERT_X500_NAME_STR, nullptr, data, size,
-                            nullptr);
-    });
-  }
-
   Context context_;
   Key key_;
-  mutable unsigned serial_ = 0;
+  mutable std::uint8_t serial_ = 0;
 };
 
 }  // namespace zarext::test

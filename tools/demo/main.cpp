@@ -1,96 +1,137 @@
-// Loads the module in a process of its own, calls it, and shows what it traces. Without an argument
-// this is the watching process; it starts itself again with "act" as the one that is watched.
+// Shows the module at work, end to end. This is the watching process; it starts itself again with
+// --act for every step, and prints the calls of that process and the module's trace, which it
+// receives over the debugger channel.
+#include <getopt.h>
 #include <windows.h>
 
-#include <wincrypt.h>
-
-#include <stdio.h>
-#include <string.h>
-
-#include <stdexcept>
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <exception>
 #include <string>
 
-#include "frame/handles.h"
-#include "support/debug_channel.h"
+#include "demo/actors.h"
+#include "demo/steps.h"
+#include "demo/story.h"
+#include "demo/watcher.h"
 
 namespace {
 
-using zarext::UniqueKernelObject;
-using zarext::UniqueModule;
+using zarext::demo::Step;
 
-template <typename Function>
-Function* Find(HMODULE module, const char* name) {
-  const FARPROC function = GetProcAddress(module, name);
-  if (function == nullptr) {
-    throw std::runtime_error(std::string("no export ") + name);
+constexpr std::array kSteps = {
+    Step{"register", "Register with regsvr32", &zarext::demo::RegisterModule, true},
+    Step{"certificates", "Verify certificates that OpenSSL made", &zarext::demo::VerifyCertificates,
+         false},
+    Step{"containers", "Make keys, certificates and a request", &zarext::demo::FillContainers,
+         false},
+    Step{"store", "Put certificates into the store, find one and sign", &zarext::demo::UseStore,
+         false},
+    Step{"envelope", "Envelope 1 MiB for two recipients", &zarext::demo::OpenEnvelopes, false},
+    Step{"private-key", "Move a private key into a second container", &zarext::demo::MovePrivateKey,
+         false},
+    Step{"maintenance", "Install and remove certificates", &zarext::demo::MaintainStores, false},
+    Step{"cache", "Show the cache of the containers", &zarext::demo::ShowCache, false},
+    Step{"unregister", "Unregister, and report what stays", &zarext::demo::UnregisterModule, true},
+};
+// Started by other steps.
+constexpr std::array kHelpers = {
+    Step{"open-store", "", &zarext::demo::OpenStoreOnce, false},
+};
+
+struct Options {
+  std::string act;
+  bool trace = false;
+  bool keep = false;
+  bool valid = true;
+};
+
+Options ReadOptions(int argc, char** argv) {
+  static const option kOptions[] = {{"act", required_argument, nullptr, 'a'},
+                                    {"trace", no_argument, nullptr, 't'},
+                                    {"keep", no_argument, nullptr, 'k'},
+                                    {"certificates", required_argument, nullptr, 'c'},
+                                    {nullptr, 0, nullptr, 0}};
+  Options options;
+  int which = 0;
+  while ((which = getopt_long(argc, argv, "", kOptions, nullptr)) != -1) {
+    options.trace |= which == 't';
+    options.keep |= which == 'k';
+    options.valid &= which != '?';
+    if (which == 'a') {
+      options.act = optarg;
+    }
+    if (which == 'c') {
+      SetEnvironmentVariableA(zarext::demo::kCertificatesVariable, optarg);
+    }
   }
-  return reinterpret_cast<Function*>(reinterpret_cast<void*>(function));
+  options.valid &= optind == argc;
+  return options;
 }
 
-void Call(const char* text, bool good) {
-  if (!good) {
-    throw std::runtime_error(std::string(text) + " gave a wrong result");
+template <typename Steps>
+const Step* FindStep(const Steps& steps, const std::string& name) {
+  for (const Step& step : steps) {
+    if (name == step.name) {
+      return &step;
+    }
   }
+  return nullptr;
 }
 
-// What the watched process does; every call is followed by a line that the watcher prints at its
-// place among the trace lines.
-int Act() {
-  const UniqueModule module(LoadLibraryA("ZAREXT.dll"));
-  Call("LoadLibrary", static_cast<bool>(module));
-  const auto encode = Find<BOOL WINAPI(DWORD, LPCSTR, const void*, BYTE*, DWORD*)>(
-      module.Get(), "ZarCryptEncodeObject");
-  Call("ZarCryptEncodeObject",
-       encode(X509_ASN_ENCODING, "1.2.643.2.2.19", nullptr, nullptr, nullptr));
-  const auto revocation = Find<BOOL WINAPI(DWORD, const CERT_INFO*, DWORD, void*)>(
-      module.Get(), "ZarCertVerifyRevocation");
-  CERT_INFO info = {};
-  char oid[] = "1.2.643.2.2.3";
-  info.SignatureAlgorithm.pszObjId = oid;
-  Call("ZarCertVerifyRevocation", revocation(X509_ASN_ENCODING, &info, 0, nullptr));
-  const auto name = Find<const char * WINAPI(LPCWSTR)>(module.Get(), "ZarCryptFindLocalizedName");
-  Call("ZarCryptFindLocalizedName", name(L"Personal") != nullptr);
-  return 0;
+// The watched process. A helper's story belongs to the step that started it, which ends it.
+int Act(const std::string& name) {
+  const Step* const step = FindStep(kSteps, name);
+  const Step* const helper = FindStep(kHelpers, name);
+  if (step == nullptr && helper == nullptr) {
+    return 2;
+  }
+  int code = 0;
+  try {
+    const zarext::demo::Host host;
+    (step != nullptr ? step : helper)->act();
+  } catch (const std::exception& error) {
+    zarext::demo::Fail(error.what());
+    code = 1;
+  }
+  if (step != nullptr) {
+    zarext::demo::End();
+  }
+  return code;
 }
 
-int Watch() {
-  zarext::test::DebugChannel channel;
-  char program[MAX_PATH] = {};
-  GetModuleFileNameA(nullptr, program, MAX_PATH);
-  std::string line = "\"" + std::string(program) + "\" act";
-  STARTUPINFOA startup = {};
-  startup.cb = sizeof startup;
-  PROCESS_INFORMATION process = {};
-  if (!CreateProcessA(nullptr, line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
-                      &process)) {
-    throw std::runtime_error("cannot start the watched process");
+int Watch(const Options& options) {
+  zarext::demo::Watcher watcher(options.trace);
+  zarext::demo::CleanUp();
+  bool right = true;
+  for (const Step& step : kSteps) {
+    right = watcher.Run(step);
+    if (!right) {
+      break;
+    }
   }
-  const UniqueKernelObject handle(process.hProcess);
-  const UniqueKernelObject thread(process.hThread);
-  WaitForSingleObject(handle.Get(), 60000);
-  DWORD code = 1;
-  GetExitCodeProcess(handle.Get(), &code);
-  Sleep(200);
-  const auto traced = channel.Lines(process.dwProcessId);
-  printf("Process %lu loaded ZAREXT.dll and called it; the debugger channel brought:\n",
-         process.dwProcessId);
-  for (const std::string& text : traced) {
-    printf("    %s\n", text.c_str());
+  if (!options.keep) {
+    zarext::demo::CleanUp();
   }
-  if (code != 0 || traced.size() != 5) {
-    throw std::runtime_error("the watched process failed, or not every line arrived");
-  }
-  printf("%u trace lines, as expected.\n", static_cast<unsigned>(traced.size()));
-  return 0;
+  watcher.PrintSummary();
+  std::printf("\n%s\n",
+              right ? "All of it as it should be." : "Stopped at the first wrong result.");
+  return right ? 0 : 1;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+  SetConsoleOutputCP(CP_UTF8);
   try {
-    return argc == 2 && strcmp(argv[1], "act") == 0 ? Act() : Watch();
+    const Options options = ReadOptions(argc, argv);
+    if (!options.valid) {
+      (void)std::fprintf(stderr, "usage: zarext-demo [--certificates=FOLDER] [--trace] [--keep]\n");
+      return 2;
+    }
+    return options.act.empty() ? Watch(options) : Act(options.act);
   } catch (const std::exception& error) {
-    (void)fprintf(stderr, "demo: %s\n", error.what());
+    (void)std::fprintf(stderr, "zarext-demo: %s\n", error.what());
     return 1;
   }
 }

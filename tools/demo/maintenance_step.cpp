@@ -1,0 +1,4 @@
+#include "demo/steps.h"
+namespace zarext::demo {
+void MaintainStores() {}
+}  // namespace zarext::demo

@@ -1,0 +1,126 @@
+// Steps 1 and 9: registration and its removal, seen in the registry.
+#include <set>
+#include <string>
+#include <vector>
+
+#include "demo/steps.h"
+#include "demo/story.h"
+#include "frame/handles.h"
+#include "support/dev_provider.h"
+#include "support/registry_snapshot.h"
+#include "support/regsvr32.h"
+#include "support/scripted_provider.h"
+
+namespace zarext::demo {
+namespace {
+
+constexpr char kRecordsKey[] =
+    "HKLM\\SOFTWARE\\Microsoft\\Cryptography\\OID\\EncodingType 0\\CryptDllFindOIDInfo\\";
+constexpr char kPhysicalStore[] =
+    "HKCU\\Software\\Microsoft\\SystemCertificates\\MY\\PhysicalStores\\Zarvel Store Provider";
+
+// The registry before the registration.
+test::RegistryLines& Before() {
+  static test::RegistryLines lines;
+  return lines;
+}
+
+bool IsValue(const std::string& line) { return line.find(" : ") != std::string::npos; }
+
+bool Contains(const std::string& text, const char* part) {
+  return text.find(part) != std::string::npos;
+}
+
+struct Added {
+  std::vector<std::string> records;   // keys
+  std::vector<std::string> bindings;  // their values
+  std::vector<std::string> folders;   // keys without values
+  bool physicalStore = false;
+};
+
+Added Sort(const std::vector<std::string>& lines) {
+  Added added;
+  const std::set<std::string> all(lines.begin(), lines.end());
+  for (const std::string& line : lines) {
+    // The values of a key come behind it.
+    const auto next = all.upper_bound(line + " :");
+    const bool hasValues = next != all.end() && next->rfind(line + " : ", 0) == 0;
+    if (Contains(line, " : FuncName = text Zar")) {
+      added.bindings.push_back(line);
+    } else if (!IsValue(line) && line.rfind(kRecordsKey, 0) == 0) {
+      added.records.push_back(line);
+    } else if (!IsValue(line) && !hasValues) {
+      added.folders.push_back(line);
+    }
+    added.physicalStore |= line == kPhysicalStore;
+  }
+  return added;
+}
+
+bool IsProviderRegistered(const char* name) {
+  const std::string path =
+      std::string("SOFTWARE\\Microsoft\\Cryptography\\Defaults\\Provider\\") + name;
+  UniqueRegistryKey key;
+  return RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ | KEY_WOW64_64KEY,
+                       key.Put()) == ERROR_SUCCESS;
+}
+
+void InstallProviderIfNone() {
+  if (IsProviderRegistered("Zarvel CSP")) {
+    Note("the provider \"Zarvel CSP\" is installed on this machine already and is used");
+    return;
+  }
+  test::RegisterProvider("Zarvel CSP", 25, test::DevProviderPath());
+  test::RegisterProvider("Zarvel CSP RSA", 1, test::DevProviderPath());
+  Note(
+      "no provider \"Zarvel CSP\" is installed: the development provider, cpzarvel.dll, takes "
+      "its place");
+}
+
+std::string Counted(std::size_t count, const char* what) {
+  return std::to_string(count) + " " + what;
+}
+
+// "function, identifier" of a binding's line.
+std::string BindingText(const std::string& line) {
+  const std::string key = line.substr(0, line.find(" : "));
+  const std::size_t oid = key.rfind('\\');
+  const std::size_t function = key.rfind('\\', oid - 1);
+  return key.substr(function + 1, oid - function - 1) + ", " + key.substr(oid + 1);
+}
+
+}  // namespace
+
+void RegisterModule() {
+  InstallProviderIfNone();
+  Before() = test::ReadRegistry();
+  Call("regsvr32 /s " + test::PatchedModule());
+  ExpectCode(0, test::Regsvr32(test::PatchedModule()), "regsvr32 reports success");
+  const Added added = Sort(test::LinesWithout(test::ReadRegistry(), Before()));
+  Note("the module writes 68 records; three repeat an identifier and group of another");
+  Expect(added.records.size() == 65, Counted(added.records.size(), "keys of records"));
+  Expect(added.bindings.size() == 475, Counted(added.bindings.size(), "bindings of functions"));
+  Expect(added.physicalStore, "the physical store \"Zarvel Store Provider\" of \"MY\"");
+}
+
+void UnregisterModule() {
+  Call("regsvr32 /u /s " + test::PatchedModule());
+  ExpectCode(0, test::Regsvr32("/u " + test::PatchedModule()), "regsvr32 reports success");
+  const auto lines = test::LinesWithout(test::ReadRegistry(), Before());
+  const Added left = Sort(lines);
+  for (const std::string& record : left.records) {
+    Note("stays: record " + record.substr(std::string(kRecordsKey).size()));
+  }
+  for (const std::string& binding : left.bindings) {
+    Note("stays: binding of " + BindingText(binding));
+  }
+  for (const std::string& key : left.folders) {
+    Note("stays: folder " + key);
+  }
+  Expect(left.records.size() == 2, "two records stay");
+  Expect(left.bindings.size() == 24, "24 bindings stay, of four identifiers to six functions");
+  Expect(left.folders.size() == 18, "18 keys that framework functions and stores share stay");
+  Expect(!left.physicalStore, "the physical store is gone");
+}
+
+}  // namespace zarext::demo
