@@ -1,6 +1,7 @@
 // The older forms, and the CMS forms as an application calls them itself: the framework under test
 // has no caller for them.
 #include "e2e/envelope_fixture.h"
+#include "support/module_calls.h"
 #include "support/provider_handle_as_key.h"
 
 namespace zarext::test {
@@ -8,22 +9,6 @@ namespace {
 
 constexpr char kContentOid[] = "1.3.6.1.4.1.32473.1.2.4";
 constexpr char kKeyOid[] = "1.3.6.1.4.1.32473.1.4.4";
-
-Octets Encrypt(HCRYPTKEY key, Octets octets) {
-  auto size = static_cast<DWORD>(octets.size());
-  octets.resize(size + 64);
-  Must(CryptEncrypt(key, 0, TRUE, 0, octets.data(), &size, static_cast<DWORD>(octets.size())),
-       "CryptEncrypt");
-  octets.resize(size);
-  return octets;
-}
-
-Octets Decrypt(HCRYPTKEY key, Octets octets) {
-  auto size = static_cast<DWORD>(octets.size());
-  Must(CryptDecrypt(key, 0, TRUE, 0, octets.data(), &size), "CryptDecrypt");
-  octets.resize(size);
-  return octets;
-}
 
 class ContentKeyTest : public ProviderTest {
  protected:
@@ -42,9 +27,7 @@ class ContentKeyTest : public ProviderTest {
 
   Key ImportAt(const Party& party, Octets encoded) {
     Key key;
-    auto* import = test::Export<BOOL WINAPI(HCRYPTPROV, DWORD, CRYPT_ALGORITHM_IDENTIFIER*,
-                                            CRYPT_ALGORITHM_IDENTIFIER*, BYTE*, DWORD, HCRYPTKEY*)>(
-        "ZarImportEncryptKey");
+    auto* import = test::Export<ImportEncryptKey>("ZarImportEncryptKey");
     Must(import(party.Provider(), AT_KEYEXCHANGE, &content, &keyAlgorithm, encoded.data(),
                 static_cast<DWORD>(encoded.size()), key.Out()),
          "ZarImportEncryptKey");
@@ -64,13 +47,8 @@ TEST_F(ContentKeyTest, GoesToTwoRecipientsInTheOlderForms) {
   Octets secondBlob = second.PublicBlob();
   CERT_PUBLIC_KEY_INFO firstInfo = KeyInfo(firstBlob);
   CERT_PUBLIC_KEY_INFO secondInfo = KeyInfo(secondBlob);
-  auto* generate =
-      test::Export<BOOL WINAPI(HCRYPTPROV*, CRYPT_ALGORITHM_IDENTIFIER*, void*,
-                               CERT_PUBLIC_KEY_INFO*, PFN_CMSG_ALLOC, HCRYPTKEY*, BYTE**, DWORD*)>(
-          "ZarGenEncryptKey");
-  auto* exportKey =
-      test::Export<BOOL WINAPI(HCRYPTPROV, HCRYPTKEY, CERT_PUBLIC_KEY_INFO*, BYTE*, DWORD*)>(
-          "ZarExportEncryptKey");
+  auto* generate = test::Export<GenEncryptKey>("ZarGenEncryptKey");
+  auto* exportKey = test::Export<ExportEncryptKey>("ZarExportEncryptKey");
   HCRYPTPROV provider = sender.Provider();
   Key key;
   BYTE* parameters = nullptr;
@@ -103,10 +81,7 @@ TEST_F(ContentKeyTest, IsGeneratedInTheDefaultContainerForAnExchangeKey) {
   const Party user(nullptr);
   Octets blob = first.PublicBlob();
   CERT_PUBLIC_KEY_INFO info = KeyInfo(blob);
-  auto* generate =
-      test::Export<BOOL WINAPI(HCRYPTPROV*, CRYPT_ALGORITHM_IDENTIFIER*, void*,
-                               CERT_PUBLIC_KEY_INFO*, PFN_CMSG_ALLOC, HCRYPTKEY*, BYTE**, DWORD*)>(
-          "ZarGenEncryptKey");
+  auto* generate = test::Export<GenEncryptKey>("ZarGenEncryptKey");
   Context acquired;
   Key key;
   ASSERT_TRUE(

@@ -1,6 +1,7 @@
 // Private keys from one container to another. This framework never calls the two exports; they are
 // called as it would.
 #include "e2e/keyinfo_setup.h"
+#include "support/module_calls.h"
 #include "support/openssl_fixtures.h"
 
 namespace zarext::test {
@@ -8,38 +9,16 @@ namespace {
 
 using PrivateKeys = KeyFrameworkTest;
 
-using ExportPrivate = BOOL WINAPI(HCRYPTPROV, DWORD, LPSTR, DWORD, void*, CRYPT_PRIVATE_KEY_INFO*,
-                                  DWORD*);
-using ImportPrivate = BOOL WINAPI(HCRYPTPROV, CRYPT_PRIVATE_KEY_INFO*, DWORD, void*);
-
-// The exported key in a zeroed block of the size that the export asks for.
-class PrivateKeyInfo {
- public:
-  explicit PrivateKeyInfo(const KeyHolder& holder) {
-    auto* exportKey = test::Export<ExportPrivate>("ZarExportPrivKeyFunc");
-    DWORD size = 0;
-    Must(exportKey(holder.Provider(), AT_SIGNATURE, nullptr, 0, nullptr, nullptr, &size),
-         "ZarExportPrivKeyFunc");
-    block_.resize(size);
-    Must(exportKey(holder.Provider(), AT_SIGNATURE, nullptr, 0, nullptr, Get(), &size),
-         "ZarExportPrivKeyFunc");
-  }
-  CRYPT_PRIVATE_KEY_INFO* Get() { return reinterpret_cast<CRYPT_PRIVATE_KEY_INFO*>(block_.data()); }
-
- private:
-  Octets block_;
-};
-
 BOOL ImportInto(const Context& context, CRYPT_PRIVATE_KEY_INFO* info) {
-  return test::Export<ImportPrivate>("ZarImportPrivKeyFunc")(context.Get(), info, CRYPT_EXPORTABLE,
-                                                             nullptr);
+  return test::Export<ImportPrivKeyFunc>("ZarImportPrivKeyFunc")(context.Get(), info,
+                                                                 CRYPT_EXPORTABLE, nullptr);
 }
 
 TEST_F(PrivateKeys, MoveFromContainerToContainer) {
   for (const ALG_ID algorithm : {0xAA3Au, 0xAA4Cu, 0xA450u}) {
     const std::string name = std::to_string(algorithm);
     const KeyHolder holder(name.c_str(), algorithm, 25, CRYPT_EXPORTABLE);
-    PrivateKeyInfo info(holder);
+    PrivateKeyInfo info(holder.Provider(), AT_SIGNATURE);
     EXPECT_NE(std::string::npos,
               std::string(info.Get()->Algorithm.pszObjId).find("1.3.6.1.4.1.32473.1.5."));
     const Context target = NewContainer(("to" + name).c_str());
@@ -59,7 +38,7 @@ TEST_F(PrivateKeys, MoveFromContainerToContainer) {
 TEST_F(PrivateKeys, AnotherKeyInTheContainerIsAFailure) {
   const KeyHolder one("one", 0xAA3A, 25, CRYPT_EXPORTABLE);
   const KeyHolder other("other", 0xAA3A, 25, CRYPT_EXPORTABLE);
-  PrivateKeyInfo info(one);
+  PrivateKeyInfo info(one.Provider(), AT_SIGNATURE);
   EXPECT_EQ(FALSE, ImportInto(other.Own(), info.Get()));
   EXPECT_EQ(static_cast<DWORD>(NTE_TOKEN_KEYSET_STORAGE_FULL), GetLastError());
 }
@@ -67,7 +46,7 @@ TEST_F(PrivateKeys, AnotherKeyInTheContainerIsAFailure) {
 TEST_F(PrivateKeys, AnUnexportableKeyStays) {
   const KeyHolder holder("holder", 0xAA3A);
   DWORD size = 0;
-  EXPECT_EQ(FALSE, test::Export<ExportPrivate>("ZarExportPrivKeyFunc")(
+  EXPECT_EQ(FALSE, test::Export<ExportPrivKeyFunc>("ZarExportPrivKeyFunc")(
                        holder.Provider(), AT_SIGNATURE, nullptr, 0, nullptr, nullptr, &size));
   EXPECT_NE(0u, GetLastError());
   EXPECT_EQ(0u, size);

@@ -6,6 +6,7 @@
 
 #include <wincrypt.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <vector>
 
@@ -77,6 +78,38 @@ class Message {
  private:
   HCRYPTMSG handle_;
 };
+
+// A definite-length DER element within octets: where it, its content and what follows it begin.
+struct DerElement {
+  std::size_t begin;
+  std::size_t content;
+  std::size_t end;
+};
+inline DerElement ReadElement(const Octets& octets, std::size_t begin) {
+  std::size_t content = begin + 2;
+  std::size_t size = octets.at(begin + 1);
+  if (size > 0x80) {
+    const std::size_t count = size - 0x80;
+    size = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+      size = size << 8 | octets.at(content++);
+    }
+  }
+  return {begin, content, content + size};
+}
+
+// The same message with the first recipient's record behind the second's: they are a SET, and
+// Wine hands out the one that comes first, whichever is asked for.
+inline Octets SecondRecipientFirst(Octets message) {
+  const auto contentType = ReadElement(message, ReadElement(message, 0).content);
+  const auto enveloped = ReadElement(message, ReadElement(message, contentType.end).content);
+  const auto version = ReadElement(message, enveloped.content);
+  const auto first = ReadElement(message, ReadElement(message, version.end).content);
+  const auto second = ReadElement(message, first.end);
+  const auto place = [&](std::size_t at) { return message.begin() + static_cast<long long>(at); };
+  std::rotate(place(first.begin), place(second.begin), place(second.end));
+  return message;
+}
 
 }  // namespace zarext::test
 

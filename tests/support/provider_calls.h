@@ -32,8 +32,13 @@ inline void Must(BOOL result, const char* call) {
   if (!result) throw CallFailed(call, GetLastError());
 }
 
-// The last error of a call that must have failed; 0 if it did not.
-inline DWORD CodeOf(BOOL result) { return result ? 0 : GetLastError(); }
+// The last error of a call that failed, or kNoCode where it left 0; 0 if it did not fail.
+inline constexpr DWORD kNoCode = 0xFFFFFFFF;
+inline DWORD CodeOf(BOOL result) {
+  if (result) return 0;
+  const DWORD code = GetLastError();
+  return code != 0 ? code : kNoCode;
+}
 
 template <typename Handle, auto release>
 class Owner {
@@ -150,6 +155,23 @@ inline DWORD VerifyCode(const Context& context, HCRYPTKEY key, ALG_ID algorithm,
   const HashHandle hash = StartHash(context, algorithm, data);
   return CodeOf(CryptVerifySignatureA(hash.Get(), signature.data(),
                                       static_cast<DWORD>(signature.size()), key, nullptr, 0));
+}
+
+// Whole content, padded.
+inline Octets Encrypt(HCRYPTKEY key, Octets octets) {
+  auto size = static_cast<DWORD>(octets.size());
+  octets.resize(size + 64);
+  Must(CryptEncrypt(key, 0, TRUE, 0, octets.data(), &size, static_cast<DWORD>(octets.size())),
+       "CryptEncrypt");
+  octets.resize(size);
+  return octets;
+}
+
+inline Octets Decrypt(HCRYPTKEY key, Octets octets) {
+  auto size = static_cast<DWORD>(octets.size());
+  Must(CryptDecrypt(key, 0, TRUE, 0, octets.data(), &size), "CryptDecrypt");
+  octets.resize(size);
+  return octets;
 }
 
 inline std::string TextParam(const Context& context, DWORD parameter) {

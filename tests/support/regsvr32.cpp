@@ -1,6 +1,7 @@
 #include "support/regsvr32.h"
 
 #include "support/child_process.h"
+#include "support/platform.h"
 
 namespace zarext::test {
 
@@ -11,8 +12,7 @@ DWORD Regsvr32(const std::string& arguments) {
 std::string QuotedInProgramFolder(const char* file) { return "\"" + ProgramFolder() + file + "\""; }
 
 std::string PatchedModule() {
-  const bool wine = GetProcAddress(GetModuleHandleA("ntdll"), "wine_get_version") != nullptr;
-  return (wine ? QuotedInProgramFolder("patches.dll") + " " : std::string()) +
+  return (IsWine() ? QuotedInProgramFolder("patches.dll") + " " : std::string()) +
          QuotedInProgramFolder("ZAREXT.dll");
 }
 

@@ -5,6 +5,8 @@
 #include <mutex>
 #include <set>
 
+#include "support/platform.h"
+
 namespace zarext::test {
 namespace {
 
@@ -80,10 +82,6 @@ PCCERT_CONTEXT WINAPI EnumFix(HCERTSTORE store, PCCERT_CONTEXT previous) {
   return snapshot.contexts[snapshot.next++];
 }
 
-bool IsRealWindows() {
-  return GetProcAddress(GetModuleHandleA("ntdll.dll"), "wine_get_version") == nullptr;
-}
-
 std::atomic<long long> moduleTime{0};
 
 long long ModuleTime(long long* out) {
@@ -97,7 +95,7 @@ long long ModuleTime(long long* out) {
 }  // namespace
 
 StoreFixes::StoreFixes(HMODULE module) {
-  if (IsRealWindows()) {
+  if (!IsWine()) {
     return;
   }
   constexpr char kCrypt[] = "CRYPT32.dll";
@@ -114,7 +112,7 @@ StoreFixes::StoreFixes(HMODULE module) {
 StoreFixes::~StoreFixes() = default;
 
 BOOL DeleteFromStore(PCCERT_CONTEXT context) {
-  return IsRealWindows() ? CertDeleteCertificateFromStore(context) : DeleteFix(context);
+  return IsWine() ? DeleteFix(context) : CertDeleteCertificateFromStore(context);
 }
 
 ModuleClock::ModuleClock(HMODULE module, long long now)

@@ -8,6 +8,8 @@
 #include <cstring>
 #include <string>
 
+#include "support/platform.h"
+
 namespace zarext::test {
 namespace {
 
@@ -155,8 +157,6 @@ bool Redirect(HMODULE library, const char* function, void* replacement) {
   std::memcpy(start, jump, sizeof jump);
   return VirtualProtect(start, sizeof jump, protection, &protection) != FALSE;
 }
-
-bool IsWine() { return GetProcAddress(GetModuleHandleA("ntdll"), "wine_get_version") != nullptr; }
 
 }  // namespace
 
