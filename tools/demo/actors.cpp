@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "demo/steps.h"
+#include "support/issued_certificate.h"
 #include "support/module_under_test.h"
 
 namespace zarext::demo {
@@ -86,6 +87,12 @@ std::string SubjectName(PCCERT_CONTEXT certificate) {
   wchar_t name[256] = {};
   CertGetNameStringW(certificate, CERT_NAME_SIMPLE_DISPLAY_TYPE, 0, nullptr, name, 256);
   return Utf8(name);
+}
+
+DWORD Verify(const UniqueCertContext& certificate, const UniqueCertContext& issuer) {
+  Call("CryptVerifyCertificateSignatureEx(\"" + SubjectName(certificate.Get()) + "\", issuer \"" +
+       SubjectName(issuer.Get()) + "\")");
+  return test::CertificateSignatureCode(certificate.Get(), issuer.Get());
 }
 
 // What is not there cannot be deleted, and need not be.

@@ -76,6 +76,8 @@ void HandOn(const Actor& actor, const Octets& certificate);
 
 // The common name in a certificate.
 std::string SubjectName(PCCERT_CONTEXT certificate);
+// Told as a call: the last error, 0 if the issuer's key made the certificate's signature.
+DWORD Verify(const UniqueCertContext& certificate, const UniqueCertContext& issuer);
 
 }  // namespace zarext::demo
 

@@ -28,12 +28,6 @@ struct Chain {
   UniqueCertContext user;
 };
 
-DWORD Verify(const UniqueCertContext& certificate, const UniqueCertContext& issuer) {
-  Call("CryptVerifyCertificateSignatureEx(\"" + SubjectName(certificate.Get()) + "\", issuer \"" +
-       SubjectName(issuer.Get()) + "\")");
-  return test::CertificateSignatureCode(certificate.Get(), issuer.Get());
-}
-
 void VerifySignatures(const Chain& chain) {
   const CERT_INFO& info = *chain.user.Get()->pCertInfo;
   Note(std::string("keys ") + info.SubjectPublicKeyInfo.Algorithm.pszObjId + ", signatures " +

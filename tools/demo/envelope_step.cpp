@@ -1,4 +1,213 @@
+// Step 5: enveloped messages, in the CMS form and in the older one.
+#include <optional>
+#include <string>
+
+#include "demo/actors.h"
 #include "demo/steps.h"
+#include "demo/story.h"
+#include "support/child_process.h"
+#include "support/enveloped_message.h"
+#include "support/issued_certificate.h"
+#include "support/module_calls.h"
+#include "support/platform.h"
+#include "support/provider_handle_as_key.h"
+
 namespace zarext::demo {
-void OpenEnvelopes() {}
+namespace {
+
+constexpr char kContentOid[] = "1.3.6.1.4.1.32473.1.2.4";
+constexpr char kOlderKeyOid[] = "1.3.6.1.4.1.32473.1.4.4";
+constexpr char kImportFunction[] = "CryptMsgDllImportKeyTrans";
+
+// What Wine needs for messages. It looks the import of a key up by the content's algorithm, so that
+// one more binding is needed; and advapi32 refuses the provider's handle as the key to export.
+class MessageFixes {
+ public:
+  MessageFixes() {
+    if (test::IsWine()) {
+      const std::string path = test::ProgramFolder() + "ZAREXT.dll";
+      const std::wstring wide(path.begin(), path.end());
+      test::Must(CryptRegisterOIDFunction(X509_ASN_ENCODING, kImportFunction, kContentOid,
+                                          wide.c_str(), "ZarMsgImportKeyTrans"),
+                 "CryptRegisterOIDFunction");
+      providerHandleAsKey_.emplace();
+      zeroedMemory_.emplace();
+      Note(
+          "on Wine: ZarMsgImportKeyTrans is bound by the content's algorithm, too, and the module "
+          "may name a key by its provider's handle");
+    }
+  }
+  ~MessageFixes() {
+    if (test::IsWine()) {
+      CryptUnregisterOIDFunction(X509_ASN_ENCODING, kImportFunction, kContentOid);
+    }
+  }
+  MessageFixes(const MessageFixes&) = delete;
+  MessageFixes& operator=(const MessageFixes&) = delete;
+
+ private:
+  std::optional<test::ProviderHandleAsKey> providerHandleAsKey_;
+  std::optional<test::ZeroedFrameworkMemory> zeroedMemory_;
+};
+
+struct Party {
+  explicit Party(const Actor& actor)
+      : context(NewContainer(actor)), key(GenerateKey(context, actor)) {}
+  test::Context context;
+  test::Key key;
+};
+
+UniqueCertContext Certify(const Actor& actor, const Party& party, std::uint8_t serial) {
+  const test::Context authority = OpenContainer(kAuthority);
+  Call(std::string("CryptSignAndEncodeCertificate(\"") + actor.container + "\", by \"" +
+       kAuthority.container + "\")");
+  return test::CertificateContext(test::IssueCertificate(
+      {authority.Get(), kAuthority.keySpec, kAuthority.signatureOid, kAuthority.container},
+      actor.container, test::SubjectKey::Makers(actor.keyOid, party.key), serial));
+}
+
+Octets Envelope(const Party& sender, const std::vector<PCCERT_CONTEXT>& recipients,
+                const Octets& content) {
+  CRYPT_ENCRYPT_MESSAGE_PARA para = {};
+  para.cbSize = sizeof para;
+  para.dwMsgEncodingType = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
+  para.hCryptProv = sender.context.Get();
+  para.ContentEncryptionAlgorithm.pszObjId = const_cast<char*>(kContentOid);
+  Octets message;
+  Call("CryptEncryptMessage(" + std::to_string(content.size()) + " octets, content " + kContentOid +
+       ", two recipients)");
+  test::Must(test::EncryptMessage(&para, recipients, content, &message), "CryptEncryptMessage");
+  ExpectTraced("EXT : ZarMsgGenContentEncryptKey : cRecipients = 2.");
+  ExpectTraced("EXT : ZarMsgExportKeyTrans : EncryptedKeySize=152.");
+  Expect(message.size() > content.size() + 2 * 152,
+         "a message of " + std::to_string(message.size()) + " octets");
+  return message;
+}
+
+// Opens the message; the code, or 0 and the content.
+DWORD Open(const Octets& message, const Party& party, const char* who, Octets* content) {
+  const test::Message received(message);
+  Call(std::string("CryptMsgControl(CMSG_CTRL_DECRYPT, as \"") + who + "\")");
+  const DWORD code = test::CodeOf(received.Decrypt(party.context.Get()));
+  if (code == 0) {
+    *content = received.Content();
+  }
+  return code;
+}
+
+void OpenAs(const Octets& message, const Party& party, const char* who, const Octets& expected) {
+  Octets content;
+  ExpectCode(0, Open(message, party, who, &content), std::string(who) + " can open it");
+  ExpectTraced("EXT : ZarMsgImportKeyTrans : CryptImportKey - OK.");
+  Expect(content == expected, "the content came back octet for octet");
+}
+
+struct Parties {
+  Party sender{kSender};
+  Party first{kFirst};
+  Party second{kSecond};
+};
+
+void ShowCmsForm(const Parties& parties, const Octets& content) {
+  const MessageFixes fixes;
+  const auto first = Certify(kFirst, parties.first, 5);
+  const auto second = Certify(kSecond, parties.second, 6);
+  const Octets message = Envelope(parties.sender, {first.Get(), second.Get()}, content);
+  OpenAs(message, parties.first, kFirst.container, content);
+  if (test::IsWine()) {
+    Note(
+        "Wine hands out the first recipient's record only: the same message, with the two records "
+        "the other way round");
+  }
+  const Octets turned = test::IsWine() ? test::SecondRecipientFirst(message) : message;
+  OpenAs(turned, parties.second, kSecond.container, content);
+  Octets none;
+  ExpectCode(static_cast<DWORD>(NTE_BAD_DATA),
+             Open(message, parties.sender, kSender.container, &none),
+             "refused: it was not meant for its own sender");
+}
+
+CRYPT_ALGORITHM_IDENTIFIER Algorithm(const char* oid) {
+  CRYPT_ALGORITHM_IDENTIFIER algorithm = {};
+  algorithm.pszObjId = const_cast<char*>(oid);
+  return algorithm;
+}
+
+// A recipient's key in the older form.
+class OlderRecipient {
+ public:
+  explicit OlderRecipient(const Party& party) : blob_(test::Export(party.key, PUBLICKEYBLOB)) {
+    info_.Algorithm = Algorithm(kOlderKeyOid);
+    info_.PublicKey = {static_cast<DWORD>(blob_.size()), blob_.data(), 0};
+  }
+  OlderRecipient(const OlderRecipient&) = delete;
+  OlderRecipient& operator=(const OlderRecipient&) = delete;
+  CERT_PUBLIC_KEY_INFO* Info() { return &info_; }
+
+ private:
+  Octets blob_;
+  CERT_PUBLIC_KEY_INFO info_ = {};
+};
+
+test::Key Generate(const Party& sender, OlderRecipient* first) {
+  CRYPT_ALGORITHM_IDENTIFIER algorithm = Algorithm(kContentOid);
+  HCRYPTPROV provider = sender.context.Get();
+  test::Key key;
+  BYTE* parameters = nullptr;
+  DWORD size = 0;
+  Call(std::string("ZarGenEncryptKey(content ") + kContentOid + ")");
+  test::Must(
+      test::Export<test::GenEncryptKey>("ZarGenEncryptKey")(
+          &provider, &algorithm, nullptr, first->Info(), nullptr, key.Out(), &parameters, &size),
+      "ZarGenEncryptKey");
+  const UniqueLocalMemory owner(parameters);
+  return key;
+}
+
+void PassInOlderForm(const Party& sender, const test::Key& key, const Party& party, const char* who,
+                     const Octets& encrypted, const Octets& content) {
+  OlderRecipient recipient(party);
+  Call(std::string("ZarExportEncryptKey(for \"") + who + "\")");
+  Octets wrapped = test::Fetch("ZarExportEncryptKey", [&](BYTE* data, DWORD* size) {
+    return test::Export<test::ExportEncryptKey>("ZarExportEncryptKey")(
+        sender.context.Get(), key.Get(), recipient.Info(), data, size);
+  });
+  CRYPT_ALGORITHM_IDENTIFIER contentAlgorithm = Algorithm(kContentOid);
+  CRYPT_ALGORITHM_IDENTIFIER keyAlgorithm = Algorithm(kOlderKeyOid);
+  test::Key received;
+  Call(std::string("ZarImportEncryptKey(as \"") + who + "\")");
+  const DWORD code = test::CodeOf(test::Export<test::ImportEncryptKey>("ZarImportEncryptKey")(
+      party.context.Get(), AT_KEYEXCHANGE, &contentAlgorithm, &keyAlgorithm, wrapped.data(),
+      static_cast<DWORD>(wrapped.size()), received.Out()));
+  ExpectCode(0, code, std::string(who) + " can unwrap the key");
+  Call("CryptDecrypt()");
+  Expect(test::Decrypt(received.Get(), encrypted) == content,
+         "the content came back octet for octet");
+}
+
+void ShowOlderForm(const Parties& parties, const Octets& content) {
+  Note(
+      "the functions of the older form are called as the framework would call them; Wine's never "
+      "does");
+  OlderRecipient first(parties.first);
+  const test::Key key = Generate(parties.sender, &first);
+  Call("CryptEncrypt(" + std::to_string(content.size()) + " octets)");
+  const Octets encrypted = test::Encrypt(key.Get(), content);
+  Expect(encrypted != content, "the content is not readable");
+  PassInOlderForm(parties.sender, key, parties.first, kFirst.container, encrypted, content);
+  PassInOlderForm(parties.sender, key, parties.second, kSecond.container, encrypted, content);
+}
+
+}  // namespace
+
+void OpenEnvelopes() {
+  const Parties parties;
+  Octets content(1024 * 1024);
+  for (std::size_t i = 0; i < content.size(); ++i) {
+    content[i] = static_cast<std::uint8_t>(i * 2654435761U >> 24);
+  }
+  ShowCmsForm(parties, content);
+  ShowOlderForm(parties, content);
+}
+
 }  // namespace zarext::demo

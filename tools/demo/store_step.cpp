@@ -1,4 +1,100 @@
+// Step 4: the store "Zarvel Store Provider".
+#include <string>
+#include <utility>
+
+#include "demo/actors.h"
+#include "demo/provider_store.h"
 #include "demo/steps.h"
+#include "demo/story.h"
+#include "support/issued_certificate.h"
+
 namespace zarext::demo {
-void UseStore() {}
+namespace {
+
+constexpr char kNationalHash[] = "1.2.398.3.10.1.3.2";
+constexpr DWORD kEncoding = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
+
+void Add(const UniqueCertStore<0>& store, const Actor& actor) {
+  const auto certificate = test::CertificateContext(ReadHandedOn(actor));
+  Call("CertAddCertificateContextToStore(\"" + SubjectName(certificate.Get()) + "\")");
+  const DWORD code = test::CodeOf(CertAddCertificateContextToStore(store.Get(), certificate.Get(),
+                                                                   CERT_STORE_ADD_NEW, nullptr));
+  ExpectCode(0, code, "the certificate is with its key in the container");
+}
+
+void ExpectEntry(const Listing& entries, const Actor& actor, const std::string& serial) {
+  const auto found = entries.find(actor.container);
+  Expect(found != entries.end() && found->second.encoded == ReadHandedOn(actor),
+         std::string("the certificate of ") + actor.container + " came back octet for octet");
+  const std::string url = std::string("profile://") + actor.container + "/?sn=" + serial;
+  const Entry& entry = found->second;
+  const std::string provider = actor.providerType == 1 ? "Zarvel CSP RSA" : "Zarvel CSP";
+  Expect(entry.container == url && entry.provider == provider &&
+             entry.providerType == actor.providerType && entry.keySpec == AT_SIGNATURE,
+         "it points to its key");
+}
+
+Octets Sign(PCCERT_CONTEXT signer, const Octets& content) {
+  CRYPT_SIGN_MESSAGE_PARA para = {};
+  para.cbSize = sizeof para;
+  para.dwMsgEncodingType = kEncoding;
+  para.pSigningCert = signer;
+  para.HashAlgorithm.pszObjId = const_cast<char*>(kNationalHash);
+  para.cMsgCert = 1;
+  para.rgpMsgCert = &signer;
+  const BYTE* parts[] = {content.data()};
+  DWORD sizes[] = {static_cast<DWORD>(content.size())};
+  Call("CryptSignMessage(\"" + SubjectName(signer) + "\", hash " + kNationalHash + ")");
+  return test::Fetch("CryptSignMessage", [&](BYTE* data, DWORD* size) {
+    return CryptSignMessage(&para, FALSE, 1, parts, sizes, data, size);
+  });
+}
+
+DWORD Verify(const Octets& message, Octets* content) {
+  CRYPT_VERIFY_MESSAGE_PARA para = {};
+  para.cbSize = sizeof para;
+  para.dwMsgAndCertEncodingType = kEncoding;
+  content->resize(message.size());
+  auto size = static_cast<DWORD>(content->size());
+  Call("CryptVerifyMessageSignature()");
+  const DWORD code = test::CodeOf(CryptVerifyMessageSignature(&para, 0, message.data(),
+                                                              static_cast<DWORD>(message.size()),
+                                                              content->data(), &size, nullptr));
+  content->resize(code == 0 ? size : 0);
+  return code;
+}
+
+void SignAndVerify(const UniqueCertStore<0>& store) {
+  Call("CertFindCertificateInStore(\"demo-national\")");
+  const UniqueCertContext signer(CertFindCertificateInStore(
+      store.Get(), kEncoding, 0, CERT_FIND_SUBJECT_STR_W, L"demo-national", nullptr));
+  test::Must(signer.Get() != nullptr, "CertFindCertificateInStore");
+  const std::string text = "Signed with the key that the certificate points to.";
+  const Octets content(text.begin(), text.end());
+  Octets message = Sign(signer.Get(), content);
+  Octets read;
+  ExpectCode(0, Verify(message, &read), "the signature is right");
+  Expect(read == content, "the content is what was signed");
+  message.back() ^= 1;  // the end of the signature
+  ExpectCode(static_cast<DWORD>(NTE_BAD_SIGNATURE), Verify(message, &read),
+             "refused: one bit of the signature is another");
+}
+
+}  // namespace
+
+void UseStore() {
+  auto store = OpenStore();
+  for (const Actor& actor : {kNational, kMaker, kRsa}) {
+    Add(store, actor);
+  }
+  CloseStore(std::move(store));
+  store = OpenStore();
+  const auto entries = List(store);
+  ExpectEntry(entries, kNational, "175A02");
+  ExpectEntry(entries, kMaker, "175A03");
+  ExpectEntry(entries, kRsa, "175A04");
+  SignAndVerify(store);
+  CloseStore(std::move(store));
+}
+
 }  // namespace zarext::demo

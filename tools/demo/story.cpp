@@ -17,6 +17,8 @@ void Tell(char mark, const std::string& text) {
 
 void Call(const std::string& text) { Tell(kCallMark, text); }
 void Note(const std::string& text) { Tell(kNoteMark, text); }
+void ExpectTraced(const std::string& part) { Tell(kTracedMark, part); }
+void ExpectNotTraced(const std::string& part) { Tell(kUntracedMark, part); }
 void Fail(const std::string& why) { Tell(kFailureMark, why); }
 void End() { Tell(kEndMark, ""); }
 

@@ -19,6 +19,8 @@ inline constexpr char kStoryMark[] = "zarext-demo ";
 inline constexpr char kCallMark = 'C';
 inline constexpr char kNoteMark = 'N';
 inline constexpr char kCheckMark = 'V';
+inline constexpr char kTracedMark = 'T';
+inline constexpr char kUntracedMark = 'U';
 inline constexpr char kFailureMark = 'F';
 inline constexpr char kEndMark = 'E';
 
@@ -28,8 +30,12 @@ void Call(const std::string& text);
 void Note(const std::string& text);
 // A result that was checked: throws, which ends the demo, if it does not hold.
 void Expect(bool holds, const std::string& what);
-// A call's result is 0; otherwise the code goes into the failure.
+// A call ended with this last error, 0 if it has to succeed; any other goes into the failure.
 void ExpectCode(DWORD expected, DWORD code, const std::string& what);
+// Checked by the watching process: the module has, or has not, traced a line with `part` in it
+// since the last call.
+void ExpectTraced(const std::string& part);
+void ExpectNotTraced(const std::string& part);
 // Used by main alone: the step went wrong; the step is over.
 void Fail(const std::string& why);
 void End();

@@ -1,5 +1,6 @@
 #include "demo/watcher.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -11,6 +12,7 @@ namespace zarext::demo {
 namespace {
 
 constexpr DWORD kStepTimeLimit = 120000;
+constexpr DWORD kChannelTimeLimit = 10000;
 constexpr DWORD kPollTime = 20;
 constexpr char kTraceMark[] = "EXT : ";
 
@@ -18,13 +20,13 @@ bool StartsWith(const std::string& text, const char* beginning) {
   return text.rfind(beginning, 0) == 0;
 }
 
-std::string OwnCommandLine(const Step& step) {
+}  // namespace
+
+std::string ActCommandLine(const char* name) {
   char program[MAX_PATH] = {};
   GetModuleFileNameA(nullptr, program, MAX_PATH);
-  return "\"" + std::string(program) + "\" --act=" + step.name;
+  return "\"" + std::string(program) + "\" --act=" + name;
 }
-
-}  // namespace
 
 bool Watcher::Run(const Step& step) {
   records_.push_back({.title = step.title});
@@ -49,7 +51,7 @@ void Watcher::RunHere(const Step& step) {
 }
 
 void Watcher::RunThere(const Step& step) {
-  const auto process = test::ChildProcess::Program(OwnCommandLine(step));
+  const auto process = test::ChildProcess::Program(ActCommandLine(step.name));
   for (DWORD waited = 0; waited < kStepTimeLimit && !process.Wait(kPollTime); waited += kPollTime) {
     Print(process.Id());
   }
@@ -63,7 +65,8 @@ void Watcher::RunThere(const Step& step) {
 
 // The channel is behind the process by a line at most.
 void Watcher::WaitForEnd(DWORD own) {
-  for (DWORD waited = 0; waited < 2000 && !records_.back().ended; waited += kPollTime) {
+  for (DWORD waited = 0; waited < kChannelTimeLimit && !records_.back().ended;
+       waited += kPollTime) {
     Print(own);
     Sleep(kPollTime);
   }
@@ -86,6 +89,7 @@ void Watcher::PrintStory(const std::string& line) {
   switch (line[0]) {
     case kCallMark:
       ++record.calls;
+      tracedSinceCall_.clear();
       std::printf("   %s\n", text);
       break;
     case kNoteMark:
@@ -94,6 +98,10 @@ void Watcher::PrintStory(const std::string& line) {
     case kCheckMark:
       ++record.checks;
       std::printf("   => %s\n", text);
+      break;
+    case kTracedMark:
+    case kUntracedMark:
+      CheckTraced(text, line[0] == kTracedMark);
       break;
     case kFailureMark:
       ++record.failures;
@@ -104,8 +112,19 @@ void Watcher::PrintStory(const std::string& line) {
   }
 }
 
+void Watcher::CheckTraced(const std::string& part, bool expected) {
+  const bool traced =
+      std::any_of(tracedSinceCall_.begin(), tracedSinceCall_.end(),
+                  [&](const std::string& line) { return line.find(part) != std::string::npos; });
+  Record& record = records_.back();
+  ++(traced == expected ? record.checks : record.failures);
+  std::printf("   %s \"%s\" was %s\n", traced == expected ? "=>" : "WRONG:", part.c_str(),
+              traced ? "traced" : "not traced");
+}
+
 void Watcher::PrintTrace(const test::DebugLine& line, DWORD own) {
   ++records_.back().lines;
+  tracedSinceCall_.push_back(line.text);
   const std::string text = rawTrace_ ? line.text : line.text.substr(line.text.find(kTraceMark));
   if (line.process == own) {
     std::printf("        %s\n", text.c_str());

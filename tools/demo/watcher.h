@@ -18,6 +18,9 @@ struct Step {
   bool inWatcher;  // instead of a process of its own
 };
 
+// How this program starts itself again to act.
+std::string ActCommandLine(const char* name);
+
 class Watcher {
  public:
   // `rawTrace`: the module's lines as they arrive, with thread and time.
@@ -43,12 +46,15 @@ class Watcher {
   // Prints what has arrived; `own` is the process whose lines need no mark.
   void Print(DWORD own);
   void PrintStory(const std::string& line);
+  // Whether a line with `part` in it has come since the last call is as it should be.
+  void CheckTraced(const std::string& part, bool expected);
   void PrintTrace(const test::DebugLine& line, DWORD own);
   void WaitForEnd(DWORD own);
 
   test::DebugChannel channel_;
   bool rawTrace_;
   std::vector<Record> records_;
+  std::vector<std::string> tracedSinceCall_;
 };
 
 }  // namespace zarext::demo
