@@ -64,7 +64,7 @@ TEST_F(StoreContainers, AnAddedCertificateIsFoundWithItsKey) {
   for (const StoredCertificate& certificate : content) {
     const bool isBobs = certificate.encoded == Encoded(bobs);
     EXPECT_TRUE(isBobs || certificate.encoded == Encoded(alices));
-    EXPECT_EQ(isBobs ? L"profile://bob/?sn=01" : L"profile://alice/?sn=02", certificate.container);
+    EXPECT_EQ(isBobs ? L"profile://bob/?sn=175A01" : L"profile://alice/?sn=175A02", certificate.container);
     EXPECT_EQ(L"Zarvel CSP", certificate.provider);
     EXPECT_EQ(25u, certificate.providerType);
     EXPECT_EQ(1u, certificate.keySpec);
@@ -126,7 +126,7 @@ TEST_F(StoreContainers, ATokenTakesACertificateAfterAnImport) {
   EXPECT_EQ(1, AddToStore(cards.Get()));
   const auto content = Walk();
   ASSERT_THAT(content, SizeIs(1));
-  EXPECT_EQ(L"profile://card/?sn=01", content[0].container);
+  EXPECT_EQ(L"profile://card/?sn=175A01", content[0].container);
 }
 
 }  // namespace
