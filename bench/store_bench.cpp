@@ -12,9 +12,11 @@
 #include <wincrypt.h>
 
 #include <algorithm>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "bench/support/ratio.h"
 #include "support/certificates.h"
 #include "support/child_process.h"
 #include "support/container_provider.h"
@@ -25,9 +27,7 @@
 namespace zarext::test {
 namespace {
 
-double Shortest(const std::vector<double>& values) {
-  return *std::min_element(values.begin(), values.end());
-}
+using bench::Shortest;
 
 double Milliseconds() {
   static const double perMillisecond = [] {

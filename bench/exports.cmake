@@ -1,0 +1,6 @@
+if(WIN32)
+  zarext_add_program(exports_bench SOURCES exports_bench.cpp LIBS zarext_test_support)
+  target_include_directories(exports_bench PRIVATE ${PROJECT_SOURCE_DIR})
+  set_target_properties(exports_bench PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+  add_dependencies(exports_bench zarext cpzarvel)
+endif()
