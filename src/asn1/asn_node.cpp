@@ -12,51 +12,65 @@ namespace {
 
 // The array is always this much longer than twice the capacity that it had.
 constexpr std::uint32_t kSlackSlots = 2;
+constexpr std::size_t kSlotSize = sizeof(void*);
 
-// The codec's heap is the C heap, because a growing child array is a reallocated one.
-// NOLINTBEGIN(cppcoreguidelines-no-malloc)
-void* Checked(void* block) {
-  if (block == nullptr) throw std::bad_alloc();
-  return block;
+// Whether there is more to give back than the record.
+bool OwnsValue(const AsnNode& node) {
+  const bool onHeap = node.content != nullptr && node.content != node.octets + kShortHeader;
+  return onHeap || node.text != nullptr;
 }
-void* AllocateBlock(std::size_t size) { return Checked(std::malloc(size)); }
-void* AllocateZeroed(std::size_t size) { return Checked(std::calloc(1, size)); }
-void* GrowBlock(void* block, std::size_t size) { return Checked(std::realloc(block, size)); }
-void FreeBlock(void* block) noexcept { std::free(block); }
-// NOLINTEND(cppcoreguidelines-no-malloc)
-
-std::uint8_t* InlineContent(AsnNode* node) { return node->octets + kShortHeader; }
 
 void ReleaseValue(AsnNode* node, Release release) noexcept {
   if (release == Release::kWiped && node->content != nullptr) {
     WipeOctets(node->content, ContentLength(*node));
   }
-  if (node->content != nullptr && node->content != InlineContent(node)) FreeBlock(node->content);
+  if (node->content != nullptr && node->content != InlineContent(node)) {
+    FreeBlock(node->content);
+  }
   node->content = nullptr;
   DropText(node);
 }
 
+// Asks for the record of the child that is released after the next one: what a release costs is the
+// wait for records that have left the cache.
+void PrefetchRelease(const AsnNode& parent) {
+  if (parent.count < 2) {
+    return;
+  }
+  const AsnNode* later = parent.children[parent.count - 2];
+  __builtin_prefetch(&later->content);
+  __builtin_prefetch(&later->count);
+}
+
 void ReleaseArray(AsnNode* node) noexcept {
-  if (node->children != nullptr && node->children != node->branch.slots) FreeBlock(node->children);
+  if (node->children != nullptr && node->children != node->branch.slots) {
+    FreeBlock(node->children);
+  }
   node->children = nullptr;
   node->capacity = 0;
 }
 
 }  // namespace
 
+void* AllocateBlock(std::size_t size) {
+  void* block = std::malloc(size);  // NOLINT(cppcoreguidelines-no-malloc)
+  if (block == nullptr) {
+    throw std::bad_alloc();
+  }
+  return block;
+}
+
 void NodeRelease::operator()(AsnNode* node) const noexcept {
   ReleaseContents(node);
   FreeBlock(node);
 }
 
-void BlockRelease::operator()(void* block) const noexcept { FreeBlock(block); }
-
-OwnedOctets AllocateOctets(std::size_t size) {
-  return OwnedOctets(static_cast<std::uint8_t*>(AllocateBlock(size)));
-}
-
 OwnedOctets AllocateZeroedOctets(std::size_t size) {
-  return OwnedOctets(static_cast<std::uint8_t*>(AllocateZeroed(size)));
+  void* block = std::calloc(1, size);  // NOLINT(cppcoreguidelines-no-malloc)
+  if (block == nullptr) {
+    throw std::bad_alloc();
+  }
+  return OwnedOctets(static_cast<std::uint8_t*>(block));
 }
 
 std::uint32_t CheckedLength(std::uint64_t contentLength) {
@@ -66,12 +80,7 @@ std::uint32_t CheckedLength(std::uint64_t contentLength) {
   return static_cast<std::uint32_t>(contentLength);
 }
 
-void WriteHeader(AsnNode* node, std::uint8_t tag, std::uint32_t contentLength) {
-  node->octets[0] = tag;
-  if (contentLength < 0x80) {
-    node->octets[1] = static_cast<std::uint8_t>(contentLength);
-    return;
-  }
+void WriteLongLength(AsnNode* node, std::uint32_t contentLength) {
   const std::uint32_t lengthOctets = HeaderSizeFor(contentLength) - kShortHeader;
   node->octets[1] = static_cast<std::uint8_t>(0x80U | lengthOctets);
   for (std::uint32_t i = 0; i < lengthOctets; ++i) {
@@ -80,21 +89,9 @@ void WriteHeader(AsnNode* node, std::uint8_t tag, std::uint32_t contentLength) {
   }
 }
 
-OwnedNode NewNode(AsnNode* parent, std::uint8_t tag) {
-  OwnedNode node(static_cast<AsnNode*>(AllocateZeroed(sizeof(AsnNode))));
-  node->parent = parent;
-  node->octets[0] = tag;
-  return node;
-}
-
-std::uint8_t* PlaceContent(AsnNode* node, std::uint32_t length, std::uint32_t spare) {
-  if (length == 0) return nullptr;
-  if (length < kInlineOctets) {
-    node->content = InlineContent(node);
-  } else {
-    node->content = AllocateOctets(std::size_t{length} + spare).release();
-    std::memset(node->content + length, 0, spare);
-  }
+std::uint8_t* PlaceLongContent(AsnNode* node, std::uint32_t length, std::uint32_t spare) {
+  node->content = static_cast<std::uint8_t*>(AllocateBlock(std::size_t{length} + spare));
+  std::memset(node->content + length, 0, spare);
   WriteHeader(node, TagOf(*node), length);
   return node->content;
 }
@@ -108,34 +105,40 @@ void KeepText(AsnNode* node, std::string_view text) {
 }
 
 void DropText(AsnNode* node) noexcept {
-  if (node->text != nullptr) FreeBlock(node->text);
+  if (node->text != nullptr) {
+    FreeBlock(node->text);
+  }
   node->text = nullptr;
 }
 
-void ReserveSlot(AsnNode* parent) {
+void GrowChildArray(AsnNode* parent) {
   if (parent->children == nullptr) {
     parent->children = parent->branch.slots;
     parent->capacity = kInlineSlots;
+    return;
   }
-  const auto count = static_cast<std::uint32_t>(parent->count);
-  if (count + 1 != parent->capacity) return;
   const std::size_t slots = std::size_t{parent->capacity} * 2 + kSlackSlots;
-  AsnNode** grown = nullptr;
+  const std::size_t size = slots * kSlotSize;
   if (parent->children == parent->branch.slots) {
-    grown = static_cast<AsnNode**>(AllocateZeroed(slots * sizeof(AsnNode*)));
+    auto* grown = static_cast<AsnNode**>(AllocateBlock(size));
     std::memcpy(grown, parent->branch.slots, sizeof(parent->branch.slots));
+    parent->children = grown;
   } else {
-    const std::size_t had = std::size_t{parent->capacity} + kSlackSlots;
-    grown = static_cast<AsnNode**>(GrowBlock(parent->children, slots * sizeof(AsnNode*)));
-    std::memset(grown + had, 0, (slots - had) * sizeof(AsnNode*));
+    // NOLINTNEXTLINE(cppcoreguidelines-no-malloc)
+    void* grown = std::realloc(parent->children, size);
+    if (grown == nullptr) {
+      throw std::bad_alloc();
+    }
+    parent->children = static_cast<AsnNode**>(grown);
   }
-  parent->children = grown;
+  const auto count = static_cast<std::size_t>(parent->count);
+  std::memset(parent->children + count, 0, size - count * kSlotSize);
   parent->capacity *= 2;
 }
 
 AsnNode* InsertNode(AsnNode* parent, std::int32_t index, OwnedNode node) noexcept {
   AsnNode** slot = parent->children + index;
-  std::memmove(slot + 1, slot, static_cast<std::size_t>(parent->count - index) * sizeof(AsnNode*));
+  std::memmove(slot + 1, slot, static_cast<std::size_t>(parent->count - index) * kSlotSize);
   *slot = node.release();
   ++parent->count;
   return *slot;
@@ -145,7 +148,7 @@ OwnedNode TakeNode(AsnNode* parent, std::int32_t index) noexcept {
   AsnNode** slot = parent->children + index;
   OwnedNode taken(*slot);
   --parent->count;
-  std::memmove(slot, slot + 1, static_cast<std::size_t>(parent->count - index) * sizeof(AsnNode*));
+  std::memmove(slot, slot + 1, static_cast<std::size_t>(parent->count - index) * kSlotSize);
   parent->children[parent->count] = nullptr;
   return taken;
 }
@@ -153,20 +156,29 @@ OwnedNode TakeNode(AsnNode* parent, std::int32_t index) noexcept {
 void ReleaseContents(AsnNode* node, Release release) noexcept {
   AsnNode* current = node;
   for (;;) {
-    if (current->count > 0) {
+    while (current->count > 0) {
       AsnNode* child = current->children[--current->count];
-      // The way back up: a subtree under construction still names its future parent.
-      child->parent = current;
-      current = child;
-      continue;
+      PrefetchRelease(*current);
+      if (child->children == nullptr) {
+        if (OwnsValue(*child) || release == Release::kWiped) {
+          ReleaseValue(child, release);
+        }
+        FreeBlock(child);
+      } else {
+        // The way back up: a subtree under construction still names its future parent.
+        child->parent = current;
+        current = child;
+      }
     }
     ReleaseArray(current);
-    ReleaseValue(current, release);
-    if (current == node) return;
+    if (current == node) {
+      break;
+    }
     AsnNode* parent = current->parent;
     FreeBlock(current);
     current = parent;
   }
+  ReleaseValue(node, release);
 }
 
 void MoveContents(AsnNode* from, AsnNode* to) noexcept {
@@ -193,7 +205,9 @@ std::int64_t AdjustLength(AsnNode* node, std::int64_t change) noexcept {
 }
 
 void AdjustLengths(AsnNode* node, std::int64_t change) noexcept {
-  for (; node != nullptr && change != 0; node = node->parent) change = AdjustLength(node, change);
+  for (; node != nullptr && change != 0; node = node->parent) {
+    change = AdjustLength(node, change);
+  }
 }
 
 }  // namespace zarext

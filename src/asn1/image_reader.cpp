@@ -25,7 +25,9 @@ std::uint32_t ScanLimitAt(std::uint32_t position) {
 // next step is, or 0 when the scan ends here.
 std::uint64_t StepOver(const std::uint8_t* octets, std::uint64_t available) {
   const ElementHeader header = DecodeHeader(octets, available);
-  if (header.state != HeaderState::kReadable) return 0;
+  if (header.state != HeaderState::kReadable) {
+    return 0;
+  }
   return header.size + (IsConstructed(header.tag) ? std::uint64_t{0} : header.length);
 }
 
@@ -42,12 +44,16 @@ std::uint32_t ScanIndefinite(const std::uint8_t* octets, std::uint64_t available
       ++depth;
       offset += 2;
     } else if (at[0] == 0 && at[1] == 0) {
-      if (depth == 1) return static_cast<std::uint32_t>(offset);
+      if (depth == 1) {
+        return static_cast<std::uint32_t>(offset);
+      }
       --depth;
       offset += 2;
     } else {
       const std::uint64_t step = StepOver(at, available - offset);
-      if (step == 0) break;
+      if (step == 0) {
+        break;
+      }
       offset += step;
     }
   }
@@ -58,7 +64,9 @@ std::uint32_t ImageReader::Resolve(std::uint32_t position) {
   if (position >= kScanLimit) {
     return ScanIndefinite(At(position), image_.size() - position, position);
   }
-  if (closings_.empty()) FillClosings(position);
+  if (closings_.empty()) {
+    FillClosings(position);
+  }
   // Whether it was found or not: the first position past the search stands for the limit.
   return ClosingAt(std::uint64_t{position} + 2) - position;
 }
@@ -74,18 +82,24 @@ void ImageReader::FillClosings(std::uint32_t position) {
   const auto end = static_cast<std::uint32_t>(std::min<std::uint64_t>(image_.size(), kScanLimit));
   firstClosing_ = position;
   closings_.assign(end - position, kNoClosing);
-  for (std::uint32_t at = end; at-- > position;) closings_[at - position] = ClosingFrom(at);
+  for (std::uint32_t at = end; at-- > position;) {
+    closings_[at - position] = ClosingFrom(at);
+  }
 }
 
 std::uint16_t ImageReader::ClosingFrom(std::uint32_t position) const {
   const std::uint64_t available = image_.size() - position;
-  if (available < 2) return kNoClosing;
+  if (available < 2) {
+    return kNoClosing;
+  }
   const std::uint8_t* octets = At(position);
   if (octets[1] == 0x80) {
     const std::uint16_t inner = ClosingAt(std::uint64_t{position} + 2);
     return inner == kNoClosing ? kNoClosing : ClosingAt(std::uint64_t{inner} + 2);
   }
-  if (octets[0] == 0 && octets[1] == 0) return static_cast<std::uint16_t>(position);
+  if (octets[0] == 0 && octets[1] == 0) {
+    return static_cast<std::uint16_t>(position);
+  }
   const std::uint64_t step = StepOver(octets, available);
   return step == 0 ? kNoClosing : ClosingAt(position + step);
 }
@@ -95,8 +109,12 @@ std::int32_t ValidateImage(ImageReader* reader) {
   std::uint64_t position = 0;
   do {
     const ElementHeader header = reader->Read(position);
-    if (header.state == HeaderState::kUnreadable) return kAsnUnreadable;
-    if (header.state == HeaderState::kTruncated) return kAsnBeyondImage;
+    if (header.state == HeaderState::kUnreadable) {
+      return kAsnUnreadable;
+    }
+    if (header.state == HeaderState::kTruncated) {
+      return kAsnBeyondImage;
+    }
     position += header.size;
     if (IsConstructed(header.tag)) {
       ends.Push(position + header.length);
@@ -104,7 +122,9 @@ std::int32_t ValidateImage(ImageReader* reader) {
       position += header.length;
     }
     while (ends.Size() > 0 && position >= ends.Top()) {
-      if (position > ends.Top()) return kAsnBeyondElement;
+      if (position > ends.Top()) {
+        return kAsnBeyondElement;
+      }
       ends.Pop();
     }
   } while (ends.Size() > 0);

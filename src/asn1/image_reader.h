@@ -26,16 +26,28 @@ struct ElementHeader {
 
 // Reads one header of the available octets.
 inline ElementHeader DecodeHeader(const std::uint8_t* octets, std::uint64_t available) {
-  if (available < 2) return {HeaderState::kTruncated, 0, 0, false, 0};
+  if (available < 2) {
+    return {HeaderState::kTruncated, 0, 0, false, 0};
+  }
   const std::uint8_t tag = octets[0];
   const std::uint8_t first = octets[1];
-  if (first < 0x80) return {HeaderState::kReadable, tag, 2, false, first};
-  if (first == 0x80) return {HeaderState::kReadable, tag, 2, true, 0};
+  if (first < 0x80) {
+    return {HeaderState::kReadable, tag, 2, false, first};
+  }
+  if (first == 0x80) {
+    return {HeaderState::kReadable, tag, 2, true, 0};
+  }
   const unsigned lengthOctets = first & 0x7FU;
-  if (lengthOctets > 4) return {HeaderState::kUnreadable, tag, 0, false, 0};
-  if (available < 2 + lengthOctets) return {HeaderState::kTruncated, tag, 0, false, 0};
+  if (lengthOctets > 4) {
+    return {HeaderState::kUnreadable, tag, 0, false, 0};
+  }
+  if (available < 2 + lengthOctets) {
+    return {HeaderState::kTruncated, tag, 0, false, 0};
+  }
   std::uint32_t length = 0;
-  for (unsigned i = 0; i < lengthOctets; ++i) length = length << 8U | octets[2 + i];
+  for (unsigned i = 0; i < lengthOctets; ++i) {
+    length = length << 8U | octets[2 + i];
+  }
   return {HeaderState::kReadable, tag, static_cast<std::uint8_t>(2 + lengthOctets), false, length};
 }
 
@@ -61,9 +73,13 @@ class ImageReader {
   // The header at a position, an indefinite length resolved as ScanIndefinite does it. All
   // resolving of one image together takes time linear in its size. Throws std::bad_alloc.
   ElementHeader Read(std::uint64_t position) {
-    if (position >= image_.size()) return {HeaderState::kTruncated, 0, 0, false, 0};
+    if (position >= image_.size()) {
+      return {HeaderState::kTruncated, 0, 0, false, 0};
+    }
     ElementHeader header = DecodeHeader(At(position), image_.size() - position);
-    if (header.indefinite) header.length = Resolve(static_cast<std::uint32_t>(position));
+    if (header.indefinite) {
+      header.length = Resolve(static_cast<std::uint32_t>(position));
+    }
     return header;
   }
 

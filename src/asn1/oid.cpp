@@ -1,6 +1,7 @@
 #include "asn1/oid.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -18,12 +19,18 @@ bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 // digits; a number out of range becomes the nearest one.
 std::int32_t ArcNumber(std::string_view arc) {
   constexpr std::int64_t kLimit = std::int64_t{std::numeric_limits<std::int32_t>::max()} + 1;
-  while (!arc.empty() && IsSpace(arc.front())) arc.remove_prefix(1);
+  while (!arc.empty() && IsSpace(arc.front())) {
+    arc.remove_prefix(1);
+  }
   const bool negative = !arc.empty() && arc.front() == '-';
-  if (negative || (!arc.empty() && arc.front() == '+')) arc.remove_prefix(1);
+  if (negative || (!arc.empty() && arc.front() == '+')) {
+    arc.remove_prefix(1);
+  }
   std::int64_t number = 0;
   for (const char c : arc) {
-    if (!IsDigit(c)) break;
+    if (!IsDigit(c)) {
+      break;
+    }
     number = std::min(number * 10 + (c - '0'), kLimit);
   }
   return static_cast<std::int32_t>(negative ? -number : std::min(number, kLimit - 1));
@@ -32,7 +39,9 @@ std::int32_t ArcNumber(std::string_view arc) {
 // Takes the next arc off the text; false when only dots, or nothing, is left.
 bool NextArc(std::string_view* text, std::int32_t* arc) {
   const std::size_t start = text->find_first_not_of('.');
-  if (start == std::string_view::npos) return false;
+  if (start == std::string_view::npos) {
+    return false;
+  }
   text->remove_prefix(start);
   const std::size_t end = std::min(text->find('.'), text->size());
   *arc = ArcNumber(text->substr(0, end));
@@ -44,7 +53,9 @@ bool NextArc(std::string_view* text, std::int32_t* arc) {
 // of 2^28 or more loses its upper bits; documents in use were made that way.
 std::uint8_t* WriteArc(std::uint32_t arc, std::uint8_t* out) {
   for (const unsigned shift : {21U, 14U, 7U}) {
-    if ((arc >> shift) != 0) *out++ = static_cast<std::uint8_t>((arc >> shift) | 0x80U);
+    if ((arc >> shift) != 0) {
+      *out++ = static_cast<std::uint8_t>((arc >> shift) | 0x80U);
+    }
   }
   *out++ = static_cast<std::uint8_t>(arc & 0x7FU);
   return out;
@@ -56,7 +67,9 @@ std::int32_t OidTextToContent(const char* text, std::uint8_t* out) {
   std::string_view rest = text != nullptr ? std::string_view(text) : std::string_view();
   std::int32_t first = 0;
   std::int32_t second = 0;
-  if (NextArc(&rest, &first)) NextArc(&rest, &second);
+  if (NextArc(&rest, &first)) {
+    NextArc(&rest, &second);
+  }
   std::uint8_t* end = out;
   *end++ = static_cast<std::uint8_t>(static_cast<std::uint32_t>(first) * 40U +
                                      static_cast<std::uint32_t>(second));
@@ -69,7 +82,9 @@ std::int32_t OidTextToContent(const char* text, std::uint8_t* out) {
 
 std::string OidContentToText(const std::uint8_t* content, std::uint32_t length) {
   std::string text;
-  if (length == 0) return text;
+  if (length == 0) {
+    return text;
+  }
   text = std::to_string(content[0] / 40U);
   text.append(1, '.').append(std::to_string(content[0] % 40U));
   std::uint32_t pending = 0;
@@ -81,7 +96,9 @@ std::string OidContentToText(const std::uint8_t* content, std::uint32_t length) 
       continue;
     }
     // The arc that makes the text longer than the limit is still written whole.
-    if (text.size() > kLongestOpenText) break;
+    if (text.size() > kLongestOpenText) {
+      break;
+    }
     text.append(1, '.').append(std::to_string(static_cast<std::int32_t>(pending)));
     pending = 0;
     ++arcs;
@@ -90,11 +107,12 @@ std::string OidContentToText(const std::uint8_t* content, std::uint32_t length) 
 }
 
 bool IsOwnAlgorithmOid(const char* text) {
-  if (text == nullptr) return false;
-  for (const char* arc : {kMakerArc, kCryptoProArc, kNationalArc}) {
-    if (std::strstr(text, arc) != nullptr) return true;
+  if (text == nullptr) {
+    return false;
   }
-  return false;
+  constexpr std::array<const char*, 3> kArcs = {kMakerArc, kCryptoProArc, kNationalArc};
+  return std::any_of(kArcs.begin(), kArcs.end(),
+                     [text](const char* arc) { return std::strstr(text, arc) != nullptr; });
 }
 
 }  // namespace zarext

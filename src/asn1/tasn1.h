@@ -61,8 +61,8 @@ class TASN1 {
   // constructed strings below it primitive. kAsnUnreadable for the outermost header (nothing is
   // changed then), kAsnInnerUnreadable, kAsnInnerFailed, and kAsnWrongSegment when a constructed
   // string cannot be joined. The image is the element that begins at the pointer and is nowhere
-  // read behind its end; the last Load of the same pointer bounds it too. It may lie in the node
-  // that is replaced.
+  // read behind its end; a Load of the same pointer since the last Parse bounds it too. It may lie
+  // in the node that is replaced.
   template <std::integral... Entries>
   requires(sizeof...(Entries) > 0) std::int32_t Parse(const std::uint8_t* image, Entries... path) {
     return ParseAt(image, Path(path...));

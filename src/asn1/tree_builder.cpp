@@ -17,11 +17,6 @@ struct OpenElement {
   std::uint64_t length;  // encoded size of the children so far
 };
 
-AsnNode* Append(const OpenElement& element, OwnedNode node) {
-  ReserveSlot(element.node);
-  return InsertNode(element.node, element.node->count, std::move(node));
-}
-
 class Builder {
  public:
   Builder(ImageReader* reader, std::uint64_t position) : reader_(*reader), position_(position) {}
@@ -29,8 +24,7 @@ class Builder {
   BuildOutcome Run(const OpenElement& outermost);
 
  private:
-  BuildState BuildOne();
-  BuildState BuildPrimitive(const ElementHeader& header);
+  BuildState BuildChildren();
   void CloseTop();
 
   ImageReader& reader_;
@@ -42,57 +36,76 @@ class Builder {
 BuildOutcome Builder::Run(const OpenElement& outermost) {
   open_.Push(outermost);
   BuildState state = BuildState::kBuilt;
-  while (state == BuildState::kBuilt) {
-    if (position_ < open_.Top().end) {
-      state = BuildOne();
-    } else if (open_.Size() > 1) {
-      CloseTop();
-    } else {
+  for (;;) {
+    state = BuildChildren();
+    if (state != BuildState::kBuilt) {
       break;
     }
+    if (position_ < open_.Top().end) {
+      continue;  // of an element that was opened
+    }
+    if (open_.Size() == 1) {
+      break;
+    }
+    CloseTop();
   }
-  while (open_.Size() > 1) CloseTop();
+  while (open_.Size() > 1) {
+    CloseTop();
+  }
   return {state, segmentedStrings_, CheckedLength(open_.Top().length)};
 }
 
-BuildState Builder::BuildOne() {
-  const ElementHeader header = reader_.Read(position_);
-  if (header.state != HeaderState::kReadable) {
-    return open_.Size() == 1 ? BuildState::kHeaderUnreadable : BuildState::kElementFailed;
-  }
-  if (header.tag == 0 && header.length == 0) {
-    // Always two octets, even for a length that was written with more: what follows is then read
-    // from the middle of the header. Compatibility.
-    position_ += 2;
-    return BuildState::kBuilt;
-  }
-  position_ += header.size;
-  if (!IsConstructed(header.tag)) return BuildPrimitive(header);
-  segmentedStrings_ = segmentedStrings_ || IsSegmentedString(header.tag);
-  OpenElement& parent = open_.Top();
-  AsnNode* node = Append(parent, NewNode(parent.owner, header.tag));
-  open_.Push({node, node, position_ + header.length, 0});
-  return BuildState::kBuilt;
+// Adds a primitive child with the content octets as they stand; returns its encoded size.
+std::uint32_t BuildPrimitive(const OpenElement& parent, const ElementHeader& header,
+                             const std::uint8_t* octets) {
+  ReserveSlot(parent.node);
+  OwnedNode node = NewNode(parent.owner, header.tag);
+  CopyOctets(PlaceContent(node.get(), header.length, 1), octets, header.length);
+  AppendNode(parent.node, std::move(node));
+  return HeaderSizeFor(header.length) + header.length;
 }
 
-BuildState Builder::BuildPrimitive(const ElementHeader& header) {
-  if (header.length > reader_.Size() - position_) return BuildState::kElementFailed;
+// Builds children of the innermost open element up to its end, or up to a constructed one, which
+// then is the innermost.
+BuildState Builder::BuildChildren() {
   OpenElement& parent = open_.Top();
-  OwnedNode node = NewNode(parent.owner, header.tag);
-  std::uint8_t* content = PlaceContent(node.get(), header.length, 1);
-  if (content != nullptr) std::memcpy(content, reader_.At(position_), header.length);
-  parent.length += EncodedSize(*node);
-  Append(parent, std::move(node));
-  position_ += header.length;
+  std::uint64_t position = position_;
+  while (position < parent.end) {
+    const ElementHeader header = reader_.Read(position);
+    if (header.state != HeaderState::kReadable) {
+      return open_.Size() == 1 ? BuildState::kHeaderUnreadable : BuildState::kElementFailed;
+    }
+    if (header.tag == 0 && header.length == 0) {
+      // Always two octets, even for a length that was written with more: what follows is then read
+      // from the middle of the header. Compatibility.
+      position += 2;
+      continue;
+    }
+    position += header.size;
+    if (IsConstructed(header.tag)) {
+      segmentedStrings_ = segmentedStrings_ || IsSegmentedString(header.tag);
+      ReserveSlot(parent.node);
+      AsnNode* node = AppendNode(parent.node, NewNode(parent.owner, header.tag));
+      open_.Push({node, node, position + header.length, 0});
+      break;
+    }
+    if (header.length > reader_.Size() - position) {
+      return BuildState::kElementFailed;
+    }
+    parent.length += BuildPrimitive(parent, header, reader_.At(position));
+    position += header.length;
+  }
+  position_ = position;
   return BuildState::kBuilt;
 }
 
 // The element is complete: its header gets its length, and its parent one child's size more.
 void Builder::CloseTop() {
-  const OpenElement closed = open_.Top();
+  const OpenElement& closed = open_.Top();
+  AsnNode* node = closed.node;
+  WriteHeader(node, TagOf(*node), CheckedLength(closed.length));
   open_.Pop();
-  WriteHeader(closed.node, TagOf(*closed.node), CheckedLength(closed.length));
-  open_.Top().length += EncodedSize(*closed.node);
+  open_.Top().length += EncodedSize(*node);
 }
 
 // Makes node a primitive string whose content is the block.
@@ -108,7 +121,9 @@ bool SegmentsMatch(const AsnNode& node, std::uint32_t* total) {
   *total = 0;
   for (std::int32_t i = 0; i < node.count; ++i) {
     const AsnNode& segment = *node.children[i];
-    if (TagOf(segment) != (TagOf(node) & ~kConstructedBit)) return false;
+    if (TagOf(segment) != (TagOf(node) & ~kConstructedBit)) {
+      return false;
+    }
     *total += ContentLength(segment);
   }
   return true;
@@ -118,7 +133,9 @@ bool SegmentsMatch(const AsnNode& node, std::uint32_t* total) {
 std::uint8_t* JoinSegments(const AsnNode& node, std::int32_t count, std::uint8_t* out) {
   for (std::int32_t i = 0; i < count; ++i) {
     const AsnNode& segment = *node.children[i];
-    if (segment.content == nullptr) continue;
+    if (segment.content == nullptr) {
+      continue;
+    }
     std::memcpy(out, segment.content, ContentLength(segment));
     out += ContentLength(segment);
   }
@@ -135,9 +152,13 @@ std::int32_t FlattenOctetString(AsnNode* node, std::uint32_t total, Release rele
 // The last segment that has content gives the unused-bits octet in front. The other segments keep
 // theirs, which so become data. Compatibility: signatures over such strings were made this way.
 std::int32_t FlattenBitString(AsnNode* node, std::uint32_t total, Release release) {
-  if (total == 0) return kAsnWrongSegment;
+  if (total == 0) {
+    return kAsnWrongSegment;
+  }
   std::int32_t last = node->count - 1;
-  while (ContentLength(*node->children[last]) == 0) --last;
+  while (ContentLength(*node->children[last]) == 0) {
+    --last;
+  }
   const AsnNode& final = *node->children[last];
   OwnedOctets block = AllocateZeroedOctets(std::size_t{total} + 4);
   block[0] = final.content[0];
@@ -153,7 +174,9 @@ std::int32_t FlattenString(AsnNode* node, Release release) {
     return kAsnOk;
   }
   std::uint32_t total = 0;
-  if (!SegmentsMatch(*node, &total)) return kAsnWrongSegment;
+  if (!SegmentsMatch(*node, &total)) {
+    return kAsnWrongSegment;
+  }
   const bool octets = TagOf(*node) == (kTagOctetString | kConstructedBit);
   return octets ? FlattenOctetString(node, total, release) : FlattenBitString(node, total, release);
 }
@@ -166,7 +189,9 @@ class FlattenPass {
   FlattenPass(const FlattenPass&) = delete;
   FlattenPass& operator=(const FlattenPass&) = delete;
   ~FlattenPass() {
-    while (walk_.Size() > 0) GoUp();
+    while (walk_.Size() > 0) {
+      GoUp();
+    }
     AdjustLengths(top_->parent, change_);
   }
 
@@ -191,7 +216,9 @@ class FlattenPass {
   };
 
   std::int32_t Visit(AsnNode* node) {
-    if (!IsConstructed(TagOf(*node))) return kAsnOk;
+    if (!IsConstructed(TagOf(*node))) {
+      return kAsnOk;
+    }
     if (!IsSegmentedString(TagOf(*node))) {
       walk_.Push({node, 0, 0});
       return kAsnOk;
@@ -205,7 +232,9 @@ class FlattenPass {
   void GoUp() {
     const Step done = walk_.Top();
     walk_.Pop();
-    if (done.change != 0) Carry(AdjustLength(done.node, done.change));
+    if (done.change != 0) {
+      Carry(AdjustLength(done.node, done.change));
+    }
   }
 
   void Carry(std::int64_t change) {

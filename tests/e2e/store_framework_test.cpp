@@ -9,7 +9,6 @@
 
 #include "contract/store_fixture.h"
 #include "support/child_process.h"
-#include "support/handle_count.h"
 
 namespace zarext::test {
 namespace {
@@ -97,11 +96,11 @@ void UseStore(const Octets& refused) {
 }
 
 struct Usage {
-  std::size_t handles = 0;
+  DWORD handles = 0;
   SIZE_T memory = 0;
   static Usage Now() {
     Usage usage;
-    usage.handles = OpenHandleCount();
+    GetProcessHandleCount(GetCurrentProcess(), &usage.handles);
     PROCESS_MEMORY_COUNTERS counters = {};
     GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters);
     usage.memory = counters.PagefileUsage;
