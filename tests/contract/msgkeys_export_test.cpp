@@ -403,20 +403,16 @@ TEST_F(ExportForMessageTest, DoesNotMindARefusedProviderParameter) {
 
 TEST_F(ExportForMessageTest, ReportsAFailedRecipientImport) {
   provider.FailCall("ImportKey", 1, 0x80090007);
-  TraceCapture trace;
-  EXPECT_EQ(FALSE, Call());
-  EXPECT_EQ(0x80090007u, GetLastError());
-  EXPECT_EQ("EXT : ZarMsgExportKeyTrans : CryptImportKey = 80090007.", trace.Messages().back());
+  ExpectFailure([&] { return Call(); }, 0x80090007,
+                "EXT : ZarMsgExportKeyTrans : CryptImportKey = 80090007.");
   EXPECT_EQ(1u, provider.Calls().size());
 }
 
 TEST_F(ExportForMessageTest, ReportsAFailedExport) {
   output.EncryptedKey = {5, publicKey.data()};
   provider.FailCall("ExportKey", 2, 0x80090003);
-  TraceCapture trace;
-  EXPECT_EQ(FALSE, Call());
-  EXPECT_EQ(0x80090003u, GetLastError());
-  EXPECT_EQ("EXT : ZarMsgExportKeyTrans : CryptExportKey = 80090003.", trace.Messages().back());
+  ExpectFailure([&] { return Call(); }, 0x80090003,
+                "EXT : ZarMsgExportKeyTrans : CryptExportKey = 80090003.");
   EXPECT_EQ(5u, output.EncryptedKey.cbData);
   EXPECT_EQ(publicKey.data(), output.EncryptedKey.pbData);
   EXPECT_THAT(provider.OpenKeys(), ElementsAre(0x4001));
@@ -445,10 +441,8 @@ TEST_F(ExportForMessageTest, FailsWhereTheSenderBlobHasNoRoom) {
   for (const std::size_t size : {std::size_t{433}, std::size_t{512}}) {
     SCOPED_TRACE(size);
     provider.blobs[SIMPLEBLOB] = Sequence(size, 0x30);
-    TraceCapture trace;
-    EXPECT_EQ(FALSE, Call());
-    EXPECT_EQ(0x80090004u, GetLastError());
-    EXPECT_EQ("EXT : ZarMsgExportKeyTrans : CryptExportKey = 80090004.", trace.Messages().back());
+    ExpectFailure([&] { return Call(); }, 0x80090004,
+                  "EXT : ZarMsgExportKeyTrans : CryptExportKey = 80090004.");
     EXPECT_EQ(nullptr, output.EncryptedKey.pbData);
     EXPECT_EQ(0u, output.EncryptedKey.cbData);
     EXPECT_THAT(provider.OpenKeys(), ElementsAre(0x4001));
@@ -528,10 +522,8 @@ TEST_F(ExportForPublicKeyTest, PassesTheCallersLengthThrough) {
 TEST_F(ExportForPublicKeyTest, NamesAFailedSizeQuery) {
   provider.FailCall("ExportKey", 1, 0x80090003);
   DWORD size = 7;
-  TraceCapture trace;
-  EXPECT_EQ(FALSE, Call(nullptr, &size));
-  EXPECT_EQ(0x80090003u, GetLastError());
-  EXPECT_EQ("EXT : ZarExportEncryptKey : CryptExportKey 1 = 80090003.", trace.Messages().back());
+  ExpectFailure([&] { return Call(nullptr, &size); }, 0x80090003,
+                "EXT : ZarExportEncryptKey : CryptExportKey 1 = 80090003.");
   EXPECT_EQ(7u, size);
   EXPECT_THAT(provider.OpenKeys(), ElementsAre(0x4001));
 }
@@ -579,10 +571,8 @@ TEST_F(ExportForPublicKeyTest, RefusesMissingArguments) {
 TEST_F(ExportForPublicKeyTest, ReportsAFailedRecipientImport) {
   provider.FailCall("ImportKey", 1, 0x80090007);
   DWORD size = 0;
-  TraceCapture trace;
-  EXPECT_EQ(FALSE, Call(nullptr, &size));
-  EXPECT_EQ(0x80090007u, GetLastError());
-  EXPECT_EQ("EXT : ZarExportEncryptKey : CryptImportKey = 80090007.", trace.Messages().back());
+  ExpectFailure([&] { return Call(nullptr, &size); }, 0x80090007,
+                "EXT : ZarExportEncryptKey : CryptImportKey = 80090007.");
 }
 
 TEST_F(ExportForPublicKeyTest, DestroysTheKeyAfterTheFailureIsReported) {

@@ -10,6 +10,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <source_location>
 #include <string>
 #include <vector>
 
@@ -96,6 +97,19 @@ class RecordedLocalAlloc {
   inline static std::vector<std::string> calls_;
   ImportPatch patch_{Module(), "KERNEL32.dll", "LocalAlloc", &Allocate};
 };
+
+// The call fails with this last error, and this is the last line that it traces.
+template <typename Call>
+void ExpectFailure(Call&& call, DWORD error, const std::string& line,
+                   const std::source_location& where = std::source_location::current()) {
+  const testing::ScopedTrace scope(where.file_name(), static_cast<int>(where.line()),
+                                   "called here");
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, call());
+  EXPECT_EQ(error, GetLastError());
+  ASSERT_FALSE(trace.Messages().empty());
+  EXPECT_EQ(line, trace.Messages().back());
+}
 
 class MessageKeysTest : public testing::Test {
  protected:

@@ -183,11 +183,8 @@ TEST_F(GenerateForMessageTest, TracesALongAlgorithmWhole) {
 TEST_F(GenerateForMessageTest, ReportsAnUnreadableProviderType) {
   info.hCryptProv = Context();
   provider.FailCall("GetProvParam", 1, 0x8009001D);
-  TraceCapture trace;
-  EXPECT_EQ(FALSE, Call());
-  EXPECT_EQ(0x8009001Du, GetLastError());
-  EXPECT_EQ("EXT : ZarMsgGenContentEncryptKey : CryptGetProvParam error = 8009001d.",
-            trace.Messages().back());
+  ExpectFailure([&] { return Call(); }, 0x8009001D,
+                "EXT : ZarMsgGenContentEncryptKey : CryptGetProvParam error = 8009001d.");
   EXPECT_THAT(provider.KeyCalls(), ElementsAre("GetProvParam(1001, 16, 4, 0) ! 8009001d"));
 }
 
@@ -195,12 +192,9 @@ TEST_F(GenerateForMessageTest, ReportsAnUnreadableProviderType) {
 TEST_F(GenerateForMessageTest, RefusesAnotherProviderTypeAsLackOfMemory) {
   info.hCryptProv = Context();
   provider.providerType = 24;
-  TraceCapture trace;
-  EXPECT_EQ(FALSE, Call());
-  EXPECT_EQ(0x8009000Eu, GetLastError());
-  EXPECT_EQ("EXT : ZarMsgGenContentEncryptKey : CryptGetProvParam[" + Low(GetCurrentThreadId()) +
-                "] : PP_PROVTYPE=18.",
-            trace.Messages().back());
+  ExpectFailure([&] { return Call(); }, 0x8009000E,
+                "EXT : ZarMsgGenContentEncryptKey : CryptGetProvParam[" +
+                    Low(GetCurrentThreadId()) + "] : PP_PROVTYPE=18.");
   EXPECT_EQ(0u, info.hContentEncryptKey);
 }
 
@@ -241,11 +235,8 @@ TEST_F(GenerateForMessageTest, AcquiresAVerificationContextAndAsksForItsRelease)
 TEST_F(GenerateForMessageTest, ReportsAFailedAcquisition) {
   info.dwFlags = 0x123;
   provider.FailCall("AcquireContext", 1, 0x80090016);
-  TraceCapture trace;
-  EXPECT_EQ(FALSE, Call());
-  EXPECT_EQ(0x80090016u, GetLastError());
-  EXPECT_EQ("EXT : ZarMsgGenContentEncryptKey : CryptAcquireContext = 80090016.",
-            trace.Messages().back());
+  ExpectFailure([&] { return Call(); }, 0x80090016,
+                "EXT : ZarMsgGenContentEncryptKey : CryptAcquireContext = 80090016.");
   EXPECT_EQ(0x123u, info.dwFlags);
   EXPECT_EQ(0u, info.hCryptProv);
 }
@@ -253,10 +244,8 @@ TEST_F(GenerateForMessageTest, ReportsAFailedAcquisition) {
 // What was written before the failure stays.
 TEST_F(GenerateForMessageTest, KeepsAnAcquiredContextWhenGenerationFails) {
   provider.FailCall("GenKey", 1, 0x80090020);
-  TraceCapture trace;
-  EXPECT_EQ(FALSE, Call());
-  EXPECT_EQ(0x80090020u, GetLastError());
-  EXPECT_EQ("EXT : ZarMsgGenContentEncryptKey : CryptGenKey = 80090020.", trace.Messages().back());
+  ExpectFailure([&] { return Call(); }, 0x80090020,
+                "EXT : ZarMsgGenContentEncryptKey : CryptGenKey = 80090020.");
   EXPECT_EQ(0x8000u, info.dwFlags);
   EXPECT_EQ(0u, info.hContentEncryptKey);
   EXPECT_THAT(provider.OpenContexts(), ElementsAre(0x1001));
@@ -331,10 +320,8 @@ TEST_F(GenerateForMessageTest, AWrappedKeyMayFillTheWholeBlock) {
   EXPECT_EQ(512u, info.cbContentEncryptKey);
   EXPECT_EQ(Sequence(512, 0x20), allocator.Block(0));
   provider.blobs[SIMPLEBLOB] = Sequence(513, 0x20);
-  TraceCapture trace;
-  EXPECT_EQ(FALSE, Call());
-  EXPECT_EQ(234u, GetLastError());
-  EXPECT_EQ("EXT : ZarMsgGenContentEncryptKey : CryptExportKey = ea.", trace.Messages().back());
+  ExpectFailure([&] { return Call(); }, 234,
+                "EXT : ZarMsgGenContentEncryptKey : CryptExportKey = ea.");
 }
 
 TEST_F(GenerateForMessageTest, AZeroWrappedLengthStaysZero) {
@@ -357,11 +344,8 @@ TEST_F(GenerateForMessageTest, ReportsAFailedRecipientImport) {
   info.hCryptProv = Context();
   info.pfnAlloc = &RecordedAllocator::Allocate;
   provider.FailCall("ImportKey", 1, 0x80090007);
-  TraceCapture trace;
-  EXPECT_EQ(FALSE, Call());
-  EXPECT_EQ(0x80090007u, GetLastError());
-  EXPECT_EQ("EXT : ZarMsgGenContentEncryptKey : CryptImportKey = 80090007.",
-            trace.Messages().back());
+  ExpectFailure([&] { return Call(); }, 0x80090007,
+                "EXT : ZarMsgGenContentEncryptKey : CryptImportKey = 80090007.");
   EXPECT_EQ(0x4001u, OwnKey(info.hContentEncryptKey));
   EXPECT_THAT(allocator.sizes, IsEmpty());
 }
@@ -374,11 +358,8 @@ TEST_F(GenerateForMessageTest, StoresTheBlockBeforeTheExportThatFails) {
   info.pfnAlloc = &RecordedAllocator::Allocate;
   info.cbContentEncryptKey = 9;
   provider.FailCall("ExportKey", 1, 0x80090003);
-  TraceCapture trace;
-  EXPECT_EQ(FALSE, Call());
-  EXPECT_EQ(0x80090003u, GetLastError());
-  EXPECT_EQ("EXT : ZarMsgGenContentEncryptKey : CryptExportKey = 80090003.",
-            trace.Messages().back());
+  ExpectFailure([&] { return Call(); }, 0x80090003,
+                "EXT : ZarMsgGenContentEncryptKey : CryptExportKey = 80090003.");
   EXPECT_EQ(allocator.Address(0), info.pbContentEncryptKey);
   EXPECT_EQ(9u, info.cbContentEncryptKey);
   EXPECT_THAT(provider.OpenKeys(), ElementsAre(0x3001, 0x4001));
@@ -388,10 +369,8 @@ TEST_F(GenerateForMessageTest, StoresTheBlockBeforeTheExportThatFails) {
 TEST_F(GenerateForMessageTest, ThePlatformRefusesTheProviderHandleAsKey) {
   UseRecipient(CMSG_KEY_TRANS_RECIPIENT);
   info.hCryptProv = Context();
-  TraceCapture trace;
-  EXPECT_EQ(FALSE, Call());
-  EXPECT_EQ(87u, GetLastError());
-  EXPECT_EQ("EXT : ZarMsgGenContentEncryptKey : CryptExportKey = 57.", trace.Messages().back());
+  ExpectFailure([&] { return Call(); }, 87,
+                "EXT : ZarMsgGenContentEncryptKey : CryptExportKey = 57.");
   LocalFree(info.pbContentEncryptKey);
 }
 
@@ -422,11 +401,8 @@ TEST_F(GenerateForMessageTest, RefusesAMissingRecipientWhereItsKeyIsNeeded) {
   recipient.pKeyTrans = nullptr;
   info.hCryptProv = Context();
   provider.ClearCalls();
-  TraceCapture trace;
-  EXPECT_EQ(FALSE, Call());
-  EXPECT_EQ(87u, GetLastError());
-  EXPECT_EQ("EXT : ZarMsgGenContentEncryptKey : CMSG_KEY_TRANS_RECIPIENT = (null).",
-            trace.Messages().back());
+  ExpectFailure([&] { return Call(); }, 87,
+                "EXT : ZarMsgGenContentEncryptKey : CMSG_KEY_TRANS_RECIPIENT = (null).");
   EXPECT_EQ(2u, provider.Calls().size());
 }
 
@@ -649,22 +625,17 @@ TEST_F(GenerateForPublicKeyTest, RefusesOtherContentAlgorithms) {
 TEST_F(GenerateForPublicKeyTest, RefusesAnotherProviderTypeAsLackOfMemory) {
   context = Context();
   provider.providerType = 24;
-  TraceCapture trace;
-  EXPECT_EQ(FALSE, Call());
-  EXPECT_EQ(0x8009000Eu, GetLastError());
-  EXPECT_EQ("EXT : ZarGenEncryptKey : CryptGetProvParam[" + Low(GetCurrentThreadId()) +
-                "] : PP_PROVTYPE=18.",
-            trace.Messages().back());
+  ExpectFailure([&] { return Call(); }, 0x8009000E,
+                "EXT : ZarGenEncryptKey : CryptGetProvParam[" + Low(GetCurrentThreadId()) +
+                    "] : PP_PROVTYPE=18.");
   provider.providerType = 1;
   EXPECT_EQ(TRUE, Call());
 }
 
 TEST_F(GenerateForPublicKeyTest, ReportsAFailedAcquisition) {
   provider.FailCall("AcquireContext", 1, 0x80090016);
-  TraceCapture trace;
-  EXPECT_EQ(FALSE, Call());
-  EXPECT_EQ(0x80090016u, GetLastError());
-  EXPECT_EQ("EXT : ZarGenEncryptKey : CryptAcquireContext = 80090016.", trace.Messages().back());
+  ExpectFailure([&] { return Call(); }, 0x80090016,
+                "EXT : ZarGenEncryptKey : CryptAcquireContext = 80090016.");
   EXPECT_EQ(0u, context);
 }
 
@@ -692,10 +663,7 @@ TEST_F(GenerateForPublicKeyTest, ReportsTheCallThatFailed) {
     {
       const ProviderContext own;
       context = own.Get();
-      TraceCapture trace;
-      EXPECT_EQ(FALSE, Call());
-      EXPECT_EQ(0x80090020u, GetLastError());
-      EXPECT_EQ(row.line, trace.Messages().back());
+      ExpectFailure([&] { return Call(); }, 0x80090020, row.line);
       EXPECT_EQ(row.calls, failing.KeyCalls().size());
       EXPECT_EQ(row.openKeys, failing.OpenKeys().size());
       EXPECT_THAT(failing.OpenKeys(), Not(Contains(0x3001)));

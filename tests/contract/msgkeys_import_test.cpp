@@ -145,10 +145,8 @@ TEST_F(ImportForMessageTest, AMissingKeyIsRefusedByThePlatform) {
 // The shortened length stays after a failure, and a second attempt starts from it.
 TEST_F(ImportForMessageTest, KeepsTheShortenedLengthWhenTheContentKeyFails) {
   provider.FailCall("ImportKey", 2, 0x80090005);
-  TraceCapture trace;
-  EXPECT_EQ(FALSE, Call());
-  EXPECT_EQ(0x80090005u, GetLastError());
-  EXPECT_EQ("EXT : ZarMsgImportKeyTrans : CryptImportKey = 80090005.", trace.Messages().back());
+  ExpectFailure([&] { return Call(); }, 0x80090005,
+                "EXT : ZarMsgImportKeyTrans : CryptImportKey = 80090005.");
   EXPECT_EQ(100u, keyTrans.EncryptedKey.cbData);
   EXPECT_THAT(provider.OpenKeys(), IsEmpty());
   provider.ClearCalls();
@@ -181,11 +179,8 @@ TEST_F(ImportForMessageTest, RefusesMissingArguments) {
   }
   {
     para.pKeyTrans = nullptr;
-    TraceCapture trace;
-    EXPECT_EQ(FALSE, Call());
-    EXPECT_EQ(87u, GetLastError());
-    EXPECT_EQ("EXT : ZarMsgImportKeyTrans : KeyEncryptionAlgorithm = (null).",
-              trace.Messages().back());
+    ExpectFailure([&] { return Call(); }, 87,
+                  "EXT : ZarMsgImportKeyTrans : KeyEncryptionAlgorithm = (null).");
     para.pKeyTrans = &keyTrans;
   }
   EXPECT_THAT(provider.Calls(), IsEmpty());
@@ -223,10 +218,7 @@ BOOL WINAPI ImportNoKey(HCRYPTPROV, const BYTE*, DWORD, HCRYPTKEY, DWORD, HCRYPT
 TEST_F(ImportForMessageTest, ANullHandleIsFalseWithoutACodeOfItsOwn) {
   key = 5;
   const ImportPatch patch(Module(), "ADVAPI32.dll", "CryptImportKey", &ImportNoKey);
-  TraceCapture trace;
-  EXPECT_EQ(FALSE, Call());
-  EXPECT_EQ(0x77u, GetLastError());
-  EXPECT_EQ("EXT : ZarMsgImportKeyTrans : CryptImportKey - OK.", trace.Messages().back());
+  ExpectFailure([&] { return Call(); }, 0x77, "EXT : ZarMsgImportKeyTrans : CryptImportKey - OK.");
   EXPECT_EQ(0u, key);
 }
 
@@ -365,10 +357,8 @@ TEST_F(ImportEncodedKeyTest, RefusesMissingArguments) {
 
 TEST_F(ImportEncodedKeyTest, ReportsAFailedImport) {
   provider.FailCall("ImportKey", 1, 0x80090005);
-  TraceCapture trace;
-  EXPECT_EQ(FALSE, Call());
-  EXPECT_EQ(0x80090005u, GetLastError());
-  EXPECT_EQ("EXT : ZarImportEncryptKey : CryptImportKey = 80090005.", trace.Messages().back());
+  ExpectFailure([&] { return Call(); }, 0x80090005,
+                "EXT : ZarImportEncryptKey : CryptImportKey = 80090005.");
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #include <stdexcept>
 
 #include "e2e/envelope_fixture.h"
+#include "support/certificates.h"
 #include "support/enveloped_message.h"
 #include "support/framework_patches/framework_patches.h"
 #include "support/prepared_process.h"
@@ -14,6 +15,7 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::StartsWith;
 
 constexpr char kAes[] = "2.16.840.1.101.3.4.1.2";
 constexpr char kBlockCipher[] = "1.3.6.1.4.1.32473.1.2.4";
@@ -184,6 +186,108 @@ TEST_F(EnvelopeTest, EveryRecipientGetsAKey) {
   const Message received(message);
   ASSERT_TRUE(received.Decrypt(recipient.Provider())) << GetLastError();
   EXPECT_EQ(content, received.Content());
+}
+
+// Wine hands out the record that comes first, whichever is asked for.
+TEST_F(EnvelopeTest, AMebibyteIsReadByEitherRecipient) {
+  const Party second("second");
+  const auto certificate = issuer.Certify(recipient, kExchangeOid);
+  const auto secondCertificate = issuer.Certify(second, kExchangeOid);
+  content.resize(1024 * 1024);
+  for (std::size_t i = 0; i < content.size(); ++i) {
+    content[i] = static_cast<std::uint8_t>(i * 2654435761U >> 24);
+  }
+  ASSERT_TRUE(Encrypt(kAes, sender.Provider(), {certificate.Get(), secondCertificate.Get()}))
+      << GetLastError();
+  const Message first(message);
+  ASSERT_TRUE(first.Decrypt(recipient.Provider())) << GetLastError();
+  EXPECT_TRUE(content == first.Content());
+  const Message other(SecondRecipientFirst(message));
+  ASSERT_TRUE(other.Decrypt(second.Provider())) << GetLastError();
+  EXPECT_TRUE(content == other.Content());
+  // Not the other way round.
+  EXPECT_FALSE(Message(message).Decrypt(second.Provider()));
+  EXPECT_EQ(0x80090005u, GetLastError());
+  EXPECT_FALSE(Message(SecondRecipientFirst(message)).Decrypt(recipient.Provider()));
+}
+
+// Opens what is left of the message: 0 if it can be read whole, else the code of the step that
+// refuses it.
+DWORD OpenCode(const Octets& octets, HCRYPTPROV provider) {
+  try {
+    const Message received(octets);
+    Must(received.Decrypt(provider), "CryptMsgControl");
+    return received.Content().empty() ? kNoCode : 0;
+  } catch (const CallFailed& failed) {
+    return failed.Code();
+  }
+}
+
+// The framework refuses the form before the module hears of it.
+TEST_F(EnvelopeTest, ATruncatedMessageIsNotOpened) {
+  const auto certificate = issuer.Certify(recipient, kExchangeOid);
+  ASSERT_TRUE(Encrypt(kAes, sender.Provider(), {certificate.Get()})) << GetLastError();
+  EXPECT_EQ(0u, OpenCode(message, recipient.Provider()));
+  TraceCapture trace;
+  for (std::size_t size = 0; size < message.size(); size += 7) {
+    SCOPED_TRACE(size);
+    EXPECT_NE(0u, OpenCode({message.begin(), message.begin() + static_cast<long long>(size)},
+                           recipient.Provider()));
+  }
+  EXPECT_THAT(trace.Messages(), IsEmpty());
+}
+
+// The element that begins at `begin`, with the one at `target` in it replaced.
+Octets WithElement(const Octets& octets, std::size_t begin, std::size_t target,
+                   const Octets& replacement) {
+  const DerElement element = ReadElement(octets, begin);
+  if (begin == target) return replacement;
+  if (target < begin || target >= element.end) {
+    return {octets.begin() + static_cast<long long>(begin),
+            octets.begin() + static_cast<long long>(element.end)};
+  }
+  Octets content;
+  for (std::size_t child = element.content; child < element.end;
+       child = ReadElement(octets, child).end) {
+    const Octets rebuilt = WithElement(octets, child, target, replacement);
+    content.insert(content.end(), rebuilt.begin(), rebuilt.end());
+  }
+  return MakeElement(octets[begin], content);
+}
+
+// A message in good form whose wrapped key has lost its end.
+TEST_F(EnvelopeTest, ATruncatedKeyIsNotImported) {
+  const auto certificate = issuer.Certify(recipient, kExchangeOid);
+  ASSERT_TRUE(Encrypt(kAes, sender.Provider(), {certificate.Get()})) << GetLastError();
+  // OCTET STRING of 136 octets.
+  const Octets head = {0x04, 0x81, 0x88};
+  const auto key = std::search(message.begin(), message.end(), head.begin(), head.end());
+  ASSERT_NE(message.end(), key);
+  const auto target = static_cast<std::size_t>(key - message.begin());
+  for (const int size : {1, 11, 12, 55, 56, 79, 80, 81, 135}) {
+    SCOPED_TRACE(size);
+    const Octets cut =
+        WithElement(message, 0, target, MakeElement(0x04, {key + 3, key + 3 + size}));
+    TraceCapture trace;
+    EXPECT_NE(0u, OpenCode(cut, recipient.Provider()));
+    EXPECT_THAT(trace.Messages(),
+                Contains("EXT : ZarMsgImportKeyTrans : pKeyTrans->EncryptedKeySize = " +
+                         std::to_string(size) + "."));
+    EXPECT_THAT(trace.Messages().back(),
+                StartsWith("EXT : ZarMsgImportKeyTrans : CryptImportKey = "));
+  }
+  // The walk through the elements changes nothing else.
+  EXPECT_EQ(message, WithElement(message, 0, target, MakeElement(0x04, {key + 3, key + 3 + 136})));
+}
+
+// The certificate's key is not one that the module is bound to, and the framework's own function
+// takes it for RSA.
+TEST_F(EnvelopeTest, ARecipientWithAForeignKeyIsRefused) {
+  const auto certificate = issuer.Certify(recipient, "1.2.643.7.1.1.1.1");
+  TraceCapture trace;
+  const DWORD code = CodeOf(Encrypt(kAes, sender.Provider(), {certificate.Get()}));
+  EXPECT_THAT(trace.Messages(), IsEmpty());
+  EXPECT_NE(0u, code);
 }
 
 // Blobs of RSA keys are not 80 octets long, so that no sender blob goes along.

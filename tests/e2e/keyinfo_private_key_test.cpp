@@ -7,6 +7,11 @@
 namespace zarext::test {
 namespace {
 
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::StartsWith;
+
 using PrivateKeys = KeyFrameworkTest;
 
 BOOL ImportInto(const Context& context, CRYPT_PRIVATE_KEY_INFO* info) {
@@ -33,6 +38,48 @@ TEST_F(PrivateKeys, MoveFromContainerToContainer) {
     // Once more: the key exists, which is no failure.
     EXPECT_EQ(TRUE, ImportInto(target, info.Get()));
   }
+}
+
+// The key that a second container gets is the same one: both check each other's signatures, and
+// where a signature has no random part both make the same.
+TEST_F(PrivateKeys, TheCopySignsLikeTheOriginal) {
+  const Octets data = {1, 2, 3};
+  const KeyHolder national("national", 0x2A4A, 25, CRYPT_EXPORTABLE);
+  TraceCapture trace;
+  PrivateKeyInfo info(national.Provider(), AT_SIGNATURE);
+  EXPECT_STREQ("1.2.398.3.10.1.1.2.1.1", info.Get()->Algorithm.pszObjId);
+  const Context copy = NewContainer("national-copy");
+  ASSERT_EQ(TRUE, ImportInto(copy, info.Get()));
+  // Asked for the size, for the key (an ECPrivateKey with curve and public value), and imported.
+  EXPECT_THAT(
+      trace.Messages(),
+      ElementsAre(AllOf(StartsWith("EXT : ZarExportPrivKeyFunc : hCryptProv = "),
+                        EndsWith(", dwKeySpec = 2, pszPrivateKeyObjId = (null).")),
+                  AllOf(StartsWith("EXT : ZarExportPrivKeyFunc : hCryptProv = "),
+                        EndsWith(", dwKeySpec = 2, pszPrivateKeyObjId = (null).")),
+                  "EXT : ZarExportPrivKeyFunc : Algorithm.pszObjId = 1.2.398.3.10.1.1.2.1.1, "
+                  "Parameters.cbData = 0.",
+                  AllOf(StartsWith("EXT : ZarImportPrivKeyFunc : hCryptProv = "),
+                        EndsWith(", dwFlags = 1.")),
+                  "EXT : ZarImportPrivKeyFunc : Algorithm.pszObjId = 1.2.398.3.10.1.1.2.1.1, "
+                  "Version = 0, PrivateKey.cbData = 120, Attr = 0000000000000000."));
+  const Key copied = UserKey(copy, AT_SIGNATURE);
+  const Key original = UserKey(national.Own(), AT_SIGNATURE);
+  EXPECT_EQ(0u, VerifyCode(copy, copied.Get(), 0x8022, data,
+                           SignData(national.Own(), AT_SIGNATURE, 0x8022, data)));
+  EXPECT_EQ(0u, VerifyCode(national.Own(), original.Get(), 0x8022, data,
+                           SignData(copy, AT_SIGNATURE, 0x8022, data)));
+
+  const KeyHolder rsa("rsa", 0xA450, 25, CRYPT_EXPORTABLE);
+  PrivateKeyInfo rsaInfo(rsa.Provider(), AT_SIGNATURE);
+  const Context rsaCopy = NewContainer("rsa-copy");
+  ASSERT_EQ(TRUE, ImportInto(rsaCopy, rsaInfo.Get()));
+  EXPECT_EQ(SignData(rsa.Own(), AT_SIGNATURE, CALG_SHA_256, data),
+            SignData(rsaCopy, AT_SIGNATURE, CALG_SHA_256, data));
+  // Another key does not.
+  const KeyHolder other("other", 0x2A4A);
+  EXPECT_NE(0u, VerifyCode(other.Own(), UserKey(other.Own(), AT_SIGNATURE).Get(), 0x8022, data,
+                           SignData(copy, AT_SIGNATURE, 0x8022, data)));
 }
 
 TEST_F(PrivateKeys, AnotherKeyInTheContainerIsAFailure) {

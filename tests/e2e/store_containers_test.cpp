@@ -64,7 +64,8 @@ TEST_F(StoreContainers, AnAddedCertificateIsFoundWithItsKey) {
   for (const StoredCertificate& certificate : content) {
     const bool isBobs = certificate.encoded == Encoded(bobs);
     EXPECT_TRUE(isBobs || certificate.encoded == Encoded(alices));
-    EXPECT_EQ(isBobs ? L"profile://bob/?sn=175A01" : L"profile://alice/?sn=175A02", certificate.container);
+    EXPECT_EQ(isBobs ? L"profile://bob/?sn=175A01" : L"profile://alice/?sn=175A02",
+              certificate.container);
     EXPECT_EQ(L"Zarvel CSP", certificate.provider);
     EXPECT_EQ(25u, certificate.providerType);
     EXPECT_EQ(1u, certificate.keySpec);

@@ -9,6 +9,7 @@
 
 #include "contract/store_fixture.h"
 #include "support/child_process.h"
+#include "support/handle_count.h"
 
 namespace zarext::test {
 namespace {
@@ -96,11 +97,11 @@ void UseStore(const Octets& refused) {
 }
 
 struct Usage {
-  DWORD handles = 0;
+  std::size_t handles = 0;
   SIZE_T memory = 0;
   static Usage Now() {
     Usage usage;
-    GetProcessHandleCount(GetCurrentProcess(), &usage.handles);
+    usage.handles = OpenHandleCount();
     PROCESS_MEMORY_COUNTERS counters = {};
     GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters);
     usage.memory = counters.PagefileUsage;

@@ -22,14 +22,18 @@ inline HMODULE Module() {
   return module;
 }
 
-// An export by name: Export<BOOL WINAPI(DWORD)>("ZarName").
+// An export by name: Export<BOOL WINAPI(DWORD)>("ZarName"); also of another copy of the DLL.
 template <typename Function>
-Function* Export(const char* name) {
-  const FARPROC function = GetProcAddress(Module(), name);
+Function* Export(HMODULE module, const char* name) {
+  const FARPROC function = GetProcAddress(module, name);
   if (function == nullptr) {
     throw std::runtime_error(std::string("no export ") + name);
   }
   return reinterpret_cast<Function*>(reinterpret_cast<void*>(function));
+}
+template <typename Function>
+Function* Export(const char* name) {
+  return Export<Function>(Module(), name);
 }
 
 }  // namespace zarext::test

@@ -43,6 +43,8 @@ class RecordingProvider : public ProviderScript {
   // Keys handed out and not destroyed; a key destroyed twice throws.
   [[nodiscard]] const std::set<HCRYPTKEY>& OpenKeys() const { return openKeys_; }
   [[nodiscard]] const std::set<HCRYPTPROV>& OpenContexts() const { return openContexts_; }
+  // For keys whose handle nobody has.
+  void ForgetKeys() { openKeys_.clear(); }
 
   BOOL AcquireContext(HCRYPTPROV* provider, const char* container, DWORD flags,
                       void* table) override;

@@ -1,0 +1,281 @@
+#include "contract/anomaly_loop.h"
+
+#include <gmock/gmock.h>
+#include <winerror.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <thread>
+
+#include "contract/anomaly_points.h"
+#include "frame/handles.h"
+#include "support/handle_count.h"
+#include "support/module_under_test.h"
+
+namespace zarext::test {
+namespace {
+
+// More rounds than any call has failure points.
+constexpr std::size_t kEndlessRounds = 3000;
+
+// The round that runs.
+struct State {
+  bool counts = false;
+  DWORD thread = 0;
+  std::size_t calls = 0;
+  std::size_t failing = 0;  // 0: none
+  std::map<std::string, int> occurrences;
+  std::optional<FailurePoint> failed;
+  std::map<std::string, int> booked;
+  const TraceCapture* trace = nullptr;
+};
+State state;
+
+bool MatchesLine(const char* pattern, const char* text) {
+  for (; *pattern != '\0'; ++pattern) {
+    if (*pattern == '*') {
+      const char* start = text;
+      while (std::isxdigit(static_cast<unsigned char>(*text)) != 0) ++text;
+      if (text == start) return false;
+    } else if (*pattern != *text++) {
+      return false;
+    }
+  }
+  return *text == '\0';
+}
+
+std::string Joined(const Lines& lines) {
+  std::string text;
+  for (const std::string& line : lines) text += "\n    " + line;
+  return text;
+}
+
+void ExpectLines(const Lines& expected, const Lines& actual) {
+  const bool matches = std::equal(expected.begin(), expected.end(), actual.begin(), actual.end(),
+                                  [](const std::string& pattern, const std::string& text) {
+                                    return MatchesLine(pattern.c_str(), text.c_str());
+                                  });
+  EXPECT_TRUE(matches) << "  expected lines:" << Joined(expected)
+                       << "\n  actual lines:" << Joined(actual);
+}
+
+const Effect* FindEffect(const Scenario& scenario, const FailurePoint& point) {
+  for (const Rule& rule : scenario.rules) {
+    if (rule.function == point.function &&
+        (rule.occurrence == 0 || rule.occurrence == point.occurrence)) {
+      return &rule.effect;
+    }
+  }
+  static const Effect noMemory = StopsSilently(static_cast<DWORD>(NTE_NO_MEMORY));
+  static const Effect goesOn = GoesOn();
+  switch (KindOfPoint(point.function)) {
+    case PointKind::kAllocation:
+      return &noMemory;
+    case PointKind::kRelease:
+      return &goesOn;
+    default:
+      return nullptr;
+  }
+}
+
+Lines ExpectedLines(const Scenario& scenario, const FailurePoint& point, const Effect& effect) {
+  const std::size_t before = effect.linesBefore.value_or(point.linesBefore);
+  const auto& good = scenario.lines;
+  Lines lines(good.begin(),
+              good.begin() + static_cast<std::ptrdiff_t>(std::min(before, good.size())));
+  lines.insert(lines.end(), effect.added.begin(), effect.added.end());
+  if (effect.course == Effect::Course::kGoesOn) {
+    const std::size_t rest = std::min(before + effect.skipped, good.size());
+    lines.insert(lines.end(), good.begin() + static_cast<std::ptrdiff_t>(rest), good.end());
+  }
+  return lines;
+}
+
+Leftovers Difference(const std::map<std::string, int>& after,
+                     const std::map<std::string, int>& before) {
+  Leftovers left;
+  for (const auto& [kind, count] : after) {
+    const auto found = before.find(kind);
+    const int change = count - (found == before.end() ? 0 : found->second);
+    if (change != 0) left[kind] = change;
+  }
+  return left;
+}
+
+std::vector<std::vector<BYTE>> Snapshot(const std::vector<std::span<BYTE>>& memory) {
+  std::vector<std::vector<BYTE>> contents;
+  for (const std::span<BYTE> block : memory) contents.emplace_back(block.begin(), block.end());
+  return contents;
+}
+
+}  // namespace
+
+Effect Stops(std::size_t linesBefore, const std::string& line, const Leftovers& left) {
+  Effect effect;
+  effect.error = kInjectedError;
+  effect.linesBefore = linesBefore;
+  if (!line.empty()) effect.added = {line};
+  effect.left = left;
+  return effect;
+}
+
+Effect StopsSilently(DWORD error, const Leftovers& left) {
+  Effect effect;
+  effect.error = error;
+  effect.left = left;
+  return effect;
+}
+
+Effect GoesOn() {
+  Effect effect;
+  effect.course = Effect::Course::kGoesOn;
+  return effect;
+}
+
+Effect GoesOnWith(std::size_t linesBefore, const Lines& lines, std::size_t skipped) {
+  Effect effect = GoesOn();
+  effect.linesBefore = linesBefore;
+  effect.added = lines;
+  effect.skipped = skipped;
+  return effect;
+}
+
+struct AnomalyLoop::Points {
+  std::vector<std::unique_ptr<ImportPatch>> patches;
+};
+
+struct AnomalyLoop::Round {
+  std::optional<FailurePoint> failed;
+  long result = 0;
+  DWORD error = 0;
+  Lines lines;
+  Leftovers left;
+  bool outputsStayed = true;
+};
+
+AnomalyLoop::AnomalyLoop(HMODULE module) : points_(std::make_unique<Points>()) {
+  // The language runtime makes its own state with the first exception of a thread.
+  Export<BOOL WINAPI(DWORD, void*, DWORD, DWORD, void*, void*)>(module, "ZarConvertPublicKeyInfo")(
+      0, nullptr, 0, 0, nullptr, nullptr);
+  state = State{};
+  state.trace = &trace_;
+  points_->patches = PatchFailurePoints(module);
+}
+
+AnomalyLoop::~AnomalyLoop() {
+  // The last set is the first to go.
+  while (!points_->patches.empty()) points_->patches.pop_back();
+}
+
+bool AnomalyLoop::Fails(const std::string& function) {
+  if (!state.counts || state.thread != GetCurrentThreadId()) return false;
+  const LastErrorKeeper keeper;
+  const int occurrence = ++state.occurrences[function];
+  if (++state.calls != state.failing) return false;
+  state.failed = FailurePoint{function, occurrence, state.trace->Lines().size()};
+  return true;
+}
+
+void AnomalyLoop::Book(const char* kind, int change) {
+  const LastErrorKeeper keeper;
+  state.booked[kind] += change;
+}
+
+void AnomalyLoop::Call(const Scenario& scenario, Round& round) {
+  state.thread = GetCurrentThreadId();
+  state.counts = true;
+  SetLastError(kErrorBefore);
+  round.result = scenario.call();
+  round.error = GetLastError();
+  state.counts = false;
+}
+
+AnomalyLoop::Round AnomalyLoop::RunRound(const Scenario& scenario, std::size_t failing) {
+  Round round;
+  const std::size_t handles = OpenHandleCount();
+  scenario.prepare();
+  const auto outputs = scenario.outputs ? scenario.outputs() : std::vector<std::span<BYTE>>();
+  const auto contents = Snapshot(outputs);
+  const auto bookedBefore = state.booked;
+  trace_.Clear();
+  state.failed.reset();
+  state.occurrences.clear();
+  state.calls = 0;
+  state.failing = failing;
+  if (scenario.thread) {
+    std::thread([&] { Call(scenario, round); }).join();
+  } else {
+    Call(scenario, round);
+  }
+  round.failed = state.failed;
+  round.lines = trace_.Messages();
+  round.left = Difference(state.booked, bookedBefore);
+  round.outputsStayed = Snapshot(outputs) == contents;
+  const testing::ScopedTrace where(__FILE__, __LINE__,
+                                   round.failed
+                                       ? scenario.name + ", failing " + round.failed->function +
+                                             " call " + std::to_string(round.failed->occurrence)
+                                       : scenario.name + ", nothing failing");
+  CheckRound(scenario, round);
+  scenario.release();
+  // Whatever is made on first use is made by the first round, in which nothing fails.
+  if (failing != 0) {
+    EXPECT_EQ(handles, OpenHandleCount());
+  }
+  return round;
+}
+
+void AnomalyLoop::CheckRound(const Scenario& scenario, const Round& round) {
+  const FailurePoint* point = round.failed ? &*round.failed : nullptr;
+  if (scenario.check) scenario.check(point, round.result);
+  if (point == nullptr) {
+    EXPECT_EQ(scenario.result, round.result);
+    EXPECT_EQ(scenario.left, round.left);
+    ExpectLines(scenario.lines, round.lines);
+    return;
+  }
+  const Effect* effect = FindEffect(scenario, *point);
+  if (effect == nullptr) {
+    ADD_FAILURE() << "no rule; result " << round.result << ", error " << std::hex << round.error
+                  << ", lines:" << Joined(round.lines);
+    return;
+  }
+  ExpectLines(ExpectedLines(scenario, *point, *effect), round.lines);
+  if (effect->course == Effect::Course::kGoesOn) {
+    EXPECT_EQ(scenario.result, round.result);
+    EXPECT_EQ(effect->left.empty() ? scenario.left : effect->left, round.left);
+    return;
+  }
+  EXPECT_EQ(effect->result, round.result);
+  if (effect->error) {
+    EXPECT_EQ(*effect->error, round.error);
+  }
+  EXPECT_EQ(effect->left, round.left);
+  EXPECT_TRUE(effect->writes || round.outputsStayed) << "the caller's memory was changed";
+}
+
+void AnomalyLoop::Run(const Scenario& scenario) {
+  std::map<PointKind, int> visited;
+  std::map<std::string, int> functions;
+  RunRound(scenario, 0);
+  for (std::size_t failing = 1; failing < kEndlessRounds; ++failing) {
+    const Round round = RunRound(scenario, failing);
+    if (!round.failed) break;
+    ++visited[KindOfPoint(round.failed->function)];
+    ++functions[round.failed->function];
+    if (testing::Test::HasFatalFailure()) break;
+  }
+  std::string list;
+  for (const auto& [name, count] : functions) {
+    list += (list.empty() ? "" : ", ") + name + (count == 1 ? "" : " " + std::to_string(count));
+  }
+  const int calls = visited[PointKind::kCall];
+  const int allocations = visited[PointKind::kAllocation];
+  const int releases = visited[PointKind::kRelease];
+  std::printf("[ failures ] %s: %d points = %d calls + %d allocations + %d releases (%s)\n",
+              scenario.name.c_str(), calls + allocations + releases, calls, allocations, releases,
+              list.c_str());
+}
+
+}  // namespace zarext::test

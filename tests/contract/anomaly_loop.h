@@ -1,0 +1,126 @@
+// Runs a call of the module again and again with the first, the second, the third ... call into the
+// platform failing, until the call goes through, and checks each time what the caller sees and what
+// stays behind.
+#ifndef ZAREXT_TESTS_CONTRACT_ANOMALY_LOOP_H_
+#define ZAREXT_TESTS_CONTRACT_ANOMALY_LOOP_H_
+
+#include <windows.h>
+
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "support/trace_capture.h"
+
+namespace zarext::test {
+
+// The last error, or the error code returned, of every call that is made to fail.
+inline constexpr DWORD kInjectedError = 0x5A5A;
+// The last error before every round.
+inline constexpr DWORD kErrorBefore = 0x12345678;
+
+using Lines = std::vector<std::string>;
+// How many of a kind the module took and did not give back, e.g. {"key", 1}; none is not listed.
+using Leftovers = std::map<std::string, int>;
+
+// One call into the platform.
+struct FailurePoint {
+  std::string function;
+  int occurrence = 0;           // of this function's calls in the round, from 1
+  std::size_t linesBefore = 0;  // trace lines that were written before it
+};
+
+// What a failure leads to.
+struct Effect {
+  enum class Course { kStops, kGoesOn, kAnyOf };
+  Course course = Course::kStops;
+  long result = FALSE;
+  std::optional<DWORD> error;
+  // Where the call stops: how many lines of the good call stand before it; where it goes on: before
+  // the added lines. Taken from the round if not given.
+  std::optional<std::size_t> linesBefore;
+  Lines added;
+  // Where the call goes on, how many lines of the good call are left out behind the added ones.
+  std::size_t skipped = 0;
+  Leftovers left;
+  // Whether the caller's memory may differ from what it was.
+  bool writes = false;
+};
+
+// The call fails with the injected error behind `linesBefore` lines of the good call and this line.
+Effect Stops(std::size_t linesBefore, const std::string& line, const Leftovers& left = {});
+// The call fails with `error` and no further line.
+Effect StopsSilently(DWORD error, const Leftovers& left = {});
+// The call goes on as if nothing had happened.
+Effect GoesOn();
+// The call goes on with a line more behind `linesBefore` lines, and `skipped` lines less from
+// there.
+Effect GoesOnWith(std::size_t linesBefore, const Lines& lines, std::size_t skipped = 0);
+
+struct Rule {
+  std::string function;
+  int occurrence;  // 0: every
+  Effect effect;
+};
+
+struct Scenario {
+  // As printed and as listed in docs/reliability.md.
+  std::string name;
+  // Makes the state before each round.
+  std::function<void()> prepare;
+  std::function<long()> call;
+  // Whether each round calls from a thread of its own.
+  bool thread = false;
+  // Gives back what the good call and every failed one left to the caller.
+  std::function<void()> release;
+  // The trace of the good call. "*" stands for the digits of a handle.
+  Lines lines;
+  long result = TRUE;
+  Leftovers left;
+  // Memory of the caller that a failing call leaves as it was.
+  std::function<std::vector<std::span<BYTE>>()> outputs;
+  // First match. Failed allocations are NTE_NO_MEMORY without a line, and a failed release is
+  // passed over, where no rule says otherwise; any other point needs a rule.
+  std::vector<Rule> rules;
+  // Checks beyond the usual ones; null for the good call.
+  std::function<void(const FailurePoint* point, long result)> check;
+};
+
+// Patches every import of advapi32, crypt32 and kernel32 that can fail, and the C runtime's
+// allocations, in `module`, as long as the object lives. Throws if the module imports a function
+// that is not listed. Patches set earlier stay in effect behind it. One at a time.
+class AnomalyLoop {
+ public:
+  explicit AnomalyLoop(HMODULE module);
+  ~AnomalyLoop();
+  AnomalyLoop(const AnomalyLoop&) = delete;
+  AnomalyLoop& operator=(const AnomalyLoop&) = delete;
+
+  // All rounds of a scenario. Prints how many failure points there were.
+  void Run(const Scenario& scenario);
+
+  // For calls that reach the platform, or the provider, without an import: counts one, and says
+  // whether it is to fail. The last error stays.
+  static bool Fails(const std::string& function);
+  // Books something taken (1) or given back (-1). The last error stays.
+  static void Book(const char* kind, int change);
+
+ private:
+  struct Round;
+  struct Points;
+  static void Call(const Scenario& scenario, Round& round);
+  Round RunRound(const Scenario& scenario, std::size_t failing);
+  void CheckRound(const Scenario& scenario, const Round& round);
+
+  std::unique_ptr<Points> points_;
+  TraceCapture trace_;
+};
+
+}  // namespace zarext::test
+
+#endif  // ZAREXT_TESTS_CONTRACT_ANOMALY_LOOP_H_

@@ -1,0 +1,24 @@
+// The imports of the module that can fail, each with what its failure looks like to the module, and
+// what its success takes or gives back.
+#ifndef ZAREXT_TESTS_CONTRACT_ANOMALY_POINTS_H_
+#define ZAREXT_TESTS_CONTRACT_ANOMALY_POINTS_H_
+
+#include <windows.h>
+
+#include <memory>
+#include <vector>
+
+#include "support/import_patch.h"
+
+namespace zarext::test {
+
+// The patches of all that `module` imports. Throws if it imports a function of the three libraries
+// that is neither there nor known not to fail.
+std::vector<std::unique_ptr<ImportPatch>> PatchFailurePoints(HMODULE module);
+
+enum class PointKind { kCall, kAllocation, kRelease };
+PointKind KindOfPoint(const std::string& function);
+
+}  // namespace zarext::test
+
+#endif  // ZAREXT_TESTS_CONTRACT_ANOMALY_POINTS_H_
