@@ -118,21 +118,9 @@ TEST_F(Certificates, AnAuthorityIssuesThemForKeysOfBothForms) {
   }
 }
 
-UniqueCertContext SelfSigned(const Person& owner) {
-  const Signer signer = owner.AsSigner();
-  Octets name = EncodeCommonName(signer.name);
-  CERT_NAME_BLOB subject = {static_cast<DWORD>(name.size()), name.data()};
-  CRYPT_ALGORITHM_IDENTIFIER algorithm = {};
-  algorithm.pszObjId = const_cast<char*>(signer.signatureOid);
-  UniqueCertContext certificate(CertCreateSelfSignCertificate(
-      signer.provider, &subject, 0, nullptr, &algorithm, nullptr, nullptr, nullptr));
-  Must(certificate.Get() != nullptr, "CertCreateSelfSignCertificate");
-  return certificate;
-}
-
 TEST_F(Certificates, AMakersKeySignsItself) {
   const Person owner("owner", kMakersKey);
-  const auto certificate = SelfSigned(owner);
+  const auto certificate = SelfSignedCertificate(owner.AsSigner());
   EXPECT_EQ(0u, CertificateSignatureCode(certificate.Get(), certificate.Get()));
   EXPECT_EQ(kBadSignature, CertificateSignatureCode(Renamed(certificate).Get(), certificate.Get()));
 }
@@ -141,7 +129,7 @@ TEST_F(Certificates, AMakersKeySignsItself) {
 // the import takes a national key in an OCTET STRING only. The blob begins with 06.
 TEST_F(Certificates, ANationalKeyInTheMakersFormIsRefused) {
   const Person owner("owner", kNationalKey);
-  const auto certificate = SelfSigned(owner);
+  const auto certificate = SelfSignedCertificate(owner.AsSigner());
   EXPECT_STREQ(kNationalOid, certificate.Get()->pCertInfo->SubjectPublicKeyInfo.Algorithm.pszObjId);
   TraceCapture trace;
   EXPECT_EQ(static_cast<DWORD>(NTE_NO_MEMORY),

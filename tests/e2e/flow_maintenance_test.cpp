@@ -2,6 +2,7 @@
 #include "e2e/flow_setup.h"
 #include "support/child_process.h"
 #include "support/openssl_fixtures.h"
+#include "support/signed_message.h"
 
 namespace zarext::test {
 namespace {

@@ -8,8 +8,6 @@
 namespace zarext::test {
 namespace {
 
-constexpr DWORD kEncoding = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
-
 void RegisterModule() {
   if (Regsvr32(PatchedModule()) != 0) {
     throw std::runtime_error("regsvr32 failed");
@@ -48,36 +46,8 @@ UniqueCertStore<0> FlowTest::OpenStore() {
 }
 
 UniqueCertContext FlowTest::Find(const UniqueCertStore<0>& store, const wchar_t* name) {
-  return UniqueCertContext(CertFindCertificateInStore(store.Get(), kEncoding, 0,
+  return UniqueCertContext(CertFindCertificateInStore(store.Get(), X509_ASN_ENCODING, 0,
                                                       CERT_FIND_SUBJECT_STR_W, name, nullptr));
-}
-
-Octets SignMessage(PCCERT_CONTEXT signer, const char* hashOid, const Octets& content) {
-  CRYPT_SIGN_MESSAGE_PARA para = {};
-  para.cbSize = sizeof para;
-  para.dwMsgEncodingType = kEncoding;
-  para.pSigningCert = signer;
-  para.HashAlgorithm.pszObjId = const_cast<char*>(hashOid);
-  para.cMsgCert = 1;
-  para.rgpMsgCert = &signer;
-  const BYTE* parts[] = {content.data()};
-  DWORD sizes[] = {static_cast<DWORD>(content.size())};
-  return Fetch("CryptSignMessage", [&](BYTE* data, DWORD* size) {
-    return CryptSignMessage(&para, FALSE, 1, parts, sizes, data, size);
-  });
-}
-
-DWORD VerifyMessage(const Octets& message, Octets* content) {
-  CRYPT_VERIFY_MESSAGE_PARA para = {};
-  para.cbSize = sizeof para;
-  para.dwMsgAndCertEncodingType = kEncoding;
-  content->resize(message.size());
-  auto size = static_cast<DWORD>(content->size());
-  const DWORD code = CodeOf(CryptVerifyMessageSignature(&para, 0, message.data(),
-                                                        static_cast<DWORD>(message.size()),
-                                                        content->data(), &size, nullptr));
-  content->resize(code == 0 ? size : 0);
-  return code;
 }
 
 }  // namespace zarext::test

@@ -65,11 +65,6 @@ class FlowTest : public testing::Test {
   static inline long long lastStart_ = 1700000000;
 };
 
-// A message signed by the certificate's owner, whom the framework finds by its property.
-Octets SignMessage(PCCERT_CONTEXT signer, const char* hashOid, const Octets& content);
-// The last error of the check, 0 if the signature is right.
-DWORD VerifyMessage(const Octets& message, Octets* content);
-
 }  // namespace zarext::test
 
 #endif  // ZAREXT_TESTS_E2E_FLOW_SETUP_H_

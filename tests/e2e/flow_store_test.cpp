@@ -5,6 +5,7 @@
 
 #include "e2e/flow_setup.h"
 #include "support/openssl_fixtures.h"
+#include "support/signed_message.h"
 
 namespace zarext::test {
 namespace {

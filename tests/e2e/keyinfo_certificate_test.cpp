@@ -1,7 +1,9 @@
 // Certificates whose signatures the framework checks with keys that the module imports.
 #include "e2e/keyinfo_setup.h"
 #include "frame/handles.h"
+#include "support/issued_certificate.h"
 #include "support/openssl_fixtures.h"
+#include "support/signed_message.h"
 
 namespace zarext::test {
 namespace {
@@ -10,13 +12,6 @@ using testing::Contains;
 using testing::HasSubstr;
 
 using Certificates = KeyFrameworkTest;
-
-UniqueCertContext Decode(const Octets& encoded) {
-  UniqueCertContext certificate(CertCreateCertificateContext(X509_ASN_ENCODING, encoded.data(),
-                                                             static_cast<DWORD>(encoded.size())));
-  Must(certificate.Get() != nullptr, "CertCreateCertificateContext");
-  return certificate;
-}
 
 // The certificate as its own issuer.
 DWORD SelfSignedCode(HCRYPTPROV provider, PCCERT_CONTEXT certificate) {
@@ -38,34 +33,25 @@ TEST_F(Certificates, OpensslsGostCertificatesAreChecked) {
   for (const char* text : {openssl::kGost2001ACertificate, openssl::kGost2001BCertificate,
                            openssl::kGost2001CCertificate}) {
     const Octets encoded = FromHex(text);
-    const UniqueCertContext certificate = Decode(encoded);
+    const UniqueCertContext certificate = CertificateContext(encoded);
     TraceCapture trace;
     EXPECT_EQ(0u, SelfSignedCode(context.Get(), certificate.Get()));
     EXPECT_THAT(trace.Messages(),
                 Contains("EXT : ZarImportPublicKeyInfoEx : Algorithm = 1.2.643.2.2.19."));
     EXPECT_THAT(trace.Messages(),
                 Contains(HasSubstr("EXT : ZarImportPublicKeyInfoEx : Data[64]=")));
-    EXPECT_NE(0u, SelfSignedCode(context.Get(), Decode(Damaged(encoded)).Get()));
+    EXPECT_NE(0u, SelfSignedCode(context.Get(), CertificateContext(Damaged(encoded)).Get()));
   }
 }
 
 TEST_F(Certificates, WithoutAProviderTheFrameworkFindsOne) {
-  const UniqueCertContext certificate = Decode(FromHex(openssl::kGost2001ACertificate));
+  const UniqueCertContext certificate = CertificateContext(FromHex(openssl::kGost2001ACertificate));
   EXPECT_EQ(0u, SelfSignedCode(0, certificate.Get()));
 }
 
 // A self-signed certificate made by the framework for the holder's key.
 UniqueCertContext SelfSigned(const KeyHolder& holder, const char* signatureOid) {
-  Octets name = Fetch("CertStrToName", [&](BYTE* data, DWORD* size) {
-    return CertStrToNameA(X509_ASN_ENCODING, "CN=Self", CERT_X500_NAME_STR, nullptr, data, size,
-                          nullptr);
-  });
-  CERT_NAME_BLOB subject = {static_cast<DWORD>(name.size()), name.data()};
-  CRYPT_ALGORITHM_IDENTIFIER algorithm = {const_cast<char*>(signatureOid), {}};
-  UniqueCertContext certificate(CertCreateSelfSignCertificate(
-      holder.Provider(), &subject, 0, nullptr, &algorithm, nullptr, nullptr, nullptr));
-  Must(certificate.Get() != nullptr, "CertCreateSelfSignCertificate");
-  return certificate;
+  return SelfSignedCertificate({holder.Provider(), AT_SIGNATURE, signatureOid, "Self"});
 }
 
 TEST_F(Certificates, SelfSignedByTheFrameworkAndChecked) {
@@ -81,7 +67,7 @@ TEST_F(Certificates, SelfSignedByTheFrameworkAndChecked) {
   EXPECT_EQ(0u, SelfSignedCode(holder.Provider(), certificate.Get()));
   const Octets encoded(certificate.Get()->pbCertEncoded,
                        certificate.Get()->pbCertEncoded + certificate.Get()->cbCertEncoded);
-  EXPECT_NE(0u, SelfSignedCode(holder.Provider(), Decode(Damaged(encoded)).Get()));
+  EXPECT_NE(0u, SelfSignedCode(holder.Provider(), CertificateContext(Damaged(encoded)).Get()));
 }
 
 // The trust errors of the certificate's chain, which ends with itself.
@@ -114,50 +100,29 @@ TEST_F(Certificates, TheShortFormOfTheCheck) {
               Contains("EXT : ZarImportPublicKeyInfoEx : Algorithm = 1.3.6.1.4.1.32473.1.5.8."));
 }
 
-// A signed message with the signer's certificate in it.
-Octets SignMessage(PCCERT_CONTEXT signer, const Octets& content) {
-  CRYPT_SIGN_MESSAGE_PARA para = {};
-  para.cbSize = sizeof para;
-  para.dwMsgEncodingType = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
-  para.pSigningCert = signer;
-  para.HashAlgorithm.pszObjId = const_cast<char*>("1.3.6.1.4.1.32473.1.2.1");
-  para.cMsgCert = 1;
-  para.rgpMsgCert = &signer;
-  const BYTE* parts[] = {content.data()};
-  DWORD sizes[] = {static_cast<DWORD>(content.size())};
-  return Fetch("CryptSignMessage", [&](BYTE* data, DWORD* size) {
-    return CryptSignMessage(&para, FALSE, 1, parts, sizes, data, size);
-  });
-}
-
-DWORD MessageCode(const Octets& message) {
-  CRYPT_VERIFY_MESSAGE_PARA para = {};
-  para.cbSize = sizeof para;
-  para.dwMsgAndCertEncodingType = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
-  return CodeOf(CryptVerifyMessageSignature(
-      &para, 0, message.data(), static_cast<DWORD>(message.size()), nullptr, nullptr, nullptr));
-}
-
 TEST_F(Certificates, SignedMessagesAreChecked) {
   const KeyHolder holder("holder");
   const UniqueCertContext certificate = SelfSigned(holder, "1.3.6.1.4.1.32473.1.2.2");
-  Octets message = SignMessage(certificate.Get(), {1, 2, 3});
+  Octets message = SignMessage(certificate.Get(), "1.3.6.1.4.1.32473.1.2.1", {1, 2, 3});
+  Octets content;
   TraceCapture trace;
-  EXPECT_EQ(0u, MessageCode(message));
+  EXPECT_EQ(0u, VerifyMessage(message, &content));
+  EXPECT_EQ((Octets{1, 2, 3}), content);
   EXPECT_THAT(trace.Messages(),
               Contains("EXT : ZarImportPublicKeyInfoEx : Algorithm = 1.3.6.1.4.1.32473.1.5.8."));
   message.back() ^= 1;
-  EXPECT_NE(0u, MessageCode(message));
+  EXPECT_NE(0u, VerifyMessage(message, &content));
 }
 
 TEST_F(Certificates, ChainsCheckSignaturesThroughTheModule) {
   const Octets encoded = FromHex(openssl::kGost2001ACertificate);
   TraceCapture trace;
-  const DWORD good = ChainErrors(Decode(encoded).Get());
+  const DWORD good = ChainErrors(CertificateContext(encoded).Get());
   EXPECT_THAT(trace.Messages(),
               Contains("EXT : ZarImportPublicKeyInfoEx : Algorithm = 1.2.643.2.2.19."));
   EXPECT_EQ(0u, good & CERT_TRUST_IS_NOT_SIGNATURE_VALID);
-  EXPECT_NE(0u, ChainErrors(Decode(Damaged(encoded)).Get()) & CERT_TRUST_IS_NOT_SIGNATURE_VALID);
+  EXPECT_NE(0u, ChainErrors(CertificateContext(Damaged(encoded)).Get()) &
+                    CERT_TRUST_IS_NOT_SIGNATURE_VALID);
 }
 
 }  // namespace

@@ -104,6 +104,16 @@ Octets IssueCertificate(const Signer& signer, const std::string& subject, const 
   });
 }
 
+UniqueCertContext SelfSignedCertificate(const Signer& signer) {
+  Octets name = EncodeCommonName(signer.name);
+  CERT_NAME_BLOB subject = {static_cast<DWORD>(name.size()), name.data()};
+  CRYPT_ALGORITHM_IDENTIFIER algorithm = Algorithm(signer.signatureOid);
+  UniqueCertContext certificate(CertCreateSelfSignCertificate(
+      signer.provider, &subject, 0, nullptr, &algorithm, nullptr, nullptr, nullptr));
+  Must(certificate.Get() != nullptr, "CertCreateSelfSignCertificate");
+  return certificate;
+}
+
 Octets SignRequest(const Signer& subject, const SubjectKey& key) {
   Octets toBeSigned = RequestInfo(subject.name, key);
   CERT_SIGNED_CONTENT_INFO request = {};

@@ -49,6 +49,9 @@ Octets EncodeCommonName(const std::string& name);
 Octets IssueCertificate(const Signer& signer, const std::string& subject, const SubjectKey& key,
                         std::uint8_t serial);
 
+// CertCreateSelfSignCertificate: the framework asks the module for the form of the public key.
+UniqueCertContext SelfSignedCertificate(const Signer& signer);
+
 // DER of a PKCS #10 request without attributes, signed with CryptSignCertificate by the subject.
 Octets SignRequest(const Signer& subject, const SubjectKey& key);
 

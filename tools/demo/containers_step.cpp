@@ -17,15 +17,9 @@ test::Signer SignerOf(const Actor& actor, const test::Context& context) {
 
 // By the framework alone, which asks the module for the form of the public key.
 UniqueCertContext SelfSign(const Actor& actor, const test::Context& context) {
-  Octets name = test::EncodeCommonName(actor.container);
-  CERT_NAME_BLOB subject = {static_cast<DWORD>(name.size()), name.data()};
-  CRYPT_ALGORITHM_IDENTIFIER algorithm = {};
-  algorithm.pszObjId = const_cast<char*>(actor.signatureOid);
   Call(std::string("CertCreateSelfSignCertificate(\"") + actor.container + "\", signature " +
        actor.signatureOid + ")");
-  UniqueCertContext certificate(CertCreateSelfSignCertificate(
-      context.Get(), &subject, 0, nullptr, &algorithm, nullptr, nullptr, nullptr));
-  test::Must(certificate.Get() != nullptr, "CertCreateSelfSignCertificate");
+  UniqueCertContext certificate = test::SelfSignedCertificate(SignerOf(actor, context));
   const char* const oid = certificate.Get()->pCertInfo->SubjectPublicKeyInfo.Algorithm.pszObjId;
   Expect(std::string(oid) == actor.keyOid, std::string("its key is of algorithm ") + oid);
   return certificate;

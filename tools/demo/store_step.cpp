@@ -7,12 +7,12 @@
 #include "demo/steps.h"
 #include "demo/story.h"
 #include "support/issued_certificate.h"
+#include "support/signed_message.h"
 
 namespace zarext::demo {
 namespace {
 
 constexpr char kNationalHash[] = "1.2.398.3.10.1.3.2";
-constexpr DWORD kEncoding = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
 
 void Add(const UniqueCertStore<0>& store, const Actor& actor) {
   const auto certificate = test::CertificateContext(ReadHandedOn(actor));
@@ -35,39 +35,19 @@ void ExpectEntry(const Listing& entries, const Actor& actor, const std::string& 
 }
 
 Octets Sign(PCCERT_CONTEXT signer, const Octets& content) {
-  CRYPT_SIGN_MESSAGE_PARA para = {};
-  para.cbSize = sizeof para;
-  para.dwMsgEncodingType = kEncoding;
-  para.pSigningCert = signer;
-  para.HashAlgorithm.pszObjId = const_cast<char*>(kNationalHash);
-  para.cMsgCert = 1;
-  para.rgpMsgCert = &signer;
-  const BYTE* parts[] = {content.data()};
-  DWORD sizes[] = {static_cast<DWORD>(content.size())};
   Call("CryptSignMessage(\"" + SubjectName(signer) + "\", hash " + kNationalHash + ")");
-  return test::Fetch("CryptSignMessage", [&](BYTE* data, DWORD* size) {
-    return CryptSignMessage(&para, FALSE, 1, parts, sizes, data, size);
-  });
+  return test::SignMessage(signer, kNationalHash, content);
 }
 
 DWORD Verify(const Octets& message, Octets* content) {
-  CRYPT_VERIFY_MESSAGE_PARA para = {};
-  para.cbSize = sizeof para;
-  para.dwMsgAndCertEncodingType = kEncoding;
-  content->resize(message.size());
-  auto size = static_cast<DWORD>(content->size());
   Call("CryptVerifyMessageSignature()");
-  const DWORD code = test::CodeOf(CryptVerifyMessageSignature(&para, 0, message.data(),
-                                                              static_cast<DWORD>(message.size()),
-                                                              content->data(), &size, nullptr));
-  content->resize(code == 0 ? size : 0);
-  return code;
+  return test::VerifyMessage(message, content);
 }
 
 void SignAndVerify(const UniqueCertStore<0>& store) {
   Call("CertFindCertificateInStore(\"demo-national\")");
   const UniqueCertContext signer(CertFindCertificateInStore(
-      store.Get(), kEncoding, 0, CERT_FIND_SUBJECT_STR_W, L"demo-national", nullptr));
+      store.Get(), X509_ASN_ENCODING, 0, CERT_FIND_SUBJECT_STR_W, L"demo-national", nullptr));
   test::Must(signer.Get() != nullptr, "CertFindCertificateInStore");
   const std::string text = "Signed with the key that the certificate points to.";
   const Octets content(text.begin(), text.end());
