@@ -10,7 +10,7 @@
 
 // Checks a format against its arguments as msvcrt.dll reads it. clang knows only its own name for
 // the check.
-#if defined(__clang__)
+#if defined(__clang__) || !defined(_WIN32)
 #define ZAREXT_PRINTF(text, first) __attribute__((format(printf, text, first)))
 #else
 #define ZAREXT_PRINTF(text, first) __attribute__((format(ms_printf, text, first)))

@@ -1,0 +1,16 @@
+// See windows.h of this folder.
+#ifndef ZAREXT_TESTS_UNIT_PLATFORM_WINERROR_H_
+#define ZAREXT_TESTS_UNIT_PLATFORM_WINERROR_H_
+
+#define ERROR_SUCCESS 0
+#define ERROR_INVALID_PARAMETER 87
+#define ERROR_MORE_DATA 234
+#define NTE_BAD_KEY (static_cast<HRESULT>(0x80090003))
+#define NTE_BAD_LEN (static_cast<HRESULT>(0x80090004))
+#define NTE_BAD_DATA (static_cast<HRESULT>(0x80090005))
+#define NTE_BAD_ALGID (static_cast<HRESULT>(0x80090008))
+#define NTE_BAD_TYPE (static_cast<HRESULT>(0x8009000A))
+#define NTE_NO_MEMORY (static_cast<HRESULT>(0x8009000E))
+#define NTE_EXISTS (static_cast<HRESULT>(0x8009000F))
+
+#endif  // ZAREXT_TESTS_UNIT_PLATFORM_WINERROR_H_
