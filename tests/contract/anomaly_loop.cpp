@@ -80,6 +80,7 @@ const Effect* FindEffect(const Scenario& scenario, const FailurePoint& point) {
 }
 
 Lines ExpectedLines(const Scenario& scenario, const FailurePoint& point, const Effect& effect) {
+  if (effect.lines) return *effect.lines;
   const std::size_t before = effect.linesBefore.value_or(point.linesBefore);
   const auto& good = scenario.lines;
   Lines lines(good.begin(),
@@ -130,6 +131,12 @@ Effect StopsSilently(DWORD error, const Leftovers& left) {
 Effect GoesOn() {
   Effect effect;
   effect.course = Effect::Course::kGoesOn;
+  return effect;
+}
+
+Effect GoesOnAs(const Lines& lines) {
+  Effect effect = GoesOn();
+  effect.lines = lines;
   return effect;
 }
 

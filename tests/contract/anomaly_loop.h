@@ -37,7 +37,7 @@ struct FailurePoint {
 
 // What a failure leads to.
 struct Effect {
-  enum class Course { kStops, kGoesOn, kAnyOf };
+  enum class Course { kStops, kGoesOn };
   Course course = Course::kStops;
   long result = FALSE;
   std::optional<DWORD> error;
@@ -47,6 +47,8 @@ struct Effect {
   Lines added;
   // Where the call goes on, how many lines of the good call are left out behind the added ones.
   std::size_t skipped = 0;
+  // Instead of the lines that follow from the above.
+  std::optional<Lines> lines;
   Leftovers left;
   // Whether the caller's memory may differ from what it was.
   bool writes = false;
@@ -58,6 +60,8 @@ Effect Stops(std::size_t linesBefore, const std::string& line, const Leftovers& 
 Effect StopsSilently(DWORD error, const Leftovers& left = {});
 // The call goes on as if nothing had happened.
 Effect GoesOn();
+// The call goes on and writes these lines in all.
+Effect GoesOnAs(const Lines& lines);
 // The call goes on with a line more behind `linesBefore` lines, and `skipped` lines less from
 // there.
 Effect GoesOnWith(std::size_t linesBefore, const Lines& lines, std::size_t skipped = 0);

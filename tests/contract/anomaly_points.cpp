@@ -382,8 +382,8 @@ std::vector<std::unique_ptr<ImportPatch>> PatchFailurePoints(HMODULE module) {
 }
 
 PointKind KindOfPoint(const std::string& function) {
-  static const std::set<std::string> allocations = {"LocalAlloc", "malloc", "calloc", "realloc",
-                                                    "_strdup"};
+  static const std::set<std::string> allocations = {"LocalAlloc", "malloc",   "calloc",
+                                                    "realloc",    "pfnAlloc", "_strdup"};
   static const std::set<std::string> releases = {
       "CryptDestroyKey", "RegCloseKey",  "CertCloseStore",  "CertFreeCertificateContext",
       "FreeLibrary",     "ReleaseMutex", "CloseHandle",     "UnmapViewOfFile",
