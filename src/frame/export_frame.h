@@ -48,6 +48,13 @@ BOOL RunExport(Work work) noexcept {
   return RunExport<BOOL>(FALSE, work);
 }
 
+// Throws the thread's last error. The code is taken first: making room for what is thrown can
+// change it.
+[[noreturn]] inline void ThrowLastError() {
+  const ErrorCode code = GetLastError();
+  throw code;
+}
+
 // Throws ERROR_INVALID_PARAMETER unless `condition` holds.
 inline void RequireParameter(bool condition) {
   if (!condition) {

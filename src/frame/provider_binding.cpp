@@ -38,7 +38,7 @@ UniqueModule LoadProvider() {
       ReadImagePath(key.Get(), path);
   UniqueModule provider(LoadLibraryA(registered ? path : kDefaultProviderFile));
   if (!provider) {
-    throw static_cast<ErrorCode>(GetLastError());
+    ThrowLastError();
   }
   return provider;
 }

@@ -12,7 +12,7 @@ namespace zarext {
 // Throws the thread's last error unless `result` holds.
 inline void RequireSuccess(BOOL result) {
   if (result == FALSE) {
-    throw static_cast<ErrorCode>(GetLastError());
+    ThrowLastError();
   }
 }
 

@@ -10,7 +10,7 @@ namespace {
 bool IsServedProvider(HCRYPTPROV hCryptProv) {
   DWORD type = 0;
   if (!ReadProviderType(hCryptProv, &type)) {
-    throw static_cast<ErrorCode>(GetLastError());
+    ThrowLastError();
   }
   return IsServedProviderType(type);
 }

@@ -20,7 +20,7 @@ bool Acquire(char* container, DWORD flags, UniqueProviderContext* context) {
 void RequireProvider() {
   BindProvider();
   if (ProviderModule() == nullptr) {
-    throw static_cast<ErrorCode>(GetLastError());
+    ThrowLastError();
   }
 }
 

@@ -32,8 +32,13 @@ using SystemStore = UniqueCertStore<CERT_CLOSE_STORE_CHECK_FLAG>;
 // A failure that is only a FALSE result, without a line in the log: no such store, no context, a
 // name that does not convert. Throwing itself changes the last error, so it travels along.
 struct SilentFailure {
-  DWORD lastError = GetLastError();
+  DWORD lastError;
 };
+
+[[noreturn]] void FailSilently() {
+  const SilentFailure failure{GetLastError()};
+  throw failure;
+}
 
 // What a 32-bit code becomes where the log's text has room for a string.
 class HexText {
@@ -65,7 +70,7 @@ BOOL RunMaintenance(const char* failureLine, Work work) noexcept {
 // Throws the last error unless `succeeded`.
 void Require(bool succeeded) {
   if (!succeeded) {
-    throw static_cast<ErrorCode>(GetLastError());
+    ThrowLastError();
   }
 }
 
@@ -77,18 +82,18 @@ SystemStore OpenSystemStore(BOOL bLocalMachine, DWORD dwStore) {
 
 void RequireStoreIndex(DWORD dwStore) {
   if (dwStore >= std::size(kStoreNames)) {
-    throw SilentFailure();
+    FailSilently();
   }
 }
 
 void TieToContainer(PCCERT_CONTEXT context, const char* szContainer, DWORD dwKeySpec) {
   wchar_t container[256] = {};
   if (!ToWide(szContainer, container)) {
-    throw SilentFailure();
+    FailSilently();
   }
   KeyProvider provider(context->pCertInfo->SubjectPublicKeyInfo.Algorithm.pszObjId);
   if (!provider.IsValid()) {
-    throw SilentFailure();
+    FailSilently();
   }
   CRYPT_KEY_PROV_INFO info = {};
   info.pwszContainerName = container;
@@ -120,7 +125,7 @@ void SetSelf(BOOL bLocalMachine, const char* szContainer, DWORD dwKeySpec, const
   Require(CertAddEncodedCertificateToStore(store.Get(), kEncodingType, pbCert, cbCert,
                                            CERT_STORE_ADD_REPLACE_EXISTING, context.Put()));
   if (!context) {
-    throw SilentFailure();
+    FailSilently();
   }
   TieToContainer(context.Get(), szContainer, dwKeySpec);
 }

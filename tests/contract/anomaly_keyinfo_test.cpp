@@ -272,5 +272,20 @@ TEST_F(AnomalyKeyInfo, ZarImportPrivKeyFunc) {
   loop_.Run(scenario);
 }
 
+// Throwing takes memory too; without it the code is the same.
+TEST_F(AnomalyKeyInfo, ARefusalWithoutMemory) {
+  Scenario scenario = Start("a refused call");
+  scenario.call = [&] {
+    return Export<BOOL WINAPI(DWORD, void*, DWORD, DWORD, void*, void*)>("ZarConvertPublicKeyInfo")(
+        0, nullptr, 0, 0, nullptr, nullptr);
+  };
+  scenario.result = FALSE;
+  scenario.lines = {"EXT : ZarConvertPublicKeyInfo : dwFlags = 0."};
+  Effect same = GoesOn();
+  same.error = ERROR_INVALID_PARAMETER;
+  scenario.rules = {{"malloc", 1, same}};
+  EXPECT_EQ(1, loop_.Run(scenario));
+}
+
 }  // namespace
 }  // namespace zarext::test

@@ -25,6 +25,7 @@ struct State {
   DWORD thread = 0;
   std::size_t calls = 0;
   std::size_t failing = 0;  // 0: none
+  bool lasting = false;     // once an allocation failed, all do
   std::map<std::string, int> occurrences;
   std::optional<FailurePoint> failed;
   std::map<std::string, int> booked;
@@ -140,6 +141,12 @@ Effect GoesOnAs(const Lines& lines) {
   return effect;
 }
 
+Effect GoesOnAs(const Lines& lines, const Leftovers& left) {
+  Effect effect = GoesOnAs(lines);
+  effect.left = left;
+  return effect;
+}
+
 Effect GoesOnWith(std::size_t linesBefore, const Lines& lines, std::size_t skipped) {
   Effect effect = GoesOn();
   effect.linesBefore = linesBefore;
@@ -162,12 +169,22 @@ struct AnomalyLoop::Round {
 };
 
 AnomalyLoop::AnomalyLoop(HMODULE module) : points_(std::make_unique<Points>()) {
-  // The language runtime makes its own state with the first exception of a thread.
-  Export<BOOL WINAPI(DWORD, void*, DWORD, DWORD, void*, void*)>(module, "ZarConvertPublicKeyInfo")(
-      0, nullptr, 0, 0, nullptr, nullptr);
   state = State{};
   state.trace = &trace_;
   points_->patches = PatchFailurePoints(module);
+  // The language runtime makes state of its own with the first exception of a thread, and with the
+  // first for which there is no memory.
+  for (const std::size_t failing : {0u, 1u}) {
+    Round round;
+    Scenario scenario;
+    scenario.call = [module] {
+      return Export<BOOL WINAPI(DWORD, void*, DWORD, DWORD, void*, void*)>(
+          module, "ZarConvertPublicKeyInfo")(0, nullptr, 0, 0, nullptr, nullptr);
+    };
+    state.failing = failing;
+    Call(scenario, round);
+    state.calls = 0;
+  }
 }
 
 AnomalyLoop::~AnomalyLoop() {
@@ -179,6 +196,7 @@ bool AnomalyLoop::Fails(const std::string& function) {
   if (!state.counts || state.thread != GetCurrentThreadId()) return false;
   const LastErrorKeeper keeper;
   const int occurrence = ++state.occurrences[function];
+  if (state.lasting && state.failed && KindOfPoint(function) == PointKind::kAllocation) return true;
   if (++state.calls != state.failing) return false;
   state.failed = FailurePoint{function, occurrence, state.trace->Lines().size()};
   return true;
@@ -198,7 +216,8 @@ void AnomalyLoop::Call(const Scenario& scenario, Round& round) {
   state.counts = false;
 }
 
-AnomalyLoop::Round AnomalyLoop::RunRound(const Scenario& scenario, std::size_t failing) {
+AnomalyLoop::Round AnomalyLoop::RunRound(const Scenario& scenario, std::size_t failing,
+                                         bool lasting) {
   Round round;
   const std::size_t handles = OpenHandleCount();
   scenario.prepare();
@@ -210,6 +229,7 @@ AnomalyLoop::Round AnomalyLoop::RunRound(const Scenario& scenario, std::size_t f
   state.occurrences.clear();
   state.calls = 0;
   state.failing = failing;
+  state.lasting = lasting;
   if (scenario.thread) {
     std::thread([&] { Call(scenario, round); }).join();
   } else {
@@ -251,38 +271,55 @@ void AnomalyLoop::CheckRound(const Scenario& scenario, const Round& round) {
   ExpectLines(ExpectedLines(scenario, *point, *effect), round.lines);
   if (effect->course == Effect::Course::kGoesOn) {
     EXPECT_EQ(scenario.result, round.result);
-    EXPECT_EQ(effect->left.empty() ? scenario.left : effect->left, round.left);
+    EXPECT_EQ(effect->error.value_or(round.error), round.error);
+    EXPECT_EQ(effect->left.value_or(scenario.left), round.left);
     return;
   }
   EXPECT_EQ(effect->result, round.result);
   if (effect->error) {
     EXPECT_EQ(*effect->error, round.error);
   }
-  EXPECT_EQ(effect->left, round.left);
+  EXPECT_EQ(effect->left.value_or(Leftovers()), round.left);
   EXPECT_TRUE(effect->writes || round.outputsStayed) << "the caller's memory was changed";
 }
 
-void AnomalyLoop::Run(const Scenario& scenario) {
-  std::map<PointKind, int> visited;
-  std::map<std::string, int> functions;
+std::optional<FailurePoint> AnomalyLoop::RunOne(const Scenario& scenario, std::size_t failing) {
+  return RunRound(scenario, failing).failed;
+}
+
+int AnomalyLoop::Run(const Scenario& scenario) {
+  std::vector<FailurePoint> points;
   RunRound(scenario, 0);
   for (std::size_t failing = 1; failing < kEndlessRounds; ++failing) {
     const Round round = RunRound(scenario, failing);
     if (!round.failed) break;
-    ++visited[KindOfPoint(round.failed->function)];
-    ++functions[round.failed->function];
-    if (testing::Test::HasFatalFailure()) break;
+    points.push_back(*round.failed);
+    // The end of memory, not one refusal: the same, where the call does not go on.
+    const Effect* const effect = FindEffect(scenario, *round.failed);
+    if (KindOfPoint(round.failed->function) == PointKind::kAllocation &&
+        effect->course == Effect::Course::kStops) {
+      RunRound(scenario, failing, true);
+    }
+  }
+  return Report(scenario.name, points);
+}
+
+int AnomalyLoop::Report(const std::string& name, const std::vector<FailurePoint>& points) {
+  std::map<PointKind, int> kinds;
+  std::map<std::string, int> functions;
+  for (const FailurePoint& point : points) {
+    ++kinds[KindOfPoint(point.function)];
+    ++functions[point.function];
   }
   std::string list;
-  for (const auto& [name, count] : functions) {
-    list += (list.empty() ? "" : ", ") + name + (count == 1 ? "" : " " + std::to_string(count));
+  for (const auto& [function, count] : functions) {
+    list +=
+        (list.empty() ? "" : ", ") + function + (count == 1 ? "" : " x" + std::to_string(count));
   }
-  const int calls = visited[PointKind::kCall];
-  const int allocations = visited[PointKind::kAllocation];
-  const int releases = visited[PointKind::kRelease];
-  std::printf("[ failures ] %s: %d points = %d calls + %d allocations + %d releases (%s)\n",
-              scenario.name.c_str(), calls + allocations + releases, calls, allocations, releases,
-              list.c_str());
+  const int count = static_cast<int>(points.size());
+  std::printf("| %s | %d | %d | %d | %d | %s |\n", name.c_str(), count, kinds[PointKind::kCall],
+              kinds[PointKind::kAllocation], kinds[PointKind::kRelease], list.c_str());
+  return count;
 }
 
 }  // namespace zarext::test

@@ -49,7 +49,9 @@ struct Effect {
   std::size_t skipped = 0;
   // Instead of the lines that follow from the above.
   std::optional<Lines> lines;
-  Leftovers left;
+  // What is left; nothing where the call stops, and what the good call leaves where it goes on, if
+  // not given.
+  std::optional<Leftovers> left;
   // Whether the caller's memory may differ from what it was.
   bool writes = false;
 };
@@ -62,6 +64,7 @@ Effect StopsSilently(DWORD error, const Leftovers& left = {});
 Effect GoesOn();
 // The call goes on and writes these lines in all.
 Effect GoesOnAs(const Lines& lines);
+Effect GoesOnAs(const Lines& lines, const Leftovers& left);
 // The call goes on with a line more behind `linesBefore` lines, and `skipped` lines less from
 // there.
 Effect GoesOnWith(std::size_t linesBefore, const Lines& lines, std::size_t skipped = 0);
@@ -105,8 +108,13 @@ class AnomalyLoop {
   AnomalyLoop(const AnomalyLoop&) = delete;
   AnomalyLoop& operator=(const AnomalyLoop&) = delete;
 
-  // All rounds of a scenario. Prints how many failure points there were.
-  void Run(const Scenario& scenario);
+  // All rounds of a scenario. Prints how many failure points there were, and returns it.
+  int Run(const Scenario& scenario);
+  // One round, for scenarios that make the module anew; what failed, if there was that much to
+  // fail.
+  std::optional<FailurePoint> RunOne(const Scenario& scenario, std::size_t failing);
+  // Counts the points of such rounds, and prints them as Run does.
+  static int Report(const std::string& name, const std::vector<FailurePoint>& points);
 
   // For calls that reach the platform, or the provider, without an import: counts one, and says
   // whether it is to fail. The last error stays.
@@ -118,7 +126,7 @@ class AnomalyLoop {
   struct Round;
   struct Points;
   static void Call(const Scenario& scenario, Round& round);
-  Round RunRound(const Scenario& scenario, std::size_t failing);
+  Round RunRound(const Scenario& scenario, std::size_t failing, bool lasting = false);
   void CheckRound(const Scenario& scenario, const Round& round);
 
   std::unique_ptr<Points> points_;
