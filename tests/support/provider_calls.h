@@ -46,6 +46,8 @@ class Owner {
   Owner() = default;
   explicit Owner(Handle handle) : handle_(handle) {}
   ~Owner() { Reset(); }
+  Owner(const Owner&) = delete;
+  Owner& operator=(const Owner&) = delete;
   Owner(Owner&& other) noexcept : handle_(std::exchange(other.handle_, 0)) {}
   Owner& operator=(Owner&& other) noexcept {
     Reset();

@@ -17,6 +17,9 @@ namespace {
 
 constexpr char kContentOid[] = "1.3.6.1.4.1.32473.1.2.4";
 constexpr char kOlderKeyOid[] = "1.3.6.1.4.1.32473.1.4.4";
+// Head, wrapped key and the sender's public key.
+constexpr std::size_t kWrappedKeySize = 152;
+constexpr std::size_t kMebibyte = 1U << 20U;
 constexpr char kImportFunction[] = "CryptMsgDllImportKeyTrans";
 
 // What Wine needs for messages. It looks the import of a key up by the content's algorithm, so that
@@ -79,7 +82,7 @@ Octets Envelope(const Party& sender, const std::vector<PCCERT_CONTEXT>& recipien
   test::Must(test::EncryptMessage(&para, recipients, content, &message), "CryptEncryptMessage");
   ExpectTraced("EXT : ZarMsgGenContentEncryptKey : cRecipients = 2.");
   ExpectTraced("EXT : ZarMsgExportKeyTrans : EncryptedKeySize=152.");
-  Expect(message.size() > content.size() + 2 * 152,
+  Expect(message.size() > content.size() + recipients.size() * kWrappedKeySize,
          "a message of " + std::to_string(message.size()) + " octets");
   return message;
 }
@@ -140,6 +143,7 @@ class OlderRecipient {
     info_.Algorithm = Algorithm(kOlderKeyOid);
     info_.PublicKey = {static_cast<DWORD>(blob_.size()), blob_.data(), 0};
   }
+  ~OlderRecipient() = default;
   OlderRecipient(const OlderRecipient&) = delete;
   OlderRecipient& operator=(const OlderRecipient&) = delete;
   CERT_PUBLIC_KEY_INFO* Info() { return &info_; }
@@ -202,7 +206,7 @@ void ShowOlderForm(const Parties& parties, const Octets& content) {
 
 void OpenEnvelopes() {
   const Parties parties;
-  Octets content(1024 * 1024);
+  Octets content(kMebibyte);
   for (std::size_t i = 0; i < content.size(); ++i) {
     content[i] = static_cast<std::uint8_t>(i * 2654435761U >> 24);
   }

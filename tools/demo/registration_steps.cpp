@@ -135,7 +135,7 @@ void UnregisterModule() {
     Note("stays: the record " + record.substr(std::strlen(kRecordsKey)));
   }
   for (const auto& [oid, functions] : ByIdentifier(left.bindings)) {
-    Note("stay: the bindings of " + oid + " to" + functions);
+    Note(std::string("stay: the bindings of ").append(oid).append(" to").append(functions));
   }
   for (const std::string& key : left.folders) {
     Note("stays, empty or shared: " + key);
