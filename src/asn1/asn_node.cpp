@@ -31,17 +31,6 @@ void ReleaseValue(AsnNode* node, Release release) noexcept {
   DropText(node);
 }
 
-// Asks for the record of the child that is released after the next one: what a release costs is the
-// wait for records that have left the cache.
-void PrefetchRelease(const AsnNode& parent) {
-  if (parent.count < 2) {
-    return;
-  }
-  const AsnNode* later = parent.children[parent.count - 2];
-  __builtin_prefetch(&later->content);
-  __builtin_prefetch(&later->count);
-}
-
 void ReleaseArray(AsnNode* node) noexcept {
   if (node->children != nullptr && node->children != node->branch.slots) {
     FreeBlock(node->children);
@@ -158,7 +147,6 @@ void ReleaseContents(AsnNode* node, Release release) noexcept {
   for (;;) {
     while (current->count > 0) {
       AsnNode* child = current->children[--current->count];
-      PrefetchRelease(*current);
       if (child->children == nullptr) {
         if (OwnsValue(*child) || release == Release::kWiped) {
           ReleaseValue(child, release);

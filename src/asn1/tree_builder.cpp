@@ -55,14 +55,10 @@ BuildOutcome Builder::Run(const OpenElement& outermost) {
   return {state, segmentedStrings_, CheckedLength(open_.Top().length)};
 }
 
-// Adds a primitive child with the content octets as they stand; returns its encoded size.
-std::uint32_t BuildPrimitive(const OpenElement& parent, const ElementHeader& header,
-                             const std::uint8_t* octets) {
+// An empty child of the element with this tag.
+AsnNode* AppendChild(const OpenElement& parent, std::uint8_t tag) {
   ReserveSlot(parent.node);
-  OwnedNode node = NewNode(parent.owner, header.tag);
-  CopyOctets(PlaceContent(node.get(), header.length, 1), octets, header.length);
-  AppendNode(parent.node, std::move(node));
-  return HeaderSizeFor(header.length) + header.length;
+  return AppendNode(parent.node, NewNode(parent.owner, tag));
 }
 
 // Builds children of the innermost open element up to its end, or up to a constructed one, which
@@ -84,15 +80,16 @@ BuildState Builder::BuildChildren() {
     position += header.size;
     if (IsConstructed(header.tag)) {
       segmentedStrings_ = segmentedStrings_ || IsSegmentedString(header.tag);
-      ReserveSlot(parent.node);
-      AsnNode* node = AppendNode(parent.node, NewNode(parent.owner, header.tag));
+      AsnNode* node = AppendChild(parent, header.tag);
       open_.Push({node, node, position + header.length, 0});
       break;
     }
     if (header.length > reader_.Size() - position) {
       return BuildState::kElementFailed;
     }
-    parent.length += BuildPrimitive(parent, header, reader_.At(position));
+    AsnNode* node = AppendChild(parent, header.tag);
+    CopyOctets(PlaceContent(node, header.length, 1), reader_.At(position), header.length);
+    parent.length += EncodedSize(*node);
     position += header.length;
   }
   position_ = position;
