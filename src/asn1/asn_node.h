@@ -1,8 +1,8 @@
-#pragma once
-
 // The record of one element of a DER document, and what the document does to single records.
 // Short values and the first children live inside the record, so that a typical key structure
 // costs one allocation for each node.
+#ifndef ZAREXT_ASN1_ASN_NODE_H_
+#define ZAREXT_ASN1_ASN_NODE_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -13,15 +13,9 @@
 #include <string_view>
 #include <utility>
 
-namespace zarext {
+#include "asn1/tags.h"
 
-// Identifier octets (X.690, 8.1.2); the high-tag-number form does not occur here.
-inline constexpr std::uint8_t kConstructedBit = 0x20;
-inline constexpr std::uint8_t kTagNumberMask = 0x1F;
-inline constexpr std::uint8_t kTagInteger = 0x02;
-inline constexpr std::uint8_t kTagBitString = 0x03;
-inline constexpr std::uint8_t kTagOctetString = 0x04;
-inline constexpr std::uint8_t kTagObjectIdentifier = 0x06;
+namespace zarext {
 
 inline constexpr std::uint32_t kShortHeader = 2;
 inline constexpr std::uint32_t kLongestHeader = 6;
@@ -243,3 +237,5 @@ void AdjustLengths(AsnNode* node, std::int64_t change) noexcept;
 std::int64_t AdjustLength(AsnNode* node, std::int64_t change) noexcept;
 
 }  // namespace zarext
+
+#endif  // ZAREXT_ASN1_ASN_NODE_H_

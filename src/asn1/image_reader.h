@@ -1,7 +1,7 @@
-#pragma once
-
 // Bounded reading of identifier and length octets (X.690, 8.1). A reader carries the bounds of its
 // image and never looks past them.
+#ifndef ZAREXT_ASN1_IMAGE_READER_H_
+#define ZAREXT_ASN1_IMAGE_READER_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -102,3 +102,5 @@ class ImageReader {
 std::int32_t ValidateImage(ImageReader* reader);
 
 }  // namespace zarext
+
+#endif  // ZAREXT_ASN1_IMAGE_READER_H_

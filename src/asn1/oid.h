@@ -1,7 +1,7 @@
-#pragma once
-
 // Object identifiers as dotted-decimal text and as the content octets of a DER OBJECT IDENTIFIER
 // (X.690, 8.19), and the test by which every export decides whether an algorithm is one of ours.
+#ifndef ZAREXT_ASN1_OID_H_
+#define ZAREXT_ASN1_OID_H_
 
 #include <cstdint>
 #include <string>
@@ -40,3 +40,5 @@ std::string OidContentToText(const std::uint8_t* content, std::uint32_t length);
 bool IsOwnAlgorithmOid(const char* text);
 
 }  // namespace zarext
+
+#endif  // ZAREXT_ASN1_OID_H_

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef ZAREXT_ASN1_RESULT_CODES_H_
+#define ZAREXT_ASN1_RESULT_CODES_H_
 
 #include <cstdint>
 
@@ -21,3 +22,5 @@ enum AsnResult : std::int32_t {
 };
 
 }  // namespace zarext
+
+#endif  // ZAREXT_ASN1_RESULT_CODES_H_

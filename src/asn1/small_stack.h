@@ -1,7 +1,7 @@
-#pragma once
-
 // A stack of plain records whose first entries need no allocation. The codec walks documents with
 // it instead of recursing, because the depth of a document is the sender's choice.
+#ifndef ZAREXT_ASN1_SMALL_STACK_H_
+#define ZAREXT_ASN1_SMALL_STACK_H_
 
 #include <algorithm>
 #include <cstddef>
@@ -57,3 +57,5 @@ class SmallStack {
 };
 
 }  // namespace zarext
+
+#endif  // ZAREXT_ASN1_SMALL_STACK_H_

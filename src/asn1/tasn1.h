@@ -1,5 +1,3 @@
-#pragma once
-
 // One DER document (X.690) as a tree in memory: read from an image, or built node by node, changed
 // and written back. Indefinite lengths and constructed strings are read, never written.
 //
@@ -16,6 +14,8 @@
 // already. std::bad_alloc is thrown when memory runs out, or for a document that would not encode
 // into 2^32 octets; the document can then still be used and destroyed. No operation recurses on
 // the depth of a document. A document is used by one thread at a time.
+#ifndef ZAREXT_ASN1_TASN1_H_
+#define ZAREXT_ASN1_TASN1_H_
 
 #include <array>
 #include <concepts>
@@ -212,3 +212,5 @@ class TASN1 {
 };
 
 }  // namespace zarext
+
+#endif  // ZAREXT_ASN1_TASN1_H_

@@ -1,7 +1,7 @@
-#pragma once
-
 // Building the tree of an image, and turning the constructed strings in a tree into primitive ones.
 // Both are linear in what they work on and flat: each length is written once, from the leaves up.
+#ifndef ZAREXT_ASN1_TREE_BUILDER_H_
+#define ZAREXT_ASN1_TREE_BUILDER_H_
 
 #include <cstdint>
 
@@ -36,3 +36,5 @@ BuildOutcome BuildElements(ImageReader* reader, std::uint64_t position, std::uin
 std::int32_t FlattenStrings(AsnNode* top, Release release = Release::kPlain);
 
 }  // namespace zarext
+
+#endif  // ZAREXT_ASN1_TREE_BUILDER_H_

@@ -3,12 +3,13 @@
 #include <cstddef>
 #include <new>
 
+#include "asn1/tags.h"
+
 namespace zarext {
 namespace {
 
 // Its meaning is the provider's.
 constexpr std::uint32_t kMagic = 0x31434500;
-constexpr std::uint8_t kOctetStringTag = 0x04;
 
 void AppendWord(std::vector<std::uint8_t>& octets, std::uint32_t word) {
   for (int shift = 0; shift < 32; shift += 8) {
@@ -17,7 +18,7 @@ void AppendWord(std::vector<std::uint8_t>& octets, std::uint32_t word) {
 }
 
 std::optional<OctetSpan> ReadDirectly(OctetSpan bits) {
-  if (bits.size() < 2 || bits[0] != kOctetStringTag) {
+  if (bits.size() < 2 || bits[0] != kTagOctetString) {
     return std::nullopt;
   }
   if (bits.size() == std::size_t{bits[1]} + 2) {

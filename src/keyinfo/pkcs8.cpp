@@ -1,15 +1,11 @@
 #include "keyinfo/pkcs8.h"
 
+#include "asn1/tags.h"
 #include "frame/wipe.h"
 
 namespace zarext {
-namespace {
 
-constexpr std::uint8_t kSequence = 0x30;
-
-}  // namespace
-
-TPKCS8::TPKCS8() : TASN1(kSequence, Release::kWiped) {}
+TPKCS8::TPKCS8() : TASN1(kTagSequence, Release::kWiped) {}
 
 TPKCS8::~TPKCS8() { WipeCopies(); }
 
@@ -22,7 +18,7 @@ void TPKCS8::Clear() {
   attributes_.clear();
   DeleteNode(0, kPathEnd);
   // An adopted document may have left another root behind.
-  SetTag(kSequence, kPathEnd);
+  SetTag(kTagSequence, kPathEnd);
 }
 
 void TPKCS8::WipeCopies() noexcept {

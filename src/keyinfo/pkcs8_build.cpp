@@ -3,6 +3,7 @@
 #include <new>
 #include <span>
 
+#include "asn1/tags.h"
 #include "keyinfo/pkcs8.h"
 #include "keyinfo/pkcs8_names.h"
 
@@ -19,34 +20,34 @@ class Builder {
 
   template <typename... Path>
   Builder& Sequence(std::int32_t code, Path... path) {
-    return Add(code, kSequence, 0, nullptr, path...);
+    return Add(code, kTagSequence, 0, nullptr, path...);
   }
 
   template <typename... Path>
   Builder& Integer(std::int32_t code, std::uint32_t number, Path... path) {
-    return Add(code, kInteger, sizeof number, &number, path...);
+    return Add(code, kTagInteger, sizeof number, &number, path...);
   }
 
   // A null text fails.
   template <typename... Path>
   Builder& Oid(std::int32_t code, const char* text, Path... path) {
-    return Add(code, kObjectIdentifier, 1, text, path...);
+    return Add(code, kTagObjectIdentifier, 1, text, path...);
   }
 
   // No data for a size other than 0 fails.
   template <typename... Path>
   Builder& Octets(std::int32_t code, OctetsRef octets, Path... path) {
-    return Add(code, kOctetString, octets.size, octets.data, path...);
+    return Add(code, kTagOctetString, octets.size, octets.data, path...);
   }
 
   template <typename... Path>
   Builder& Null(std::int32_t code, Path... path) {
-    return Add(code, kNull, 0, nullptr, path...);
+    return Add(code, kTagNull, 0, nullptr, path...);
   }
 
   template <typename... Path>
   Builder& Wrapper(std::int32_t code, Path... path) {
-    return Add(code, kContext0, 0, nullptr, path...);
+    return Add(code, kTagContext0, 0, nullptr, path...);
   }
 
   // An element that is encoded already. One that does not end within its stated size adds nothing,
@@ -122,7 +123,7 @@ std::int32_t BuildPrivateKey(TASN1& document, const PrivateKeyRecord& input) {
   AddAlgorithmParameters(build, input);
   build.Octets(7, input.privateKey);
   if (input.attributes.Given()) {
-    build.Element(8, input.attributes).Retag(9, kContext0, 3);
+    build.Element(8, input.attributes).Retag(9, kTagContext0, 3);
   }
   return build.Code();
 }

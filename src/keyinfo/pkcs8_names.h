@@ -1,20 +1,8 @@
-// Tags and object identifiers that building and reading key documents share.
+// Object identifiers that building and reading key documents share.
 #ifndef ZAREXT_KEYINFO_PKCS8_NAMES_H_
 #define ZAREXT_KEYINFO_PKCS8_NAMES_H_
 
-#include <cstdint>
-
 namespace zarext::pkcs8 {
-
-// X.690 identifier octets.
-inline constexpr std::uint8_t kInteger = 0x02;
-inline constexpr std::uint8_t kOctetString = 0x04;
-inline constexpr std::uint8_t kNull = 0x05;
-inline constexpr std::uint8_t kObjectIdentifier = 0x06;
-inline constexpr std::uint8_t kBmpString = 0x1E;
-inline constexpr std::uint8_t kSequence = 0x30;
-inline constexpr std::uint8_t kSet = 0x31;
-inline constexpr std::uint8_t kContext0 = 0xA0;
 
 // RFC 8018.
 inline constexpr char kPbes2[] = "1.2.840.113549.1.5.13";

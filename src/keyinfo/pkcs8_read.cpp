@@ -1,5 +1,6 @@
 #include <cstring>
 
+#include "asn1/tags.h"
 #include "keyinfo/pkcs8.h"
 #include "keyinfo/pkcs8_names.h"
 
@@ -53,7 +54,7 @@ class Reader {
     return Check(
         codes, node,
         [&](const Node& n) {
-          return n.tag == kSequence && n.children >= least && n.children <= most;
+          return n.tag == kTagSequence && n.children >= least && n.children <= most;
         },
         path...);
   }
@@ -65,7 +66,7 @@ class Reader {
     return Check(
         codes, node,
         [&](const Node& n) {
-          if (n.tag != kInteger || n.length != sizeof number || n.value == nullptr) {
+          if (n.tag != kTagInteger || n.length != sizeof number || n.value == nullptr) {
             return false;
           }
           std::memcpy(&number, n.value, sizeof number);
@@ -82,7 +83,7 @@ class Reader {
         codes, node,
         [&](const Node& n) {
           text = reinterpret_cast<const char*>(n.value);
-          return n.tag == kObjectIdentifier && n.HasValue();
+          return n.tag == kTagObjectIdentifier && n.HasValue();
         },
         path...);
   }
@@ -95,7 +96,7 @@ class Reader {
         codes, node,
         [&](const Node& n) {
           octets = n.Value();
-          return n.tag == kOctetString;
+          return n.tag == kTagOctetString;
         },
         path...);
   }
@@ -159,7 +160,7 @@ std::int32_t KeepParameters(TASN1& document, std::vector<std::uint8_t>& copy) {
   if (code != 0) {
     return code;
   }
-  if (node.tag != kObjectIdentifier) {
+  if (node.tag != kTagObjectIdentifier) {
     return CopyEncoding(document, 9, 9, copy, 1, 1);
   }
   copy.assign(node.value, node.value + node.length);
@@ -172,10 +173,10 @@ std::int32_t KeepAttributes(TASN1& document, std::vector<std::uint8_t>& copy) {
   Node node;
   return Reader(document)
       .Check(
-          {12, 13}, node, [](const Node& n) { return n.tag == kContext0; }, 3)
-      .Require(14, [&] { return document.SetTag(kSet, 3, kPathEnd) == 0; })
+          {12, 13}, node, [](const Node& n) { return n.tag == kTagContext0; }, 3)
+      .Require(14, [&] { return document.SetTag(kTagSet, 3, kPathEnd) == 0; })
       .Then([&] { return CopyEncoding(document, 15, 16, copy, 3); })
-      .Require(17, [&] { return document.SetTag(kContext0, 3, kPathEnd) == 0; })
+      .Require(17, [&] { return document.SetTag(kTagContext0, 3, kPathEnd) == 0; })
       .Code();
 }
 
@@ -204,10 +205,10 @@ std::int32_t ReadPbes2(TASN1& document, EncryptedKeyRecord& record) {
 
 std::int32_t CheckCertBag(const BagRecord& record) {
   if (Equal(record.type, kX509Certificate)) {
-    return record.tag == kOctetString ? 0 : 70;
+    return record.tag == kTagOctetString ? 0 : 70;
   }
   if (Equal(record.type, kSdsiCertificate)) {
-    return record.tag == kBmpString ? 0 : 71;
+    return record.tag == kTagBmpString ? 0 : 71;
   }
   return 69;
 }
@@ -216,7 +217,7 @@ std::int32_t CheckCrlBag(const BagRecord& record) {
   if (!Equal(record.type, kX509Crl)) {
     return 72;
   }
-  return record.tag == kOctetString ? 0 : 73;
+  return record.tag == kTagOctetString ? 0 : 73;
 }
 
 }  // namespace
@@ -226,9 +227,10 @@ std::int32_t TPKCS8::ReadPrivateKey() {
   Node root;
   Node algorithm;
   Reader read(*this);
-  read.Check(
-          {2, 2}, root,
-          [](const Node& n) { return n.tag == kSequence && (n.children == 3 || n.children == 4); })
+  read.Check({2, 2}, root,
+             [](const Node& n) {
+               return n.tag == kTagSequence && (n.children == 3 || n.children == 4);
+             })
       .Integer({3, 4}, record.version, 0)
       .Check(
           {5, 6}, algorithm, [](const Node& n) { return n.children >= 1 && n.children <= 3; }, 1)
@@ -252,7 +254,7 @@ std::int32_t TPKCS8::ReadEncryptedKey() {
   Reader read(*this);
   read.Sequence({20, 21}, 2, 2)
       .Check(
-          {22, 23}, scheme, [](const Node& n) { return n.tag == kSequence; }, 0)
+          {22, 23}, scheme, [](const Node& n) { return n.tag == kTagSequence; }, 0)
       .Oid({24, 25}, record.algorithm, 0, 0);
   if (scheme.children == 2) {
     read.Sequence({26, 27}, 2, 2, 0, 1).Then([&] {
@@ -273,7 +275,7 @@ std::int32_t TPKCS8::ReadBag(std::uint32_t kind) {
   read.Sequence({60, 61}, 2, 2)
       .Oid({62, 63}, record.type, 0)
       .Check(
-          {64, 65}, wrapper, [](const Node& n) { return n.tag == kContext0; }, 1)
+          {64, 65}, wrapper, [](const Node& n) { return n.tag == kTagContext0; }, 1)
       .Require(66, [&] { return wrapper.children == 1; })
       .Check(
           {67, 68}, value, [](const Node& n) { return n.HasValue(); }, 1, 0);
@@ -315,7 +317,7 @@ std::int32_t TPKCS8::ReadTree(std::uint32_t kind, const std::uint8_t* octets, st
   std::uint8_t tag = 0;
   std::uint32_t length = 0;
   const std::int32_t header = ReadHeader({octets, size}, &tag, &length);
-  if (tag != kSequence || std::uint64_t{length} + static_cast<std::uint32_t>(header) != size) {
+  if (tag != kTagSequence || std::uint64_t{length} + static_cast<std::uint32_t>(header) != size) {
     return 3;
   }
   if (Parse(octets, kPathEnd) != 0) {

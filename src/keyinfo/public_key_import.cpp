@@ -8,6 +8,7 @@
 #include <optional>
 #include <vector>
 
+#include "asn1/tags.h"
 #include "asn1/tasn1.h"
 #include "frame/export_frame.h"
 #include "keyinfo/algorithm_map.h"
@@ -69,7 +70,7 @@ void RequireRoomForBlob(DWORD cbData) {
 // empty, and the provider's refusal is what the caller sees: a compatibility fact.
 std::vector<std::uint8_t> RebuildBlob(ExportTrace& trace, const ImportVariant& variant,
                                       const char* oid, OctetSpan bits) {
-  const std::unique_ptr<TASN1> document(new (std::nothrow) TASN1(0x30));
+  const std::unique_ptr<TASN1> document(new (std::nothrow) TASN1(kTagSequence));
   if (document == nullptr) {
     return {};
   }

@@ -3,18 +3,15 @@
 #include <cstring>
 #include <string>
 
+#include "asn1/tags.h"
 #include "asn1/tasn1.h"
 
 namespace zarext {
 namespace {
 
-constexpr std::uint8_t kSequence = 0x30;
-constexpr std::uint8_t kOctetString = 0x04;
-constexpr std::uint8_t kNull = 0x05;
-
 // An element of entry `index`: NULL for a null content.
 bool AddElement(TASN1& block, std::int32_t index, const void* content, std::uint32_t length) {
-  return block.AddChild(content == nullptr ? kNull : kOctetString, length, content, index,
+  return block.AddChild(content == nullptr ? kTagNull : kTagOctetString, length, content, index,
                         kPathEnd) == 0;
 }
 
@@ -24,7 +21,7 @@ bool AddEntry(TASN1& block, std::int32_t index, const CNT_KEY_INFO& record) {
       static_cast<std::uint8_t>(record.algId >> 16), static_cast<std::uint8_t>(record.algId >> 24)};
   const std::size_t nameLength =
       record.pszContainer == nullptr ? 0 : std::strlen(record.pszContainer);
-  return block.AddChild(kSequence, 0, nullptr, kPathEnd) == 0 &&
+  return block.AddChild(kTagSequence, 0, nullptr, kPathEnd) == 0 &&
          AddElement(block, index, record.pszContainer, static_cast<std::uint32_t>(nameLength)) &&
          AddElement(block, index, record.pbSerial, record.cbSerial) &&
          AddElement(block, index, record.pbCert, record.cbCert) &&
@@ -42,13 +39,13 @@ struct Element {
   bool Read(TASN1& block, Path... path) {
     return block.GetNode(&tag, &count, &length, &content, path..., kPathEnd) == 0;
   }
-  [[nodiscard]] bool HasOctets() const { return tag == kOctetString && length != 0; }
+  [[nodiscard]] bool HasOctets() const { return tag == kTagOctetString && length != 0; }
 };
 
 // Reads entry `index` and adds its record; false ends the reading.
 bool ReadEntry(TASN1& block, std::int32_t index, KeyRecordList& list) {
   Element entry;
-  if (!entry.Read(block, index) || entry.tag != kSequence || entry.count != 3) {
+  if (!entry.Read(block, index) || entry.tag != kTagSequence || entry.count != 3) {
     return false;
   }
   Element name;
@@ -88,7 +85,7 @@ bool IsBlockUsable(const CacheHeader& header, std::int64_t now) noexcept {
 }
 
 std::vector<std::uint8_t> BuildCacheBlock(const KeyRecordList& list) {
-  TASN1 block(kSequence);
+  TASN1 block(kTagSequence);
   std::int32_t index = 0;
   std::uint32_t size = 0;
   for (const KeyRecordNode* node = list.Head(); node != nullptr; node = node->next.get()) {
@@ -106,14 +103,14 @@ std::vector<std::uint8_t> BuildCacheBlock(const KeyRecordList& list) {
 }
 
 void ReadCacheBlock(std::span<const std::uint8_t> block, KeyRecordList& list) {
-  TASN1 tree(kSequence);
-  if (block.empty() || block[0] != kSequence ||
+  TASN1 tree(kTagSequence);
+  if (block.empty() || block[0] != kTagSequence ||
       tree.Load(block.data(), static_cast<std::uint32_t>(block.size())) != 0 ||
       tree.Parse(block.data(), kPathEnd) != 0) {
     return;
   }
   Element root;
-  if (!root.Read(tree) || root.tag != kSequence) {
+  if (!root.Read(tree) || root.tag != kTagSequence) {
     return;
   }
   for (std::int32_t index = 0; index < static_cast<std::int32_t>(root.count); ++index) {

@@ -1,6 +1,6 @@
-#pragma once
-
 // Shorthand of the codec's tests: octets as text, and a document's encoding.
+#ifndef ZAREXT_TESTS_UNIT_ASN1_DOCUMENTS_H_
+#define ZAREXT_TESTS_UNIT_ASN1_DOCUMENTS_H_
 
 #include <gmock/gmock.h>
 
@@ -145,3 +145,5 @@ class Parsed : public TASN1 {
 };
 
 }  // namespace zarext
+
+#endif  // ZAREXT_TESTS_UNIT_ASN1_DOCUMENTS_H_
