@@ -32,16 +32,16 @@ constexpr std::array kExportRows = {
     ExportRow{0xA055, "1.2.398.3.10.1.4.1.1.1"},   ExportRow{0xA04B, "1.2.398.3.10.1.4.1.2.1"},
 };
 
-// In the order in which they are tried. The last row takes all others: every CryptoPro identifier,
-// and the national "1.2.398.3.10.1.1.1.1" family, although its keys are exported under three
-// ALG_IDs of their own. A compatibility fact.
+// In the order in which they are tried. Behind them is the rule of all others: every CryptoPro
+// identifier, and the national "1.2.398.3.10.1.1.1.1" family, although its keys are exported under
+// three ALG_IDs of their own. A compatibility fact.
 constexpr std::array kImportRules = {
     ImportRule{"1.2.398.3.10.1.1.2.1", 0x2A4A, 512},
     ImportRule{"1.2.398.3.10.1.4.1.1", 0xA055, 512},
     ImportRule{"1.2.398.3.10.1.1.2.2", 0x2A4C, 1024},
     ImportRule{"1.2.398.3.10.1.4.1.2", 0xA04B, 1024},
-    ImportRule{"", 0xAA3A, 512},
 };
+constexpr ImportRule kOtherImportRule = {"", 0xAA3A, 512};
 
 }  // namespace
 
@@ -60,7 +60,7 @@ const ImportRule& ImportRuleOf(const char* oid) {
       return rule;
     }
   }
-  return kImportRules.back();
+  return kOtherImportRule;
 }
 
 bool TravelsAsOctetString(const char* oid) {

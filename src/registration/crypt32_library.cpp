@@ -13,7 +13,7 @@ Crypt32Library::Crypt32Library() {
 }
 
 Crypt32Library::~Crypt32Library() {
-  if (!stayLoaded_ && crypt32 != nullptr) {
+  if (!stayLoaded_) {
     FreeLibrary(crypt32);
   }
 }

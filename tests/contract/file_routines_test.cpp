@@ -5,9 +5,12 @@
 
 #include <fcntl.h>
 #include <stdlib.h>
+
+#include <algorithm>
 #include <string>
 
 #include "support/child_process.h"
+#include "support/import_patch.h"
 
 namespace zarext::test {
 namespace {
@@ -60,6 +63,29 @@ ZAREXT_CHILD(DefaultModeAfterWriting) {
 
 TEST_F(FileRoutines, WritingLeavesTheDefaultModeBinary) {
   EXPECT_EQ(0u, ChildProcess("DefaultModeAfterWriting").Wait());
+}
+
+TEST_F(FileRoutines, APathThatIsTooLongIsRefused) {
+  const std::string path = "c:\\" + std::string(300, 'x');
+  char octet = 0;
+  EXPECT_EQ(1, WriteWholeFile(path.c_str(), &octet, 1));
+}
+
+// Takes two octets at a time, and nothing more once `room` is used up.
+unsigned int room = 0;
+int WriteSlowly(int /*file*/, const void* /*data*/, unsigned int size) {
+  const unsigned int taken = std::min({size, room, 2u});
+  room -= taken;
+  return static_cast<int>(taken);
+}
+
+TEST_F(FileRoutines, WritingGoesOnUntilNothingIsTaken) {
+  const ImportPatch patch(GetModuleHandleA(nullptr), "msvcrt.dll", "_write", &WriteSlowly);
+  room = 5;
+  EXPECT_EQ(0, WriteWholeFile(path_.c_str(), "12345", 5));
+  EXPECT_EQ(0u, room);
+  room = 4;
+  EXPECT_EQ(2, WriteWholeFile(path_.c_str(), "12345", 5));
 }
 
 }  // namespace

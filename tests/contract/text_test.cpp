@@ -3,10 +3,15 @@
 #include <gmock/gmock.h>
 #include <windows.h>
 
+#include <cstdlib>
 #include <string>
+
+#include "support/import_patch.h"
 
 namespace zarext {
 namespace {
+
+using test::ImportPatch;
 
 template <typename... Arguments>
 std::string Formatted(const char* format, Arguments... arguments) {
@@ -61,6 +66,24 @@ TEST_P(LineTextLength, IsNeverCut) {
 INSTANTIATE_TEST_SUITE_P(AroundTheBuffer, LineTextLength,
                          testing::Values(0, 1, 4091, 4092, 4093, 4094, 4095, 4096, 4097, 20000,
                                          100000));
+
+void* RefuseLong(std::size_t size) {
+  return size > kLineBufferSize ? nullptr : std::calloc(size, 1);
+}
+
+// Four thousand characters are better than none.
+TEST(LineText, IsCutWithoutMemory) {
+  const std::string text(5000, 'x');
+  LineText line;
+  {
+    const ImportPatch patch(GetModuleHandleA(nullptr), "msvcrt.dll", "malloc", &RefuseLong);
+    line.Append("%s", text.c_str());
+    EXPECT_EQ(std::string(4095, 'x'), line.Text());
+    EXPECT_EQ(4095u, line.Length());
+    line.Append("%s", "end");
+  }
+  EXPECT_EQ(std::string(4095, 'x'), line.Text());
+}
 
 TEST(LineText, KeepsWhatWasThereWhereFormattingFails) {
   LineText line;
