@@ -1,8 +1,11 @@
 #include "frame/export_frame.h"
 
+#include "frame/handles.h"
+
 namespace zarext {
 
 void ExportTrace::Line(const char* format, ...) noexcept {
+  const LastErrorKeeper keeper;
   text_.Clear();
   std::va_list arguments;
   va_start(arguments, format);

@@ -70,11 +70,9 @@ std::int32_t ReadWholeFile(const char* path, void* buffer, std::uint32_t size) n
 
 std::int32_t WriteWholeFile(const char* path, const void* data, std::uint32_t size) noexcept {
   char fullPath[_MAX_PATH];
-  if (_fullpath(fullPath, path, _MAX_PATH) == nullptr) {
-    return 1;
-  }
+  const bool hasFullPath = _fullpath(fullPath, path, _MAX_PATH) != nullptr;
   _fmode = _O_BINARY;
-  const Descriptor file(_creat(fullPath, _S_IREAD | _S_IWRITE));
+  const Descriptor file(_creat(hasFullPath ? fullPath : path, _S_IREAD | _S_IWRITE));
   if (!file.IsOpen()) {
     return 1;
   }

@@ -1,6 +1,6 @@
 // Exports that trace and report success. Their result is a constant: should the frame ever catch
 // something, the last error is set and the result is still success, which the framework's callers
-// rely on. Nothing is written to any output parameter.
+// rely on: a compatibility fact. Nothing is written to any output parameter.
 #include <windows.h>
 
 #include <wincrypt.h>
@@ -25,13 +25,13 @@ BOOL WINAPI ZarCertVerifyCTLUsage(DWORD /*dwEncodingType*/, DWORD dwSubjectType,
 }
 
 // The second argument is read as a certificate's information, not as the framework's revocation
-// type: a compatibility fact.
+// type: a compatibility fact. A number in its place counts as none.
 BOOL WINAPI ZarCertVerifyRevocation(DWORD dwCertEncodingType, const CERT_INFO* pCertInfo,
                                     DWORD cCrlInfo, const PCRL_INFO* /*rgpCrlInfo*/) {
   return RunExport<BOOL>(TRUE, [&](ExportTrace& trace) {
     trace.Line("EXT : ZarCertVerifyRevocation : dwCertEncodingType = %x, cCrlInfo = %i.",
                Hex(dwCertEncodingType), Int(cCrlInfo));
-    if (pCertInfo != nullptr) {
+    if (!IS_INTRESOURCE(pCertInfo)) {
       trace.Line("EXT : ZarCertVerifyRevocation : Algorithm.pszObjId = %s.",
                  pCertInfo->SignatureAlgorithm.pszObjId);
     }
@@ -49,7 +49,8 @@ BOOL WINAPI ZarCryptDecodeObject(DWORD dwCertEncodingType, LPCSTR /*lpszStructTy
   });
 }
 
-// Built, but not in the export list: ordinal 22 stays empty.
+// Built, but not in the export list: ordinal 22 stays empty, a compatibility fact for those who
+// link by ordinal.
 BOOL WINAPI ZarCryptDecodeObjectEx(DWORD dwCertEncodingType, LPCSTR /*lpszStructType*/,
                                    const BYTE* /*pbEncoded*/, DWORD cbEncoded, DWORD /*dwFlags*/,
                                    PCRYPT_DECODE_PARA /*pDecodePara*/, void* /*pvStructInfo*/,

@@ -4,6 +4,8 @@
 #include <atomic>
 #include <cstring>
 #include <iterator>
+#include <memory>
+#include <utility>
 
 #include "frame/export_frame.h"
 #include "frame/handles.h"
@@ -15,12 +17,40 @@ namespace {
 constexpr char kDefaultProviderFile[] = "cpzarvel.dll";
 constexpr std::size_t kImagePathSize = 256;
 
-ProviderFunctions functions;
-// Written after the functions: who sees the module sees them.
-std::atomic<HMODULE> boundModule{nullptr};
+struct Binding {
+  HMODULE module = nullptr;
+  ProviderFunctions functions = {};
+};
 
-// Reads "Image Path" as it stands: no type check, nothing expanded. False if there is none, or if
-// it fills the buffer without a terminator.
+// Null until a module is bound, then the same for good.
+class BindingSlot {
+ public:
+  BindingSlot() = default;
+  // The provider's module itself stays: a compatibility fact.
+  ~BindingSlot() { delete binding_.load(std::memory_order_acquire); }
+  BindingSlot(const BindingSlot&) = delete;
+  BindingSlot& operator=(const BindingSlot&) = delete;
+
+  [[nodiscard]] const Binding* Get() const noexcept {
+    return binding_.load(std::memory_order_acquire);
+  }
+  // Of threads that bind at once the first is heard; the others found the same.
+  void Fill(std::unique_ptr<const Binding> binding) noexcept {
+    const Binding* none = nullptr;
+    if (binding_.compare_exchange_strong(none, binding.get(), std::memory_order_acq_rel)) {
+      static_cast<void>(binding.release());
+    }
+  }
+
+ private:
+  std::atomic<const Binding*> binding_{nullptr};
+};
+
+BindingSlot bindingSlot;
+
+// Reads "Image Path" as it stands: its type is not checked and nothing is expanded, compatibility
+// facts for whoever wrote it. False if there is none, or if it fills the buffer without a
+// terminator.
 bool ReadImagePath(HKEY key, char (&path)[kImagePathSize]) noexcept {
   DWORD size = kImagePathSize;
   return RegQueryValueExA(key, "Image Path", nullptr, nullptr, reinterpret_cast<BYTE*>(path),
@@ -52,29 +82,32 @@ bool LookUp(HMODULE provider, const char* name, Function* slot) noexcept {
 }  // namespace
 
 void BindProvider() {
-  if (ProviderModule() != nullptr) {
+  if (bindingSlot.Get() != nullptr) {
     return;
   }
   UniqueModule provider = LoadProvider();
-  const HMODULE handle = provider.Get();
-  ProviderFunctions found = {};
-  // Bitwise: all six are looked up, in this order, also behind a missing one.
-  const bool complete =
-      static_cast<int>(LookUp(handle, "CPAcquireContext", &found.CPAcquireContext)) &
-      static_cast<int>(LookUp(handle, "CPReleaseContext", &found.CPReleaseContext)) &
-      static_cast<int>(LookUp(handle, "CPGetProvParam", &found.CPGetProvParam)) &
-      static_cast<int>(LookUp(handle, "CPGetKeyParam", &found.CPGetKeyParam)) &
-      static_cast<int>(LookUp(handle, "CPSetKeyParam", &found.CPSetKeyParam));
-  LookUp(handle, "CPGetUserKey", &found.CPGetUserKey);
+  const HMODULE module = provider.Get();
+  auto binding = std::make_unique<Binding>();
+  ProviderFunctions& found = binding->functions;
+  // All six are looked up, in this order, also behind a missing one.
+  bool complete = LookUp(module, "CPAcquireContext", &found.CPAcquireContext);
+  complete = LookUp(module, "CPReleaseContext", &found.CPReleaseContext) && complete;
+  complete = LookUp(module, "CPGetProvParam", &found.CPGetProvParam) && complete;
+  complete = LookUp(module, "CPGetKeyParam", &found.CPGetKeyParam) && complete;
+  complete = LookUp(module, "CPSetKeyParam", &found.CPSetKeyParam) && complete;
+  LookUp(module, "CPGetUserKey", &found.CPGetUserKey);
   if (!complete) {
     return;
   }
-  functions = found;
-  boundModule.store(provider.Detach(), std::memory_order_release);
+  binding->module = provider.Detach();
+  bindingSlot.Fill(std::move(binding));
 }
 
-HMODULE ProviderModule() noexcept { return boundModule.load(std::memory_order_acquire); }
+HMODULE ProviderModule() noexcept {
+  const Binding* const binding = bindingSlot.Get();
+  return binding != nullptr ? binding->module : nullptr;
+}
 
-const ProviderFunctions& Provider() noexcept { return functions; }
+const ProviderFunctions& Provider() noexcept { return bindingSlot.Get()->functions; }
 
 }  // namespace zarext

@@ -63,23 +63,35 @@ int OpenLockFile(const char* name) noexcept {
 }
 
 // Locks one octet that no log will ever reach, for as long as the object lives. The lock on the
-// lock file covers no octets and gives up after ten tries, so it alone lets lines of several
-// processes meet in the log.
+// lock file covers no octets and keeps nobody out, so it alone would let lines of several processes
+// meet in the log. Somebody else's lock on the log delays a line for ten seconds, no longer.
 class LogFileTurn {
  public:
   explicit LogFileTurn(std::FILE* file) noexcept
       : file_(reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(file)))) {
-    position_.Offset = 0;
+    constexpr int kTries = 10'000;
     position_.OffsetHigh = 0x7FFFFFFF;
-    LockFileEx(file_, LOCKFILE_EXCLUSIVE_LOCK, 0, 1, 0, &position_);
+    for (int attempt = 0; !(locked_ = TryLock()) && attempt < kTries; ++attempt) {
+      Sleep(1);
+    }
   }
-  ~LogFileTurn() { UnlockFileEx(file_, 0, 1, 0, &position_); }
+  ~LogFileTurn() {
+    if (locked_) {
+      UnlockFileEx(file_, 0, 1, 0, &position_);
+    }
+  }
   LogFileTurn(const LogFileTurn&) = delete;
   LogFileTurn& operator=(const LogFileTurn&) = delete;
 
  private:
+  bool TryLock() noexcept {
+    constexpr DWORD kFlags = LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY;
+    return LockFileEx(file_, kFlags, 0, 1, 0, &position_) != FALSE;
+  }
+
   HANDLE file_;
   OVERLAPPED position_ = {};
+  bool locked_ = false;
 };
 
 void AppendLine(const char* path, const Timestamp& timestamp, const char* message) noexcept {
@@ -99,7 +111,9 @@ template <typename MakeMessage>
 void LogToFile(const char* path, const char* lockFileName, MakeMessage makeMessage) noexcept {
   const LastErrorKeeper keeper;
   // An early stop closes descriptor 0, whatever the host has there: the descriptor's initial
-  // value. A compatibility fact; a second such close finds nothing and does nothing.
+  // value. A compatibility fact. A second such close finds it closed, which the C runtime that the
+  // module is linked with reports by its result alone; the same for -1, where there is no lock
+  // file.
   int lockFile = 0;
   if (IsRegularFile(path)) {
     LineText message;

@@ -57,7 +57,8 @@ void TraceContentInfo(ExportTrace& trace, const CMSG_CONTENT_ENCRYPT_INFO& info)
              Hex(info.dwEncryptFlags), Hex(info.dwFlags), reinterpret_cast<void*>(info.pfnAlloc));
   trace.Line("EXT : ZarMsgExportKeyTrans : hContentEncryptKey = %x, hCryptProv=%x.",
              Hex(info.hContentEncryptKey), Hex(info.hCryptProv));
-  // The first element is looked at whatever cRecipients says, and whichever recipient is served.
+  // The first element is looked at whatever cRecipients says, and whichever recipient is served: a
+  // compatibility fact.
   RequireParameter(info.rgCmsRecipients != nullptr);
   trace.Line("EXT : ZarMsgExportKeyTrans : rgCmsRecipients.dwRecipientChoice = %x.",
              Hex(info.rgCmsRecipients[0].dwRecipientChoice));
@@ -82,7 +83,7 @@ void TakeDefaults(ExportTrace& trace, const CMSG_RECIPIENT_ENCODE_INFO& first,
     case CMSG_KEY_AGREE_RECIPIENT:
       throw static_cast<ErrorCode>(ERROR_INVALID_PARAMETER);
     case CMSG_MAIL_LIST_RECIPIENT: {
-      // Only the provider is taken; the mail list's key is not used.
+      // Only the provider is taken; the mail list's key is not used: a compatibility fact.
       const auto* const mailList = first.pMailList;
       RequireParameter(mailList != nullptr);
       recipient.Override(mailList->hCryptProv);
@@ -122,6 +123,7 @@ SenderBlob ExportSenderKey(ExportTrace& trace, HCRYPTPROV hCryptProv, UniqueCryp
     return blob;
   }
   senderKey.Reset(key);
+  // Result unchecked: a compatibility fact for providers that do not know the parameter.
   const DWORD on = 1;
   CryptSetProvParam(hCryptProv, kSenderKeyExportParameter, reinterpret_cast<const BYTE*>(&on), 0);
   blob.length = static_cast<DWORD>(blob.octets.size());
@@ -136,8 +138,7 @@ SenderBlob ExportSenderKey(ExportTrace& trace, HCRYPTPROV hCryptProv, UniqueCryp
 // algorithm alone, so a key that leaves no room for it cannot be handed out at all.
 void AppendSenderBlob(ExportTrace& trace, const SenderBlob& blob, BYTE* buffer, DWORD& length) {
   if (length > kWrapBufferSize - kSenderBlobSize) {
-    SetLastError(static_cast<DWORD>(NTE_BAD_LEN));
-    ThrowFailedCall(trace, kCmsForm, "CryptExportKey");
+    RefuseWrappedKey(trace, kCmsForm);
   }
   std::memcpy(buffer + length, blob.octets.data(), kSenderBlobSize);
   length += kSenderBlobSize;
@@ -154,8 +155,9 @@ void TraceOutput(ExportTrace& trace, const CMSG_KEY_TRANS_ENCRYPT_INFO& output) 
 }
 
 // A blob's data from the caller's allocator. Its descriptor is asked for first, with a size of 1,
-// as callers' allocators have always seen it, and never released; its two fields would not fit and
-// are kept here.
+// as callers' allocators have always seen it, and never released, nor is the data's block when a
+// later step fails: compatibility facts. The descriptor's two fields would not fit and are kept
+// here.
 CRYPT_DATA_BLOB AllocateEncryptedKey(PFN_CMSG_ALLOC pfnAlloc) {
   static_cast<void>(AllocateForCaller(pfnAlloc, 1));
   CRYPT_DATA_BLOB blob{};
@@ -199,7 +201,7 @@ BOOL ExportForMessage(ExportTrace& trace, const Transport& transport, TransportK
   CRYPT_DATA_BLOB encryptedKey = AllocateEncryptedKey(content->pfnAlloc);
   encryptedKey.cbData = WrapKey(trace, kCmsForm, content->hContentEncryptKey, keys.recipient.Get(),
                                 encryptedKey.pbData);
-  // A sender key whose blob has any other length is left out, without a word.
+  // A sender key whose blob has any other length is left out, without a word: a compatibility fact.
   if (senderBlob.length == kSenderBlobSize) {
     AppendSenderBlob(trace, senderBlob, encryptedKey.pbData, encryptedKey.cbData);
   }

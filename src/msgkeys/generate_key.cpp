@@ -164,7 +164,8 @@ BOOL GenerateForPublicKey(ExportTrace& trace, const KeyRequest& request,
   RequireParameter(request.pPublicKeyInfo != nullptr);
   const char* const keyOid = request.pPublicKeyInfo->Algorithm.pszObjId;
   trace.Line("EXT : ZarGenEncryptKey : Algorithm = %s.", keyOid);
-  // The exchange key lives in a container: the default one is opened for it.
+  // The exchange key lives in a container, and the default one is opened for it: a compatibility
+  // fact.
   const DWORD acquireFlags = SameOid(keyOid, kExchangeKeyOid) ? 0 : CRYPT_VERIFYCONTEXT;
   RequireParameter(request.paiEncrypt != nullptr);
   trace.Line("EXT : ZarGenEncryptKey : CryptAlgorithm = %s.", request.paiEncrypt->pszObjId);
@@ -180,10 +181,13 @@ BOOL GenerateForPublicKey(ExportTrace& trace, const KeyRequest& request,
   const CRYPT_BIT_BLOB& publicKey = request.pPublicKeyInfo->PublicKey;
   recipientKey =
       ImportRecipientKey(trace, kOlderForm, hCryptProv, publicKey.pbData, publicKey.cbData, 0);
+  // Not released when the wrapping fails: a compatibility fact, as whose memory it is only the
+  // caller's allocator knows.
   auto* const buffer = static_cast<BYTE*>(AllocateForCaller(request.pfnAlloc, kWrapBufferSize));
   const DWORD length =
       WrapKey(trace, kOlderForm, *request.phEncryptKey, recipientKey.Get(), buffer);
-  // The slot of the encryption parameters carries the wrapped key, not encoded parameters.
+  // The slot of the encryption parameters carries the wrapped key, not encoded parameters: a
+  // compatibility fact.
   if (request.ppbEncryptParameters != nullptr) {
     *request.ppbEncryptParameters = buffer;
   }

@@ -35,11 +35,19 @@ UniqueCryptKey ImportRecipientKey(ExportTrace& trace, const char* exportName, HC
   return UniqueCryptKey(recipientKey);
 }
 
+void RefuseWrappedKey(ExportTrace& trace, const char* exportName) {
+  SetLastError(static_cast<DWORD>(NTE_BAD_LEN));
+  ThrowFailedCall(trace, exportName, "CryptExportKey");
+}
+
 DWORD WrapKey(ExportTrace& trace, const char* exportName, HCRYPTKEY hKey, HCRYPTKEY hRecipientKey,
               BYTE* wrapBuffer) {
   DWORD length = kWrapBufferSize;
   if (!CryptExportKey(hKey, hRecipientKey, SIMPLEBLOB, 0, wrapBuffer, &length)) {
     ThrowFailedCall(trace, exportName, "CryptExportKey");
+  }
+  if (length > kWrapBufferSize) {
+    RefuseWrappedKey(trace, exportName);
   }
   return length;
 }

@@ -46,8 +46,13 @@ void* AllocateForCaller(PFN_CMSG_ALLOC pfnAlloc, std::size_t size);
 UniqueCryptKey ImportRecipientKey(ExportTrace& trace, const char* exportName, HCRYPTPROV hCryptProv,
                                   const BYTE* pbData, DWORD cbData, DWORD dwFlags);
 
+// A wrapped key of a length that the block has no room for: traced as a failed "CryptExportKey" and
+// thrown, both with NTE_BAD_LEN.
+[[noreturn]] void RefuseWrappedKey(ExportTrace& trace, const char* exportName);
+
 // Exports `hKey` under `hRecipientKey` as a SIMPLEBLOB into a block of kWrapBufferSize octets and
-// returns the blob's length. A failure is traced as "CryptExportKey" and thrown.
+// returns the blob's length. A failure is traced as "CryptExportKey" and thrown; a provider that
+// reports more than it was given room for has not wrapped the key.
 DWORD WrapKey(ExportTrace& trace, const char* exportName, HCRYPTKEY hKey, HCRYPTKEY hRecipientKey,
               BYTE* wrapBuffer);
 

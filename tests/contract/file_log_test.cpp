@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "frame/handles.h"
 #include "frame/trace.h"
 #include "support/child_process.h"
 #include "support/import_patch.h"
@@ -126,7 +127,7 @@ ZAREXT_CHILD(LogWithoutTempPath) {
 }
 
 ZAREXT_CHILD(LogWithTemp) {
-  // "none": the platform gives no temporary directory. "long": one that leaves no room for a name.
+  // "none": a folder that does not exist. "long": one that leaves no room for a name.
   const std::string folder =
       arguments.at(0) == "long" ? "c:\\" + std::string(505, 'x') : "c:\\nowhere";
   SetEnvironmentVariableA("TMP", folder.c_str());
@@ -145,6 +146,115 @@ TEST_F(FileLogTest, WithoutALockFileTheLineIsWrittenAllTheSame) {
   for (const std::string& line : lines) {
     EXPECT_EQ("unlocked", Message(line));
   }
+}
+
+// Stands in for GetTempPathA with a result of the test's choice, and counts the opened lock files.
+DWORD tempPathLength = 0;
+int opened = 0;
+DWORD WINAPI GiveTempPath(DWORD size, char* folder) {
+  if (size != 520) return 0;
+  if (tempPathLength < size) lstrcpyA(folder, "c:\\");
+  return tempPathLength;
+}
+int CountOpen(const char* /*path*/, int /*flags*/, int /*share*/, ...) {
+  ++opened;
+  return -1;
+}
+
+ZAREXT_CHILD(LogWithTempPathLength) {
+  const HMODULE program = GetModuleHandleA(nullptr);
+  const ImportPatch temp(program, "KERNEL32.dll", "GetTempPathA", &GiveTempPath);
+  const ImportPatch open(program, "msvcrt.dll", "_sopen", &CountOpen);
+  tempPathLength = std::stoul(arguments.at(0));
+  FileLog(kLog, "%lu", tempPathLength);
+  return opened;
+}
+
+TEST_F(FileLogTest, WithoutATemporaryDirectoryNoLockFileIsOpened) {
+  WriteFileText(kLog, "");
+  EXPECT_EQ(1u, Run("LogWithTempPathLength", {"3"}));
+  EXPECT_EQ(0u, Run("LogWithTempPathLength", {"0"}));
+  EXPECT_EQ(0u, Run("LogWithTempPathLength", {"520"}));
+  EXPECT_EQ(0u, Run("LogWithTempPathLength", {"600"}));
+  const auto lines = ReadLines();
+  ASSERT_EQ(4u, lines.size());
+  EXPECT_EQ("3", Message(lines[0]));
+  EXPECT_EQ("600", Message(lines[3]));
+}
+
+TEST_F(FileLogTest, ALogThatCannotBeWrittenIsLeftAlone) {
+  WriteFileText(kLog, "before\r\n");
+  {
+    const UniqueKernelObject mine(
+        CreateFileA(kLog, GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    EXPECT_EQ(0u, Run("LogOneLine"));
+  }
+  EXPECT_EQ(std::vector<std::string>{"before\r"}, ReadLines());
+}
+
+// The calls by which other writers see this one, in order.
+std::string steps;
+int NoteOpen(const char* /*path*/, int flags, int share, int mode) {
+  char text[64] = {};
+  snprintf(text, sizeof text, "_sopen(%x, %x, %o) ", static_cast<unsigned>(flags),
+           static_cast<unsigned>(share), static_cast<unsigned>(mode));
+  steps += text;
+  return 77;
+}
+int NoteLocking(int file, int mode, long size) {
+  steps += "_locking(" + std::to_string(file) + ", " + std::to_string(mode) + ", " +
+           std::to_string(size) + ") ";
+  return -1;
+}
+int NoteClose(int file) {
+  steps += "_close(" + std::to_string(file) + ")";
+  return 0;
+}
+ZAREXT_CHILD(LogInSteps) {
+  const HMODULE program = GetModuleHandleA(nullptr);
+  const ImportPatch open(program, "msvcrt.dll", "_sopen", &NoteOpen);
+  const ImportPatch locking(program, "msvcrt.dll", "_locking", &NoteLocking);
+  const ImportPatch close(program, "msvcrt.dll", "_close", &NoteClose);
+  FileLog(kLog, "stepwise");
+  if (arguments.at(0) == "absent") {
+    return steps == "_close(0)" ? 0 : 1;
+  }
+  printf("%s\n", steps.c_str());
+  return steps == "_sopen(302, 40, 600) _locking(77, 1, 0) _locking(77, 0, 0) _close(77)" ? 0 : 2;
+}
+
+TEST_F(FileLogTest, TheLockFileIsLockedOverNoOctetsAndClosedLast) {
+  EXPECT_EQ(0u, Run("LogInSteps", {"absent"}));
+  WriteFileText(kLog, "");
+  EXPECT_EQ(0u, Run("LogInSteps", {"present"}));
+  ASSERT_EQ(1u, ReadLines().size());
+  EXPECT_EQ("stepwise", Message(ReadLines()[0]));
+}
+
+int naps = 0;
+void WINAPI CountNap(DWORD milliseconds) { naps += static_cast<int>(milliseconds); }
+
+// Somebody else's lock on the whole log but its first megabyte.
+ZAREXT_CHILD(LogBesideALock) {
+  const HANDLE other =
+      CreateFileA(kLog, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                  OPEN_EXISTING, 0, nullptr);
+  if (!::LockFile(other, 0x100000, 0, 0xFFFFFFFF, 0x7FFFFFFF)) return 1;
+  const ImportPatch sleep(GetModuleHandleA(nullptr), "KERNEL32.dll", "Sleep", &CountNap);
+  FileLog(kLog, "unhindered");
+  if (naps != 10000) return 2;
+  ::UnlockFile(other, 0x100000, 0, 0xFFFFFFFF, 0x7FFFFFFF);
+  FileLog(kLog, "at once");
+  return naps == 10000 ? 0 : 3;
+}
+
+TEST_F(FileLogTest, AForeignLockDelaysALineForTenSeconds) {
+  WriteFileText(kLog, "");
+  EXPECT_EQ(0u, Run("LogBesideALock"));
+  const auto lines = ReadLines();
+  ASSERT_EQ(2u, lines.size());
+  EXPECT_EQ("unhindered", Message(lines[0]));
+  EXPECT_EQ("at once", Message(lines[1]));
 }
 
 ZAREXT_CHILD(LogLong) {

@@ -47,23 +47,6 @@ inline Octets Counted(std::size_t size, std::uint8_t first = 1) {
   return octets;
 }
 
-// A scripted provider whose single answers a test can replace.
-class KeyProvider : public RecordingProvider {
- public:
-  // ExportKey reports success and this size without writing more than it was given.
-  DWORD claimedExportSize = 0;
-  // A context of type 24 is not registered; the answer to PP_PROVTYPE alone decides.
-  BOOL ExportKey(HCRYPTPROV provider, HCRYPTKEY key, HCRYPTKEY exchangeKey, DWORD blobType,
-                 DWORD flags, BYTE* data, DWORD* size) override {
-    const BOOL done =
-        RecordingProvider::ExportKey(provider, key, exchangeKey, blobType, flags, data, size);
-    if (done && claimedExportSize != 0) {
-      *size = claimedExportSize;
-    }
-    return done;
-  }
-};
-
 class KeyInfoTest : public testing::Test {
  protected:
   KeyInfoTest() {
@@ -78,7 +61,7 @@ class KeyInfoTest : public testing::Test {
   }
   [[nodiscard]] HCRYPTPROV Provider() const { return context_->Get(); }
 
-  KeyProvider provider_;
+  RecordingProvider provider_;
   std::unique_ptr<ProviderContext> context_;
 };
 

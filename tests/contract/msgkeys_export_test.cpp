@@ -449,6 +449,14 @@ TEST_F(ExportForMessageTest, FailsWhereTheSenderBlobHasNoRoom) {
   }
 }
 
+TEST_F(ExportForMessageTest, AProviderThatClaimsMoreThanItsRoomHasFailed) {
+  provider.claimedExportSize = 513;
+  ExpectFailure([&] { return Call(); }, 0x80090004,
+                "EXT : ZarMsgExportKeyTrans : CryptExportKey = 80090004.");
+  EXPECT_EQ(nullptr, output.EncryptedKey.pbData);
+  EXPECT_THAT(provider.OpenKeys(), ElementsAre(0x4001));
+}
+
 TEST_F(ExportForMessageTest, ABareWrappedKeyMayFillTheWholeBlock) {
   provider.blobs[SIMPLEBLOB] = Sequence(512, 0x30);
   provider.blobs[PUBLICKEYBLOB] = Sequence(79, 0x80);

@@ -308,6 +308,21 @@ TEST_F(GenerateForMessageTest, WrapsForAKeyTransportRecipient) {
   EXPECT_THAT(provider.OpenKeys(), ElementsAre(0x3001, 0x4001));
 }
 
+TEST_F(GenerateForMessageTest, WrapsUnderAContextOfItsOwn) {
+  const ProviderHandleAsKey providerHandleAsKey;
+  UseRecipient(CMSG_KEY_TRANS_RECIPIENT);
+  info.cbContentEncryptKey = 9;
+  EXPECT_EQ(TRUE, Call());
+  EXPECT_EQ(0x8000u, info.dwFlags);
+  EXPECT_EQ(60u, info.cbContentEncryptKey);
+  EXPECT_EQ(Sequence(60, 0x10), Octets(info.pbContentEncryptKey, info.pbContentEncryptKey + 60));
+  EXPECT_THAT(provider.KeyCalls(), ElementsAre("GenKey(1001, 681f, 1) = 4001",
+                                               "ImportKey(1001, [0602abcd], 0, 0) = 3001",
+                                               "ExportKey(1001, 1001, 3001, 1, 0, 512)"));
+  LocalFree(info.pbContentEncryptKey);
+  CryptReleaseContext(info.hCryptProv, 0);
+}
+
 TEST_F(GenerateForMessageTest, AWrappedKeyMayFillTheWholeBlock) {
   const ProviderHandleAsKey providerHandleAsKey;
   RecordedAllocator allocator;
@@ -672,6 +687,30 @@ TEST_F(GenerateForPublicKeyTest, ReportsTheCallThatFailed) {
     }
     UseScript(&provider);
   }
+}
+
+TEST_F(GenerateForPublicKeyTest, AProviderThatClaimsMoreThanItsRoomHasFailed) {
+  provider.claimedExportSize = 513;
+  ExpectFailure([&] { return Call(); }, 0x80090004,
+                "EXT : ZarGenEncryptKey : CryptExportKey = 80090004.");
+  EXPECT_EQ(nullptr, parameters);
+  EXPECT_EQ(0u, parametersSize);
+  provider.claimedExportSize = 512;
+  EXPECT_EQ(TRUE, Call());
+  EXPECT_EQ(512u, parametersSize);
+}
+
+// The type of a context that the module acquires itself is not asked for, and the context stays
+// with the caller when a later step fails.
+TEST_F(GenerateForPublicKeyTest, KeepsAnAcquiredContextWhenGenerationFails) {
+  provider.providerType = 24;
+  provider.FailCall("GenKey", 1, 0x80090020);
+  ExpectFailure([&] { return Call(); }, 0x80090020,
+                "EXT : ZarGenEncryptKey : CryptGenKey = 80090020.");
+  EXPECT_THAT(provider.KeyCalls(), ElementsAre("GenKey(1001, 6611, 1) ! 80090020"));
+  EXPECT_NE(0u, context);
+  EXPECT_THAT(provider.OpenContexts(), ElementsAre(0x1001));
+  CryptReleaseContext(context, 0);
 }
 
 TEST_F(GenerateForPublicKeyTest, ReportsARefusedAllocation) {

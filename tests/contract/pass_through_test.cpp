@@ -60,6 +60,19 @@ TEST(PassThrough, CertVerifyRevocationWithoutInformationWritesOneLine) {
       ElementsAre("EXT : ZarCertVerifyRevocation : dwCertEncodingType = 1, cCrlInfo = -1."));
 }
 
+// Where the framework's contract has the revocation type.
+TEST(PassThrough, CertVerifyRevocationTakesANumberForNoInformation) {
+  auto* function =
+      Export<BOOL WINAPI(DWORD, const CERT_INFO*, DWORD, void*)>("ZarCertVerifyRevocation");
+  for (const std::uintptr_t number : {1u, 0xFFFFu}) {
+    TraceCapture trace;
+    EXPECT_EQ(1, function(1, reinterpret_cast<const CERT_INFO*>(number), 2, nullptr));
+    EXPECT_THAT(
+        trace.Messages(),
+        ElementsAre("EXT : ZarCertVerifyRevocation : dwCertEncodingType = 1, cCrlInfo = 2."));
+  }
+}
+
 TEST(PassThrough, CertVerifyRevocationShowsAMissingOidAsNull) {
   auto* function =
       Export<BOOL WINAPI(DWORD, const CERT_INFO*, DWORD, void*)>("ZarCertVerifyRevocation");

@@ -115,6 +115,44 @@ ZAREXT_CHILD(BindComplete) {
   BindProvider();
   return ProviderModule() == module ? 0 : 2;
 }
+// All six are looked up, in this order, whatever is missing.
+std::string lookUps;
+FARPROC WINAPI NoteLookUp(HMODULE module, const char* name) {
+  lookUps += std::string(name) + " ";
+  return GetProcAddress(module, name);
+}
+ZAREXT_CHILD(BindInOrder) {
+  const ImportPatch patch(GetModuleHandleA(nullptr), "KERNEL32.dll", "GetProcAddress", &NoteLookUp);
+  BindProvider();
+  return lookUps ==
+                 "CPAcquireContext CPReleaseContext CPGetProvParam CPGetKeyParam CPSetKeyParam "
+                 "CPGetUserKey "
+             ? 0
+             : 1;
+}
+// Threads that bind at once all find the module bound, and one reference each at the most.
+DWORD WINAPI BindInThread(void* start) {
+  WaitForSingleObject(start, INFINITE);
+  BindProvider();
+  return ProviderModule() != nullptr && Provider().CPGetUserKey != nullptr ? 0 : 1;
+}
+ZAREXT_CHILD(BindInThreads) {
+  const UniqueKernelObject start(CreateEventA(nullptr, TRUE, FALSE, nullptr));
+  HANDLE threads[8];
+  for (HANDLE& thread : threads) {
+    thread = CreateThread(nullptr, 0, &BindInThread, start.Get(), 0, nullptr);
+  }
+  SetEvent(start.Get());
+  DWORD failures = 0;
+  for (const HANDLE thread : threads) {
+    WaitForSingleObject(thread, INFINITE);
+    DWORD code = 1;
+    GetExitCodeThread(thread, &code);
+    failures += code;
+    CloseHandle(thread);
+  }
+  return static_cast<int>(failures);
+}
 ZAREXT_CHILD(BindWithoutGetUserKey) {
   const int result = BindsTo("provider_without_CPGetUserKey.dll");
   if (result != 0) return result;
@@ -191,6 +229,15 @@ TEST(BindProvider, AValueThatFillsTheBufferIsUnreadable) {
   EXPECT_EQ(0u, RunInChild("BindDefault"));
 }
 
+TEST(BindProvider, APathThatLeavesRoomForItsTerminatorIsRead) {
+  std::string path = ProviderWithout("none");
+  const std::size_t name = path.rfind('\\');
+  while (path.size() < 255) path.insert(name, path.size() < 254 ? "\\." : "\\");
+  ASSERT_EQ(255u, path.size());
+  WriteImagePath(REG_BINARY, Text(path));
+  EXPECT_EQ(0u, RunInChild("BindComplete"));
+}
+
 TEST(BindProvider, AValueWithoutTerminatorThatFitsIsRead) {
   WriteImagePath(REG_BINARY, ProviderWithout("none"));
   EXPECT_EQ(0u, RunInChild("BindComplete"));
@@ -207,6 +254,18 @@ TEST_P(MissingEntryPoint, UnloadsAndTriesAgain) {
 INSTANTIATE_TEST_SUITE_P(FirstFive, MissingEntryPoint,
                          testing::Values("CPAcquireContext", "CPReleaseContext", "CPGetProvParam",
                                          "CPGetKeyParam", "CPSetKeyParam"));
+
+TEST(BindProvider, LooksUpAllSixInOrder) {
+  for (const char* missing : {"none", "CPAcquireContext", "CPGetKeyParam"}) {
+    WriteImagePath(REG_SZ, Text(ProviderWithout(missing)));
+    EXPECT_EQ(0u, RunInChild("BindInOrder")) << missing;
+  }
+}
+
+TEST(BindProvider, ThreadsMayBindAtOnce) {
+  WriteImagePath(REG_SZ, Text(ProviderWithout("none")));
+  EXPECT_EQ(0u, RunInChild("BindInThreads"));
+}
 
 TEST(BindProvider, AProviderWithoutGetUserKeyIsAccepted) {
   WriteImagePath(REG_SZ, Text(ProviderWithout("CPGetUserKey")));

@@ -159,8 +159,13 @@ BOOL RecordingProvider::ExportKey(HCRYPTPROV provider, HCRYPTKEY key, HCRYPTKEY 
   const std::string arguments = HexNumber(provider) + ", " + HexNumber(key) + ", " +
                                 HexNumber(exchangeKey) + ", " + Dec(blobType) + ", " +
                                 HexNumber(flags) + ", " + (data == nullptr ? "null" : Dec(*size));
-  return Record("ExportKey", arguments,
-                [&](std::string&) { return AnswerFrom(blobs, blobType, data, size); });
+  return Record("ExportKey", arguments, [&](std::string&) {
+    const DWORD error = AnswerFrom(blobs, blobType, data, size);
+    if (error == ERROR_SUCCESS && claimedExportSize != 0) {
+      *size = claimedExportSize;
+    }
+    return error;
+  });
 }
 
 BOOL RecordingProvider::ImportKey(HCRYPTPROV provider, const BYTE* data, DWORD size,

@@ -27,6 +27,9 @@ class RecordingProvider : public ProviderScript {
   std::map<DWORD, Octets> blobs;               // ExportKey, by blob type
   std::map<DWORD, Octets> providerParameters;  // GetProvParam, by parameter
   std::map<DWORD, Octets> keyParameters;       // GetKeyParam, by parameter
+  // Unless 0: what ExportKey reports as the size, with success and without writing more than it was
+  // given room for.
+  DWORD claimedExportSize = 0;
   // Where the scripted ImportKey leaves *phKey at 0 although it reports success.
   bool importsNullKey = false;
 
