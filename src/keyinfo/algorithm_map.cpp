@@ -13,6 +13,8 @@ struct ExportRow {
 
 constexpr const char* kDefaultOid = "1.3.6.1.4.1.32473.1.2.2";
 
+// The arcs 1.5 and 1.8 are not symmetrical: 1.5.17 and 1.5.18 have no partner under 1.8, and 1.8.12
+// has none under 1.5. A compatibility fact for the certificates that carry these identifiers.
 constexpr std::array kExportRows = {
     ExportRow{0xAA3A, "1.3.6.1.4.1.32473.1.5.8"},  ExportRow{0xAA3B, "1.3.6.1.4.1.32473.1.5.9"},
     ExportRow{0xAA3C, "1.3.6.1.4.1.32473.1.5.10"}, ExportRow{0xAA3D, "1.3.6.1.4.1.32473.1.5.11"},

@@ -58,7 +58,7 @@ using namespace zarext;
 extern "C" {
 
 // The octets go out as they stand for every arc: no OCTET STRING is opened and no blob is built
-// here, which callers that import the result rely on.
+// here. A compatibility fact for callers that open it themselves.
 BOOL WINAPI ZarConvertPublicKeyInfo(DWORD dwCertEncodingType, PCERT_PUBLIC_KEY_INFO pInfo,
                                     DWORD dwFlags, DWORD /*dwReserved*/, BYTE** ppvBlob,
                                     DWORD* pcbBlob) {

@@ -68,8 +68,8 @@ void LayOut(const std::vector<BYTE>& blob, CERT_PUBLIC_KEY_INFO* pInfo) {
   pInfo->PublicKey.cUnusedBits = 0;
 }
 
-// Not what LayOut writes (48 + 32 + the blob): callers have allocated by these two rules for as
-// long as there are callers.
+// Not what LayOut writes (48 + 32 + the blob). A compatibility fact: callers have allocated by
+// these two rules for as long as there are callers.
 DWORD ReportedSize(const ExportVariant& variant, const std::vector<BYTE>& blob) {
   return variant.blobsInSize * static_cast<DWORD>(blob.size()) + 56;
 }
@@ -107,7 +107,9 @@ BOOL WINAPI ZarExportPublicKeyInfo(HCRYPTPROV hCryptProv, DWORD dwKeySpec, DWORD
   });
 }
 
-// The caller's OID is only traced; the one that is written depends on the key alone.
+// The caller's OID is only traced, in place of the key specification; the one that is written
+// depends on the key alone. A compatibility fact: the framework asks with the OID that it has at
+// hand, and requests carry the key's.
 BOOL WINAPI ZarExportPublicKeyInfoEx(HCRYPTPROV hCryptProv, DWORD dwKeySpec,
                                      DWORD dwCertEncodingType, LPSTR pszPublicKeyObjId,
                                      DWORD dwFlags, void* pvAuxInfo, PCERT_PUBLIC_KEY_INFO pInfo,

@@ -127,7 +127,8 @@ BOOL WINAPI ZarImportPublicKeyInfo(HCRYPTPROV hCryptProv, DWORD dwCertEncodingTy
   });
 }
 
-// The caller's ALG_ID is only traced.
+// The caller's ALG_ID is only traced: a compatibility fact for the framework, which passes 0, or
+// the ALG_ID of a signature.
 BOOL WINAPI ZarImportPublicKeyInfoEx(HCRYPTPROV hCryptProv, DWORD dwCertEncodingType,
                                      PCERT_PUBLIC_KEY_INFO pInfo, ALG_ID aiKeyAlg, DWORD dwFlags,
                                      void* pvAuxInfo, HCRYPTKEY* phKey) {

@@ -66,6 +66,8 @@ Walk ListKey(HCRYPTPROV container, char* name, CNT_KEY_INFO& record, DWORD retur
   }
   Trace("EXT : load_certs_from_CSP : algID=%x (%s).", record.algId, name);
   if (record.hKey == 0) {
+    // The record has been listed all the same: a compatibility fact for providers that end a
+    // container's list with the certificate of a key that they cannot open.
     return Walk::kStop;
   }
   TrustChain(container, record.hKey);

@@ -28,6 +28,8 @@ bool LoadCertificates(HCERTSTORE hCertStore) {
 BOOL OpenStore(ExportTrace& trace, HCRYPTPROV hCryptProv, HCERTSTORE hCertStore,
                CERT_STORE_PROV_INFO* pStoreProvInfo) {
   if (hCryptProv != 0 && !IsServedProvider(hCryptProv)) {
+    // No closing line and no last error, unlike any other failure: a compatibility fact for callers
+    // who try the store with every provider that they have.
     return FALSE;
   }
   if (!LoadCertificates(hCertStore)) {

@@ -12,7 +12,13 @@ constexpr DWORD kReadableProtections = PAGE_READONLY | PAGE_READWRITE | PAGE_WRI
                                        PAGE_EXECUTE_WRITECOPY;
 
 bool Acquire(char* container, DWORD flags, UniqueProviderContext* context) {
-  return Provider().CPAcquireContext(context->Put(), container, flags, nullptr) != FALSE;
+  HCRYPTPROV acquired = 0;
+  if (!Provider().CPAcquireContext(&acquired, container, flags, nullptr)) {
+    // Whatever a refusal leaves behind is no context, and is not released as one.
+    return false;
+  }
+  context->Reset(acquired);
+  return true;
 }
 
 }  // namespace

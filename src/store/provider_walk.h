@@ -21,7 +21,15 @@ namespace zarext {
 // A context of the provider module itself, not of the platform. Usable once the module is bound.
 struct ProviderContextTraits {
   using Type = HCRYPTPROV;
-  static void Release(Type context) noexcept { Provider().CPReleaseContext(context, 0); }
+  // What the provider throws here ends here: nobody could do anything about it, and a walk that is
+  // left because of something else that was thrown releases too.
+  static void Release(Type context) noexcept {
+    try {
+      Provider().CPReleaseContext(context, 0);
+    } catch (...) {
+      return;
+    }
+  }
 };
 using UniqueProviderContext = UniqueHandle<ProviderContextTraits>;
 

@@ -50,7 +50,10 @@ class HexText {
   char text_[16] = {};
 };
 
-// The last error is left as the failed call set it.
+// None of these exports has a last error of its own, a compatibility fact: what a caller finds
+// there is what the call that failed has set. Throwing, logging and closing the store come after
+// that call and change it, so it is put back here. A failure that is neither of the two kinds
+// carries none to put back.
 template <typename Work>
 BOOL RunMaintenance(const char* failureLine, Work work) noexcept {
   try {
@@ -96,6 +99,8 @@ void TieToContainer(PCCERT_CONTEXT context, const char* szContainer, DWORD dwKey
     FailSilently();
   }
   CRYPT_KEY_PROV_INFO info = {};
+  // Name and key specification as given, no "profile://" address and nothing derived: a
+  // compatibility fact for installers, which bring the name that the provider is to open.
   info.pwszContainerName = container;
   info.pwszProvName = provider.Name();
   info.dwProvType = provider.Type();

@@ -27,7 +27,8 @@ bool SetKeyCertificate(HCRYPTPROV container, HCRYPTKEY key, DWORD parameter,
 }
 
 // The self-signed certificate of the same holder. The octets of issuer and subject are compared
-// over the length of the new certificate's issuer; a name that is shorter is another one.
+// over the length of the new certificate's issuer: a compatibility fact for containers that were
+// filled by that rule. A name that is shorter is another one.
 bool IsSameRoot(const CERT_INFO& held, const CERT_INFO& added) noexcept {
   const DWORD length = added.Issuer.cbData;
   return held.Issuer.cbData == held.Subject.cbData && length <= held.Issuer.cbData &&

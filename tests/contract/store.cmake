@@ -7,7 +7,12 @@ zarext_add_wine_test(store_contract
 # The store's own objects, linked in.
 zarext_add_wine_test(store_internal
   SOURCES store_internal_test.cpp ${PROJECT_SOURCE_DIR}/src/keyinfo/last_import.cpp
-  LIBS zarext_store zarext_store_core zarext_frame zarext_asn1)
+  LIBS zarext_store zarext_store_core zarext_frame zarext_asn1
+  DEPENDS zarext_provider_without_CPSetKeyParam)
+
+# Without the objects that other processes share: no process of this program but the child may load
+# the module.
+zarext_add_wine_test(store_objects SOURCES store_objects_test.cpp)
 
 # The system stores and the log file.
 zarext_add_wine_test(store_system SOURCES store_system_test.cpp)

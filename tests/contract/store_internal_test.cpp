@@ -9,9 +9,11 @@
 #include "keyinfo/last_import.h"
 #include "store/cache_block.h"
 #include "store/container_cache.h"
+#include "store/load_certificates.h"
 #include "store/provider_walk.h"
 #include "store/store_callbacks.h"
 #include "store_fixture.h"
+#include "support/child_process.h"
 #include "support/import_patch.h"
 
 namespace zarext::test {
@@ -114,6 +116,167 @@ TEST_F(CacheReader, ABlockThatWasWrittenReadsAsAnEmptyList) {
   cache.ReadShared();
   EXPECT_TRUE(cache.List().IsEmpty());
   EXPECT_EQ(kNow, CacheLoadTime);
+}
+
+TEST_F(CacheReader, TheStampIsTheLow32BitsOfTheTime) {
+  ModuleClock::Set(0x500000007);
+  BYTE octet[] = {0xEE};
+  CNT_KEY_INFO record = {};
+  record.cbSerial = record.cbCert = 1;
+  record.pbSerial = record.pbCert = octet;
+  cache.Add(record);
+  section.Wipe();
+  cache.WriteShared();
+  EXPECT_EQ(7u, section.Stamp());
+  // No name, hence NULL.
+  EXPECT_EQ((Octets{0x30, 0x10, 0x30, 0x0E, 0x05, 0x00, 0x04, 0x01, 0xEE, 0x04, 0x01, 0xEE, 0x04,
+                    0x04, 0x00, 0x00, 0x00, 0x00}),
+            section.Block());
+}
+
+// Without memory.
+
+// One allocation of this program that fails: the `failing`-th from here on.
+class OneFailingAllocation {
+ public:
+  explicit OneFailingAllocation(int failing)
+      : patch_(GetModuleHandleA(nullptr), "msvcrt.dll", "malloc", &Allocate) {
+    original_ = patch_.Original<void*(std::size_t)>();
+    left_ = failing;
+  }
+  ~OneFailingAllocation() { left_ = 0; }
+  OneFailingAllocation(const OneFailingAllocation&) = delete;
+  OneFailingAllocation& operator=(const OneFailingAllocation&) = delete;
+  // Whether there were as many allocations.
+  [[nodiscard]] static bool HasFailed() { return left_ == 0; }
+
+ private:
+  static void* Allocate(std::size_t size) {
+    return left_ > 0 && --left_ == 0 ? nullptr : original_(size);
+  }
+  static inline void* (*original_)(std::size_t);
+  static inline int left_;
+  ImportPatch patch_;
+};
+
+// The views of the section that are mapped, as long as the object lives.
+class ViewCount {
+ public:
+  ViewCount()
+      : map_(GetModuleHandleA(nullptr), "KERNEL32.dll", "MapViewOfFile", &Map),
+        unmap_(GetModuleHandleA(nullptr), "KERNEL32.dll", "UnmapViewOfFile", &Unmap) {
+    mapOriginal_ = map_.Original<decltype(MapViewOfFile)>();
+    unmapOriginal_ = unmap_.Original<decltype(UnmapViewOfFile)>();
+    count_ = 0;
+  }
+  [[nodiscard]] static int Get() { return count_; }
+
+ private:
+  static LPVOID WINAPI Map(HANDLE mapping, DWORD access, DWORD high, DWORD low, SIZE_T size) {
+    ++count_;
+    return mapOriginal_(mapping, access, high, low, size);
+  }
+  static BOOL WINAPI Unmap(LPCVOID view) {
+    --count_;
+    return unmapOriginal_(view);
+  }
+  static inline decltype(&MapViewOfFile) mapOriginal_;
+  static inline decltype(&UnmapViewOfFile) unmapOriginal_;
+  static inline int count_;
+  ImportPatch map_;
+  ImportPatch unmap_;
+};
+
+class CacheWithoutMemory : public CacheReader {
+ public:
+  CacheWithoutMemory() {
+    record.pszContainer = name;
+    record.cbSerial = record.cbCert = 1;
+    record.pbSerial = record.pbCert = octet;
+  }
+  std::size_t Length() const {
+    std::size_t length = 0;
+    for (const KeyRecordNode* node = cache.List().Head(); node != nullptr;
+         node = node->next.get()) {
+      ++length;
+    }
+    return length;
+  }
+  // Neither the turn at the section nor a view of it is kept.
+  static void ExpectNothingHeld() {
+    EXPECT_EQ(0, ReleaseMutex(StoreObjects::Instance().Mutex()));
+    EXPECT_EQ(0, ViewCount::Get());
+  }
+
+  BYTE octet[1] = {0xEE};
+  char name[2] = "n";
+  CNT_KEY_INFO record = {};
+  ViewCount views;
+};
+
+TEST_F(CacheWithoutMemory, AddKeepsTheListAsFarAsItCame) {
+  cache.Clear();
+  int failing = 1;
+  for (std::size_t length = 0;; ++failing) {
+    bool failed = false;
+    {
+      const OneFailingAllocation shortage(failing);
+      cache.Add(record);
+      failed = OneFailingAllocation::HasFailed();
+    }
+    EXPECT_EQ(failed ? length : length + 1, Length()) << failing;
+    if (!failed) break;
+    // The list goes on where it was.
+    cache.Add(record);
+    EXPECT_EQ(++length, Length()) << failing;
+  }
+  // The node, the record, its serial number, its certificate and its name.
+  EXPECT_EQ(6, failing);
+}
+
+TEST_F(CacheWithoutMemory, ReadSharedLeavesAnEmptyListAndHoldsNothing) {
+  const Octets entry = MakeElement(0x30, Octets{0x04, 1, 'n', 0x04, 1, 1, 0x04, 1, 2});
+  const Octets block = MakeElement(0x30, entry);
+  section.Put(kNow - 5, block);
+  int failing = 1;
+  for (;; ++failing) {
+    cache.Add(record);
+    CacheLoadTime = 77;
+    bool failed = false;
+    {
+      const OneFailingAllocation shortage(failing);
+      cache.ReadShared();
+      failed = OneFailingAllocation::HasFailed();
+    }
+    EXPECT_EQ(0u, Length()) << failing;
+    // The first one is the copy of the block; once there is one, its time counts.
+    EXPECT_EQ(failing == 1 ? 77 : kNow - 5, CacheLoadTime) << failing;
+    ExpectNothingHeld();
+    if (!failed) break;
+  }
+  EXPECT_GT(failing, 2);
+}
+
+TEST_F(CacheWithoutMemory, WriteSharedPublishesNothingAndHoldsNothing) {
+  cache.Clear();
+  cache.Add(record);
+  int failing = 1;
+  for (;; ++failing) {
+    std::memset(section.Data(), 0x5A, 64);
+    bool failed = false;
+    {
+      const OneFailingAllocation shortage(failing);
+      cache.WriteShared();
+      failed = OneFailingAllocation::HasFailed();
+    }
+    EXPECT_EQ(1u, Length());
+    ExpectNothingHeld();
+    if (!failed) break;
+    EXPECT_THAT(Octets(section.Data(), section.Data() + 64), testing::Each(0x5A)) << failing;
+  }
+  EXPECT_GT(failing, 1);
+  EXPECT_EQ(static_cast<DWORD>(kNow), section.Stamp());
+  EXPECT_EQ(19u, section.Size());
 }
 
 // Whatever lies in the section, the reader comes back, and with an empty list.
@@ -243,6 +406,47 @@ TEST(CloseWithoutProvider, ShowsNoLibrary) {
   EXPECT_THAT(trace.Messages(),
               ElementsAre("EXT : CertStoreProvCloseCallback [hCertStore = 0] [dwFlags = 0, hLib = "
                           "0]"));
+}
+
+// From here on the provider is bound.
+
+class LoadTime : public CacheReader {};
+
+TEST_F(LoadTime, AWalkThatGetsNoVerifyContextIsAWalk) {
+  ContainerProvider provider;
+  UseScript(&provider);
+  provider.FailCall("AcquireContext", 1, 0x80090016);
+  section.Wipe();
+  const MemoryStore store;
+  EXPECT_EQ(1, load_certs_from_CSP(store.Get()));
+  UseScript(nullptr);
+  EXPECT_THAT(provider.Calls(), ElementsAre("AcquireContext(null, f0000000) ! 80090016"));
+  EXPECT_EQ(kNow, CacheLoadTime);
+  EXPECT_EQ(0u, section.Size());
+}
+
+// A write that has to bind the provider module first, in a process of its own.
+int WriteUnbound(const std::string& providerPath, DWORD code) {
+  RegisterProvider("Zarvel CSP", 25, providerPath);
+  const MemoryStore store;
+  const UniqueCertContext context = MakeContext(MakeCertificate({}));
+  SetLastError(4711);
+  const BOOL written = CertStoreProvWriteCertCallback(store.Get(), context.Get(), 0);
+  const DWORD error = GetLastError();
+  if (written != FALSE) return 1;
+  return error == code ? 0 : 2;
+}
+
+ZAREXT_CHILD(WriteWithoutProvider) { return WriteUnbound("c:\\no such file.dll", 126); }
+
+ZAREXT_CHILD(WriteWithIncompleteProvider) {
+  return WriteUnbound(ProgramFolder() + "provider_without_CPSetKeyParam.dll", 127);
+}
+
+TEST(WriteUnbound, FailsWithTheLastErrorOfTheBinding) {
+  EXPECT_EQ(0u, ChildProcess("WriteWithoutProvider").Wait(60000).value_or(255));
+  EXPECT_EQ(0u, ChildProcess("WriteWithIncompleteProvider").Wait(60000).value_or(255));
+  RegisterProvider("Zarvel CSP", 25, ScriptedProviderPath());
 }
 
 // The address of the last private-key import.

@@ -492,20 +492,74 @@ TEST_F(StoreLoad, TracesARootStoreThatDoesNotOpen) {
   EXPECT_THAT(LoadLines(), Not(Contains(HasSubstr("[CertEnum"))));
 }
 
-std::vector<DWORD> closes;
-BOOL WINAPI RecordClose(HCERTSTORE store, DWORD flags) {
-  closes.push_back(flags);
-  return CertCloseStore(store, flags);
-}
+// The stores that a chain takes, by what they are, as they are opened and closed.
+struct ChainStores {
+  static HCERTSTORE WINAPI Message(DWORD encoding, HCRYPTPROV_LEGACY context, DWORD flags,
+                                   const BYTE* message, DWORD size) {
+    EXPECT_EQ(0x10001u, encoding);
+    EXPECT_EQ(0u, context);
+    EXPECT_EQ(0u, flags);
+    log.emplace_back("message opened");
+    return messageStore = CryptGetMessageCertificates(encoding, context, flags, message, size);
+  }
+  static HCERTSTORE WINAPI Root(LPCSTR provider, DWORD encoding, HCRYPTPROV_LEGACY context,
+                                DWORD flags, const void* name) {
+    EXPECT_EQ(CERT_STORE_PROV_SYSTEM_W, provider);
+    log.emplace_back("ROOT opened");
+    return rootStore = CertOpenStore(provider, encoding, context, flags, name);
+  }
+  static BOOL WINAPI Close(HCERTSTORE store, DWORD flags) {
+    const std::string name =
+        store == rootStore ? "ROOT" : (store == messageStore ? "message" : "another");
+    log.push_back(name + " closed " + std::to_string(flags));
+    return CertCloseStore(store, flags);
+  }
+  static inline HCERTSTORE messageStore;
+  static inline HCERTSTORE rootStore;
+  static inline std::vector<std::string> log;
+};
 
-TEST_F(StoreLoad, ClosesTheStoresOfAChainByForce) {
-  closes.clear();
-  const ImportPatch patch(Module(), "CRYPT32.dll", "CertCloseStore", &RecordClose);
+TEST_F(StoreLoad, ClosesTheStoresOfAChainByForceAndRootFirst) {
+  ChainStores::log.clear();
+  const ImportPatch message(Module(), "CRYPT32.dll", "CryptGetMessageCertificates",
+                            &ChainStores::Message);
+  const ImportPatch root(Module(), "CRYPT32.dll", "CertOpenStore", &ChainStores::Root);
+  const ImportPatch close(Module(), "CRYPT32.dll", "CertCloseStore", &ChainStores::Close);
   TestKey key = KeyWith(1, MakeCertificate({}), {1});
   key.chain = MakeChain({MakeCertificate({})});
   AddContainer("c", {key});
   Load();
-  EXPECT_THAT(closes, ElementsAre(1u, 1u));
+  EXPECT_THAT(ChainStores::log,
+              ElementsAre("message opened", "ROOT opened", "ROOT closed 1", "message closed 1"));
+}
+
+TEST_F(StoreLoad, DecodesAsX509AndPkcs7AndLeavesTheParametersOfThePropertyNull) {
+  static int contexts;
+  static int properties;
+  contexts = properties = 0;
+  const ImportPatch create(
+      Module(), "CRYPT32.dll", "CertCreateCertificateContext",
+      +[](DWORD encoding, const BYTE* octets, DWORD size) WINAPI -> PCCERT_CONTEXT {
+        EXPECT_EQ(0x10001u, encoding);
+        ++contexts;
+        return CertCreateCertificateContext(encoding, octets, size);
+      });
+  const ImportPatch set(
+      Module(), "CRYPT32.dll", "CertSetCertificateContextProperty",
+      +[](PCCERT_CONTEXT context, DWORD property, DWORD flags, const void* data) WINAPI -> BOOL {
+        EXPECT_EQ(2u, property);
+        EXPECT_EQ(0u, flags);
+        const auto& keyInfo = *static_cast<const CRYPT_KEY_PROV_INFO*>(data);
+        EXPECT_EQ(1u, keyInfo.dwFlags);
+        EXPECT_EQ(0u, keyInfo.cProvParam);
+        EXPECT_EQ(nullptr, keyInfo.rgProvParam);
+        ++properties;
+        return CertSetCertificateContextProperty(context, property, flags, data);
+      });
+  AddContainer("c", {KeyWith(1, MakeCertificate({}), {1})});
+  Load();
+  EXPECT_EQ(1, contexts);
+  EXPECT_EQ(1, properties);
 }
 
 TEST_F(StoreLoad, LeavesAListOfContainersThatDoesNotEnd) {

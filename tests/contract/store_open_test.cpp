@@ -154,6 +154,48 @@ TEST_F(StoreOpen, AHandleThatIsNoneIsTheResultOfThePlatform) {
   EXPECT_EQ(87u, GetLastError());
 }
 
+TEST_F(StoreOpen, AReleaseThatThrowsIsPassedOver) {
+  for (int failing = 1; failing <= 3; ++failing) {
+    for (const bool isCode : {true, false}) {
+      ContainerProvider fresh;
+      UseScript(&fresh);
+      fresh.containers = {
+          {"a", "file", "", "", {KeyWith(1, MakeCertificate({.serial = {1}}), {1})}},
+          {"b", "file", "", "", {KeyWith(2, MakeCertificate({.serial = {2}}), {2})}}};
+      int releases = 0;
+      fresh.onCall = [&](const std::string& call) {
+        if (call.rfind("ReleaseContext", 0) != 0 || ++releases != failing) return;
+        if (isCode) throw static_cast<unsigned long>(0x1234);
+        throw 5;
+      };
+      const MemoryStore store;
+      EXPECT_EQ(1, Open(store)) << failing;
+      EXPECT_THAT(Encodings(store.Get()), SizeIs(2)) << failing;
+      EXPECT_EQ(3, releases);
+      EXPECT_EQ(1u, fresh.OpenContexts());
+      UseScript(&provider);
+      Advance(100);
+    }
+  }
+}
+
+TEST_F(StoreOpen, WhatARefusedContextLeavesBehindIsNotReleased) {
+  AddContainer("c", {KeyWith(1, MakeCertificate({}), {1})});
+  provider.leavesBehind = 0x77;
+  provider.FailCall("AcquireContext", 1, 0x80090016);
+  provider.FailCall("AcquireContext", 3, 0x80090016);
+  const MemoryStore store;
+  EXPECT_EQ(1, Open(store));
+  EXPECT_THAT(provider.Calls(), ElementsAre("AcquireContext(null, f0000000) ! 80090016"));
+  provider.ClearCalls();
+  EXPECT_EQ(1, Open(store));
+  EXPECT_THAT(provider.Calls(),
+              ElementsAre("AcquireContext(null, f0000000) = 1", "GetProvParam(1, 57, 260, 1) = c",
+                          "GetProvParam(1, 64, 1456, 0) = profile://c",
+                          "AcquireContext(profile://c, 40) ! 80090016",
+                          "GetProvParam(1, 57, 260, 0) ! 103", "ReleaseContext(1, 0)"));
+}
+
 // The failures out of a load keep the critical section, so each runs in a process of its own.
 // Exit codes: 0 as expected, otherwise the number of the check that failed.
 struct ThrownLoad {
@@ -169,7 +211,7 @@ struct ThrownLoad {
                                                          store.Get(), &info);
   }
   // 0 if the load failed with `code` and is still in the critical section.
-  int Check(const std::string& error, DWORD code) {
+  int Check(const std::string& error, DWORD code, std::size_t openContexts = 0) {
     SetLastError(0);
     if (Open() != 0) return 1;
     if (GetLastError() != code) return 2;
@@ -178,7 +220,7 @@ struct ThrownLoad {
     if (lines[lines.size() - 2] != "EXT : ZarOpenStoreProv : ERROR" + error) return 4;
     if (lines[lines.size() - 1] != "EXT : ZarOpenStoreProv : FINISH") return 5;
     if (info.cbSize != 0) return 6;
-    if (provider.OpenContexts() != 0) return 7;
+    if (provider.OpenContexts() != openContexts) return 7;
     HANDLE thread = CreateThread(
         nullptr, 0,
         [](void* self) -> DWORD {
@@ -240,6 +282,21 @@ ZAREXT_CHILD(StoreWhoseProviderThrowsSomethingElse) {
   return EndWith(load.Check("", 0x8009000E));
 }
 
+ZAREXT_CHILD(StoreWhoseProviderThrowsOnTheWayOutToo) {
+  ThrownLoad load;
+  UseScript(&load.provider);
+  load.provider.containers.push_back({"c", "file", "", "", {KeyWith(1, MakeCertificate({}), {1})}});
+  load.provider.onCall = [&](const std::string& call) {
+    if (call.rfind("GetKeyParam", 0) == 0) {
+      throw static_cast<unsigned long>(0x1234);
+    }
+    if (call.rfind("ReleaseContext", 0) == 0) {
+      throw static_cast<unsigned long>(0x5678);
+    }
+  };
+  return EndWith(load.Check(" = 1234", 0x1234, 2));
+}
+
 ZAREXT_CHILD(StoreWhoseProviderNameDoesNotConvert) {
   ThrownLoad load;
   UseScript(&load.provider);
@@ -263,6 +320,9 @@ TEST(StoreOpenThatThrows, WithAnIncompleteProviderModuleKeepsTheSection) {
 }
 TEST(StoreOpenThatThrows, WithACodeFromBelowKeepsTheSection) {
   EXPECT_EQ(0u, RunStoreChild("StoreWhoseProviderThrowsANumber"));
+}
+TEST(StoreOpenThatThrows, KeepsItsCodeWhenAReleaseThrowsToo) {
+  EXPECT_EQ(0u, RunStoreChild("StoreWhoseProviderThrowsOnTheWayOutToo"));
 }
 TEST(StoreOpenThatThrows, WithAnythingElseFailsForMemory) {
   EXPECT_EQ(0u, RunStoreChild("StoreWhoseProviderThrowsSomethingElse"));

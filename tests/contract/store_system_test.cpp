@@ -210,7 +210,10 @@ TEST_F(SystemStores, SelfInstallsForTheMachineToo) {
 TEST_F(SystemStores, AContainerNameThatDoesNotConvertFailsInSilence) {
   const Octets certificate = MakeCertificate({.serial = {0x33}});
   EXPECT_EQ(0, SetSelf(0, nullptr, 1, certificate));
+  SetLastError(0);
   EXPECT_EQ(0, SetSelf(0, std::string(256, 'x').c_str(), 1, certificate));
+  // The platform's word for a name that does not fit its buffer.
+  EXPECT_EQ(122u, GetLastError());
   EXPECT_THAT(LogMessages(), IsEmpty());
   // The certificate has been installed by then, without the property.
   auto found = Found(certificate);
@@ -232,10 +235,16 @@ TEST_F(SystemStores, AProviderNameThatDoesNotConvertFailsInSilence) {
       +[](UINT page, DWORD flags, LPCCH text, int size, LPWSTR wide, int room) WINAPI -> int {
         EXPECT_EQ(0u, page);
         EXPECT_EQ(256, room);
-        return ++conversions == 2 ? 0 : MultiByteToWideChar(page, flags, text, size, wide, room);
+        if (++conversions % 2 == 0) {
+          SetLastError(0x5A6);
+          return 0;
+        }
+        return MultiByteToWideChar(page, flags, text, size, wide, room);
       });
   const Octets certificate = MakeCertificate({.serial = {0x34}});
+  SetLastError(0);
   EXPECT_EQ(0, SetSelf(0, "c", 1, certificate));
+  EXPECT_EQ(0x5A6u, GetLastError());
   EXPECT_EQ(2, conversions);
   EXPECT_THAT(LogMessages(), IsEmpty());
   EXPECT_EQ(1, DelOther(0, 4, certificate));
@@ -281,6 +290,34 @@ TEST_F(SystemStores, ACertificateThatDoesNotDecodeIsLogged) {
   EXPECT_EQ('.', messages[2].back());
 }
 
+TEST_F(SystemStores, TheWholeCodeIsLogged) {
+  const Octets garbage = {0x30, 0x03, 0x02, 0x01, 0x05};
+  const ImportPatch add(
+      Module(), "CRYPT32.dll", "CertAddEncodedCertificateToStore",
+      +[](HCERTSTORE, DWORD, const BYTE*, DWORD, DWORD, PCCERT_CONTEXT*) WINAPI -> BOOL {
+        SetLastError(0x8009310B);
+        return FALSE;
+      });
+  const ImportPatch create(
+      Module(), "CRYPT32.dll", "CertCreateCertificateContext",
+      +[](DWORD encoding, const BYTE*, DWORD size) WINAPI -> PCCERT_CONTEXT {
+        EXPECT_EQ(0x10001u, encoding);
+        EXPECT_EQ(5u, size);
+        SetLastError(0x80093102);
+        return nullptr;
+      });
+  EXPECT_EQ(0, SetOther(0, 4, garbage));
+  EXPECT_EQ(0x8009310Bu, GetLastError());
+  EXPECT_EQ(0, SetSelf(0, "c", 1, garbage));
+  EXPECT_EQ(0x8009310Bu, GetLastError());
+  EXPECT_EQ(0, DelOther(0, 4, garbage));
+  EXPECT_EQ(0x80093102u, GetLastError());
+  EXPECT_THAT(LogMessages(),
+              ElementsAre("SetOtherCert : Error = 8009310b.", "SetSelfCert : Error = 8009310b.",
+                          "DelOtherCert : CertCreateCertificateContext error = 80093102.",
+                          "SetOtherCert : Error = 80093102."));
+}
+
 TEST_F(SystemStores, NoCertificateAtAllIsRefused) {
   EXPECT_EQ(0,
             Export<BOOL WINAPI(int, DWORD, const BYTE*, DWORD)>("SetOtherCert")(0, 4, nullptr, 0));
@@ -315,9 +352,15 @@ HCERTSTORE WINAPI RefuseOpen(LPCSTR provider, DWORD encoding, HCRYPTPROV_LEGACY 
 TEST_F(SystemStores, AStoreThatDoesNotOpenIsLogged) {
   const ImportPatch patch(Module(), "CRYPT32.dll", "CertOpenStore", &RefuseOpen);
   const Octets certificate = MakeCertificate({});
+  // The last error is the one that the failed call has set, whatever came after it.
   EXPECT_EQ(0, SetSelf(1, "c", 1, certificate));
+  EXPECT_EQ(0x5A5u, GetLastError());
+  SetLastError(0);
   EXPECT_EQ(0, SetOther(1, 4, certificate));
+  EXPECT_EQ(0x5A5u, GetLastError());
+  SetLastError(0);
   EXPECT_EQ(0, DelOther(1, 4, certificate));
+  EXPECT_EQ(0x5A5u, GetLastError());
   EXPECT_THAT(
       LogMessages(),
       ElementsAre("SetSelfCert : Error = 5a5.", "SetOtherCert : Error = 5a5.",
@@ -362,12 +405,33 @@ TEST_F(SystemStores, SelfWithoutAContextFailsInSilence) {
   EXPECT_THAT(LogMessages(), IsEmpty());
 }
 
+TEST_F(SystemStores, OtherReplacesWhatIsThere) {
+  static int additions;
+  additions = 0;
+  const ImportPatch patch(
+      Module(), "CRYPT32.dll", "CertAddEncodedCertificateToStore",
+      +[](HCERTSTORE, DWORD encoding, const BYTE*, DWORD, DWORD disposition,
+          PCCERT_CONTEXT* context) WINAPI -> BOOL {
+        EXPECT_EQ(0x10001u, encoding);
+        EXPECT_EQ(3u, disposition);
+        EXPECT_EQ(nullptr, context);
+        ++additions;
+        return TRUE;
+      });
+  EXPECT_EQ(1, SetOther(0, 4, MakeCertificate({})));
+  EXPECT_EQ(1, additions);
+}
+
 TEST_F(SystemStores, APropertyThatIsRefusedIsLogged) {
   const ImportPatch patch(
       Module(), "CRYPT32.dll", "CertSetCertificateContextProperty",
-      +[](PCCERT_CONTEXT, DWORD property, DWORD flags, const void*) WINAPI -> BOOL {
+      +[](PCCERT_CONTEXT, DWORD property, DWORD flags, const void* data) WINAPI -> BOOL {
         EXPECT_EQ(2u, property);
         EXPECT_EQ(0u, flags);
+        const auto& info = *static_cast<const CRYPT_KEY_PROV_INFO*>(data);
+        EXPECT_EQ(0u, info.dwFlags);
+        EXPECT_EQ(0u, info.cProvParam);
+        EXPECT_EQ(nullptr, info.rgProvParam);
         SetLastError(0xBAD);
         return FALSE;
       });

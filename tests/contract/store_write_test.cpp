@@ -137,6 +137,22 @@ TEST_F(StoreWrite, WithoutAVerifyContextFails) {
   EXPECT_THAT(provider.Calls(), SizeIs(1));
 }
 
+TEST_F(StoreWrite, WhatARefusedContextLeavesBehindIsNotReleased) {
+  AddContainer("c1", {KeyWith(0x11, {}, {})});
+  provider.leavesBehind = 0x77;
+  provider.FailCall("AcquireContext", 1, 0x80090016);
+  provider.FailCall("AcquireContext", 3, 0x80090016);
+  EXPECT_EQ(0, Write(leaf));
+  EXPECT_THAT(provider.Calls(), ElementsAre("AcquireContext(null, f0000000) ! 80090016"));
+  provider.ClearCalls();
+  EXPECT_EQ(0, Write(leaf));
+  EXPECT_THAT(provider.Calls(),
+              ElementsAre("AcquireContext(null, f0000000) = 2", "GetProvParam(2, 57, 1024, 1) = c1",
+                          "GetProvParam(2, 64, 1456, 0) = profile://c1",
+                          "AcquireContext(profile://c1, 40) ! 80090016",
+                          "GetProvParam(2, 57, 1024, 0) ! 103", "ReleaseContext(2, 0)"));
+}
+
 TEST_F(StoreWrite, WithoutContainersFails) { EXPECT_EQ(0, Write(leaf)); }
 
 TEST_F(StoreWrite, GoesOnWithTheNextContainerWhereOneFails) {
@@ -313,6 +329,33 @@ TEST_F(StoreWrite, ARootThatTheChainHoldsIsNotWrittenAndTheNextKeyIsTried) {
   EXPECT_THAT(trace.Messages(), Contains(start + "56 34...]"));
 }
 
+TEST_F(StoreWrite, ReadsAChainAsX509AndPkcs7AndClosesItByForce) {
+  static std::vector<std::string> log;
+  log.clear();
+  static HCERTSTORE message;
+  const ImportPatch open(
+      Module(), "CRYPT32.dll", "CryptGetMessageCertificates",
+      +[](DWORD encoding, HCRYPTPROV_LEGACY context, DWORD flags, const BYTE* octets, DWORD size)
+           WINAPI -> HCERTSTORE {
+        EXPECT_EQ(0x10001u, encoding);
+        EXPECT_EQ(0u, context);
+        EXPECT_EQ(0u, flags);
+        log.emplace_back("opened");
+        return message = CryptGetMessageCertificates(encoding, context, flags, octets, size);
+      });
+  const ImportPatch close(
+      Module(), "CRYPT32.dll", "CertCloseStore",
+      +[](HCERTSTORE closed, DWORD flags) WINAPI -> BOOL {
+        EXPECT_EQ(message, closed);
+        log.push_back("closed " + std::to_string(flags));
+        return CertCloseStore(closed, flags);
+      });
+  AddContainer("c1", {KeyWith(0x11, {}, {})});
+  provider.containers[0].keys[0].chain = MakeChain({root});
+  EXPECT_EQ(1, Write(root));
+  EXPECT_THAT(log, ElementsAre("opened", "closed 1"));
+}
+
 TEST_F(StoreWrite, ARootThatEveryChainHoldsIsTrue) {
   AddContainer("c1", {KeyWith(0x11, {}, {})});
   provider.containers[0].keys[0].chain = MakeChain({root});
@@ -396,27 +439,53 @@ TEST_F(StoreWrite, AnythingElseThrownLeavesTheLastErrorAlone) {
 }
 
 TEST_F(StoreWrite, ReleasesEverythingWhicheverCallFails) {
+  int releases = 0;
   for (int failing = 1;; ++failing) {
     ContainerProvider fresh;
     UseScript(&fresh);
     fresh.containers = {{"c1", "file", "", "", {KeyWith(0x11, {}, {}), KeyWith(0x12, {}, {})}},
                         {"c2", "file", "", "", {KeyWith(0x21, {}, {})}}};
     int calls = 0;
-    bool thrown = false;
+    std::string thrown;
     fresh.onCall = [&](const std::string& call) {
-      if (++calls == failing && call.rfind("ReleaseContext", 0) != 0) {
-        thrown = true;
+      if (++calls == failing) {
+        thrown = call.substr(0, call.find('('));
         throw static_cast<unsigned long>(7);
       }
     };
-    Write(root);
-    EXPECT_EQ(0u, fresh.OpenContexts()) << failing;
+    const BOOL written = Write(root);
     UseScript(&provider);
-    if (calls < failing) break;
-    if (thrown) {
-      EXPECT_EQ(7u, lastError) << failing;
+    if (thrown == "ReleaseContext") {
+      // The context that it was for stays with the provider; everything else goes on.
+      ++releases;
+      EXPECT_EQ(1, written) << failing;
+      EXPECT_NE(7u, lastError) << failing;
+      EXPECT_EQ(1u, fresh.OpenContexts()) << failing;
+      EXPECT_EQ(2, fresh.CountCalls("SetKeyParam(")) << failing;
+      continue;
     }
+    EXPECT_EQ(0u, fresh.OpenContexts()) << failing;
+    if (calls < failing) break;
+    EXPECT_EQ(0, written) << failing;
+    EXPECT_EQ(7u, lastError) << failing;
   }
+  EXPECT_EQ(3, releases);
+}
+
+// A second thing that is thrown while the first is on its way would end the host.
+TEST_F(StoreWrite, AReleaseThatThrowsOnTheWayOutChangesNothing) {
+  AddThree();
+  ContainerProvider fresh;
+  UseScript(&fresh);
+  fresh.containers = provider.containers;
+  fresh.onCall = [](const std::string& call) {
+    if (call.rfind("GetKeyParam", 0) == 0) throw static_cast<unsigned long>(0x4321);
+    if (call.rfind("ReleaseContext", 0) == 0) throw 5;
+  };
+  EXPECT_EQ(0, Write(leaf));
+  UseScript(&provider);
+  EXPECT_EQ(0x4321u, lastError);
+  EXPECT_EQ(2u, fresh.OpenContexts());
 }
 
 TEST_F(StoreWrite, LeavesListsThatDoNotEnd) {

@@ -109,7 +109,7 @@ BOOL ContainerProvider::AcquireContext(HCRYPTPROV* provider, const char* contain
   const std::string name = container == nullptr ? "null" : container;
   const std::string arguments =
       records ? name + ", " + Hex(flags) + (table == nullptr ? "" : ", table") : "";
-  return Record("AcquireContext", "", arguments, [&](std::string& text) -> DWORD {
+  const BOOL acquired = Record("AcquireContext", "", arguments, [&](std::string& text) -> DWORD {
     TestContainer* const found = container == nullptr ? nullptr : FindContainer(container);
     if (container != nullptr && found == nullptr) {
       return static_cast<DWORD>(NTE_BAD_KEYSET);
@@ -119,6 +119,10 @@ BOOL ContainerProvider::AcquireContext(HCRYPTPROV* provider, const char* contain
     text += " = " + Dec(*provider);
     return ERROR_SUCCESS;
   });
+  if (!acquired && leavesBehind != 0) {
+    *provider = leavesBehind;
+  }
+  return acquired;
 }
 
 BOOL ContainerProvider::ReleaseContext(HCRYPTPROV provider, DWORD flags) {

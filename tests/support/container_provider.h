@@ -63,6 +63,8 @@ class ContainerProvider : public ProviderScript {
   std::function<void(BYTE* data, DWORD* size)> alterKeyParam;
   // Calls in place of the answer, e.g. to throw.
   std::function<void(const std::string& call)> onCall;
+  // What a failed AcquireContext leaves in the place for the context; 0: nothing is written.
+  HCRYPTPROV leavesBehind = 0;
   // Where they are set, lists start over instead of ending.
   bool endlessContainers = false;
   bool endlessKeys = false;
