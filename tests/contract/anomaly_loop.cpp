@@ -27,6 +27,7 @@ struct State {
   std::size_t failing = 0;  // 0: none
   bool lasting = false;     // once an allocation failed, all do
   std::map<std::string, int> occurrences;
+  std::string lastCall;
   std::optional<FailurePoint> failed;
   std::map<std::string, int> booked;
   const TraceCapture* trace = nullptr;
@@ -63,8 +64,12 @@ void ExpectLines(const Lines& expected, const Lines& actual) {
 
 const Effect* FindEffect(const Scenario& scenario, const FailurePoint& point) {
   for (const Rule& rule : scenario.rules) {
-    if (rule.function == point.function &&
-        (rule.occurrence == 0 || rule.occurrence == point.occurrence)) {
+    const bool isMeant = rule.function == "allocation"
+                             ? KindOfPoint(point.function) == PointKind::kAllocation
+                             : rule.function == point.function;
+    if (isMeant && (rule.occurrence == 0 || rule.occurrence == point.occurrence) &&
+        rule.linesBefore.value_or(point.linesBefore) == point.linesBefore &&
+        (rule.behind.empty() || rule.behind == point.behind)) {
       return &rule.effect;
     }
   }
@@ -197,8 +202,11 @@ bool AnomalyLoop::Fails(const std::string& function) {
   const LastErrorKeeper keeper;
   const int occurrence = ++state.occurrences[function];
   if (state.lasting && state.failed && KindOfPoint(function) == PointKind::kAllocation) return true;
-  if (++state.calls != state.failing) return false;
-  state.failed = FailurePoint{function, occurrence, state.trace->Lines().size()};
+  if (++state.calls != state.failing) {
+    if (KindOfPoint(function) != PointKind::kAllocation) state.lastCall = function;
+    return false;
+  }
+  state.failed = FailurePoint{function, occurrence, state.trace->Lines().size(), state.lastCall};
   return true;
 }
 
@@ -227,6 +235,7 @@ AnomalyLoop::Round AnomalyLoop::RunRound(const Scenario& scenario, std::size_t f
   trace_.Clear();
   state.failed.reset();
   state.occurrences.clear();
+  state.lastCall.clear();
   state.calls = 0;
   state.failing = failing;
   state.lasting = lasting;
@@ -239,11 +248,12 @@ AnomalyLoop::Round AnomalyLoop::RunRound(const Scenario& scenario, std::size_t f
   round.lines = trace_.Messages();
   round.left = Difference(state.booked, bookedBefore);
   round.outputsStayed = Snapshot(outputs) == contents;
-  const testing::ScopedTrace where(__FILE__, __LINE__,
-                                   round.failed
-                                       ? scenario.name + ", failing " + round.failed->function +
-                                             " call " + std::to_string(round.failed->occurrence)
-                                       : scenario.name + ", nothing failing");
+  const testing::ScopedTrace where(
+      __FILE__, __LINE__,
+      round.failed ? scenario.name + ", failing " + round.failed->function + " call " +
+                         std::to_string(round.failed->occurrence) + " behind " +
+                         std::to_string(round.failed->linesBefore) + " lines"
+                   : scenario.name + ", nothing failing");
   CheckRound(scenario, round);
   scenario.release();
   // Whatever is made on first use is made by the first round, in which nothing fails.

@@ -33,6 +33,7 @@ struct FailurePoint {
   std::string function;
   int occurrence = 0;           // of this function's calls in the round, from 1
   std::size_t linesBefore = 0;  // trace lines that were written before it
+  std::string behind;           // the last call before it that is no allocation
 };
 
 // What a failure leads to.
@@ -70,9 +71,13 @@ Effect GoesOnAs(const Lines& lines, const Leftovers& left);
 Effect GoesOnWith(std::size_t linesBefore, const Lines& lines, std::size_t skipped = 0);
 
 struct Rule {
-  std::string function;
-  int occurrence;  // 0: every
+  std::string function;  // or "allocation", for all of them
+  int occurrence;        // 0: every
   Effect effect;
+  // Only where so many lines stand before it.
+  std::optional<std::size_t> linesBefore = {};
+  // Only where this was the last call before it that is no allocation.
+  std::string behind = {};
 };
 
 struct Scenario {

@@ -261,12 +261,17 @@ class Section {
  private:
   static void WINAPI Enter(LPCRITICAL_SECTION section) {
     EnterCriticalSection(section);
+    entered_.push_back(section);
     AnomalyLoop::Book("section", 1);
   }
   static void WINAPI Leave(LPCRITICAL_SECTION section) {
+    entered_.pop_back();
     AnomalyLoop::Book("section", -1);
     LeaveCriticalSection(section);
   }
+
+  friend void test::LeaveKeptSections();
+  static inline std::vector<LPCRITICAL_SECTION> entered_;
 };
 
 void PatchMemory(Patches& p, HMODULE m) {
@@ -379,6 +384,12 @@ std::vector<std::unique_ptr<ImportPatch>> PatchFailurePoints(HMODULE module) {
     }
   }
   return patches;
+}
+
+void LeaveKeptSections() {
+  while (!Section::entered_.empty()) {
+    Section::Leave(Section::entered_.back());
+  }
 }
 
 PointKind KindOfPoint(const std::string& function) {

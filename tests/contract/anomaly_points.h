@@ -16,6 +16,9 @@ namespace zarext::test {
 // that is neither there nor known not to fail.
 std::vector<std::unique_ptr<ImportPatch>> PatchFailurePoints(HMODULE module);
 
+// Leaves, in the module's place, the critical sections that it entered and kept.
+void LeaveKeptSections();
+
 enum class PointKind { kCall, kAllocation, kRelease };
 PointKind KindOfPoint(const std::string& function);
 

@@ -122,6 +122,8 @@ ModuleClock::ModuleClock(HMODULE module, long long now)
 
 void ModuleClock::Set(long long now) { moduleTime = now; }
 
+long long ModuleClock::Now() { return moduleTime; }
+
 void ModuleClock::Advance(long long seconds) { moduleTime += seconds; }
 
 }  // namespace zarext::test

@@ -35,6 +35,7 @@ class ModuleClock {
  public:
   explicit ModuleClock(HMODULE module, long long now);
   static void Set(long long now);
+  static long long Now();
   static void Advance(long long seconds);
 
  private:
