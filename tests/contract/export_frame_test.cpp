@@ -5,10 +5,14 @@
 
 #include <wincrypt.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <stdexcept>
 #include <string>
 
 #include "frame/module_state.h"
+#include "support/child_process.h"
+#include "support/import_patch.h"
 #include "support/trace_capture.h"
 
 extern "C" BOOL WINAPI ZarCryptDecodeObjectEx(DWORD, LPCSTR, const BYTE*, DWORD, DWORD,
@@ -96,6 +100,54 @@ TEST(ExportFrame, ALongLineIsWhole) {
     return TRUE;
   });
   EXPECT_THAT(capture.Messages(), ElementsAre(text, "short"));
+}
+
+decltype(malloc)* const realMalloc = reinterpret_cast<decltype(malloc)*>(
+    reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("msvcrt.dll"), "malloc")));
+void* RefuseLargeBlocks(std::size_t size) {
+  if (size >= 10000) {
+    SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+    return nullptr;
+  }
+  return realMalloc(size);
+}
+
+TEST(ExportFrame, WithoutMemoryALongLineIsCutToItsBuffer) {
+  const std::string text(20000, 'z');
+  TraceCapture capture;
+  const ImportPatch patch(GetModuleHandleA(nullptr), "msvcrt.dll", "malloc", &RefuseLargeBlocks);
+  SetLastError(9);
+  RunExport([&](ExportTrace& trace) {
+    trace.Line("%s", text.c_str());
+    EXPECT_EQ(9u, GetLastError());
+    trace.Line("short");
+    return TRUE;
+  });
+  EXPECT_THAT(capture.Messages(), ElementsAre(std::string(4095, 'z'), "short"));
+}
+
+// A path of the host that fills the whole buffer, as older systems leave it.
+DWORD WINAPI FillHostPath(HMODULE module, char* path, DWORD size) {
+  if (module != GetModuleHandleA(nullptr) || size != 260) {
+    return 0;
+  }
+  std::fill_n(path, size, 'h');
+  return size;
+}
+
+ZAREXT_CHILD(LongHostPath) {
+  TraceCapture capture;
+  const ImportPatch patch(GetModuleHandleA(nullptr), "KERNEL32.dll", "GetModuleFileNameA",
+                          &FillHostPath);
+  DllMain(GetModuleHandleA(nullptr), DLL_PROCESS_ATTACH, nullptr);
+  const std::string start =
+      "EXT : DLL_PROCESS_ATTACH : FilePath=" + std::string(259, 'h') + " (id=";
+  return capture.Messages().at(0).rfind(start, 0) == 0 && HostPath() == std::string(259, 'h') ? 0
+                                                                                              : 1;
+}
+
+TEST(ModuleNotifications, ALongHostPathIsCut) {
+  EXPECT_EQ(0u, ChildProcess("LongHostPath").Wait());
 }
 
 TEST(ModuleNotifications, OnlyTheAttachOfAProcessDoesAnything) {

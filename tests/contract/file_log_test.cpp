@@ -283,6 +283,14 @@ ZAREXT_CHILD(InternalLog) {
   return 0;
 }
 
+TEST_F(FileLogTest, TheInternalLoggerStopsEarlyToo) {
+  EXPECT_EQ(0u, Run("InternalLog"));
+  EXPECT_FALSE(Exists(kLog));
+  ASSERT_TRUE(CreateDirectoryA(kLog, nullptr));
+  EXPECT_EQ(0u, Run("InternalLog"));
+  EXPECT_FALSE(Exists(LockFile("zarint.lock")));
+}
+
 TEST_F(FileLogTest, TheInternalLoggerHasItsOwnLockFile) {
   WriteFileText(kLog, "");
   EXPECT_EQ(0u, Run("InternalLog"));

@@ -25,4 +25,5 @@ foreach(missing none CPAcquireContext CPReleaseContext CPGetProvParam CPGetKeyPa
   set_target_properties(${module} PROPERTIES OUTPUT_NAME provider_without_${missing} PREFIX ""
     RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
   add_dependencies(frame_internal ${module})
+  add_dependencies(frame_load ${module})
 endforeach()

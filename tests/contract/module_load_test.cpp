@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 #include <windows.h>
 
+#include <wincrypt.h>
+
 #include <algorithm>
 #include <string>
 
@@ -125,6 +127,38 @@ TEST(ModuleLoad, TheSectionOutlivesTheModuleAndTheMutexDoesNot) {
   // This process must not hold the module: the objects are the session's.
   ASSERT_EQ(nullptr, GetModuleHandleA("ZAREXT.dll"));
   EXPECT_EQ(0u, ChildProcess("ObjectsAfterUnload").Wait());
+}
+
+// A provider module that the store has bound outlives the module.
+ZAREXT_CHILD(BoundProviderAfterUnload) {
+  const std::string path = ProgramFolder() + "provider_without_none.dll";
+  {
+    UniqueRegistryKey key;
+    RegCreateKeyExA(HKEY_LOCAL_MACHINE,
+                    "SOFTWARE\\Microsoft\\Cryptography\\Defaults\\Provider\\Zarvel CSP", 0, nullptr,
+                    0, KEY_ALL_ACCESS, nullptr, key.Put(), nullptr);
+    RegSetValueExA(key.Get(), "Image Path", 0, REG_SZ, reinterpret_cast<const BYTE*>(path.c_str()),
+                   static_cast<DWORD>(path.size() + 1));
+  }
+  const HMODULE module = LoadLibraryA("ZAREXT.dll");
+  using Open =
+      BOOL WINAPI(LPCSTR, DWORD, HCRYPTPROV, DWORD, const void*, HCERTSTORE, CERT_STORE_PROV_INFO*);
+  auto* const open =
+      reinterpret_cast<Open*>(reinterpret_cast<void*>(GetProcAddress(module, "ZarOpenStoreProv")));
+  CERT_STORE_PROV_INFO info = {};
+  info.cbSize = sizeof info;
+  {
+    const UniqueCertStore<0> store(CertOpenStore(CERT_STORE_PROV_MEMORY, 0, 0, 0, nullptr));
+    open("Zarvel Store Provider", 0, 0, 0, nullptr, store.Get(), &info);
+  }
+  if (GetModuleHandleA("provider_without_none.dll") == nullptr) return 1;
+  FreeLibrary(module);
+  if (GetModuleHandleA("ZAREXT.dll") != nullptr) return 2;
+  return GetModuleHandleA("provider_without_none.dll") != nullptr ? 0 : 3;
+}
+
+TEST(ModuleLoad, ABoundProviderStaysBehind) {
+  EXPECT_EQ(0u, ChildProcess("BoundProviderAfterUnload").Wait());
 }
 
 // What the module does with its objects when it is unloaded, in order.
