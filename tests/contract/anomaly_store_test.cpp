@@ -481,13 +481,16 @@ TEST(AnomalyBinding, TheFirstOpen) {
                         " [lpszStoreProvider = Zarvel Store Provider] [hCryptProv = 0] "
                         "[dwFlags = 0] [hCertStore = *]",
                     own + " : FINISH"};
-  // The provider's module stays loaded.
-  const Leftovers bound = {{"module", 1}};
+  // The provider's module stays loaded, and the list of its functions.
+  const Leftovers bound = {{"module", 1}, {"heap block", 1}};
   scenario.left = bound;
   Effect unbound;
   unbound.error = kInjectedError;
   unbound.lines = {scenario.lines[0], own + " : ERROR = 5a5a", own + " : FINISH"};
   unbound.left = {{"section", 1}};
+  Effect noMemory = unbound;
+  noMemory.error = kNoMemory;
+  noMemory.lines = {scenario.lines[0], own + " : ERROR", own + " : FINISH"};
   // Without its registration the provider is looked for by its file's name, and not found here.
   Effect notFound = unbound;
   notFound.error = ERROR_MOD_NOT_FOUND;
@@ -495,8 +498,9 @@ TEST(AnomalyBinding, TheFirstOpen) {
   scenario.rules = {{"MapViewOfFile", 1, GoesOn()},       {"VirtualQuery", 1, GoesOn()},
                     {"WaitForSingleObject", 1, GoesOn()}, {"RegOpenKeyExA", 1, notFound},
                     {"RegQueryValueExA", 1, notFound},    {"LoadLibraryA", 1, unbound},
-                    {"GetProcAddress", 6, GoesOn()},      {"GetProcAddress", 0, unbound},
-                    {"CPAcquireContext", 1, GoesOn()},    {"CPGetProvParam 57", 1, GoesOn()}};
+                    {"allocation", 0, noMemory},          {"GetProcAddress", 6, GoesOn()},
+                    {"GetProcAddress", 0, unbound},       {"CPAcquireContext", 1, GoesOn()},
+                    {"CPGetProvParam 57", 1, GoesOn()}};
   std::vector<FailurePoint> points;
   for (std::size_t failing = 0;; ++failing) {
     const UniqueModule module(LoadLibraryA(copy.c_str()));
