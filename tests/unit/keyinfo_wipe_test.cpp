@@ -133,19 +133,22 @@ TEST_F(Wiping, AReadDocumentGoesWithItsKey) {
 }
 
 TEST_F(Wiping, AClearedDocumentKeepsNothing) {
-  TPKCS8 document;
-  ReadDocument(document);
+  auto document = std::make_unique<TPKCS8>();
+  ReadDocument(*document);
   looking = true;
-  document.Clear();
+  document->Clear();
+  // What was cleared is still in blocks that the document holds.
+  document.reset();
   looking = false;
   EXPECT_EQ(0, found);
 }
 
 TEST_F(Wiping, ADocumentThatIsReplacedKeepsNothing) {
-  TPKCS8 document;
-  ReadDocument(document);
+  auto document = std::make_unique<TPKCS8>();
+  ReadDocument(*document);
   looking = true;
-  EXPECT_EQ(1, document.Read(TPKCS8::kPrivateKeyInfo, nullptr, 0));
+  EXPECT_EQ(1, document->Read(TPKCS8::kPrivateKeyInfo, nullptr, 0));
+  document.reset();
   looking = false;
   EXPECT_EQ(0, found);
 }
