@@ -40,23 +40,12 @@ void WaitAsToken(const std::string& kind) {
   Sleep(std::min<DWORD>(static_cast<DWORD>(std::strtoul(text, nullptr, 10)), kLongestDelay));
 }
 
-// What a file holds that cannot be what the provider wrote is one error, whatever is wrong with it.
-template <typename Read>
-auto ReadImage(const Bytes& image, Read read) {
-  try {
-    return read(image);
-  } catch (const Error& error) {
-    Fail(error.Code() == static_cast<std::uint32_t>(NTE_NO_MEMORY) ? NTE_NO_MEMORY
-                                                                   : NTE_KEYSET_ENTRY_BAD);
-  }
-}
-
 Profile ReadProfileFile(const ContainerName& name) {
   const std::wstring folder = FolderPath(name.name);
   Require(IsFolder(folder), NTE_BAD_KEYSET);
   const auto image = ReadWholeFile(folder + kProfileFile);
   Require(image.has_value(), NTE_KEYSET_ENTRY_BAD);
-  Profile profile = ReadImage(*image, ReadProfile);
+  Profile profile = ReadKept([&] { return ReadProfile(*image); });
   Require(name.kind.empty() || name.kind == profile.kind, NTE_BAD_KEYSET);
   return profile;
 }
@@ -93,7 +82,7 @@ class FileKeySet final : public KeySet {
     if (!image) {
       return {};
     }
-    return ReadImage(*image, ReadKeyRecord);
+    return ReadKept([&] { return ReadKeyRecord(*image); });
   }
 
   std::string name_;

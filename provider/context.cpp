@@ -44,12 +44,7 @@ std::shared_ptr<PairObject> Context::MakePair(const KeyRecord& record, DWORD key
   const std::lock_guard lock(cacheMutex_);
   auto& [known, key] = parsed_[keySpec];
   if (!key || known.privateKeyInfo != record.privateKeyInfo || known.algId != record.algId) {
-    try {
-      key = std::make_shared<const PrivateKey>(PrivateKeyOf(record));
-    } catch (const Error& error) {
-      Fail(error.Code() == static_cast<std::uint32_t>(NTE_NO_MEMORY) ? NTE_NO_MEMORY
-                                                                     : NTE_KEYSET_ENTRY_BAD);
-    }
+    key = ReadKept([&] { return std::make_shared<const PrivateKey>(PrivateKeyOf(record)); });
     known = record;
   }
   return std::make_shared<PairObject>(Owner(), key, keySpec, record.exportable, keySet_);
@@ -112,7 +107,7 @@ CntKeyInfo Context::DescribeKey(DWORD keySpec, const KeyRecord& record) {
     return info;
   }
   const Bytes& certificate = Keep(record.certificate);
-  const Bytes& serial = Keep(CertificateSerial(certificate));
+  const Bytes& serial = Keep(ReadKept([&] { return CertificateSerial(certificate); }));
   info.cbCert = static_cast<DWORD>(certificate.size());
   info.pbCert = certificate.data();
   info.cbSerial = static_cast<DWORD>(serial.size());

@@ -23,6 +23,19 @@ struct Profile {
   std::string third;
 };
 
+// Runs read() on what a container keeps. Whatever is wrong with that is one error,
+// NTE_KEYSET_ENTRY_BAD: the seal of a file says that it is as it was written, not that it was
+// written by this provider.
+template <typename Read>
+auto ReadKept(Read read) {
+  try {
+    return read();
+  } catch (const Error& error) {
+    Fail(error.Code() == static_cast<std::uint32_t>(NTE_NO_MEMORY) ? NTE_NO_MEMORY
+                                                                   : NTE_KEYSET_ENTRY_BAD);
+  }
+}
+
 // File images: DER and a SHA-256 value over it, so that a damaged file is noticed whatever the
 // damage. Reading throws NTE_BAD_DATA.
 Bytes WriteKeyRecord(const KeyRecord& record);

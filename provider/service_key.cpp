@@ -111,6 +111,21 @@ void ExportWrapped(Context& context, const SessionKeyObject& object, HCRYPTKEY h
   }
 }
 
+// An announcement of the sender's key does not outlive an export that fails: whoever made it does
+// not send that key along then, and the next to wrap a key here may never do so. A buffer that is
+// too short is no failure: the caller comes back with a larger one.
+template <typename Export>
+void EndAnnouncementIfItFails(Context& context, Export exportKey) {
+  try {
+    exportKey();
+  } catch (const Error& error) {
+    if (error.Code() != ERROR_MORE_DATA) {
+      context.SetTakesSenderKey(false);
+    }
+    throw;
+  }
+}
+
 std::shared_ptr<KeyObject> KeyToExport(Context& context, HCRYPTKEY hKey) {
   if (hKey != context.Owner()) {
     return RequireKey(context.Owner(), hKey);
@@ -142,7 +157,8 @@ Bytes ExportUnwrapped(const KeyObject& key, DWORD dwBlobType) {
 // The record of a pair as it is stored now; the pair must still be the one of its number.
 KeyRecord CurrentRecord(const PairObject& pair, const std::optional<KeyRecord>& stored) {
   Require(stored.has_value(), NTE_NO_KEY);
-  Require(SameKey(PrivateKeyOf(*stored).publicKey, pair.key->publicKey), NTE_BAD_KEY);
+  const PrivateKey current = ReadKept([&] { return PrivateKeyOf(*stored); });
+  Require(SameKey(current.publicKey, pair.key->publicKey), NTE_BAD_KEY);
   return *stored;
 }
 
@@ -171,7 +187,7 @@ void AddToChain(const PairObject& pair, const BYTE* pbData) {
     KeyRecord changed = CurrentRecord(pair, record);
     std::vector<Bytes> chain;
     if (!changed.chain.empty()) {
-      chain = ReadChain(changed.chain);
+      chain = ReadKept([&] { return ReadChain(changed.chain); });
     }
     if (std::find(chain.begin(), chain.end(), certificate) != chain.end()) {
       return;
@@ -330,6 +346,9 @@ void ImportKey(HCRYPTPROV hProv, const BYTE* pbData, DWORD dwDataLen, HCRYPTKEY 
   const auto context = RequireContext(hProv);
   Require(phKey != nullptr && pbData != nullptr && dwDataLen != 0, ERROR_INVALID_PARAMETER);
   Require((dwFlags & ~kKeyFlags) == 0, NTE_BAD_FLAGS);
+  // An announcement that nobody followed up: whoever imports a key now is about to wrap for another
+  // recipient, or to do something else.
+  context->SetTakesSenderKey(false);
   const View blob(pbData, dwDataLen);
   switch (blob[0]) {
     case PUBLICKEYBLOB:
@@ -352,16 +371,18 @@ void ImportKey(HCRYPTPROV hProv, const BYTE* pbData, DWORD dwDataLen, HCRYPTKEY 
 void ExportKey(HCRYPTPROV hProv, HCRYPTKEY hKey, HCRYPTKEY hPubKey, DWORD dwBlobType, DWORD dwFlags,
                BYTE* pbData, DWORD* pdwDataLen) {
   const auto context = RequireContext(hProv);
-  const auto key = KeyToExport(*context, hKey);
-  Require(pdwDataLen != nullptr, ERROR_INVALID_PARAMETER);
-  Require(dwFlags == 0, NTE_BAD_FLAGS);
-  if (dwBlobType != SIMPLEBLOB) {
-    Require(hPubKey == 0, NTE_BAD_KEY);
-    return Deliver(ExportUnwrapped(*key, dwBlobType), pbData, pdwDataLen);
-  }
-  const auto* session = dynamic_cast<const SessionKeyObject*>(key.get());
-  Require(session != nullptr, NTE_BAD_KEY);
-  ExportWrapped(*context, *session, hPubKey, pbData, pdwDataLen);
+  EndAnnouncementIfItFails(*context, [&] {
+    const auto key = KeyToExport(*context, hKey);
+    Require(pdwDataLen != nullptr, ERROR_INVALID_PARAMETER);
+    Require(dwFlags == 0, NTE_BAD_FLAGS);
+    if (dwBlobType != SIMPLEBLOB) {
+      Require(hPubKey == 0, NTE_BAD_KEY);
+      return Deliver(ExportUnwrapped(*key, dwBlobType), pbData, pdwDataLen);
+    }
+    const auto* session = dynamic_cast<const SessionKeyObject*>(key.get());
+    Require(session != nullptr, NTE_BAD_KEY);
+    ExportWrapped(*context, *session, hPubKey, pbData, pdwDataLen);
+  });
 }
 
 void GetKeyParam(HCRYPTPROV hProv, HCRYPTKEY hKey, DWORD dwParam, BYTE* pbData, DWORD* pdwDataLen,

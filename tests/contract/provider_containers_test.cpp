@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "contract/provider_fixture.h"
+#include "support/certificates.h"
 #include "support/openssl_fixtures.h"
 
 namespace zarext::test {
@@ -376,6 +377,93 @@ TEST_F(Containers, ReportADamagedKeyBehindTheSoundOnes) {
                      TRUNCATE_EXISTING, 0, nullptr);
   CloseHandle(file);
   EXPECT_EQ(CodeOf(direct_.getUserKey(box.handle, AT_KEYEXCHANGE, &key)), kEntryBad);
+}
+
+// A key file with a seal that fits, but not the content that the provider writes.
+class SealedFiles : public Containers {
+ protected:
+  // Algorithm, private key, certificate and chain, each as the octets of a DER element.
+  static Octets Record(const Octets& algorithm, const Octets& privateKey, const Octets& certificate,
+                       const Octets& chain) {
+    Octets fields = FromHex("020101");
+    for (const Octets& field : {algorithm, FromHex("020101"), MakeElement(0x04, privateKey),
+                                MakeElement(0x04, certificate), MakeElement(0x04, chain)}) {
+      fields.insert(fields.end(), field.begin(), field.end());
+    }
+    return MakeElement(0x30, fields);
+  }
+  void Write(const char* file, const Octets& record) const {
+    const Context context = Acquire(nullptr, CRYPT_VERIFYCONTEXT, 1);
+    Octets image = record;
+    const Octets seal = HashValue(StartHash(context, CALG_SHA_256, record));
+    image.insert(image.end(), seal.begin(), seal.end());
+    FILE* stream = fopen((home_.Path() + "\\" + file).c_str(), "wb");
+    ASSERT_NE(stream, nullptr);
+    fwrite(image.data(), 1, image.size(), stream);
+    fclose(stream);
+  }
+  static const Octets kGost;
+};
+const Octets SealedFiles::kGost = FromHex("020300AA3A");
+
+TEST_F(SealedFiles, AreRead) {
+  Import(NewContainer("box"), certificateKey_);
+  Write("c-box\\signature.key", Record(kGost, certificateKey_, certificate_, {}));
+  const Opened box(direct_, "box");
+  DWORD end = 0;
+  const std::vector<KeyInfo> keys = box.Keys(&end);
+  EXPECT_EQ(end, DWORD{ERROR_NO_MORE_ITEMS});
+  ASSERT_EQ(keys.size(), 1U);
+  DWORD code = 0;
+  EXPECT_EQ(box.KeyParam(keys[0].hKey, 26, &code), certificate_);
+}
+
+TEST_F(SealedFiles, WithAnotherContentAreDamagedToEveryCall) {
+  Import(NewContainer("box"), certificateKey_);
+  const Opened box(direct_, "box");
+  const HCRYPTKEY key = box.Keys().at(0).hKey;
+  const Octets records[] = {
+      Record(kGost, FromHex("3000"), {}, {}),                  // no private key
+      Record(FromHex("02021234"), certificateKey_, {}, {}),    // no algorithm
+      Record(FromHex("020300A450"), certificateKey_, {}, {}),  // one of another family
+  };
+  for (const Octets& record : records) {
+    SCOPED_TRACE(testing::Message() << "length " << record.size());
+    Write("c-box\\signature.key", record);
+    DWORD code = 0;
+    box.KeyParam(key, 26, &code);
+    EXPECT_EQ(code, kEntryBad);
+    box.KeyParam(key, 69, &code);
+    EXPECT_EQ(code, kEntryBad);
+    EXPECT_EQ(box.SetKeyParam(key, 26, certificate_), kEntryBad);
+    EXPECT_EQ(box.SetKeyParam(key, 68, certificate_), kEntryBad);
+    DWORD end = 0;
+    EXPECT_TRUE(box.Keys(&end).empty());
+    EXPECT_EQ(end, kEntryBad);
+    HCRYPTKEY user = 0;
+    EXPECT_EQ(CodeOf(direct_.getUserKey(box.handle, AT_SIGNATURE, &user)), kEntryBad);
+  }
+}
+
+TEST_F(SealedFiles, WithABrokenChainOrCertificateAreDamaged) {
+  {
+    const Context context = NewContainer("box");
+    Import(context, certificateKey_);
+    Generate(context, 0xA045);
+  }
+  const Opened box(direct_, "box");
+  const HCRYPTKEY key = box.Keys().at(1).hKey;
+  Write("c-box\\signature.key", Record(kGost, certificateKey_, {}, FromHex("3003020105")));
+  EXPECT_EQ(box.SetKeyParam(key, 68, certificate_), kEntryBad);
+  Write("c-box\\signature.key", Record(kGost, certificateKey_, FromHex("3003020105"), {}));
+  // The other key is listed all the same.
+  DWORD end = 0;
+  const std::vector<KeyInfo> keys = box.Keys(&end);
+  EXPECT_EQ(end, kEntryBad);
+  ASSERT_EQ(keys.size(), 1U);
+  EXPECT_EQ(keys[0].algId, 0xA045U);
+  // What the caller brings is still its own mistake.
+  EXPECT_EQ(box.SetKeyParam(key, 68, FromHex("3000")), kBadData);
 }
 
 TEST_F(Containers, LeaveNoFilesBesideTheirOwn) {

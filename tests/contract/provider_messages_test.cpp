@@ -452,6 +452,44 @@ TEST_F(SenderKeys, StayAnnouncedWhileTheBufferIsTooShort) {
   EXPECT_EQ(NumberParam(alice_, 60), 1U);
 }
 
+TEST_F(SenderKeys, AreForgottenWithAnExportThatFails) {
+  Generate(alice_, AT_KEYEXCHANGE);
+  const Key locked = Generate(alice_, 0x681F);
+  DWORD length = 0;
+  // The public half that was to go along, a key that may not leave, one without a recipient, and
+  // flags that do not exist.
+  const auto failed = [&](HCRYPTKEY key, HCRYPTKEY other, DWORD type, DWORD flags) {
+    Announce();
+    EXPECT_FALSE(CryptExportKey(key, other, type, flags, nullptr, &length));
+    EXPECT_EQ(NumberParam(alice_, 60), 0U);
+    EXPECT_EQ(Export(content_, SIMPLEBLOB, recipient_.Get()).size(), 136U);
+  };
+  failed(UserKey(alice_, AT_KEYEXCHANGE).Get(), 0, PUBLICKEYBLOB, 1);
+  failed(locked.Get(), recipient_.Get(), SIMPLEBLOB, 0);
+  failed(content_.Get(), 0, SIMPLEBLOB, 0);
+  failed(content_.Get(), recipient_.Get(), 7, 0);
+  // One that succeeds is not the end of it.
+  Announce();
+  EXPECT_EQ(Export(UserKey(alice_, AT_KEYEXCHANGE), PUBLICKEYBLOB).size(), 80U);
+  EXPECT_EQ(NumberParam(alice_, 60), 1U);
+  EXPECT_EQ(Export(content_, SIMPLEBLOB, recipient_.Get()).size(), 72U);
+}
+
+// A caller that announced and then gave up leaves nothing for the next one, which imports the
+// recipient's key first.
+TEST_F(SenderKeys, AreForgottenWithAnImport) {
+  Generate(alice_, AT_KEYEXCHANGE);
+  Announce();
+  const Key other = Import(alice_, Export(UserKey(bob_, AT_SIGNATURE), PUBLICKEYBLOB));
+  EXPECT_EQ(NumberParam(alice_, 60), 0U);
+  const Octets blob = Export(content_, SIMPLEBLOB, other.Get());
+  EXPECT_EQ(blob.size(), 136U);
+  EXPECT_EQ(ImportCode(bob_, blob), 0U);
+  Announce();
+  EXPECT_EQ(ImportCode(alice_, FromHex("06")), kBadData);
+  EXPECT_EQ(NumberParam(alice_, 60), 0U);
+}
+
 TEST_F(SenderKeys, OfTheReceiverItselfServeBothWays) {
   Generate(alice_, AT_KEYEXCHANGE);
   const Key own = UserKey(alice_, AT_KEYEXCHANGE);
