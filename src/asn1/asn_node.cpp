@@ -1,5 +1,6 @@
 #include "asn1/asn_node.h"
 
+#include <bit>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -70,7 +71,7 @@ std::uint32_t CheckedLength(std::uint64_t contentLength) {
 }
 
 void WriteLongLength(AsnNode* node, std::uint32_t contentLength) {
-  const std::uint32_t lengthOctets = HeaderSizeFor(contentLength) - kShortHeader;
+  const auto lengthOctets = static_cast<std::uint32_t>(std::bit_width(contentLength) + 7) / 8;
   node->octets[1] = static_cast<std::uint8_t>(0x80U | lengthOctets);
   for (std::uint32_t i = 0; i < lengthOctets; ++i) {
     node->octets[kShortHeader + i] =
@@ -178,6 +179,7 @@ void MoveContents(AsnNode* from, AsnNode* to) noexcept {
   to->children = inlineSlots ? to->branch.slots : from->children;
   to->capacity = from->capacity;
   to->count = from->count;
+  WipeOctets(InlineContent(from), kInlineOctets);
   from->content = nullptr;
   from->text = nullptr;
   from->children = nullptr;

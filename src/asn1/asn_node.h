@@ -82,20 +82,6 @@ inline std::uint8_t* InlineContent(AsnNode* node) { return node->octets + kShort
 
 inline std::uint8_t TagOf(const AsnNode& node) { return node.octets[0]; }
 
-// The size of a header in definite form for a content of this length.
-inline std::uint32_t HeaderSizeFor(std::uint32_t contentLength) {
-  if (contentLength < 0x80) {
-    return 2;
-  }
-  if (contentLength < 0x100) {
-    return 3;
-  }
-  if (contentLength < 0x10000) {
-    return 4;
-  }
-  return contentLength < 0x1000000 ? 5 : 6;
-}
-
 inline std::uint32_t HeaderSize(const AsnNode& node) {
   return node.octets[1] < 0x80 ? kShortHeader : kShortHeader + (node.octets[1] & 0x7FU);
 }
@@ -226,7 +212,8 @@ OwnedNode TakeNode(AsnNode* parent, std::int32_t index) noexcept;
 // stays. Flat: takes no stack for any depth of the tree.
 void ReleaseContents(AsnNode* node, Release release = Release::kPlain) noexcept;
 
-// Moves everything that `from` owns to `to`, which owns nothing, except the header.
+// Moves everything that `from` owns to `to`, which owns nothing, except the header. No content is
+// left behind in `from`.
 void MoveContents(AsnNode* from, AsnNode* to) noexcept;
 
 // Changes the content length of the node, if there is one, by change octets, and corrects every

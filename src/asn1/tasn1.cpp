@@ -32,6 +32,26 @@ class NodeHolder {
   Release release_;
 };
 
+// A zero-filled block for an encoding that is read again.
+class ScratchOctets {
+ public:
+  ScratchOctets(std::uint32_t size, Release release)
+      : octets_(AllocateZeroedOctets(size)), size_(size), release_(release) {}
+  ScratchOctets(const ScratchOctets&) = delete;
+  ScratchOctets& operator=(const ScratchOctets&) = delete;
+  ~ScratchOctets() {
+    if (release_ == Release::kWiped) {
+      WipeOctets(octets_.get(), size_);
+    }
+  }
+  [[nodiscard]] std::uint8_t* Get() const { return octets_.get(); }
+
+ private:
+  OwnedOctets octets_;
+  std::uint32_t size_;
+  Release release_;
+};
+
 // The outermost element of an image of at most `known` octets; empty when its header is unreadable.
 std::span<const std::uint8_t> OutermostElement(const std::uint8_t* image, std::uint64_t known) {
   if (image == nullptr) {
@@ -305,8 +325,8 @@ void TASN1::CheckRoom(std::uint64_t size) const {
   CheckedLength(ContentLength(root_) + size + (kMaxPathEntries + 1) * kLongestHeader);
 }
 
-void TASN1::Insert(AsnNode* parent, std::int32_t index, OwnedNode node) {
-  ReserveSlot(parent);
+// Room has been reserved: a node that holds a value already must find its place.
+void TASN1::Insert(AsnNode* parent, std::int32_t index, OwnedNode node) noexcept {
   segmentedStrings_ = segmentedStrings_ || IsSegmentedString(TagOf(*node));
   const AsnNode* added = InsertNode(parent, index, std::move(node));
   AdjustLengths(parent, EncodedSize(*added));
@@ -325,6 +345,7 @@ std::int32_t TASN1::AddChildAt(std::uint8_t tag, std::uint32_t length, const voi
     return kAsnPrimitiveParent;
   }
   CheckRoom(MostContent(tag, length));
+  ReserveSlot(parent);
   Insert(parent, parent->count, MakeNode(parent, tag, length, value));
   return kAsnOk;
 }
@@ -340,6 +361,7 @@ std::int32_t TASN1::InsertBeforeAt(std::uint8_t tag, std::uint32_t length, const
   }
   AsnNode* parent = place.node->parent;
   CheckRoom(MostContent(tag, length));
+  ReserveSlot(parent);
   Insert(parent, place.index, MakeNode(parent, tag, length, value));
   return kAsnOk;
 }
@@ -378,14 +400,11 @@ std::int32_t TASN1::SetTagAt(std::uint8_t newTag, PathView path) {
   }
   // Zero-filled: after Clear the root's size counts children that are gone.
   const std::uint32_t size = EncodedSize(*node);
-  const OwnedOctets image = AllocateZeroedOctets(size);
-  EncodeTree(*node, image.get());
-  image[0] = newTag;
+  const ScratchOctets image(size, release_);
+  EncodeTree(*node, image.Get());
+  image.Get()[0] = newTag;
   // What cannot be rebuilt is left out without a word; callers rely on 0.
-  Rebuild(node, {image.get(), size});
-  if (release_ == Release::kWiped) {
-    WipeOctets(image.get(), size);
-  }
+  Rebuild(node, {image.Get(), size});
   return kAsnOk;
 }
 
@@ -454,6 +473,7 @@ std::int32_t TASN1::ParseIntoAt(std::span<const std::uint8_t> image, PathView pa
   segmentedStrings_ = segmentedStrings_ || built.segmentedStrings;
   if (holder.Get()->count > 0) {
     CheckRoom(built.contentLength);
+    ReserveSlot(parent);
     Insert(parent, parent->count, TakeNode(holder.Get(), 0));
   }
   if (segmentedStrings_) {

@@ -197,7 +197,7 @@ class TASN1 {
   };
   Place Locate(PathView path);
 
-  void Insert(AsnNode* parent, std::int32_t index, OwnedNode node);
+  void Insert(AsnNode* parent, std::int32_t index, OwnedNode node) noexcept;
   void CheckRoom(std::uint64_t size) const;
   std::int32_t Rebuild(AsnNode* node, std::span<const std::uint8_t> image);
   std::int32_t Flatten(AsnNode* top);

@@ -190,7 +190,9 @@ INSTANTIATE_TEST_SUITE_P(
                     HeaderCase{"30 80 00 00", 2, 0x30, 2},
                     HeaderCase{"30 80 02 01 05 00 00", 2, 0x30, 5},
                     HeaderCase{"30 80 30 80 00 00 00 00", 2, 0x30, 6},
-                    HeaderCase{"30 80 30 85 00 00", 2, 0x30, 65535}));
+                    HeaderCase{"30 80 30 85 00 00", 2, 0x30, 65535},
+                    // A zero octet alone closes nothing, neither as identifier nor as length.
+                    HeaderCase{"30 80 00 01 AA 05 00 00 00", 2, 0x30, 7}));
 
 TEST(HeaderTest, OfImagesTooShort) {
   const TASN1 document(0x30);

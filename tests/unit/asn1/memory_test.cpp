@@ -1,6 +1,9 @@
 // What the codec allocates, and what it leaves when it cannot. The linker sends the allocations of
 // this program through the functions below.
 
+#include <malloc.h>
+
+#include <algorithm>
 #include <cstdlib>
 #include <new>
 #include <string>
@@ -18,6 +21,17 @@ struct Allocations {
 };
 Allocations allocations;
 
+// Eight of these in a row are a secret.
+constexpr std::uint8_t kSecret = 0xD5;
+bool watching = false;
+std::size_t secretsGivenBack = 0;
+
+bool HoldsSecret(void* block) {
+  const auto* octets = static_cast<const std::uint8_t*>(block);
+  const std::uint8_t* end = octets + malloc_usable_size(block);
+  return std::search_n(octets, end, 8, kSecret) != end;
+}
+
 bool Refuse(std::size_t size) {
   if (!allocations.counting) return false;
   allocations.largest = std::max(allocations.largest, size);
@@ -31,6 +45,7 @@ extern "C" {
 void* __real_malloc(std::size_t size);
 void* __real_calloc(std::size_t count, std::size_t size);
 void* __real_realloc(void* block, std::size_t size);
+void __real_free(void* block);
 void* __real__Znwm(std::size_t size);
 
 void* __wrap_malloc(std::size_t size) { return Refuse(size) ? nullptr : __real_malloc(size); }
@@ -39,6 +54,10 @@ void* __wrap_calloc(std::size_t count, std::size_t size) {
 }
 void* __wrap_realloc(void* block, std::size_t size) {
   return Refuse(size) ? nullptr : __real_realloc(block, size);
+}
+void __wrap_free(void* block) {
+  if (watching && block != nullptr && HoldsSecret(block)) ++secretsGivenBack;
+  __real_free(block);
 }
 void* __wrap__Znwm(std::size_t size) {
   if (Refuse(size)) throw std::bad_alloc();
@@ -226,6 +245,118 @@ TEST(AllocationFailureTest, RetagReadAndEncode) {
   FailEveryAllocation(
       [](TASN1& document) { document.AddChild(0x06, 0, "1.2.3.4.5.6.7.8.9.10.11", 0xFFFFFF); },
       [](TASN1& document) { document.GetNode(nullptr, nullptr, nullptr, nullptr, 0, 0xFFFFFF); });
+}
+
+class Wiped : public TASN1 {
+ public:
+  Wiped() : TASN1(0x30, Release::kWiped) {}
+};
+
+class Plain : public TASN1 {
+ public:
+  Plain() : TASN1(0x30) {}
+};
+
+// What a document gives back to the heap between its beginning and its end with a secret in it.
+template <typename Document, typename Act>
+std::size_t GivenBack(Act&& act) {
+  secretsGivenBack = 0;
+  watching = true;
+  {
+    Document document;
+    act(document);
+  }
+  watching = false;
+  return secretsGivenBack;
+}
+
+const Octets kShort(20, kSecret);
+const Octets kLong(60, kSecret);
+const Image& Secrets() {
+  // Short and long, joined, and below a further level.
+  static const Image image(Hex("30 81 9A 04 14") + kShort + Hex("04 3C") + kLong +
+                           Hex("24 16 04 14") + kShort + Hex("30 16 04 14") + kShort +
+                           Hex("30 14 24 80 04 0C") + Octets(12, kSecret) + Hex("00 00 04 00"));
+  return image;
+}
+
+void ParseSecrets(TASN1& document) {
+  EXPECT_EQ(document.Load(Secrets().Data(), Secrets().Size()), 0);
+  EXPECT_EQ(document.Parse(Secrets().Data(), 0xFFFFFF), 0);
+}
+
+TEST(WipeTest, OnlyWhatIsToBeWiped) {
+  EXPECT_EQ(GivenBack<Wiped>(ParseSecrets), 0U);
+  // The records of the short contents, the long one, both joined ones and their segments.
+  EXPECT_EQ(GivenBack<Plain>(ParseSecrets), 7U);
+}
+
+TEST(WipeTest, EveryWayOut) {
+  const auto after = [](auto act) {
+    return [act](TASN1& document) {
+      ParseSecrets(document);
+      act(document);
+      // Whatever it left.
+      document.DeleteNode(0, 0xFFFFFF);
+    };
+  };
+  EXPECT_EQ(GivenBack<Wiped>(after([](TASN1& document) { document.Clear(); })), 0U);
+  EXPECT_EQ(GivenBack<Wiped>(after([](TASN1& document) { document.DeleteNode(0, 1, 0xFFFFFF); })),
+            0U);
+  EXPECT_EQ(GivenBack<Wiped>(after([](TASN1& document) { document.DeleteNode(0, 3, 0xFFFFFF); })),
+            0U);
+  EXPECT_EQ(GivenBack<Wiped>(after([](TASN1& document) {
+              document.Parse(Secrets().Data(), 3, 0xFFFFFF);
+              document.Parse(Secrets().Data(), 3, 0xFFFFFF);
+            })),
+            0U);
+  EXPECT_EQ(GivenBack<Wiped>(
+                after([](TASN1& document) { document.ParseInto(Secrets().Data(), 3, 0xFFFFFF); })),
+            0U);
+  EXPECT_EQ(GivenBack<Wiped>(after([](TASN1& document) {
+              document.SetTag(0x04, 3, 0xFFFFFF);
+              document.SetTag(0x30, 3, 0xFFFFFF);
+              document.SetTag(0x04, 0xFFFFFF);
+            })),
+            0U);
+  EXPECT_EQ(GivenBack<Wiped>([](TASN1& document) {
+              document.AddChild(0x04, 60, kLong.data(), 0xFFFFFF);
+              document.AddChild(0x03, 20, kShort.data(), 0xFFFFFF);
+              document.InsertBefore(0x04, 20, kShort.data(), 0, 0xFFFFFF);
+            }),
+            0U);
+}
+
+TEST(WipeTest, WhenMemoryRunsOut) {
+  const auto failing = [](auto act) {
+    return [act](TASN1& document) {
+      for (std::size_t failAt = 1;; ++failAt) {
+        document.DeleteNode(0, 0xFFFFFF);
+        ParseSecrets(document);
+        allocations = {.counting = true, .failAt = failAt};
+        try {
+          act(document);
+          allocations.counting = false;
+          return;
+        } catch (const std::bad_alloc&) {
+          allocations.counting = false;
+        }
+      }
+    };
+  };
+  EXPECT_EQ(GivenBack<Wiped>(failing([](TASN1& document) {
+              for (int i = 0; i < 5; ++i) document.AddChild(0x04, 60, kLong.data(), 0xFFFFFF);
+              for (int i = 0; i < 5; ++i)
+                document.InsertBefore(0x04, 20, kShort.data(), 0, 0xFFFFFF);
+            })),
+            0U);
+  EXPECT_EQ(GivenBack<Wiped>(failing([](TASN1& document) {
+              for (int i = 0; i < 5; ++i) document.ParseInto(Secrets().Data(), 0xFFFFFF);
+              document.Parse(Secrets().Data(), 0, 0xFFFFFF);
+              document.SetTag(0x04, 0, 0xFFFFFF);
+              document.SetTag(0x30, 0, 0xFFFFFF);
+            })),
+            0U);
 }
 
 }  // namespace

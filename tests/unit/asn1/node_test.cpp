@@ -55,6 +55,34 @@ TEST(NodeTest, ContentOf37OctetsIsInlineAndOf38OnTheHeap) {
   }
 }
 
+// Contents of every size that has a way of its own to be copied, in and out.
+TEST(NodeTest, ContentsOfEverySize) {
+  for (std::uint8_t size = 0; size < 80; ++size) {
+    Octets content(size);
+    for (std::uint8_t i = 0; i < size; ++i) content[i] = static_cast<std::uint8_t>(i + 1);
+    const Octets image =
+        Octets{0x30, static_cast<std::uint8_t>(size + 4), 0x04, size} + content + Hex("05 00");
+    Parsed document(image);
+    EXPECT_EQ(Seen(document, 0).value, content) << int{size};
+    EXPECT_EQ(EncodingOf(document), image) << int{size};
+    EXPECT_EQ(EncodingOf(document, 0), (Octets{0x04, size} + content)) << int{size};
+  }
+}
+
+TEST(NodeTest, NothingIsLeftBehindByAMove) {
+  AsnNode from{};
+  AsnNode to{};
+  WriteHeader(&from, 0x04, 37);
+  std::uint8_t* content = PlaceContent(&from, 37, 1);
+  std::fill(content, content + 37, std::uint8_t{0xD5});
+  MoveContents(&from, &to);
+  EXPECT_EQ(to.content, to.octets + 2);
+  EXPECT_EQ(Octets(to.content, to.content + 37), Octets(37, 0xD5));
+  EXPECT_EQ(from.content, nullptr);
+  EXPECT_EQ(Octets(from.octets, from.octets + 2), Hex("04 25"));
+  EXPECT_EQ(Octets(from.octets + 2, from.octets + 40), Octets(38, 0));
+}
+
 TEST(NodeTest, JoinedStringIsOnTheHeap) {
   Parsed document("24 03 04 01 AA");
   EXPECT_FALSE(InsideRecord(document.Top(), document.Top().content));

@@ -61,6 +61,7 @@ INSTANTIATE_TEST_SUITE_P(
         ContentCase{"1.2.+3", "2A 03"}, ContentCase{"1.2.3x.4", "2A 03 04"},
         ContentCase{"1.2.x.4", "2A 00 04"}, ContentCase{"1.2.+-3", "2A 00"},
         ContentCase{"1.2.3 4", "2A 03"}, ContentCase{"1.2.0x10", "2A 00"},
+        ContentCase{"1.2.\x08 3", "2A 00"}, ContentCase{"1.2.\x0E 3", "2A 00"},
         ContentCase{"1.2.+", "2A 00"}, ContentCase{"1.2. ", "2A 00"},
         ContentCase{"1.2.007", "2A 07"}, ContentCase{"1,2.3", "2B"}));
 
