@@ -42,8 +42,8 @@ inline constexpr DWORD kRsa = PROV_RSA_FULL;
 // the later row. Compatibility facts, all of them visible to whoever lists the framework's records:
 // rows 22 and 30 give one key two names (the second wins); rows 36/46 and 39/49 repeat themselves;
 // row 16 and row 27 are one OID as signature and as key; row 19 names AES-256 in CBC mode, although
-// of AES the content-key functions generate for 128 bits only; the first extra value of rows 33, 42 and 44
-// is the exchange key's ALG_ID, not the row's own.
+// of AES the content-key functions generate for 128 bits only; the first extra value of rows 33, 42
+// and 44 is the exchange key's ALG_ID, not the row's own.
 // clang-format off
 inline constexpr OidRecord kTable[] = {
     {1, kKeyUsage, "1.3.6.1.5.5.7.3.10", L"Data Validation and Certification Server.", 0, {0, 0, kZarvel}},
