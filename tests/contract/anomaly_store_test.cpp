@@ -466,6 +466,13 @@ TEST_F(AnomalyCallbacks, Close) {
   EXPECT_EQ(1, loop.Run(scenario));
 }
 
+// The provider's module is the scripted one under either of its names.
+std::string loadedName;
+HMODULE WINAPI LoadScripted(LPCSTR name) {
+  loadedName = name;
+  return LoadLibraryA(ScriptedProviderPath().c_str());
+}
+
 // A module that has not bound the provider yet, loaded anew for each round from a copy of the DLL.
 TEST(AnomalyBinding, TheFirstOpen) {
   FailingContainers provider;
@@ -491,16 +498,21 @@ TEST(AnomalyBinding, TheFirstOpen) {
   Effect noMemory = unbound;
   noMemory.error = kNoMemory;
   noMemory.lines = {scenario.lines[0], own + " : ERROR", own + " : FINISH"};
-  // Without its registration the provider is looked for by its file's name, and not found here.
-  Effect notFound = unbound;
-  notFound.error = ERROR_MOD_NOT_FOUND;
-  notFound.lines = {scenario.lines[0], own + " : ERROR = 7e", own + " : FINISH"};
   scenario.rules = {{"MapViewOfFile", 1, GoesOn()},       {"VirtualQuery", 1, GoesOn()},
-                    {"WaitForSingleObject", 1, GoesOn()}, {"RegOpenKeyExA", 1, notFound},
-                    {"RegQueryValueExA", 1, notFound},    {"LoadLibraryA", 1, unbound},
+                    {"WaitForSingleObject", 1, GoesOn()}, {"RegOpenKeyExA", 1, GoesOn()},
+                    {"RegQueryValueExA", 1, GoesOn()},    {"LoadLibraryA", 1, unbound},
                     {"allocation", 0, noMemory},          {"GetProcAddress", 6, GoesOn()},
                     {"GetProcAddress", 0, unbound},       {"CPAcquireContext", 1, GoesOn()},
                     {"CPGetProvParam 57", 1, GoesOn()}};
+  // Without its registration the provider is looked for by its file's name.
+  scenario.check = [](const FailurePoint* point, long) {
+    const std::string function = point == nullptr ? "" : point->function;
+    EXPECT_EQ(function == "LoadLibraryA" ? ""
+              : function == "RegOpenKeyExA" || function == "RegQueryValueExA"
+                  ? "cpzarvel.dll"
+                  : ScriptedProviderPath(),
+              loadedName);
+  };
   std::vector<FailurePoint> points;
   for (std::size_t failing = 0;; ++failing) {
     const UniqueModule module(LoadLibraryA(copy.c_str()));
@@ -508,6 +520,8 @@ TEST(AnomalyBinding, TheFirstOpen) {
     const StoreFixes fixes(module.Get());
     const MemoryStore store;
     CERT_STORE_PROV_INFO info = {};
+    const ImportPatch load(module.Get(), "KERNEL32.dll", "LoadLibraryA", &LoadScripted);
+    loadedName.clear();
     AnomalyLoop loop(module.Get());
     scenario.call = [&] {
       return Export<OpenStoreFunction>(module.Get(), "ZarOpenStoreProv")(

@@ -217,7 +217,8 @@ class Worker {
   bool Fail(const char* function) {
     if (!Sometimes()) return false;
     failingFunction = function;
-    failingCode = 0x80090000U + random_() % 0x8000;
+    // Above the platform's own codes: one of those has a meaning.
+    failingCode = 0x80091000U + random_() % 0x7000;
     return true;
   }
   // Counts a call that gave anything else than it should.
