@@ -522,7 +522,13 @@ TEST_F(PrivateKeyImport, EveryAllocationMayFail) {
   realMalloc = mallocPatch.Original<decltype(malloc)>();
   realCalloc = callocPatch.Original<decltype(calloc)>();
   const Octets longKey = Join({kSecret, Counted(136), kSecret});
-  for (const Octets& given : {longKey, PrivateKeyInfo(longKey), Element(0x30, longKey)}) {
+  // With something behind the key, so that the document can fail when it holds the key already.
+  const Octets withAttributes = Element(0x30, Join({{0x02, 0x01, 0x00},
+                                                    kCryptoProAlgorithm,
+                                                    Element(0x04, longKey),
+                                                    {0xA0, 0x05, 0x30, 0x03, 0x02, 0x01, 0x05}}));
+  for (const Octets& given :
+       {longKey, PrivateKeyInfo(longKey), withAttributes, Element(0x30, longKey)}) {
     int failures = 0;
     for (int n = 0; n < 1000; ++n) {
       provider_.ClearCalls();
