@@ -36,6 +36,7 @@ inline constexpr std::uint32_t NTE_BAD_HASH_STATE = 0x8009000C;
 inline constexpr std::uint32_t NTE_NO_KEY = 0x8009000D;
 inline constexpr std::uint32_t NTE_NO_MEMORY = 0x8009000E;
 inline constexpr std::uint32_t NTE_BAD_PUBLIC_KEY = 0x80090015;
+inline constexpr std::uint32_t NTE_KEYSET_ENTRY_BAD = 0x8009001A;
 inline constexpr std::uint32_t NTE_BAD_KEYSET_PARAM = 0x8009001F;
 inline constexpr std::uint32_t NTE_FAIL = 0x80090020;
 #endif
