@@ -458,14 +458,16 @@ TEST(SetTagTest, Failures) {
 
 // A retagged string is joined by the next pass over it, also when others have been retagged since.
 TEST(SetTagTest, StringsAreJoinedByTheNextPass) {
-  Parsed document("30 0A 30 03 04 01 AA 30 03 04 01 BB");
+  Parsed document("30 0C 30 03 04 01 AA 30 03 04 01 BB 30 00");
   EXPECT_EQ(document.SetTag(0x24, 0, kEnd), 0);
   EXPECT_EQ(document.SetTag(0x24, 1, kEnd), 0);
   EXPECT_EQ(document.SetTag(0x31, kEnd), 0);
-  EXPECT_EQ(EncodingOf(document), Hex("31 0A 24 03 04 01 AA 24 03 04 01 BB"));
+  EXPECT_EQ(EncodingOf(document), Hex("31 0C 24 03 04 01 AA 24 03 04 01 BB 30 00"));
   const Image null(Hex("05 00"));
+  EXPECT_EQ(document.ParseInto(null.Data(), 2, kEnd), 0);
+  EXPECT_EQ(EncodingOf(document), Hex("31 0E 24 03 04 01 AA 24 03 04 01 BB 30 02 05 00"));
   EXPECT_EQ(document.ParseInto(null.Data(), kEnd), 0);
-  EXPECT_EQ(EncodingOf(document), Hex("31 08 04 01 AA 04 01 BB 05 00"));
+  EXPECT_EQ(EncodingOf(document), Hex("31 0C 04 01 AA 04 01 BB 30 02 05 00 05 00"));
 }
 
 // A joined string has just its content on the heap; a number read from it needs room.

@@ -35,7 +35,8 @@ INSTANTIATE_TEST_SUITE_P(
         // A header that ends beyond the image, or would.
         LoadCase{"30 01 02", 2}, LoadCase{"30 04 02 01 05 02", 2},
         LoadCase{"30 05 02 01 05 02 82", 2}, LoadCase{"30 06 04 01 AA 04 84 00", 2},
-        LoadCase{"30 02 30 01", 2}, LoadCase{"30 04 30 05 02 00", 2},
+        LoadCase{"30 02 30 01", 2}, LoadCase{"30 06 30 84 80 00 00 00", 2},
+        LoadCase{"30 04 30 05 02 00", 2},
         // Children beyond the end of their element; a length that must not wrap.
         LoadCase{"30 04 02 03 05 06", 4}, LoadCase{"30 06 04 84 FF FF FF FA", 4},
         LoadCase{"30 06 04 84 FF FF FF FF", 4}, LoadCase{"30 06 04 84 7F FF FF FF", 4},
@@ -203,9 +204,12 @@ TEST(HeaderTest, OfImagesTooShort) {
     EXPECT_EQ(document.ReadHeader({image.Data(), image.Size()}, nullptr, &length), 0) << text;
     EXPECT_EQ(length, 0U) << text;
   }
-  const Image open(Hex("30 80 02 01 05"));
-  EXPECT_EQ(document.ReadHeader({open.Data(), open.Size()}, nullptr, &length), 2);
-  EXPECT_EQ(length, 65535U);
+  // Not closed: at the end of the image, and where half a header is left.
+  for (const char* text : {"30 80 02 01 05", "30 80 05", "30 80 00", "30 80 02 82 01"}) {
+    const Image open(Hex(text));
+    EXPECT_EQ(document.ReadHeader({open.Data(), open.Size()}, nullptr, &length), 2) << text;
+    EXPECT_EQ(length, 65535U) << text;
+  }
 }
 
 }  // namespace

@@ -69,13 +69,40 @@ TEST(NodeTest, ContentsOfEverySize) {
   }
 }
 
+TEST(NodeTest, BlocksEndWithZeros) {
+  const Octets value(60, 0x11);
+  Inspected document;
+  document.AddChild(0x04, 60, value.data(), 0xFFFFFF);
+  document.AddChild(0x02, 60, value.data(), 0xFFFFFF);
+  const std::uint8_t* octets = document.Top().children[0]->content;
+  EXPECT_EQ(octets[60], 0);
+  const std::uint8_t* number = document.Top().children[1]->content;
+  EXPECT_EQ(Octets(number + 60, number + 65), Octets(5, 0));
+}
+
+TEST(NodeTest, TextGoesWithTheTag) {
+  Inspected document;
+  document.AddChild(0x06, 0, "1.2.3", 0xFFFFFF);
+  const AsnNode& node = *document.Top().children[0];
+  EXPECT_EQ(node.text, nullptr);
+  EXPECT_EQ(Seen(document, 0).Text(), "1.2.3");
+  EXPECT_STREQ(node.text, "1.2.3");
+  EXPECT_EQ(document.SetTag(0x86, 0, 0xFFFFFF), 0);
+  EXPECT_EQ(node.text, nullptr);
+}
+
 TEST(NodeTest, NothingIsLeftBehindByAMove) {
   AsnNode from{};
   AsnNode to{};
   WriteHeader(&from, 0x04, 37);
   std::uint8_t* content = PlaceContent(&from, 37, 1);
   std::fill(content, content + 37, std::uint8_t{0xD5});
+  KeepText(&from, "1.2");
+  const char* text = from.text;
   MoveContents(&from, &to);
+  EXPECT_EQ(to.text, text);
+  EXPECT_EQ(from.text, nullptr);
+  DropText(&to);
   EXPECT_EQ(to.content, to.octets + 2);
   EXPECT_EQ(Octets(to.content, to.content + 37), Octets(37, 0xD5));
   EXPECT_EQ(from.content, nullptr);

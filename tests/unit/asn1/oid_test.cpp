@@ -137,6 +137,10 @@ TEST(OidTextTest, EndsWithTheArcThatExceeds256Characters) {
   EXPECT_EQ(convert(content + Hex("05")), text + ".5");
   EXPECT_EQ(convert(content + Hex("05 06")), text + ".5");
   // 257 characters: nothing more.
+  const Octets exact = Hex("5A") + Repeat(big, 23);
+  EXPECT_EQ(convert(exact).size(), 257U);
+  EXPECT_EQ(convert(exact + Hex("05")), "2.10" + text.substr(3));
+  // Nor behind 259.
   const Octets longer = Hex("78") + Repeat(big, 22) + Hex("8F FF FF FF 7F 83 FF FF FF 7F");
   const std::string longerText = convert(longer);
   EXPECT_EQ(longerText.substr(longerText.size() - 3), "823");

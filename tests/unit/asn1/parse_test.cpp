@@ -151,6 +151,18 @@ TEST(ParseTest, ImageThatTheModuleMade) {
   EXPECT_EQ(document.Parse(nullptr, 0xFFFFFF), 1);
 }
 
+// What Load was given bounds one Parse. The next image at that address may be another one.
+TEST(ParseTest, NextImageAtTheSameAddress) {
+  Octets block = Hex("30 03 02 01 05 00 00");
+  TASN1 document(0x30);
+  EXPECT_EQ(document.Load(block.data(), 5), 0);
+  EXPECT_EQ(document.Parse(block.data(), 0xFFFFFF), 0);
+  const Octets next = Hex("30 05 02 03 01 02 03");
+  std::copy(next.begin(), next.end(), block.begin());
+  EXPECT_EQ(document.Parse(block.data(), 0xFFFFFF), 0);
+  EXPECT_EQ(EncodingOf(document), block);
+}
+
 // What the builder reads differently from the checker does not lead it out of the image.
 TEST(ParseTest, ShiftedReadingStaysInside) {
   TASN1 document(0x30);
