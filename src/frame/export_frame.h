@@ -7,6 +7,7 @@
 
 #include <winerror.h>
 
+#include "frame/exception_record.h"
 #include "frame/text.h"
 #include "frame/trace.h"
 
@@ -32,6 +33,7 @@ class ExportTrace {
 // code that detects a failure traces it before it throws.
 template <typename Result, typename Work>
 Result RunExport(Result onFailure, Work work) noexcept {
+  const ExceptionRecord exceptions;
   ExportTrace trace;
   try {
     return work(trace);

@@ -58,6 +58,7 @@ extern "C" BOOL WINAPI ZarOpenStoreProv(LPCSTR lpszStoreProvider, DWORD /*dwEnco
       "EXT : ZarOpenStoreProv [lpszStoreProvider = %s] [hCryptProv = %x] [dwFlags = %X] "
       "[hCertStore = %p]",
       name, Hex(hCryptProv), Hex(dwFlags), hCertStore);
+  const zarext::ExceptionRecord exceptions;
   // Not the frame's handlers: these trace, and a second line ends every failure.
   try {
     return zarext::OpenStore(trace, hCryptProv, hCertStore, pStoreProvInfo);

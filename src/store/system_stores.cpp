@@ -56,6 +56,7 @@ class HexText {
 // carries none to put back.
 template <typename Work>
 BOOL RunMaintenance(const char* failureLine, Work work) noexcept {
+  const ExceptionRecord exceptions;
   try {
     work();
     return TRUE;

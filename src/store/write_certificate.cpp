@@ -170,6 +170,7 @@ BOOL WINAPI CertStoreProvWriteCertCallback(HCERTSTOREPROV hStoreProv, PCCERT_CON
   if (pCertContext == nullptr || hStoreProv == nullptr || pCertContext->pCertInfo == nullptr) {
     return FALSE;
   }
+  const ExceptionRecord exceptions;
   try {
     return WriteCertificate(trace, *pCertContext);
   } catch (ErrorCode code) {

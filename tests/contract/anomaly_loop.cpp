@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
-#include <thread>
 
 #include "contract/anomaly_points.h"
 #include "frame/handles.h"
@@ -114,6 +113,18 @@ std::vector<std::vector<BYTE>> Snapshot(const std::vector<std::span<BYTE>>& memo
   std::vector<std::vector<BYTE>> contents;
   for (const std::span<BYTE> block : memory) contents.emplace_back(block.begin(), block.end());
   return contents;
+}
+
+// In a thread of the system's: those of the language library keep handles for the next.
+void CallInThread(const std::function<void()>& work) {
+  const UniqueKernelObject thread(CreateThread(
+      nullptr, 0,
+      [](void* function) WINAPI -> DWORD {
+        (*static_cast<const std::function<void()>*>(function))();
+        return 0;
+      },
+      const_cast<std::function<void()>*>(&work), 0, nullptr));
+  WaitForSingleObject(thread.Get(), INFINITE);
 }
 
 }  // namespace
@@ -240,7 +251,7 @@ AnomalyLoop::Round AnomalyLoop::RunRound(const Scenario& scenario, std::size_t f
   state.failing = failing;
   state.lasting = lasting;
   if (scenario.thread) {
-    std::thread([&] { Call(scenario, round); }).join();
+    CallInThread([&] { Call(scenario, round); });
   } else {
     Call(scenario, round);
   }

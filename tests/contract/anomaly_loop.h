@@ -104,8 +104,8 @@ struct Scenario {
 };
 
 // Patches every import of advapi32, crypt32 and kernel32 that can fail, and the C runtime's
-// allocations, in `module`, as long as the object lives. Throws if the module imports a function
-// that is not listed. Patches set earlier stay in effect behind it. One at a time.
+// allocations, in `module`, as long as the object lives. Patches set earlier stay in effect behind
+// it. One at a time.
 class AnomalyLoop {
  public:
   explicit AnomalyLoop(HMODULE module);

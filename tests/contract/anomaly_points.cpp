@@ -7,7 +7,6 @@
 #include <cstring>
 #include <map>
 #include <set>
-#include <stdexcept>
 #include <string>
 #include <type_traits>
 
@@ -22,6 +21,29 @@ constexpr char kKernel[] = "KERNEL32.dll";
 constexpr char kRuntime[] = "msvcrt.dll";
 
 using Patches = std::vector<std::unique_ptr<ImportPatch>>;
+
+// The functions that the module imports from `library`, with their slots.
+std::map<std::string, const ULONG_PTR*> ImportsOf(HMODULE module, const char* library) {
+  std::map<std::string, const ULONG_PTR*> names;
+  const auto base = reinterpret_cast<const BYTE*>(module);
+  const auto dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
+  const auto nt = reinterpret_cast<const IMAGE_NT_HEADERS*>(base + dos->e_lfanew);
+  const IMAGE_DATA_DIRECTORY& directory =
+      nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
+  auto entry = reinterpret_cast<const IMAGE_IMPORT_DESCRIPTOR*>(base + directory.VirtualAddress);
+  for (; entry->Name != 0; ++entry) {
+    if (_stricmp(reinterpret_cast<const char*>(base + entry->Name), library) != 0) {
+      continue;
+    }
+    auto name = reinterpret_cast<const IMAGE_THUNK_DATA*>(base + entry->OriginalFirstThunk);
+    auto slot = reinterpret_cast<const IMAGE_THUNK_DATA*>(base + entry->FirstThunk);
+    for (; name->u1.AddressOfData != 0; ++name, ++slot) {
+      names[reinterpret_cast<const char*>(base + name->u1.AddressOfData + 2)] =
+          reinterpret_cast<const ULONG_PTR*>(&slot->u1.Function);
+    }
+  }
+  return names;
+}
 
 template <std::size_t size>
 struct Name {
@@ -41,6 +63,9 @@ class Import<name, Result(Arguments...)> {
 
   static void Patch(Patches& patches, HMODULE module, const char* library, Function* refuse,
                     BookFunction* book = nullptr) {
+    if (!ImportsOf(module, library).contains(name.text)) {
+      return;
+    }
     refuse_ = refuse;
     book_ = book;
     patches.push_back(std::make_unique<ImportPatch>(module, library, name.text, &Call));
@@ -329,30 +354,8 @@ const std::set<std::string>& Infallible() {
       "GetHandleInformation", "GetProcessAffinityMask", "GetThreadContext", "GetThreadPriority",
       "OpenProcess", "ReleaseSemaphore", "RemoveVectoredExceptionHandler", "ResetEvent",
       "ResumeThread", "SetEvent", "SetProcessAffinityMask", "SetThreadContext", "SetThreadPriority",
-      "SuspendThread", "TlsAlloc", "TlsGetValue", "TlsSetValue", "WaitForMultipleObjects"};
-  return names;
-}
-
-// The functions that the module imports from `library`, with their slots.
-std::map<std::string, const ULONG_PTR*> ImportsOf(HMODULE module, const char* library) {
-  std::map<std::string, const ULONG_PTR*> names;
-  const auto base = reinterpret_cast<const BYTE*>(module);
-  const auto dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
-  const auto nt = reinterpret_cast<const IMAGE_NT_HEADERS*>(base + dos->e_lfanew);
-  const IMAGE_DATA_DIRECTORY& directory =
-      nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
-  auto entry = reinterpret_cast<const IMAGE_IMPORT_DESCRIPTOR*>(base + directory.VirtualAddress);
-  for (; entry->Name != 0; ++entry) {
-    if (_stricmp(reinterpret_cast<const char*>(base + entry->Name), library) != 0) {
-      continue;
-    }
-    auto name = reinterpret_cast<const IMAGE_THUNK_DATA*>(base + entry->OriginalFirstThunk);
-    auto slot = reinterpret_cast<const IMAGE_THUNK_DATA*>(base + entry->FirstThunk);
-    for (; name->u1.AddressOfData != 0; ++name, ++slot) {
-      names[reinterpret_cast<const char*>(base + name->u1.AddressOfData + 2)] =
-          reinterpret_cast<const ULONG_PTR*>(&slot->u1.Function);
-    }
-  }
+      "SuspendThread", "TlsAlloc", "TlsFree", "TlsGetValue", "TlsSetValue",
+      "WaitForMultipleObjects"};
   return names;
 }
 
@@ -369,7 +372,6 @@ std::map<std::string, ULONG_PTR> SlotsOf(HMODULE module) {
 }  // namespace
 
 std::vector<std::unique_ptr<ImportPatch>> PatchFailurePoints(HMODULE module) {
-  const auto before = SlotsOf(module);
   Patches patches;
   PatchAdvapi(patches, module);
   PatchStores(patches, module);
@@ -378,12 +380,19 @@ std::vector<std::unique_ptr<ImportPatch>> PatchFailurePoints(HMODULE module) {
   PatchMemory(patches, module);
   HeapRelease::Patch(patches, module);
   Section::Patch(patches, module);
+  return patches;
+}
+
+std::vector<std::string> UnknownImports(HMODULE module) {
+  const auto before = SlotsOf(module);
+  const auto patches = PatchFailurePoints(module);
+  std::vector<std::string> unknown;
   for (const auto& [name, value] : SlotsOf(module)) {
     if (value == before.at(name) && !Infallible().contains(name)) {
-      throw std::runtime_error("no failure is known for the import " + name);
+      unknown.push_back(name);
     }
   }
-  return patches;
+  return unknown;
 }
 
 void LeaveKeptSections() {

@@ -6,15 +6,18 @@
 #include <windows.h>
 
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "support/import_patch.h"
 
 namespace zarext::test {
 
-// The patches of all that `module` imports. Throws if it imports a function of the three libraries
-// that is neither there nor known not to fail.
+// The patches of all that `module` imports.
 std::vector<std::unique_ptr<ImportPatch>> PatchFailurePoints(HMODULE module);
+
+// What it imports of advapi32, crypt32 and kernel32 that is neither patched nor known not to fail.
+std::vector<std::string> UnknownImports(HMODULE module);
 
 // Leaves, in the module's place, the critical sections that it entered and kept.
 void LeaveKeptSections();

@@ -7,6 +7,7 @@
 #include <algorithm>
 
 #include "contract/anomaly_loop.h"
+#include "contract/anomaly_points.h"
 #include "contract/recording_framework.h"
 #include "support/module_under_test.h"
 
@@ -92,6 +93,11 @@ TEST_F(AnomalyRegistration, DllUnregisterServer) {
     }
   };
   EXPECT_EQ(526, loop.Run(scenario));
+}
+
+// No import is left out of the loops by mistake.
+TEST(AnomalyPoints, EveryImportIsKnown) {
+  EXPECT_THAT(UnknownImports(Module()), testing::IsEmpty());
 }
 
 // They call nothing that can fail, so there is nothing to walk.
