@@ -337,6 +337,17 @@ using zarext::test::Platform;
 DWORD GetLastError() { return zarext::test::lastError; }
 void SetLastError(DWORD code) { zarext::test::lastError = code; }
 DWORD GetCurrentThreadId() { return 1; }
+// One thread, and one slot.
+namespace {
+void* threadValue = nullptr;
+}
+DWORD TlsAlloc() { return 0; }
+BOOL TlsFree(DWORD /*index*/) { return TRUE; }
+void* TlsGetValue(DWORD /*index*/) { return threadValue; }
+BOOL TlsSetValue(DWORD /*index*/, void* value) {
+  threadValue = value;
+  return TRUE;
+}
 
 HLOCAL LocalAlloc(DWORD /*flags*/, SIZE_T size) { return Platform().Allocate(size); }
 // Freed with the platform.

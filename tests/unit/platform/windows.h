@@ -75,6 +75,10 @@ struct MEMORY_BASIC_INFORMATION {
 DWORD GetLastError();
 void SetLastError(DWORD code);
 DWORD GetCurrentThreadId();
+DWORD TlsAlloc();
+BOOL TlsFree(DWORD index);
+void* TlsGetValue(DWORD index);
+BOOL TlsSetValue(DWORD index, void* value);
 HLOCAL LocalAlloc(DWORD flags, SIZE_T size);
 HLOCAL LocalFree(HLOCAL block);
 BOOL CloseHandle(HANDLE handle);
