@@ -13,7 +13,7 @@ int main() {
       "1234abcd, "
       "aiKeyAlg = aa3a, dwFlags = 0.";
   Compare(
-      "one trace line : OutputDebugStringA of the same text", 500, 1.2,
+      "one trace line : OutputDebugStringA of the same text", 2000, 20, 1.2,
       [] {
         zarext::Trace(
             "EXT : ZarImportPublicKeyInfoEx : hCryptProv = %x, aiKeyAlg = %x, dwFlags = %x.",
@@ -24,7 +24,7 @@ int main() {
   LoadLibraryA("crypt32.dll");
   LoadLibraryA("advapi32.dll");
   Compare(
-      "load and unload : the same of an empty module", 20, 1.5,
+      "load and unload : the same of an empty module", 300, 1, 1.5,
       [] { FreeLibrary(LoadLibraryA("ZAREXT.dll")); },
       [] { FreeLibrary(LoadLibraryA("empty_module.dll")); });
   return 0;

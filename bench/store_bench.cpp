@@ -1,9 +1,7 @@
 // What an open of the provider store costs, with 1 to 10,000 keys in containers of ten, walked and
 // served from the list, and who takes the time: the provider (measured inside its calls), the
-// framework (the same certificates put into a memory store by a bare loop), the debugger output
-// (as many bare calls of it), the shared section (its calls and copies, bare), and the module
-// itself, which is the rest. Of every part the shortest of several rounds counts: what else the
-// machine does only ever adds.
+// framework, the debugger output, the shared section and the other calls into the system (measured
+// at the module's imports), and the module itself, which is the rest.
 //
 // Run as store_bench.exe --child=Bench: the test support's entry point is linked in.
 #include <stdio.h>
@@ -16,18 +14,15 @@
 #include <string>
 #include <vector>
 
-#include "bench/support/ratio.h"
+#include "bench/support/timed_import.h"
 #include "support/certificates.h"
 #include "support/child_process.h"
 #include "support/container_provider.h"
 #include "support/module_under_test.h"
 #include "support/store_fixes.h"
-#include "support/trace_capture.h"
 
 namespace zarext::test {
 namespace {
-
-using bench::Shortest;
 
 double Milliseconds() {
   static const double perMillisecond = [] {
@@ -101,28 +96,8 @@ void OpenOnce(HCERTSTORE store) {
   }
 }
 
-void AddOnce(HCERTSTORE store, const std::vector<Octets>& certificates) {
-  wchar_t container[] = L"profile://container-0000/?sn=01020304";
-  wchar_t provider[] = L"Zarvel CSP";
-  for (const Octets& certificate : certificates) {
-    const PCCERT_CONTEXT context =
-        CertCreateCertificateContext(X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, certificate.data(),
-                                     static_cast<DWORD>(certificate.size()));
-    CRYPT_KEY_PROV_INFO info = {};
-    info.pwszContainerName = container;
-    info.pwszProvName = provider;
-    info.dwProvType = 25;
-    info.dwFlags = 1;
-    info.dwKeySpec = 2;
-    CertSetCertificateContextProperty(context, CERT_KEY_PROV_INFO_PROP_ID, 0, &info);
-    CertAddCertificateContextToStore(store, context, CERT_STORE_ADD_NEW, nullptr);
-    CertFreeCertificateContext(context);
-  }
-}
-
 // Keys without chains, so that no open touches the user's root store.
-std::vector<Octets> Fill(TimedProvider& provider, int keys) {
-  std::vector<Octets> certificates;
+void Fill(TimedProvider& provider, int keys) {
   for (int number = 0; number < keys; ++number) {
     if (number % 10 == 0) {
       provider.containers.emplace_back();
@@ -135,97 +110,73 @@ std::vector<Octets> Fill(TimedProvider& provider, int keys) {
                   1};
     key.certificate = MakeCertificate({.serial = key.serial, .keySize = 600});
     key.hasChain = false;
-    certificates.push_back(key.certificate);
     provider.containers.back().keys.push_back(key);
   }
-  return certificates;
 }
 
-std::vector<std::string> LinesOfOneOpen() {
-  const TraceCapture trace;
-  const OpenedStore store;
-  OpenOnce(store.handle);
-  return trace.Lines();
-}
+long long inFramework = 0;
+long long inOutput = 0;
+long long inSection = 0;
 
-void Output(const std::vector<std::string>& lines) {
-  for (const std::string& line : lines) {
-    OutputDebugStringA(line.c_str());
-  }
-}
-
-// One look into the section and one publication, as an open that walks makes them.
-void ShareOnce(DWORD size) {
-  static const HANDLE mapping =
-      OpenFileMappingA(FILE_MAP_ALL_ACCESS, FALSE, "$zarvel_csp_store_map_name");
-  static const HANDLE mutex = OpenMutexA(MUTEX_ALL_ACCESS, FALSE, "$zarvel_csp_store_mutex_name");
-  static const std::vector<BYTE> block(262144);
-  for (const DWORD copied : {DWORD{0}, size}) {
-    void* const view = MapViewOfFile(mapping, FILE_MAP_ALL_ACCESS, 0, 0, 0);
-    WaitForSingleObject(mutex, INFINITE);
-    std::copy(block.begin(), block.begin() + copied, static_cast<BYTE*>(view) + 8);
-    ReleaseMutex(mutex);
-    UnmapViewOfFile(view);
-  }
-}
-
-struct Parts {
-  std::vector<double> total, provider, framework, output, shared;
+// Every call of the module's open into the platform.
+struct TimedImports {
+  Timed<CertCreateCertificateContext, &inFramework> create{"CRYPT32.dll",
+                                                           "CertCreateCertificateContext"};
+  Timed<CertSetCertificateContextProperty, &inFramework> set{"CRYPT32.dll",
+                                                             "CertSetCertificateContextProperty"};
+  Timed<CertAddCertificateContextToStore, &inFramework> add{"CRYPT32.dll",
+                                                            "CertAddCertificateContextToStore"};
+  Timed<CertFreeCertificateContext, &inFramework> free{"CRYPT32.dll", "CertFreeCertificateContext"};
+  Timed<OutputDebugStringA, &inOutput> output{"KERNEL32.dll", "OutputDebugStringA"};
+  Timed<MapViewOfFile, &inSection> map{"KERNEL32.dll", "MapViewOfFile"};
+  Timed<UnmapViewOfFile, &inSection> unmap{"KERNEL32.dll", "UnmapViewOfFile"};
+  Timed<VirtualQuery, &inSection> query{"KERNEL32.dll", "VirtualQuery"};
+  Timed<WaitForSingleObject, &inSection> wait{"KERNEL32.dll", "WaitForSingleObject"};
+  Timed<ReleaseMutex, &inSection> release{"KERNEL32.dll", "ReleaseMutex"};
 };
 
-void Row(const char* what, int keys, const Parts& parts) {
-  const double total = Shortest(parts.total);
-  const double provider = Shortest(parts.provider);
-  const double framework = Shortest(parts.framework);
-  const double output = Shortest(parts.output);
-  const double shared = Shortest(parts.shared);
-  const double own = total - provider - framework - output - shared;
+// Of one open, in milliseconds.
+struct Parts {
+  double total, provider, framework, output, platform;
+  [[nodiscard]] double Own() const { return total - provider - framework - output - platform; }
+};
+
+Parts OpenTimed(TimedProvider& provider) {
+  provider.spent = 0;
+  provider.calls = 0;
+  inFramework = inOutput = inSection = 0;
+  const OpenedStore store;
+  const double total = TimeOf([&] { OpenOnce(store.handle); });
+  return {total, provider.spent, Microseconds(inFramework) / 1000, Microseconds(inOutput) / 1000,
+          Microseconds(inSection) / 1000};
+}
+
+// The round in which the module itself took the shortest time.
+void Row(const char* what, int keys, const std::vector<Parts>& rounds) {
+  const Parts& best = *std::min_element(
+      rounds.begin(), rounds.end(),
+      [](const Parts& left, const Parts& right) { return left.Own() < right.Own(); });
   printf("| %s | %d | %.3f | %.3f | %.3f | %.3f | %.3f | %.3f | %.1f %% | %.2f |\n", what, keys,
-         total, provider, framework, output, shared, own, 100 * own / total, 1000 * own / keys);
+         best.total, best.provider, best.framework, best.output, best.platform, best.Own(),
+         100 * best.Own() / best.total, 1000 * best.Own() / keys);
 }
 
 void Measure(int keys) {
   TimedProvider provider;
   provider.records = false;
   UseScript(&provider);
-  const std::vector<Octets> certificates = Fill(provider, keys);
-  ModuleClock::Advance(1000);
-  const std::vector<std::string> walkedLines = LinesOfOneOpen();
-  const std::vector<std::string> servedLines = LinesOfOneOpen();
-  DWORD published = 0;
-  for (const Octets& certificate : certificates) {
-    published += static_cast<DWORD>(certificate.size()) + 40;
-  }
-  Parts walked;
-  Parts served;
-  const int rounds = keys >= 10000 ? 2 : keys >= 1000 ? 9 : 51;
+  Fill(provider, keys);
+  std::vector<Parts> walked;
+  std::vector<Parts> served;
+  const int rounds = keys >= 10000 ? 2 : keys >= 1000 ? 9 : 101;
   for (int round = 0; round < rounds; ++round) {
     ModuleClock::Advance(1000);
-    provider.spent = 0;
-    {
-      const OpenedStore store;
-      walked.total.push_back(TimeOf([&] { OpenOnce(store.handle); }));
-    }
-    walked.provider.push_back(provider.spent);
-    provider.calls = 0;
-    {
-      const OpenedStore store;
-      served.total.push_back(TimeOf([&] { OpenOnce(store.handle); }));
-    }
+    walked.push_back(OpenTimed(provider));
+    served.push_back(OpenTimed(provider));
     if (provider.calls != 0) {
       throw std::runtime_error("a served open called the provider");
     }
-    served.provider.push_back(0);
-    {
-      const OpenedStore store;
-      walked.framework.push_back(TimeOf([&] { AddOnce(store.handle, certificates); }));
-    }
-    walked.output.push_back(TimeOf([&] { Output(walkedLines); }));
-    served.output.push_back(TimeOf([&] { Output(servedLines); }));
-    walked.shared.push_back(TimeOf([&] { ShareOnce(published <= 262136 ? published : 0); }));
-    served.shared.push_back(0);
   }
-  served.framework = walked.framework;
   Row("walked", keys, walked);
   Row("served", keys, served);
   UseScript(nullptr);
@@ -234,6 +185,7 @@ void Measure(int keys) {
 ZAREXT_CHILD(Bench) {
   const StoreFixes fixes(Module());
   const ModuleClock clock(Module(), 1700000000);
+  const TimedImports timed;
   printf(
       "| open | keys | ms | provider | framework | output | section | own | own share | own us per "
       "key |\n| --- | --- | --- | --- | --- | --- | --- | --- | --- | --- |\n");

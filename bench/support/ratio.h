@@ -1,5 +1,5 @@
 // Compares two pieces of work in one run: rounds of both take turns, and the shortest round of each
-// counts, because whatever else the machine does only ever adds.
+// counts, because whatever else the machine does only ever adds. Short rounds fit between it.
 #ifndef ZAREXT_BENCH_SUPPORT_RATIO_H_
 #define ZAREXT_BENCH_SUPPORT_RATIO_H_
 
@@ -28,11 +28,10 @@ inline double Shortest(const std::vector<double>& values) {
 
 // Prints one row: "name | measured ns | floor ns | ratio | aim".
 template <typename Work, typename Floor>
-double Compare(const char* name, int calls, double aim, Work work, Floor floor) {
-  constexpr int kRounds = 31;
+double Compare(const char* name, int rounds, int calls, double aim, Work work, Floor floor) {
   std::vector<double> measured;
   std::vector<double> bare;
-  for (int round = 0; round < kRounds; ++round) {
+  for (int round = 0; round < rounds; ++round) {
     measured.push_back(NanosecondsEach(calls, work));
     bare.push_back(NanosecondsEach(calls, floor));
   }

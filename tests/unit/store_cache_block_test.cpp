@@ -42,6 +42,10 @@ TEST(CacheBlock, IsASequenceOfEntries) {
             BuildCacheBlock(list));
 }
 
+TEST(CacheBlock, OfNothingIsAnEmptySequence) {
+  EXPECT_EQ((Octets{0x30, 0x00}), BuildCacheBlock(KeyRecordList()));
+}
+
 TEST(CacheBlock, AnEmptyNameIsAnEmptyString) {
   KeyRecordList list;
   Add(list, "", {1}, {2});
