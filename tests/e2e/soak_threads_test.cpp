@@ -4,9 +4,7 @@
 #include <atomic>
 #include <cstdio>
 #include <cstring>
-#include <mutex>
 #include <random>
-#include <thread>
 
 #include "contract/store_fixture.h"
 #include "e2e/soak_support.h"
@@ -176,8 +174,20 @@ void* WINAPI Allocate(size_t size) {
 }
 
 std::atomic<long> wrongCalls{0};
-std::mutex registrationTurn;
-std::mutex systemStoreTurn;
+
+// The language library's mutex makes a handle when it is first waited for, and keeps it.
+class Turn {
+ public:
+  explicit Turn(SRWLOCK& lock) : lock_(lock) { AcquireSRWLockExclusive(&lock_); }
+  ~Turn() { ReleaseSRWLockExclusive(&lock_); }
+  Turn(const Turn&) = delete;
+  Turn& operator=(const Turn&) = delete;
+
+ private:
+  SRWLOCK& lock_;
+};
+SRWLOCK registrationTurn = SRWLOCK_INIT;
+SRWLOCK systemStoreTurn = SRWLOCK_INIT;
 
 // One thread's calls. Each returns how many calls of exports it made.
 class Worker {
@@ -572,7 +582,7 @@ class Worker {
   // In turn: the platform of the tests loses registry handles when threads write a system store at
   // the same time, also without the module.
   int UseSystemStores() {
-    const std::lock_guard turn(systemStoreTurn);
+    const Turn turn(systemStoreTurn);
     using Set = BOOL WINAPI(int, DWORD, const BYTE*, DWORD);
     const auto size = static_cast<DWORD>(mine_.size());
     const DWORD index = random_() % 4 + 1;
@@ -589,7 +599,7 @@ class Worker {
   // Not at the same time, as the interface has it. The platform of the tests refuses the records,
   // so that registering ends with the first.
   int Registration() {
-    const std::lock_guard turn(registrationTurn);
+    const Turn turn(registrationTurn);
     const HRESULT registered = Export<HRESULT WINAPI()>("DllRegisterServer")();
     const HRESULT removed = Export<HRESULT WINAPI()>("DllUnregisterServer")();
     if ((registered != S_OK && registered != E_UNEXPECTED) || removed != S_OK) ++wrongCalls;
@@ -641,11 +651,28 @@ TEST(SoakThreads, EightThreadsMixAllExports) {
   void* const handler = AddVectoredExceptionHandler(1, &OnTrace);
   std::array<std::atomic<long>, 32> counts{};
   const auto run = [&](long all) {
-    std::vector<std::thread> threads;
-    for (unsigned number = 0; number < kThreads; ++number) {
-      threads.emplace_back([&, number] { Worker(number + 1).Run(all / kThreads, counts); });
+    struct Start {
+      unsigned seed;
+      long calls;
+      std::array<std::atomic<long>, 32>* counts;
+    };
+    std::vector<Start> starts;
+    for (unsigned seed = 1; seed <= kThreads; ++seed) {
+      starts.push_back({seed, all / kThreads, &counts});
     }
-    for (std::thread& thread : threads) thread.join();
+    // Threads of the system's: those of the language library keep handles for the next.
+    std::vector<UniqueKernelObject> threads;
+    for (Start& one : starts) {
+      threads.emplace_back(CreateThread(
+          nullptr, 0,
+          [](void* parameter) WINAPI -> DWORD {
+            const auto& start = *static_cast<const Start*>(parameter);
+            Worker(start.seed).Run(start.calls, *start.counts);
+            return 0;
+          },
+          &one, 0, nullptr));
+    }
+    for (const UniqueKernelObject& thread : threads) WaitForSingleObject(thread.Get(), INFINITE);
   };
   run(calls / 5);
   const SoakUsage start;
