@@ -41,6 +41,28 @@ double Compare(const char* name, int rounds, int calls, double aim, Work work, F
   return ratio;
 }
 
+inline double Median(std::vector<double> values) {
+  std::sort(values.begin(), values.end());
+  return values[values.size() / 2];
+}
+
+// The same for work of another process, whose pace changes by times for seconds on end: what counts
+// is the middle of the ratios of neighbouring rounds.
+template <typename Work, typename Floor>
+double CompareNeighbours(const char* name, int rounds, double aim, Work work, Floor floor) {
+  std::vector<double> measured;
+  std::vector<double> bare;
+  std::vector<double> ratios;
+  for (int round = 0; round < rounds; ++round) {
+    measured.push_back(NanosecondsEach(1, work));
+    bare.push_back(NanosecondsEach(1, floor));
+    ratios.push_back(measured.back() / bare.back());
+  }
+  const double ratio = Median(ratios);
+  printf("| %s | %.0f | %.0f | %.2f | %.2f |\n", name, Median(measured), Median(bare), ratio, aim);
+  return ratio;
+}
+
 inline void PrintHead() {
   printf("| what | ns | floor ns | ratio | aim |\n| --- | --- | --- | --- | --- |\n");
 }
