@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <functional>
 
+#include "bench/support/ratio.h"
 #include "bench/support/timed_import.h"
 #include "contract/provider_fixture.h"
 #include "support/child_process.h"
@@ -15,6 +16,8 @@
 
 namespace zarext::test {
 namespace {
+
+using bench::Median;
 
 long long inProvider = 0;
 long long inOutput = 0;
@@ -30,12 +33,6 @@ struct TimedImports {
   Timed<CryptGenKey, &inProvider> genKey{"ADVAPI32.dll", "CryptGenKey"};
   Timed<OutputDebugStringA, &inOutput> output{"KERNEL32.dll", "OutputDebugStringA"};
 };
-
-double Median(std::vector<double> values) {
-  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-  std::nth_element(values.begin(), middle, values.end());
-  return *middle;
-}
 
 void Row(const char* name, const std::function<BOOL()>& call, const std::function<void()>& after) {
   constexpr int kRounds = 201;

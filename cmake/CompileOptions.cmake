@@ -4,7 +4,8 @@ add_compile_options(
   $<$<COMPILE_LANGUAGE:CXX>:-Wall> $<$<COMPILE_LANGUAGE:CXX>:-Wextra>
   $<$<COMPILE_LANGUAGE:CXX>:-Werror>)
 
-# The same set on both compilers (clang counts the sign conversions to -Wconversion). It is for our own code; GoogleTest's sources are not held to it.
+# The same set on both compilers (clang counts the sign conversions to -Wconversion). It is for our
+# own code; GoogleTest's sources are not held to it.
 add_library(zarext_strict INTERFACE)
 target_compile_options(zarext_strict INTERFACE -Wpedantic -Wconversion -Wsign-conversion -Wshadow)
 

@@ -1,40 +1,17 @@
-// Replays the inputs of the fuzz targets: seeds, and whatever once found something.
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <vector>
-
+#include "unit/corpus_replay.h"
 #include "unit/keyinfo_properties.h"
 
 namespace zarext::test {
 namespace {
 
-struct Target {
-  const char* name;
-  std::string (*function)(std::span<const std::uint8_t>);
-  std::size_t leastInputs;
-};
+class KeyCorpus : public CorpusReplay {};
 
-class KeyCorpus : public testing::TestWithParam<Target> {};
-
-TEST_P(KeyCorpus, FindsNothing) {
-  std::size_t inputs = 0;
-  const std::filesystem::path folder = std::filesystem::path(ZAREXT_CORPUS) / GetParam().name;
-  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-    std::ifstream file(entry.path(), std::ios::binary);
-    const std::vector<std::uint8_t> octets{std::istreambuf_iterator<char>(file), {}};
-    EXPECT_EQ("", GetParam().function(octets)) << entry.path().filename();
-    ++inputs;
-  }
-  EXPECT_GE(inputs, GetParam().leastInputs);
-}
+TEST_P(KeyCorpus, FindsNothing) { FindNothing(); }
 
 INSTANTIATE_TEST_SUITE_P(Targets, KeyCorpus,
-                         testing::Values(Target{"key_document", CheckKeyDocument, 15},
-                                         Target{"key_extraction", CheckKeyExtraction, 12}),
-                         [](const auto& target) { return std::string(target.param.name); });
+                         testing::Values(FuzzTarget{"key_document", CheckKeyDocument, 15},
+                                         FuzzTarget{"key_extraction", CheckKeyExtraction, 12}),
+                         TargetName);
 
 }  // namespace
 }  // namespace zarext::test
