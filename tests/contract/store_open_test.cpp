@@ -206,6 +206,18 @@ struct ThrownLoad {
   MemoryStore store;
   CERT_STORE_PROV_INFO info = {};
 
+  void UseOneContainer() {
+    UseScript(&provider);
+    provider.containers.push_back({"c", "file", "", "", {KeyWith(1, MakeCertificate({}), {1})}});
+  }
+  // Calls of the provider whose text begins so throw the value.
+  template <typename Thrown>
+  void ThrowFrom(const char* function, Thrown thrown) {
+    provider.onCall = [earlier = provider.onCall, function, thrown](const std::string& call) {
+      if (earlier) earlier(call);
+      if (call.rfind(function, 0) == 0) throw thrown;
+    };
+  }
   BOOL Open() {
     return Export<OpenStoreFunction>("ZarOpenStoreProv")(kProviderStore, 0, 0, 0, nullptr,
                                                          store.Get(), &info);
@@ -260,47 +272,29 @@ ZAREXT_CHILD(StoreWithIncompleteProvider) {
 
 ZAREXT_CHILD(StoreWhoseProviderThrowsANumber) {
   ThrownLoad load;
-  UseScript(&load.provider);
-  load.provider.containers.push_back({"c", "file", "", "", {KeyWith(1, MakeCertificate({}), {1})}});
-  load.provider.onCall = [&](const std::string& call) {
-    if (call.rfind("GetKeyParam", 0) == 0) {
-      throw static_cast<unsigned long>(0x1234);
-    }
-  };
+  load.UseOneContainer();
+  load.ThrowFrom("GetKeyParam", 0x1234ul);
   return EndWith(load.Check(" = 1234", 0x1234));
 }
 
 ZAREXT_CHILD(StoreWhoseProviderThrowsSomethingElse) {
   ThrownLoad load;
-  UseScript(&load.provider);
-  load.provider.containers.push_back({"c", "file", "", "", {KeyWith(1, MakeCertificate({}), {1})}});
-  load.provider.onCall = [&](const std::string& call) {
-    if (call.rfind("GetKeyParam", 0) == 0) {
-      throw 5;
-    }
-  };
+  load.UseOneContainer();
+  load.ThrowFrom("GetKeyParam", 5);
   return EndWith(load.Check("", 0x8009000E));
 }
 
 ZAREXT_CHILD(StoreWhoseProviderThrowsOnTheWayOutToo) {
   ThrownLoad load;
-  UseScript(&load.provider);
-  load.provider.containers.push_back({"c", "file", "", "", {KeyWith(1, MakeCertificate({}), {1})}});
-  load.provider.onCall = [&](const std::string& call) {
-    if (call.rfind("GetKeyParam", 0) == 0) {
-      throw static_cast<unsigned long>(0x1234);
-    }
-    if (call.rfind("ReleaseContext", 0) == 0) {
-      throw static_cast<unsigned long>(0x5678);
-    }
-  };
+  load.UseOneContainer();
+  load.ThrowFrom("GetKeyParam", 0x1234ul);
+  load.ThrowFrom("ReleaseContext", 0x5678ul);
   return EndWith(load.Check(" = 1234", 0x1234, 2));
 }
 
 ZAREXT_CHILD(StoreWhoseProviderNameDoesNotConvert) {
   ThrownLoad load;
-  UseScript(&load.provider);
-  load.provider.containers.push_back({"c", "file", "", "", {KeyWith(1, MakeCertificate({}), {1})}});
+  load.UseOneContainer();
   // The address still converts, the provider's name does not.
   const ImportPatch patch(
       Module(), "KERNEL32.dll", "MultiByteToWideChar",

@@ -11,6 +11,14 @@ using testing::StartsWith;
 
 using PublicKeyFunctions = KeyFrameworkTest;
 
+// Points to the blob.
+CERT_PUBLIC_KEY_INFO InfoOf(const char* oid, Octets* blob) {
+  CERT_PUBLIC_KEY_INFO info = {};
+  info.Algorithm.pszObjId = const_cast<char*>(oid);
+  info.PublicKey = {static_cast<DWORD>(blob->size()), blob->data(), 0};
+  return info;
+}
+
 void ExpectImports(const KeyHolder& holder, CERT_PUBLIC_KEY_INFO* info) {
   Key imported;
   Must(CryptImportPublicKeyInfoEx(holder.Provider(), X509_ASN_ENCODING, info, 0, 0, nullptr,
@@ -78,9 +86,7 @@ TEST_F(PublicKeyFunctions, ExportWithoutAnOidGoesToTheEncoder) {
 TEST_F(PublicKeyFunctions, ImportGoesToTheExtendedExport) {
   const KeyHolder holder("holder");
   Octets blob = holder.PublicBlob();
-  CERT_PUBLIC_KEY_INFO info = {};
-  info.Algorithm.pszObjId = const_cast<char*>(kImportOnlyOid);
-  info.PublicKey = {static_cast<DWORD>(blob.size()), blob.data(), 0};
+  CERT_PUBLIC_KEY_INFO info = InfoOf(kImportOnlyOid, &blob);
   TraceCapture trace;
   Key imported;
   ASSERT_TRUE(
@@ -97,9 +103,7 @@ TEST_F(PublicKeyFunctions, ImportGoesToTheExtendedExport) {
 TEST_F(PublicKeyFunctions, ImportWithoutABindingForItGoesToTheConverter) {
   const KeyHolder holder("holder");
   Octets blob = holder.PublicBlob();
-  CERT_PUBLIC_KEY_INFO info = {};
-  info.Algorithm.pszObjId = const_cast<char*>(kConvertOnlyOid);
-  info.PublicKey = {static_cast<DWORD>(blob.size()), blob.data(), 0};
+  CERT_PUBLIC_KEY_INFO info = InfoOf(kConvertOnlyOid, &blob);
   TraceCapture trace;
   Key imported;
   ASSERT_TRUE(
@@ -114,9 +118,7 @@ TEST_F(PublicKeyFunctions, AProvidersRefusalReachesTheCaller) {
   const KeyHolder holder("holder");
   Octets blob = holder.PublicBlob();
   blob[20] ^= 1;
-  CERT_PUBLIC_KEY_INFO info = {};
-  info.Algorithm.pszObjId = const_cast<char*>(kImportOnlyOid);
-  info.PublicKey = {static_cast<DWORD>(blob.size()), blob.data(), 0};
+  CERT_PUBLIC_KEY_INFO info = InfoOf(kImportOnlyOid, &blob);
   const DWORD code = ImportCode(holder.Own(), blob);
   ASSERT_NE(0u, code);
   Key imported;

@@ -255,6 +255,26 @@ class Worker {
     info.PublicKey = {static_cast<DWORD>(bits.size()), bits.data(), 0};
     return info;
   }
+  // A message for one recipient.
+  struct Message {
+    explicit Message(Octets& bits) {
+      keyTrans.KeyEncryptionAlgorithm.pszObjId = const_cast<char*>(kNationalOid);
+      keyTrans.RecipientPublicKey = {static_cast<DWORD>(bits.size()), bits.data(), 0};
+      recipient.dwRecipientChoice = CMSG_KEY_TRANS_RECIPIENT;
+      recipient.pKeyTrans = &keyTrans;
+      info.cbSize = sizeof info;
+      info.ContentEncryptionAlgorithm.pszObjId = const_cast<char*>(kContentOid);
+      info.cRecipients = 1;
+      info.rgCmsRecipients = &recipient;
+      info.pfnAlloc = &Allocate;
+    }
+    Message(const Message&) = delete;
+    Message& operator=(const Message&) = delete;
+
+    CMSG_KEY_TRANS_RECIPIENT_ENCODE_INFO keyTrans = {};
+    CMSG_RECIPIENT_ENCODE_INFO recipient = {};
+    CMSG_CONTENT_ENCRYPT_INFO info = {};
+  };
 
   int Operate(std::size_t operation) {
     switch (operation) {
@@ -418,18 +438,8 @@ class Worker {
     return 1;
   }
   int GenerateForMessage() {
-    CMSG_KEY_TRANS_RECIPIENT_ENCODE_INFO keyTrans = {};
-    keyTrans.KeyEncryptionAlgorithm.pszObjId = const_cast<char*>(kNationalOid);
-    keyTrans.RecipientPublicKey = {static_cast<DWORD>(bits_.size()), bits_.data(), 0};
-    CMSG_RECIPIENT_ENCODE_INFO recipient = {};
-    recipient.dwRecipientChoice = CMSG_KEY_TRANS_RECIPIENT;
-    recipient.pKeyTrans = &keyTrans;
-    CMSG_CONTENT_ENCRYPT_INFO info = {};
-    info.cbSize = sizeof info;
-    info.ContentEncryptionAlgorithm.pszObjId = const_cast<char*>(kContentOid);
-    info.cRecipients = 1;
-    info.rgCmsRecipients = &recipient;
-    info.pfnAlloc = &Allocate;
+    Message message(bits_);
+    CMSG_CONTENT_ENCRYPT_INFO& info = message.info;
     if (Sometimes()) info.hCryptProv = context_.Get();
     const char* const function = Sometimes() ? "GenKey" : Sometimes() ? "ExportKey" : "ImportKey";
     const bool fails = Fail(function);
@@ -464,25 +474,15 @@ class Worker {
     return 1;
   }
   int ExportForMessage() {
-    CMSG_KEY_TRANS_RECIPIENT_ENCODE_INFO keyTrans = {};
-    keyTrans.KeyEncryptionAlgorithm.pszObjId = const_cast<char*>(kNationalOid);
-    keyTrans.RecipientPublicKey = {static_cast<DWORD>(bits_.size()), bits_.data(), 0};
-    CMSG_RECIPIENT_ENCODE_INFO recipient = {};
-    recipient.dwRecipientChoice = CMSG_KEY_TRANS_RECIPIENT;
-    recipient.pKeyTrans = &keyTrans;
-    CMSG_CONTENT_ENCRYPT_INFO info = {};
-    info.cbSize = sizeof info;
-    info.hCryptProv = context_.Get();
-    info.hContentEncryptKey = contentKey_;
-    info.ContentEncryptionAlgorithm.pszObjId = const_cast<char*>(kContentOid);
-    info.rgCmsRecipients = &recipient;
-    info.pfnAlloc = &Allocate;
+    Message message(bits_);
+    message.info.hCryptProv = context_.Get();
+    message.info.hContentEncryptKey = contentKey_;
     CMSG_KEY_TRANS_ENCRYPT_INFO output = {};
     const bool fails = Fail(Sometimes() ? "ImportKey" : "ExportKey");
     Check(fails, failingCode, [&] {
       return Export<BOOL WINAPI(CMSG_CONTENT_ENCRYPT_INFO*, CMSG_KEY_TRANS_RECIPIENT_ENCODE_INFO*,
                                 CMSG_KEY_TRANS_ENCRYPT_INFO*, DWORD, void*)>(
-          "ZarMsgExportKeyTrans")(&info, &keyTrans, &output, 0, nullptr);
+          "ZarMsgExportKeyTrans")(&message.info, &message.keyTrans, &output, 0, nullptr);
     });
     return 1;
   }
