@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <stdexcept>
 #include <string>
+#include <thread>
 
 #include "frame/module_state.h"
 #include "support/child_process.h"
@@ -77,6 +78,35 @@ TEST(ExportFrame, RequiredParametersFailWith87) {
               RequireParameter(true);
               return TRUE;
             }));
+}
+
+// The language runtime asks for the record whenever something is thrown or caught.
+TEST(ExceptionRecordOfAThread, LiesInTheInnermostExport) {
+  const void* const outside = ExceptionRecord::Current();
+  EXPECT_NE(nullptr, outside);
+  {
+    const ExceptionRecord outer;
+    EXPECT_EQ(&outer, static_cast<const void*>(ExceptionRecord::Current()));
+    {
+      const ExceptionRecord inner;
+      EXPECT_EQ(&inner, static_cast<const void*>(ExceptionRecord::Current()));
+    }
+    EXPECT_EQ(&outer, static_cast<const void*>(ExceptionRecord::Current()));
+    const void* elsewhere = nullptr;
+    std::thread([&] { elsewhere = ExceptionRecord::Current(); }).join();
+    EXPECT_EQ(outside, elsewhere);
+  }
+  EXPECT_EQ(outside, ExceptionRecord::Current());
+}
+
+TEST(ExceptionRecordOfAThread, LeavesTheLastError) {
+  SetLastError(5);
+  {
+    const ExceptionRecord record;
+    EXPECT_NE(nullptr, ExceptionRecord::Current());
+    EXPECT_EQ(5u, GetLastError());
+  }
+  EXPECT_EQ(5u, GetLastError());
 }
 
 TEST(ExportFrame, LinesAreFinishedTextsForTheTrace) {

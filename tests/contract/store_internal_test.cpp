@@ -24,6 +24,9 @@ using testing::IsEmpty;
 
 constexpr long long kNow = 1700000000;
 
+// Taken before main, as the module has it when it is loaded.
+const long long loadTimeAtStart = CacheLoadTime;
+
 class CacheReader : public testing::Test {
  public:
   CacheReader() { CacheLoadTime = 77; }
@@ -51,6 +54,8 @@ class CacheReader : public testing::Test {
   SharedSection section;
   TContainerCache& cache = TContainerCache::Instance();
 };
+
+TEST_F(CacheReader, HasNoTimeOfLoadingAtStart) { EXPECT_EQ(0, loadTimeAtStart); }
 
 TEST_F(CacheReader, IgnoresAFreshSection) {
   section.Wipe();

@@ -8,6 +8,7 @@
 #include <memory>
 #include <vector>
 
+#include "frame/wipe.h"
 #include "keyinfo/pkcs8.h"
 #include "keyinfo/secret_buffer.h"
 
@@ -112,6 +113,13 @@ TEST_F(Wiping, TheTestFindsWhatIsLeft) {
   left.reset();
   looking = false;
   EXPECT_EQ(1, found);
+}
+
+TEST_F(Wiping, LeavesZeroesAndNothingElseIsTouched) {
+  Octets octets(6, 0xAA);
+  WipeOctets(octets.data() + 1, 4);
+  WipeOctets(nullptr, 0);
+  EXPECT_EQ((Octets{0xAA, 0, 0, 0, 0, 0xAA}), octets);
 }
 
 TEST_F(Wiping, ABuiltDocumentGoesWithItsKey) {
