@@ -87,6 +87,8 @@ TEST(ExceptionRecordOfAThread, LiesInTheInnermostExport) {
   {
     const ExceptionRecord outer;
     EXPECT_EQ(&outer, static_cast<const void*>(ExceptionRecord::Current()));
+    EXPECT_EQ(nullptr, ExceptionRecord::Current()->caughtExceptions);
+    EXPECT_EQ(0u, ExceptionRecord::Current()->uncaughtExceptions);
     {
       const ExceptionRecord inner;
       EXPECT_EQ(&inner, static_cast<const void*>(ExceptionRecord::Current()));

@@ -18,6 +18,12 @@ namespace {
 class FileRoutines : public testing::Test {
  protected:
   ~FileRoutines() override { DeleteFileA(path_.c_str()); }
+  // While somebody has the file open it cannot be opened to be deleted.
+  [[nodiscard]] bool IsClosed() const {
+    const HANDLE file = CreateFileA(path_.c_str(), DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                    nullptr, OPEN_EXISTING, 0, nullptr);
+    return file != INVALID_HANDLE_VALUE && CloseHandle(file) != FALSE;
+  }
   std::string path_ = "c:\\zarext_routines.bin";
 };
 
@@ -35,6 +41,16 @@ TEST_F(FileRoutines, WriteQueryAndRead) {
   EXPECT_EQ(0, ReadWholeFile(path_.c_str(), part.data(), 3));
   EXPECT_EQ("a\r\n?????", part);
   EXPECT_EQ(2, ReadWholeFile(path_.c_str(), read.data(), 9));
+}
+
+TEST_F(FileRoutines, LeaveTheFileClosed) {
+  ASSERT_EQ(0, WriteWholeFile(path_.c_str(), "1234", 4));
+  EXPECT_TRUE(IsClosed());
+  char octets[4];
+  EXPECT_EQ(0, ReadWholeFile(path_.c_str(), octets, 4));
+  EXPECT_TRUE(IsClosed());
+  EXPECT_EQ(2, ReadWholeFile(path_.c_str(), octets, 5));
+  EXPECT_TRUE(IsClosed());
 }
 
 TEST_F(FileRoutines, WritingTruncates) {

@@ -62,15 +62,16 @@ struct Fakes {
     return Result(current->Record(Call("LoadLibraryA", {name}))) ? kCrypt32 : nullptr;
   }
 
+  // A module that could not be loaded would be null.
   static FARPROC WINAPI GetAddress(HMODULE module, LPCSTR name) {
-    if (module != kCrypt32) {
+    if (module != kCrypt32 && module != nullptr) {
       return current->getProcAddress_.Original<decltype(GetProcAddress)>()(module, name);
     }
     return Result(current->Record(Call("GetProcAddress", {name}))) ? AddressOf(name) : nullptr;
   }
 
   static BOOL WINAPI Free(HMODULE module) {
-    if (module != kCrypt32) {
+    if (module != kCrypt32 && module != nullptr) {
       return current->freeLibrary_.Original<decltype(FreeLibrary)>()(module);
     }
     return Result(current->Record("FreeLibrary()"));

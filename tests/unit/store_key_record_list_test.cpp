@@ -116,16 +116,25 @@ TEST(KeyRecordList, AppendsInOrderAlsoAfterAClear) {
   }
 }
 
-TEST(KeyRecordList, ClearsALongListInConstantStack) {
-  KeyRecordList list;
+void AddMany(KeyRecordList* list) {
   Source source;
   const CNT_KEY_INFO record = source.Record();
   for (int number = 0; number < 300000; ++number) {
-    list.Add(record);
+    list->Add(record);
   }
-  EXPECT_EQ(300000, Count(list));
+  EXPECT_EQ(300000, Count(*list));
+}
+
+TEST(KeyRecordList, ClearsALongListInConstantStack) {
+  KeyRecordList list;
+  AddMany(&list);
   list.Clear();
   EXPECT_TRUE(list.IsEmpty());
+}
+
+TEST(KeyRecordList, EndsWithALongListInConstantStack) {
+  KeyRecordList list;
+  AddMany(&list);
 }
 
 }  // namespace

@@ -143,6 +143,16 @@ TEST(MemoryTest, BlockSizes) {
   EXPECT_EQ(Counted([&] { parsed.Parse(bits.Data(), 0xFFFFFF); }).largest, 104U);
 }
 
+// A record has 80 octets, as ten slots have; eighteen have 144, and thirty-four 272.
+TEST(MemoryTest, ChildArraySizes) {
+  TASN1 document(0x30);
+  for (std::size_t child = 1; child <= 17; ++child) {
+    const Allocations made = Counted([&] { document.AddChild(0x05, 0, nullptr, 0xFFFFFF); });
+    EXPECT_EQ(child == 4 || child == 8 || child == 16 ? 2U : 1U, made.count) << child;
+    EXPECT_EQ(child == 8 ? 144U : child == 16 ? 272U : 80U, made.largest) << child;
+  }
+}
+
 // A length that the image does not hold asks for nothing.
 TEST(MemoryTest, NoAllocationIsLargerThanTheImageJustifies) {
   for (const char* text :
