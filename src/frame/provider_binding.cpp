@@ -27,7 +27,7 @@ class BindingSlot {
  public:
   BindingSlot() = default;
   // The provider's module itself stays: a compatibility fact.
-  ~BindingSlot() { delete binding_.load(std::memory_order_acquire); }
+  ~BindingSlot() { const std::unique_ptr<const Binding> last(Get()); }
   BindingSlot(const BindingSlot&) = delete;
   BindingSlot& operator=(const BindingSlot&) = delete;
 

@@ -1,4 +1,4 @@
-// The development provider from 8 threads and from 2 processes at once.
+// The development provider from 8 threads and from 3 processes at once.
 #include <algorithm>
 #include <atomic>
 #include <thread>

@@ -122,6 +122,47 @@ TEST(AddTest, MoreThanCanBeEncoded) {
   EXPECT_EQ(EncodingOf(document), Hex("30 02 30 00"));
 }
 
+// Without any path an operation does not compile.
+template <typename T>
+constexpr bool kParses = requires(T t, const std::uint8_t* image) {
+  t.Parse(image);
+};
+template <typename T>
+constexpr bool kParsesInto = requires(T t, const std::uint8_t* image) {
+  t.ParseInto(image);
+};
+template <typename T>
+constexpr bool kAdds = requires(T t) {
+  t.AddChild(0x05, 0, nullptr);
+};
+template <typename T>
+constexpr bool kInserts = requires(T t) {
+  t.InsertBefore(0x05, 0, nullptr);
+};
+template <typename T>
+constexpr bool kReads = requires(T t) {
+  t.GetNode(nullptr, nullptr, nullptr, nullptr);
+};
+template <typename T>
+constexpr bool kRetags = requires(T t) {
+  t.SetTag(0x31);
+};
+template <typename T>
+constexpr bool kMeasures = requires(T t) {
+  t.GetEncodedSize(nullptr);
+};
+template <typename T>
+constexpr bool kEncodes = requires(T t) {
+  t.Encode(nullptr);
+};
+template <typename T>
+constexpr bool kDeletes = requires(T t) {
+  t.DeleteNode(0);
+};
+static_assert(!kParses<TASN1> && !kParsesInto<TASN1> && !kAdds<TASN1> && !kInserts<TASN1> &&
+              !kReads<TASN1> && !kRetags<TASN1> && !kMeasures<TASN1> && !kEncodes<TASN1> &&
+              !kDeletes<TASN1>);
+
 TEST(AddTest, PathTypes) {
   TASN1 document(0x30);
   EXPECT_EQ(document.AddChild(0x30, 0, nullptr, 0xFFFFFFU), 0);

@@ -75,6 +75,7 @@ TEST(OidContentTest, SixtyFourArcs) {
     content = content + Hex("FF FF FF 7F");
   }
   EXPECT_EQ(content.size(), 249U);
+  EXPECT_EQ(kMaxOidContent, 249);
   EXPECT_EQ(ContentOf(text.c_str()), content);
   EXPECT_EQ(ContentOf((text + ".1").c_str()), content);
   EXPECT_EQ(ContentOf((text + ".1.2.3.4").c_str()), content);
