@@ -3,7 +3,6 @@
 #include <bit>
 #include <cstdlib>
 #include <cstring>
-#include <limits>
 #include <new>
 
 #include "frame/wipe.h"
@@ -42,13 +41,7 @@ void ReleaseArray(AsnNode* node) noexcept {
 
 }  // namespace
 
-void* AllocateBlock(std::size_t size) {
-  void* block = std::malloc(size);  // NOLINT(cppcoreguidelines-no-malloc)
-  if (block == nullptr) {
-    throw std::bad_alloc();
-  }
-  return block;
-}
+void ThrowNoMemory() { throw std::bad_alloc(); }
 
 void NodeRelease::operator()(AsnNode* node) const noexcept {
   ReleaseContents(node);
@@ -58,16 +51,9 @@ void NodeRelease::operator()(AsnNode* node) const noexcept {
 OwnedOctets AllocateZeroedOctets(std::size_t size) {
   void* block = std::calloc(1, size);  // NOLINT(cppcoreguidelines-no-malloc)
   if (block == nullptr) {
-    throw std::bad_alloc();
+    ThrowNoMemory();
   }
   return OwnedOctets(static_cast<std::uint8_t*>(block));
-}
-
-std::uint32_t CheckedLength(std::uint64_t contentLength) {
-  if (contentLength > std::numeric_limits<std::uint32_t>::max() - kLongestHeader) {
-    throw std::bad_alloc();
-  }
-  return static_cast<std::uint32_t>(contentLength);
 }
 
 void WriteLongLength(AsnNode* node, std::uint32_t contentLength) {
@@ -117,7 +103,7 @@ void GrowChildArray(AsnNode* parent) {
     // NOLINTNEXTLINE(cppcoreguidelines-no-malloc)
     void* grown = std::realloc(parent->children, size);
     if (grown == nullptr) {
-      throw std::bad_alloc();
+      ThrowNoMemory();
     }
     parent->children = static_cast<AsnNode**>(grown);
   }

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <new>
 #include <string_view>
@@ -47,9 +48,18 @@ struct AsnNode {
 };
 static_assert(sizeof(void*) != 8 || sizeof(AsnNode) == 80);
 
+// Throws std::bad_alloc.
+[[noreturn]] void ThrowNoMemory();
+
 // The codec's heap is the C heap, because a growing child array is a reallocated one.
 // Throws std::bad_alloc.
-void* AllocateBlock(std::size_t size);
+inline void* AllocateBlock(std::size_t size) {
+  void* block = std::malloc(size);  // NOLINT(cppcoreguidelines-no-malloc)
+  if (block == nullptr) {
+    ThrowNoMemory();
+  }
+  return block;
+}
 inline void FreeBlock(void* block) noexcept {
   std::free(block);  // NOLINT(cppcoreguidelines-no-malloc)
 }
@@ -103,7 +113,12 @@ inline std::uint32_t EncodedSize(const AsnNode& node) {
 
 // Throws std::bad_alloc for a length that leaves no 32-bit encoded size: no such document can be
 // held. Returns it otherwise.
-std::uint32_t CheckedLength(std::uint64_t contentLength);
+inline std::uint32_t CheckedLength(std::uint64_t contentLength) {
+  if (contentLength > std::numeric_limits<std::uint32_t>::max() - kLongestHeader) {
+    ThrowNoMemory();
+  }
+  return static_cast<std::uint32_t>(contentLength);
+}
 
 // Writes the length octets for a content of 128 octets or more.
 void WriteLongLength(AsnNode* node, std::uint32_t contentLength);

@@ -105,9 +105,20 @@ std::uint16_t ImageReader::ClosingFrom(std::uint32_t position) const {
 }
 
 std::int32_t ValidateImage(ImageReader* reader) {
-  SmallStack<std::uint64_t> ends;
+  SmallStack<std::uint64_t> outerEnds;
+  std::uint64_t end = reader->Size();
   std::uint64_t position = 0;
-  do {
+  for (;;) {
+    while (position >= end) {
+      if (position > end) {
+        return kAsnBeyondElement;
+      }
+      if (outerEnds.Size() == 0) {
+        return kAsnOk;
+      }
+      end = outerEnds.Top();
+      outerEnds.Pop();
+    }
     const ElementHeader header = reader->Read(position);
     if (header.state == HeaderState::kUnreadable) {
       return kAsnUnreadable;
@@ -117,18 +128,12 @@ std::int32_t ValidateImage(ImageReader* reader) {
     }
     position += header.size;
     if (IsConstructed(header.tag)) {
-      ends.Push(position + header.length);
+      outerEnds.Push(end);
+      end = position + header.length;
     } else {
       position += header.length;
     }
-    while (ends.Size() > 0 && position >= ends.Top()) {
-      if (position > ends.Top()) {
-        return kAsnBeyondElement;
-      }
-      ends.Pop();
-    }
-  } while (ends.Size() > 0);
-  return kAsnOk;
+  }
 }
 
 }  // namespace zarext

@@ -24,11 +24,8 @@ struct ElementHeader {
   std::uint32_t length;  // of the content
 };
 
-// Reads one header of the available octets.
-inline ElementHeader DecodeHeader(const std::uint8_t* octets, std::uint64_t available) {
-  if (available < 2) {
-    return {HeaderState::kTruncated, 0, 0, false, 0};
-  }
+// Reads one header of the available octets, which are two at least.
+inline ElementHeader DecodeStartedHeader(const std::uint8_t* octets, std::uint64_t available) {
   const std::uint8_t tag = octets[0];
   const std::uint8_t first = octets[1];
   if (first < 0x80) {
@@ -49,6 +46,14 @@ inline ElementHeader DecodeHeader(const std::uint8_t* octets, std::uint64_t avai
     length = length << 8U | octets[2 + i];
   }
   return {HeaderState::kReadable, tag, static_cast<std::uint8_t>(2 + lengthOctets), false, length};
+}
+
+// Reads one header of the available octets.
+inline ElementHeader DecodeHeader(const std::uint8_t* octets, std::uint64_t available) {
+  if (available < 2) {
+    return {HeaderState::kTruncated, 0, 0, false, 0};
+  }
+  return DecodeStartedHeader(octets, available);
 }
 
 // The length that an indefinite header at `position` of an image reports: the offset, counted from
@@ -73,10 +78,10 @@ class ImageReader {
   // The header at a position, an indefinite length resolved as ScanIndefinite does it. All
   // resolving of one image together takes time linear in its size. Throws std::bad_alloc.
   ElementHeader Read(std::uint64_t position) {
-    if (position >= image_.size()) {
+    if (position + 2 > image_.size()) {
       return {HeaderState::kTruncated, 0, 0, false, 0};
     }
-    ElementHeader header = DecodeHeader(At(position), image_.size() - position);
+    ElementHeader header = DecodeStartedHeader(At(position), image_.size() - position);
     if (header.indefinite) {
       header.length = Resolve(static_cast<std::uint32_t>(position));
     }

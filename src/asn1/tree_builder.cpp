@@ -78,16 +78,16 @@ BuildState Builder::BuildChildren() {
       continue;
     }
     position += header.size;
-    if (IsConstructed(header.tag)) {
-      segmentedStrings_ = segmentedStrings_ || IsSegmentedString(header.tag);
-      AsnNode* node = AppendChild(parent, header.tag);
-      open_.Push({node, node, position + header.length, 0});
-      break;
-    }
-    if (header.length > reader_.Size() - position) {
+    const bool constructed = IsConstructed(header.tag);
+    if (!constructed && header.length > reader_.Size() - position) {
       return BuildState::kElementFailed;
     }
     AsnNode* node = AppendChild(parent, header.tag);
+    if (constructed) {
+      segmentedStrings_ = segmentedStrings_ || IsSegmentedString(header.tag);
+      open_.Push({node, node, position + header.length, 0});
+      break;
+    }
     CopyOctets(PlaceContent(node, header.length, 1), reader_.At(position), header.length);
     parent.length += EncodedSize(*node);
     position += header.length;
