@@ -120,6 +120,8 @@ TEST_F(Wiping, LeavesZeroesAndNothingElseIsTouched) {
   WipeOctets(octets.data() + 1, 4);
   WipeOctets(nullptr, 0);
   EXPECT_EQ((Octets{0xAA, 0, 0, 0, 0, 0xAA}), octets);
+  WipeOctets(octets.data(), 1);
+  EXPECT_EQ((Octets{0, 0, 0, 0, 0, 0xAA}), octets);
 }
 
 TEST_F(Wiping, ABuiltDocumentGoesWithItsKey) {
