@@ -2,12 +2,13 @@
 
 #include <cstddef>
 
-// glibc's own names of what is replaced here; free stays as it is.
+// glibc's own names of what is replaced here; free stays as it is. NOLINTBEGIN
 extern "C" {
-void* __libc_malloc(std::size_t size);                     // NOLINT(bugprone-reserved-identifier)
-void* __libc_calloc(std::size_t count, std::size_t size);  // NOLINT(bugprone-reserved-identifier)
-void* __libc_realloc(void* block, std::size_t size);       // NOLINT(bugprone-reserved-identifier)
+void* __libc_malloc(std::size_t size);
+void* __libc_calloc(std::size_t count, std::size_t size);
+void* __libc_realloc(void* block, std::size_t size);
 }
+// NOLINTEND
 
 namespace {
 std::uint64_t calls = 0;

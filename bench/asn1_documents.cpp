@@ -91,7 +91,7 @@ Octets ChainImage(EVP_PKEY* key) {
   PKCS7_content_new(message.get(), NID_pkcs7_data);
   PKCS7_set_detached(message.get(), 1);
   Octets image;
-  for (long serial = 1; image.size() < 32 * 1024; ++serial) {
+  for (long serial = 1; image.size() < std::size_t{32} * 1024; ++serial) {
     PKCS7_add_certificate(message.get(), MakeCertificate(key, serial).get());
     image = Image<i2d_PKCS7>(message.get());
   }

@@ -81,7 +81,7 @@ class BareCalls {
   }
 
  private:
-  static CRYPT_OID_INFO InfoOf(const ExpectedRecord& record, wchar_t* name) {
+  static CRYPT_OID_INFO InfoOf(const ExpectedRecord& record, const wchar_t* name) {
     CRYPT_OID_INFO info = {};
     info.cbSize = sizeof info;
     info.pszOID = record.oid.c_str();

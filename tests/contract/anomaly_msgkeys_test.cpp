@@ -86,6 +86,7 @@ class AnomalyGenerateForMessage : public AnomalyMessageKeys {
       }
     };
     scenario.lines = {
+        // One text in two parts. NOLINTNEXTLINE(bugprone-suspicious-missing-comma)
         "EXT : ZarMsgGenContentEncryptKey : ContentEncryptionAlgorithm = "
         "1.3.6.1.4.1.32473.1.2.4.",
         "EXT : ZarMsgGenContentEncryptKey : dwEncryptFlags = 0, dwFlags=7.",

@@ -317,6 +317,7 @@ void PatchMemory(Patches& p, HMODULE m) {
         BookIf(block != nullptr && old == nullptr, "heap block", 1);
         BookIf(old != nullptr && size == 0, "heap block", -1);
       });
+  // The type is _strdup's. NOLINTNEXTLINE(readability-non-const-parameter)
   Call<"_strdup", char*(const char*)>(
       p, m, kRuntime, [](char* copy, const char*) { BookIf(copy != nullptr, "heap block", 1); });
 }

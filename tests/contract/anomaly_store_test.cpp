@@ -123,9 +123,6 @@ class AnomalyStore : public testing::Test {
 class AnomalyOpenStore : public AnomalyStore {
  protected:
   AnomalyOpenStore() {
-    open =
-        "EXT : ZarOpenStoreProv [lpszStoreProvider = Zarvel Store Provider] [hCryptProv = *] "
-        "[dwFlags = 0] [hCertStore = *]";
     url = own + " : URL = profile://alphabet (file : ).";
     size = own + " : size=88 (" + Text(leaf.size()) + ").";
     algorithm = own + " : algID=aa3a (alphabet).";
@@ -171,8 +168,11 @@ class AnomalyOpenStore : public AnomalyStore {
   AnomalyLoop loop{Module()};
   ProviderContext context;
   const std::string own = "EXT : load_certs_from_CSP";
+  const std::string open =
+      "EXT : ZarOpenStoreProv [lpszStoreProvider = Zarvel Store Provider] [hCryptProv = *] "
+      "[dwFlags = 0] [hCertStore = *]";
   const std::string finish = "EXT : ZarOpenStoreProv : FINISH";
-  std::string open, url, size, algorithm, rootLine, leafLine, cache;
+  std::string url, size, algorithm, rootLine, leafLine, cache;
 };
 
 TEST_F(AnomalyOpenStore, AWalk) {

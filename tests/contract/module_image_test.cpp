@@ -14,8 +14,6 @@
 namespace zarext::test {
 namespace {
 
-using testing::ElementsAre;
-
 std::string ModulePath() { return ProgramFolder() + "ZAREXT.dll"; }
 
 const IMAGE_NT_HEADERS64* Headers() {
@@ -62,7 +60,7 @@ TEST(ModuleImage, ExportsTwentySevenFunctionsAtTheirOrdinals) {
     used.insert(ordinal);
   }
   for (WORD ordinal = 1; ordinal < 200; ++ordinal) {
-    if (used.count(ordinal) == 0) {
+    if (!used.contains(ordinal)) {
       EXPECT_EQ(nullptr, GetProcAddress(Module(), MAKEINTRESOURCEA(ordinal))) << ordinal;
     }
   }

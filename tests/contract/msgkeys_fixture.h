@@ -10,7 +10,6 @@
 
 #include <cstdio>
 #include <memory>
-#include <source_location>
 #include <string>
 #include <vector>
 
@@ -101,9 +100,8 @@ class RecordedLocalAlloc {
 // The call fails with this last error, and this is the last line that it traces.
 template <typename Call>
 void ExpectFailure(Call&& call, DWORD error, const std::string& line,
-                   const std::source_location& where = std::source_location::current()) {
-  const testing::ScopedTrace scope(where.file_name(), static_cast<int>(where.line()),
-                                   "called here");
+                   const char* file = __builtin_FILE(), int lineNumber = __builtin_LINE()) {
+  const testing::ScopedTrace scope(file, lineNumber, "called here");
   TraceCapture trace;
   EXPECT_EQ(FALSE, call());
   EXPECT_EQ(error, GetLastError());

@@ -193,7 +193,7 @@ TEST_F(Processes, ThatAreKilledWhileTheyWriteLeaveWholeKeys) {
     const Octets before = Export(UserKey(context, AT_SIGNATURE), PUBLICKEYBLOB);
     // Until it writes, and then at a moment of its own each time.
     while (Export(UserKey(context, AT_SIGNATURE), PUBLICKEYBLOB) == before) Sleep(1);
-    Sleep(static_cast<DWORD>(7 * i));
+    Sleep(7 * static_cast<DWORD>(i));
     writer.Kill();
     EXPECT_TRUE(writer.Wait().has_value());
     EXPECT_EQ(Export(UserKey(context, AT_SIGNATURE), PUBLICKEYBLOB).size(), 80U);

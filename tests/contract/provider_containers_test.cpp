@@ -108,7 +108,7 @@ class Containers : public ProviderTest {
   const Octets certificate_ = FromHex(openssl::kGost2001ACertificate);
   const Octets certificateKey_ = FromHex(openssl::kGost2001AKey);
   const Octets otherCertificate_ = FromHex(openssl::kRsaCertificate);
-  const DirectProvider direct_;
+  const DirectProvider direct_{};
 };
 
 TEST_F(Containers, ListTheirKeysWithCertificates) {

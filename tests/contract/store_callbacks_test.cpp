@@ -78,7 +78,7 @@ TEST_F(StoreCallbacks, CloseWithoutAStoreClosesNothing) {
 }
 
 TEST_F(StoreCallbacks, ReadIsRefused) {
-  PCCERT_CONTEXT result = reinterpret_cast<PCCERT_CONTEXT>(1);
+  auto result = reinterpret_cast<PCCERT_CONTEXT>(1);
   EXPECT_EQ(0, Callback<ReadFunction>(1)(store.Get(), context.Get(), 0x1F, &result));
   EXPECT_EQ(0, Callback<ReadFunction>(1)(nullptr, nullptr, 0, nullptr));
   EXPECT_EQ(reinterpret_cast<PCCERT_CONTEXT>(1), result);
@@ -153,7 +153,7 @@ TEST_F(StoreCallbacks, FindHandsItsArgumentsOn) {
 TEST_F(StoreCallbacks, FindWithoutRecordOrPlaceFailsWith87) {
   CERT_STORE_PROV_FIND_INFO find = {};
   find.dwFindType = CERT_FIND_ANY;
-  PCCERT_CONTEXT found = reinterpret_cast<PCCERT_CONTEXT>(1);
+  auto found = reinterpret_cast<PCCERT_CONTEXT>(1);
   EXPECT_EQ(0, Callback<FindFunction>(14)(store.Get(), nullptr, nullptr, 0, nullptr, &found));
   EXPECT_EQ(87u, GetLastError());
   EXPECT_EQ(reinterpret_cast<PCCERT_CONTEXT>(1), found);

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <windows.h>
 
+#include <algorithm>
 #include <random>
 
 #include "frame/module_state.h"
@@ -20,7 +21,6 @@ namespace zarext::test {
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr long long kNow = 1700000000;
 
@@ -367,14 +367,13 @@ TEST(StoreRecords, CacheAndListHaveTheirFourFields) {
 }
 
 TEST(ReadableMemory, IsKnownByItsPages) {
-  auto* const region =
-      static_cast<BYTE*>(VirtualAlloc(nullptr, 4 * 4096, MEM_RESERVE, PAGE_NOACCESS));
-  VirtualAlloc(region, 3 * 4096, MEM_COMMIT, PAGE_READWRITE);
+  auto* const region = static_cast<BYTE*>(VirtualAlloc(nullptr, 16384, MEM_RESERVE, PAGE_NOACCESS));
+  VirtualAlloc(region, 12288, MEM_COMMIT, PAGE_READWRITE);
   DWORD old = 0;
   VirtualProtect(region + 4096, 4096, PAGE_READONLY, &old);
-  EXPECT_TRUE(IsReadable(region, 3 * 4096));
-  EXPECT_TRUE(IsReadable(region + 5, 3 * 4096 - 5));
-  EXPECT_FALSE(IsReadable(region, 3 * 4096 + 1));
+  EXPECT_TRUE(IsReadable(region, 12288));
+  EXPECT_TRUE(IsReadable(region + 5, 12288 - 5));
+  EXPECT_FALSE(IsReadable(region, 12288 + 1));
   EXPECT_TRUE(IsReadable(nullptr, 0));
   EXPECT_FALSE(IsReadable(nullptr, 1));
   EXPECT_FALSE(IsReadable(region, ~std::size_t{0}));
@@ -474,7 +473,7 @@ class LastImportAddress : public testing::Test {
   // Whether the container is written under the address.
   bool IsWritten(const std::string& imported) {
     std::memset(LastContainerUrl, 0, kLastContainerUrlSize);
-    std::memcpy(LastContainerUrl, imported.data(), imported.size());
+    std::copy(imported.begin(), imported.end(), LastContainerUrl);
     provider.aliases = {{imported, 0}};
     provider.containers[0].keys[0].ownCertificate.clear();
     provider.ClearCalls();

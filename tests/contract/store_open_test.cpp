@@ -8,7 +8,6 @@ namespace zarext::test {
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::SizeIs;
 
 std::string Pointer(const void* pointer) {

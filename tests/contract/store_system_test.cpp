@@ -9,13 +9,9 @@
 namespace zarext::test {
 namespace {
 
-using testing::AllOf;
-using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::Not;
 using testing::SizeIs;
-using testing::UnorderedElementsAre;
 
 constexpr char kLog[] = "c:\\zarext.log";
 

@@ -12,7 +12,6 @@ namespace zarext::test {
 namespace {
 
 using testing::Contains;
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
@@ -193,7 +192,7 @@ TEST_F(EnvelopeTest, AMebibyteIsReadByEitherRecipient) {
   const Party second("second");
   const auto certificate = issuer.Certify(recipient, kExchangeOid);
   const auto secondCertificate = issuer.Certify(second, kExchangeOid);
-  content.resize(1024 * 1024);
+  content.resize(1048576);
   for (std::size_t i = 0; i < content.size(); ++i) {
     content[i] = static_cast<std::uint8_t>(i * 2654435761U >> 24);
   }

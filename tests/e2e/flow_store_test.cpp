@@ -140,10 +140,10 @@ TEST_F(StoreFlow, TheFoundCertificateSignsAndItsMessageIsVerified) {
 // Runs `act` once, as soon as a line with `part` in it is traced.
 class OnTrace {
  public:
-  OnTrace(std::string part, std::function<void()> act) {
+  OnTrace(std::string part, std::function<void()> act)
+      : handler_(AddVectoredExceptionHandler(1, &OnException)) {
     part_ = std::move(part);
     act_ = std::move(act);
-    handler_ = AddVectoredExceptionHandler(1, &OnException);
   }
   ~OnTrace() { RemoveVectoredExceptionHandler(handler_); }
   OnTrace(const OnTrace&) = delete;

@@ -83,7 +83,7 @@ ZAREXT_CHILD(SoakOpen) {
     std::printf("opener: %zu handles became %zu\n", start.handles, end.handles);
     return 2;
   }
-  return end.memory <= start.memory + 1024 * 1024 ? 0 : 3;
+  return end.memory <= start.memory + 1048576 ? 0 : 3;
 }
 
 // Makes a container, writes a certificate into it through the store, finds it there, and deletes

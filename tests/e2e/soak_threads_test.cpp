@@ -688,7 +688,7 @@ TEST(SoakThreads, EightThreadsMixAllExports) {
   EXPECT_EQ(0, provider.keys);
   EXPECT_EQ(0, provider.contexts);
   EXPECT_EQ(start.handles, end.handles);
-  EXPECT_LE(end.memory, start.memory + 1024 * 1024);
+  EXPECT_LE(end.memory, start.memory + 1048576);
   for (std::size_t i = 0; i < std::size(kNames); ++i) {
     std::printf("%8ld %s\n", counts[i].load(), kNames[i]);
     EXPECT_TRUE(calls < 1000000 || counts[i] > 0) << kNames[i];

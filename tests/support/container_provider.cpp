@@ -58,7 +58,7 @@ BOOL ContainerProvider::Record(const std::string& function, const std::string& d
     onCall(text);
   }
   DWORD error = ERROR_SUCCESS;
-  for (const std::string& name : {function, function + " " + detail}) {
+  for (const std::string& name : {function, std::string(function).append(" ").append(detail)}) {
     if (failures_.empty()) {
       break;
     }

@@ -108,7 +108,7 @@ class ContainerProvider : public ProviderScript {
     std::size_t next = 0;
   };
   template <typename Work>
-  BOOL Record(const std::string& function, const std::string& detail, const std::string& text,
+  BOOL Record(const std::string& function, const std::string& detail, const std::string& arguments,
               Work work);
   DWORD NextContainer(Context& context, BYTE* data, DWORD* size, std::string& text);
   DWORD NextKey(Context& context, BYTE* data, DWORD* size);

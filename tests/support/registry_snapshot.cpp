@@ -49,7 +49,7 @@ void ReadValues(HKEY key, const std::string& path, RegistryLines& lines) {
   std::vector<BYTE> data(65536);
   for (DWORD index = 0;; ++index) {
     DWORD nameLength = kLongestName;
-    DWORD size = static_cast<DWORD>(data.size());
+    auto size = static_cast<DWORD>(data.size());
     DWORD type = 0;
     const LSTATUS status =
         RegEnumValueW(key, index, name.data(), &nameLength, nullptr, &type, data.data(), &size);
@@ -75,7 +75,7 @@ void ReadKey(HKEY parent, const std::wstring& name, const std::string& path, Reg
   ReadValues(key, path, lines);
   wchar_t child[256];
   for (DWORD index = 0;; ++index) {
-    DWORD length = static_cast<DWORD>(std::size(child));
+    auto length = static_cast<DWORD>(std::size(child));
     if (RegEnumKeyExW(key, index, child, &length, nullptr, nullptr, nullptr, nullptr) !=
         ERROR_SUCCESS) {
       break;

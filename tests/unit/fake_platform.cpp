@@ -243,7 +243,7 @@ std::uint32_t Input::Length() {
 }
 
 std::vector<std::uint8_t> Input::Octets(std::size_t most) {
-  const std::size_t count = std::min<std::size_t>({Length(), most, octets_.size()});
+  const auto count = std::min<std::size_t>({Length(), most, octets_.size()});
   const std::span<const std::uint8_t> taken = octets_.first(count);
   octets_ = octets_.subspan(count);
   return {taken.begin(), taken.end()};

@@ -65,8 +65,8 @@ std::vector<std::vector<std::uint8_t>> Flat(const KeyRecordList& list) {
   std::vector<std::vector<std::uint8_t>> records;
   for (const KeyRecordNode* node = list.Head(); node != nullptr; node = node->next.get()) {
     const CNT_KEY_INFO& info = node->record->Info();
-    records.push_back({info.pbSerial, info.pbSerial + info.cbSerial});
-    records.push_back({info.pbCert, info.pbCert + info.cbCert});
+    records.emplace_back(info.pbSerial, info.pbSerial + info.cbSerial);
+    records.emplace_back(info.pbCert, info.pbCert + info.cbCert);
     std::vector<std::uint8_t> name;
     // An empty name and none are published alike.
     if (info.pszContainer != nullptr) {

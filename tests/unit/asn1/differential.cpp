@@ -227,7 +227,8 @@ Octets ChooseValue(OctetSource* source) {
   if (choice < 0xE0) {
     return source->Take(choice % 8);
   }
-  return Octets(kLengths[choice % std::size(kLengths)], source->Next());
+  Octets value(kLengths[choice % std::size(kLengths)], source->Next());
+  return value;
 }
 
 std::string ChooseOid(OctetSource* source) {
@@ -323,7 +324,7 @@ std::string CompareOid(std::span<const std::uint8_t> octets) {
   // Any text at all: only the bounds count, and that the family test finds what is there.
   const std::string raw(octets.begin(), octets.end());
   OidTextToContent(raw.c_str(), out.Data());
-  const std::string seen = raw.c_str();
+  const std::string seen = raw.substr(0, raw.find('\0'));
   const bool own = seen.find("1.3.6.1.4.1.32473.") != std::string::npos ||
                    seen.find("1.2.643.2.2.") != std::string::npos ||
                    seen.find("1.2.398.3.10.1") != std::string::npos;

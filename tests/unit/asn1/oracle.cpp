@@ -183,7 +183,7 @@ Octets Content(std::uint8_t tag, const Octets& value) {
     }
   } else if (tag == 3) {
     std::uint8_t unused = 0;
-    if (value.size() >= 1 && value.size() <= 4 && value.back() != 0) {
+    if (!value.empty() && value.size() <= 4 && value.back() != 0) {
       while (((value.back() >> unused) & 1) == 0) {
         ++unused;
       }
