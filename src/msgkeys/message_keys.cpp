@@ -4,8 +4,8 @@
 
 namespace zarext {
 
-bool SameOid(const char* left, const char* right) noexcept {
-  return left != nullptr && right != nullptr && std::strcmp(left, right) == 0;
+bool SameOid(const char* given, const char* known) noexcept {
+  return given != nullptr && std::strcmp(given, known) == 0;
 }
 
 bool IsRecipientKeyOid(const char* oid) noexcept {
