@@ -24,16 +24,7 @@
 namespace zarext::test {
 namespace {
 
-double Milliseconds() {
-  static const double perMillisecond = [] {
-    LARGE_INTEGER frequency;
-    QueryPerformanceFrequency(&frequency);
-    return static_cast<double>(frequency.QuadPart) / 1000;
-  }();
-  LARGE_INTEGER now;
-  QueryPerformanceCounter(&now);
-  return static_cast<double>(now.QuadPart) / perMillisecond;
-}
+double Milliseconds() { return Microseconds(Ticks()) / 1000; }
 
 template <typename Work>
 double TimeOf(Work work) {

@@ -5,7 +5,8 @@
 namespace zarext {
 namespace {
 
-// One slot of the system's thread-local storage, from load to unload.
+// One slot of the system's thread-local storage, from load to unload. The system has more than a
+// thousand; in a process that has used them all, threads that throw at once share one record.
 class ThreadSlot {
  public:
   ThreadSlot() noexcept : index_(TlsAlloc()) {}
