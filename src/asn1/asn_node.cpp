@@ -21,20 +21,29 @@ bool OwnsValue(const AsnNode& node) {
 }
 
 void ReleaseValue(AsnNode* node, Release release) noexcept {
-  if (release == Release::kWiped && node->content != nullptr) {
-    WipeOctets(node->content, ContentLength(*node));
-  }
   if (node->content != nullptr && node->content != InlineContent(node)) {
+    if (release == Release::kWiped) {
+      WipeOctets(node->content, ContentLength(*node));
+    }
     FreeBlock(node->content);
+  }
+  if (release == Release::kWiped) {
+    // All of it: behind the content of an INTEGER is the number that was read of it.
+    WipeOctets(InlineContent(node), kInlineOctets);
   }
   node->content = nullptr;
   DropText(node);
 }
 
 void ReleaseArray(AsnNode* node) noexcept {
-  if (node->children != nullptr && node->children != node->branch.slots) {
+  if (node->children == nullptr) {
+    return;
+  }
+  if (node->children != node->branch.slots) {
     FreeBlock(node->children);
   }
+  // Also those whose pointers went into a longer array.
+  std::memset(node->branch.slots, 0, sizeof(node->branch.slots));
   node->children = nullptr;
   node->capacity = 0;
 }

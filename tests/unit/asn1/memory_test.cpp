@@ -21,7 +21,7 @@ struct Allocations {
 };
 Allocations allocations;
 
-// Eight of these in a row are a secret.
+// Four of these in a row are a secret.
 constexpr std::uint8_t kSecret = 0xD5;
 bool watching = false;
 std::size_t secretsGivenBack = 0;
@@ -29,7 +29,7 @@ std::size_t secretsGivenBack = 0;
 bool HoldsSecret(void* block) {
   const auto* octets = static_cast<const std::uint8_t*>(block);
   const std::uint8_t* end = octets + malloc_usable_size(block);
-  return std::search_n(octets, end, 8, kSecret) != end;
+  return std::search_n(octets, end, 4, kSecret) != end;
 }
 
 bool Refuse(std::size_t size) {
@@ -260,6 +260,7 @@ TEST(AllocationFailureTest, RetagReadAndEncode) {
 class Wiped : public TASN1 {
  public:
   Wiped() : TASN1(0x30, Release::kWiped) {}
+  const AsnNode& Top() const { return Root(); }
 };
 
 class Plain : public TASN1 {
@@ -299,6 +300,25 @@ TEST(WipeTest, OnlyWhatIsToBeWiped) {
   EXPECT_EQ(GivenBack<Wiped>(ParseSecrets), 0U);
   // The records of the short contents, the long one, both joined ones and their segments.
   EXPECT_EQ(GivenBack<Plain>(ParseSecrets), 7U);
+}
+
+// The number that GetNode keeps behind an INTEGER is as secret as its content, inside the
+// document's own root as in a record that goes back to the heap.
+TEST(WipeTest, NumbersThatWereRead) {
+  const Image number(Hex("02 05 00 D5 D5 D5 D5"));
+  EXPECT_EQ(GivenBack<Wiped>([&](TASN1& document) {
+              for (int i = 0; i < 2; ++i) {
+                document.ParseInto(number.Data(), 0xFFFFFF);
+                EXPECT_EQ(Seen(document, i).value, Octets(4, kSecret));
+              }
+              document.DeleteNode(0, 0, 0xFFFFFF);
+            }),
+            0U);
+  Wiped document;
+  EXPECT_EQ(document.Parse(number.Data(), 0xFFFFFF), 0);
+  EXPECT_EQ(Seen(document).value, Octets(4, kSecret));
+  EXPECT_EQ(document.DeleteNode(0, 0xFFFFFF), 0);
+  EXPECT_EQ(Octets(document.Top().octets + 2, document.Top().octets + 40), Octets(38, 0));
 }
 
 TEST(WipeTest, EveryWayOut) {

@@ -168,6 +168,23 @@ TEST(NodeTest, ArrayStaysWhenChildrenGo) {
   EXPECT_EQ(root.capacity, 4U);
 }
 
+TEST(NodeTest, NoSlotNamesAReleasedChild) {
+  // Inline slots in use, and left behind by an array on the heap.
+  for (const int children : {3, 9}) {
+    for (const bool clear : {true, false}) {
+      Inspected document;
+      document.AddNulls(children);
+      if (clear) {
+        document.Clear();
+      } else {
+        EXPECT_EQ(document.DeleteNode(0, 0xFFFFFF), 0);
+      }
+      const AsnNode& root = document.Top();
+      EXPECT_EQ(Octets(root.octets + 8, root.octets + 40), Octets(32, 0)) << children << clear;
+    }
+  }
+}
+
 TEST(NodeTest, InsertGrowsLikeAdd) {
   Inspected document;
   const AsnNode& root = document.Top();
