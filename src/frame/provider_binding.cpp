@@ -14,7 +14,6 @@
 namespace zarext {
 namespace {
 
-constexpr char kDefaultProviderFile[] = "cpzarvel.dll";
 constexpr std::size_t kImagePathSize = 256;
 
 struct Binding {

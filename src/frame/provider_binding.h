@@ -9,6 +9,8 @@
 namespace zarext {
 
 inline constexpr char kProviderName[] = "Zarvel CSP";
+// The file of a provider whose key names none.
+inline constexpr char kDefaultProviderFile[] = "cpzarvel.dll";
 
 // The provider's service-provider functions, with the signatures that the platform publishes for
 // them, in the order in which they are looked up.

@@ -13,6 +13,7 @@
 #include "registration/module_path.h"
 #include "registration/oid_info.h"
 #include "registration/oid_records.h"
+#include "registration/physical_store.h"
 
 namespace zarext {
 namespace {
@@ -49,16 +50,13 @@ BOOL RegisterPhysicalStore() {
   CERT_PHYSICAL_STORE_INFO info = {};
   info.cbSize = sizeof info;
   info.pszOpenStoreProvider = provider;
-  info.dwOpenEncodingType = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
-  // The location bits of a service's store, although the store is the current user's: a
-  // compatibility fact, shown by whatever lists physical stores.
-  info.dwOpenFlags = CERT_SYSTEM_STORE_SERVICES;
-  // Narrow characters, without the zero.
-  info.OpenParameters = {sizeof provider - 1, reinterpret_cast<BYTE*>(provider)};
-  info.dwFlags = CERT_PHYSICAL_STORE_ADD_ENABLE_FLAG;
-  info.dwPriority = 1;
-  return registerPhysicalStore(L"MY", CERT_SYSTEM_STORE_CURRENT_USER, kStoreProviderWide, &info,
-                               nullptr);
+  info.dwOpenEncodingType = physical_store::kOpenEncodingType;
+  info.dwOpenFlags = physical_store::kOpenFlags;
+  info.OpenParameters = {physical_store::kParametersSize, reinterpret_cast<BYTE*>(provider)};
+  info.dwFlags = physical_store::kFlags;
+  info.dwPriority = physical_store::kPriority;
+  return registerPhysicalStore(physical_store::kSystemStore, physical_store::kLocation,
+                               kStoreProviderWide, &info, nullptr);
 }
 
 // Stops at the first failure and takes nothing back.

@@ -9,6 +9,7 @@
 #include "registration/crypt32_library.h"
 #include "registration/module_path.h"
 #include "registration/oid_info.h"
+#include "registration/physical_store.h"
 #include "registration/removals.h"
 
 namespace zarext {
@@ -25,8 +26,8 @@ HRESULT UnregisterAll() {
   crypt32.Find("CryptUnregisterOIDFunction", unregisterOidFunction);
   crypt32.Find("CertUnregisterPhysicalStore", unregisterPhysicalStore);
 
-  unregisterPhysicalStore(L"MY", CERT_SYSTEM_STORE_CURRENT_USER | CERT_STORE_DELETE_FLAG,
-                          kStoreProviderWide);
+  unregisterPhysicalStore(physical_store::kSystemStore,
+                          physical_store::kLocation | CERT_STORE_DELETE_FLAG, kStoreProviderWide);
   OidInfo info;
   ForEachRemovedRecord([&](const OidRecord& record) { unregisterOidInfo(info.Fill(record)); });
   // Nothing below needs the path. That it must be readable all the same is a compatibility fact: a

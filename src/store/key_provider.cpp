@@ -4,11 +4,6 @@
 #include "frame/provider_type.h"
 
 namespace zarext {
-namespace {
-
-constexpr char kRsaProviderName[] = "Zarvel CSP RSA";
-
-}  // namespace
 
 KeyProvider::KeyProvider(const char* publicKeyOid) noexcept {
   switch (KeyFamilyOf(publicKeyOid)) {

@@ -10,6 +10,9 @@
 
 namespace zarext {
 
+// The provider of RSA keys, of type PROV_RSA_FULL; the other one is in frame/provider_binding.h.
+inline constexpr char kRsaProviderName[] = "Zarvel CSP RSA";
+
 // Converts from the ANSI code page. False if the text is null or does not fit with its terminator.
 template <std::size_t size>
 bool ToWide(const char* text, wchar_t (&wide)[size]) noexcept {

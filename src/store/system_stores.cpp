@@ -12,12 +12,12 @@
 #include "frame/handles.h"
 #include "frame/trace.h"
 #include "store/key_provider.h"
+#include "store/log_file.h"
 #include "store/provider_walk.h"
 
 namespace zarext {
 namespace {
 
-constexpr char kLogFile[] = "c:\\zarext.log";
 constexpr char kSelfFailure[] = "SetSelfCert : Error = %x.";
 // Also of the deleting export: a compatibility fact for whoever reads the log.
 constexpr char kOtherFailure[] = "SetOtherCert : Error = %x.";
