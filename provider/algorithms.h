@@ -131,8 +131,11 @@ inline constexpr std::array kCipherAlgorithms{
                     kSboxCryptoProA, 32, 8, true, "GOST 28147-89 (P)"},
     CipherAlgorithm{0x6610, GCRY_CIPHER_AES256, GCRY_CIPHER_MODE_CBC, CRYPT_MODE_CBC, nullptr, 32,
                     16, true, "AES 256"},
-    CipherAlgorithm{0x6611, GCRY_CIPHER_AES128, GCRY_CIPHER_MODE_CBC, CRYPT_MODE_CBC, nullptr, 16,
+    // The platform's own record of AES-128 has 0x660E; 0x6611 is AES of no size.
+    CipherAlgorithm{0x660E, GCRY_CIPHER_AES128, GCRY_CIPHER_MODE_CBC, CRYPT_MODE_CBC, nullptr, 16,
                     16, true, "AES 128"},
+    CipherAlgorithm{0x6611, GCRY_CIPHER_AES128, GCRY_CIPHER_MODE_CBC, CRYPT_MODE_CBC, nullptr, 16,
+                    16, true, "AES"},
 };
 
 template <typename Table>

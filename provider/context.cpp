@@ -73,14 +73,16 @@ std::vector<PrivateKey> Context::ReadablePrivateKeys() {
   return keys;
 }
 
-std::shared_ptr<SessionKeyObject> Context::LastSessionKey() {
+HCRYPTKEY Context::AddSessionKey(const SessionKey& key, DWORD dwFlags) {
+  auto object = std::make_shared<SessionKeyObject>(Owner(), key, (dwFlags & CRYPT_EXPORTABLE) != 0);
   const std::lock_guard lock(cacheMutex_);
-  return lastSessionKey_;
+  lastSessionKey_ = object;
+  return Handles().Add(std::move(object));
 }
 
-void Context::SetLastSessionKey(std::shared_ptr<SessionKeyObject> key) {
+std::shared_ptr<SessionKeyObject> Context::LastSessionKey() {
   const std::lock_guard lock(cacheMutex_);
-  lastSessionKey_ = std::move(key);
+  return lastSessionKey_.lock();
 }
 
 const Bytes& Context::Keep(const Bytes& octets) {

@@ -91,9 +91,12 @@ class Context final : public Object {
   bool TakesSenderKey() const { return takesSenderKey_; }
   void SetTakesSenderKey(bool takes) { takesSenderKey_ = takes; }
 
-  // The session key made last, for callers that name the context instead of the key; null if none.
+  // A handle for a new session key. Of dwFlags CRYPT_EXPORTABLE counts.
+  HCRYPTKEY AddSessionKey(const SessionKey& key, DWORD dwFlags);
+
+  // The session key made last, for callers that name the context instead of the key; null if none
+  // was made or it has been destroyed.
   std::shared_ptr<SessionKeyObject> LastSessionKey();
-  void SetLastSessionKey(std::shared_ptr<SessionKeyObject> key);
 
   // Runs `step` on the list of that parameter while no other thread does.
   template <typename Step>
@@ -119,7 +122,7 @@ class Context final : public Object {
 
   std::mutex cacheMutex_;
   std::map<DWORD, std::pair<KeyRecord, std::shared_ptr<const PrivateKey>>> parsed_;
-  std::shared_ptr<SessionKeyObject> lastSessionKey_;
+  std::weak_ptr<SessionKeyObject> lastSessionKey_;  // the handle keeps it
 
   CntKeyInfo DescribeKey(DWORD keySpec, const KeyRecord& record);
   const Bytes& Keep(const Bytes& octets);

@@ -89,6 +89,14 @@ Profile ReadProfile(View image) {
   return profile;
 }
 
+KeyRecord RecordOf(const PrivateKey& key, bool exportable) {
+  KeyRecord record;
+  record.algId = key.publicKey.algorithm->algId;
+  record.exportable = exportable;
+  record.privateKeyInfo = WritePrivateKeyInfo(key);
+  return record;
+}
+
 PrivateKey PrivateKeyOf(const KeyRecord& record) {
   PrivateKey key = ReadPrivateKeyInfo(record.privateKeyInfo);
   const KeyAlgorithm* algorithm = FindKeyAlgorithm(record.algId);

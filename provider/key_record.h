@@ -43,6 +43,9 @@ KeyRecord ReadKeyRecord(View image);
 Bytes WriteProfile(const Profile& profile);
 Profile ReadProfile(View image);
 
+// The record of a new key, without certificate and chain.
+KeyRecord RecordOf(const PrivateKey& key, bool exportable);
+
 // The private key of a record, under the record's algorithm.
 PrivateKey PrivateKeyOf(const KeyRecord& record);
 

@@ -42,6 +42,9 @@ void GetProvParam(HCRYPTPROV hProv, DWORD dwParam, BYTE* pbData, DWORD* pdwDataL
 void SetProvParam(HCRYPTPROV hProv, DWORD dwParam, const BYTE* pbData, DWORD dwFlags);
 void GenRandom(HCRYPTPROV hProv, DWORD dwLen, BYTE* pbBuffer);
 
+// The flags of a new key that a caller may set, whatever the key is.
+inline constexpr DWORD kKeyFlags = CRYPT_EXPORTABLE | CRYPT_USER_PROTECTED;
+
 // Keys. A key pair takes the place of the one that the container has of its number, with
 // certificate and chain; an imported one does not: NTE_EXISTS if it is the same key,
 // NTE_TOKEN_KEYSET_STORAGE_FULL if not.
@@ -55,7 +58,7 @@ void GetUserKey(HCRYPTPROV hProv, DWORD dwKeySpec, HCRYPTKEY* phUserKey);
 // hPubKey, for a SIMPLEBLOB: the sender's public key, or the private key to use.
 void ImportKey(HCRYPTPROV hProv, const BYTE* pbData, DWORD dwDataLen, HCRYPTKEY hPubKey,
                DWORD dwFlags, HCRYPTKEY* phKey);
-// hKey may be hProv: the session key that was made last in the context.
+// hKey may be hProv: the session key that was made last in the context, unless it was destroyed.
 void ExportKey(HCRYPTPROV hProv, HCRYPTKEY hKey, HCRYPTKEY hPubKey, DWORD dwBlobType, DWORD dwFlags,
                BYTE* pbData, DWORD* pdwDataLen);
 void GetKeyParam(HCRYPTPROV hProv, HCRYPTKEY hKey, DWORD dwParam, BYTE* pbData, DWORD* pdwDataLen,

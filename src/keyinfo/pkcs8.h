@@ -54,7 +54,9 @@ struct EncodedDocument {
 
 using Pkcs8Record = std::variant<PrivateKeyRecord, EncryptedKeyRecord, BagRecord, EncodedDocument>;
 
-class TPKCS8 : public TASN1 {
+// The tree is the document's own: what Decoded gives points into it, so that nobody else may change
+// it.
+class TPKCS8 : private TASN1 {
  public:
   // Document kinds.
   static constexpr std::uint32_t kPrivateKeyInfo = 1;

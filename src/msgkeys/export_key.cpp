@@ -202,7 +202,7 @@ BOOL ExportForMessage(ExportTrace& trace, const Transport& transport, TransportK
   encryptedKey.cbData = WrapKey(trace, kCmsForm, content->hContentEncryptKey, keys.recipient.Get(),
                                 encryptedKey.pbData);
   // A sender key whose blob has any other length is left out, without a word: a compatibility fact.
-  if (senderBlob.length == kSenderBlobSize) {
+  if (keys.sender && senderBlob.length == kSenderBlobSize) {
     AppendSenderBlob(trace, senderBlob, encryptedKey.pbData, encryptedKey.cbData);
   }
   transport.output->EncryptedKey = encryptedKey;

@@ -4,6 +4,8 @@
 
 #include <wincrypt.h>
 
+#include <cstddef>
+
 #include "frame/export_frame.h"
 #include "frame/handles.h"
 #include "frame/provider_type.h"
@@ -99,6 +101,15 @@ void TraceRecipient(ExportTrace& trace, const CMSG_RECIPIENT_ENCODE_INFO& recipi
   }
 }
 
+// Whether the record has the wrapped key's pointer and length. The record of older callers, 104
+// octets, ends before them, and what lies there is the caller's own. Callers that leave the size at
+// 0 have always been taken to pass a whole record.
+bool HasWrappedKey(const CMSG_CONTENT_ENCRYPT_INFO& info) {
+  constexpr std::size_t kSizeWithIt =
+      offsetof(CMSG_CONTENT_ENCRYPT_INFO, cbContentEncryptKey) + sizeof info.cbContentEncryptKey;
+  return info.cbSize == 0 || info.cbSize >= kSizeWithIt;
+}
+
 // Wraps for the first recipient. Later recipients are served by the export functions.
 void WrapForRecipient(ExportTrace& trace, CMSG_CONTENT_ENCRYPT_INFO& info,
                       const CMSG_KEY_TRANS_RECIPIENT_ENCODE_INFO* keyTrans) {
@@ -109,13 +120,17 @@ void WrapForRecipient(ExportTrace& trace, CMSG_CONTENT_ENCRYPT_INFO& info,
       ImportRecipientKey(trace, kCmsForm, info.hCryptProv, keyTrans->RecipientPublicKey.pbData,
                          keyTrans->RecipientPublicKey.cbData, 0)
           .Detach();
-  info.pbContentEncryptKey = static_cast<BYTE*>(AllocateForCaller(info.pfnAlloc, kWrapBufferSize));
+  // The allocator's owner keeps the block, also where the record has no place for it.
+  auto* const buffer = static_cast<BYTE*>(AllocateForCaller(info.pfnAlloc, kWrapBufferSize));
+  const bool hasWrappedKey = HasWrappedKey(info);
+  if (hasWrappedKey) {
+    info.pbContentEncryptKey = buffer;
+  }
   // The key that is exported is named by the provider's handle, not by hContentEncryptKey: a
   // compatibility fact. Which key that is, is the provider's affair.
-  const DWORD length =
-      WrapKey(trace, kCmsForm, info.hCryptProv, recipientKey, info.pbContentEncryptKey);
+  const DWORD length = WrapKey(trace, kCmsForm, info.hCryptProv, recipientKey, buffer);
   // A zero length field stays zero: a compatibility fact.
-  if (info.cbContentEncryptKey != 0) {
+  if (hasWrappedKey && info.cbContentEncryptKey != 0) {
     info.cbContentEncryptKey = length;
   }
 }
@@ -142,7 +157,7 @@ BOOL GenerateForMessage(ExportTrace& trace, CMSG_CONTENT_ENCRYPT_INFO* info, DWO
   const CMSG_RECIPIENT_ENCODE_INFO& first = info->rgCmsRecipients[0];
   if (first.dwRecipientChoice == CMSG_KEY_TRANS_RECIPIENT) {
     WrapForRecipient(trace, *info, first.pKeyTrans);
-  } else {
+  } else if (HasWrappedKey(*info)) {
     info->cbContentEncryptKey = 0;
   }
   return TRUE;

@@ -393,6 +393,31 @@ TEST_F(ExportForMessageTest, TheLengthOfAFailedSenderBlobDoesNotCount) {
   UseScript(&provider);
 }
 
+// advapi32 never gives a null handle with success; patched ones show what the module makes of it.
+BOOL WINAPI GetNoUserKey(HCRYPTPROV, DWORD, HCRYPTKEY* key) {
+  *key = 0;
+  return TRUE;
+}
+BOOL WINAPI ExportWithoutAKey(HCRYPTKEY key, HCRYPTKEY exchangeKey, DWORD blobType, DWORD flags,
+                              BYTE* data, DWORD* size) {
+  if (key != 0) {
+    return CryptExportKey(key, exchangeKey, blobType, flags, data, size);
+  }
+  *size = 80;
+  return TRUE;
+}
+
+TEST_F(ExportForMessageTest, ASenderBlobWithoutAKeyIsNotAppended) {
+  const ImportPatch userKey(Module(), "ADVAPI32.dll", "CryptGetUserKey", &GetNoUserKey);
+  const ImportPatch exportKey(Module(), "ADVAPI32.dll", "CryptExportKey", &ExportWithoutAKey);
+  EXPECT_EQ(TRUE, Call());
+  EXPECT_EQ(Sequence(60, 0x10), EncryptedKey());
+  EXPECT_THAT(provider.Calls(),
+              ElementsAre("ImportKey(1001, [0602abcd], 0, 0) = 3001",
+                          "SetProvParam(1001, 60, [01000000], 0)",
+                          "ExportKey(1001, 4001, 3001, 1, 0, 512)", "DestroyKey(1001, 3001)"));
+}
+
 TEST_F(ExportForMessageTest, DoesNotMindARefusedProviderParameter) {
   provider.FailCall("SetProvParam", 1, 0x8009000A);
   TraceCapture trace;

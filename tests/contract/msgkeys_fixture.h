@@ -9,6 +9,7 @@
 #include <wincrypt.h>
 
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>

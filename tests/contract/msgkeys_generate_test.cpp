@@ -353,6 +353,62 @@ TEST_F(GenerateForMessageTest, AZeroWrappedLengthStaysZero) {
   LocalFree(info.pbContentEncryptKey);
 }
 
+// Older callers, and the framework of this test platform, pass a record of 104 octets, which ends
+// before the wrapped key's pointer. What lies there is the caller's own.
+TEST_F(GenerateForMessageTest, ARecordThatEndsBeforeTheWrappedKeyIsNotReadBehindItsEnd) {
+  const ProviderHandleAsKey providerHandleAsKey;
+  RecordedAllocator allocator;
+  info.hCryptProv = Context();
+  info.pfnAlloc = &RecordedAllocator::Allocate;
+  CMSG_KEY_AGREE_RECIPIENT_ENCODE_INFO keyAgree = {};
+  for (const DWORD choice : {DWORD{CMSG_KEY_TRANS_RECIPIENT}, DWORD{CMSG_KEY_AGREE_RECIPIENT}}) {
+    SCOPED_TRACE(choice);
+    UseRecipient(choice);
+    if (choice == CMSG_KEY_AGREE_RECIPIENT) {
+      recipient.pKeyAgree = &keyAgree;
+    }
+    const GuardedMemory shorter(104);
+    auto* const record = reinterpret_cast<CMSG_CONTENT_ENCRYPT_INFO*>(shorter.Data());
+    std::memcpy(shorter.Data(), &info, 104);
+    record->cbSize = 104;
+    provider.ClearCalls();
+    EXPECT_EQ(TRUE, Export<BOOL WINAPI(CMSG_CONTENT_ENCRYPT_INFO*, DWORD, void*)>(
+                        "ZarMsgGenContentEncryptKey")(record, 0, nullptr));
+    EXPECT_EQ(choice == CMSG_KEY_TRANS_RECIPIENT ? 4u : 2u, provider.Calls().size());
+    EXPECT_NE(0u, record->hContentEncryptKey);
+  }
+  // The provider and the allocator see what they always see.
+  EXPECT_THAT(allocator.sizes, ElementsAre(512u));
+}
+
+// Both fields count, or none. A size of 0 says nothing, and the record is taken for a whole one.
+TEST_F(GenerateForMessageTest, TheSizeOfTheRecordDecidesAboutTheWrappedKeyFields) {
+  const ProviderHandleAsKey providerHandleAsKey;
+  RecordedAllocator allocator;
+  info.hCryptProv = Context();
+  info.pfnAlloc = &RecordedAllocator::Allocate;
+  BYTE mark = 0;
+  struct Row {
+    DWORD size;
+    bool present;
+  };
+  for (const Row& row : {Row{1, false}, Row{104, false}, Row{120, false}, Row{123, false},
+                         Row{124, true}, Row{128, true}, Row{0, true}}) {
+    SCOPED_TRACE(row.size);
+    info.cbSize = row.size;
+    info.pbContentEncryptKey = &mark;
+    info.cbContentEncryptKey = 9;
+    UseRecipient(CMSG_KEY_TRANS_RECIPIENT);
+    EXPECT_EQ(TRUE, Call());
+    EXPECT_EQ(row.present, info.pbContentEncryptKey != &mark);
+    EXPECT_EQ(row.present ? 60u : 9u, info.cbContentEncryptKey);
+    info.cbContentEncryptKey = 9;
+    UseRecipient(CMSG_MAIL_LIST_RECIPIENT);
+    EXPECT_EQ(TRUE, Call());
+    EXPECT_EQ(row.present ? 0u : 9u, info.cbContentEncryptKey);
+  }
+}
+
 TEST_F(GenerateForMessageTest, ReportsAFailedRecipientImport) {
   RecordedAllocator allocator;
   UseRecipient(CMSG_KEY_TRANS_RECIPIENT);

@@ -292,7 +292,8 @@ TEST_F(Encrypting, DescribesItsKeys) {
   const Context context = Acquire(nullptr, CRYPT_VERIFYCONTEXT);
   for (const Case& row :
        {Case{0x681F, 256, 0, CRYPT_MODE_CFB, 8}, Case{0x6620, 256, 64, CRYPT_MODE_CBC, 8},
-        Case{0x6610, 256, 128, CRYPT_MODE_CBC, 16}, Case{0x6611, 128, 128, CRYPT_MODE_CBC, 16}}) {
+        Case{0x6610, 256, 128, CRYPT_MODE_CBC, 16}, Case{0x660E, 128, 128, CRYPT_MODE_CBC, 16},
+        Case{0x6611, 128, 128, CRYPT_MODE_CBC, 16}}) {
     const Key key = Generate(context, row.algorithm);
     EXPECT_EQ(KeyNumberParam(key, KP_ALGID), row.algorithm);
     EXPECT_EQ(KeyNumberParam(key, KP_KEYLEN), row.bits);
@@ -380,7 +381,8 @@ INSTANTIATE_TEST_SUITE_P(
     All, Wrapped,
     testing::Values(WrapCase{0xAA3A, 0x681F, 136}, WrapCase{0xA045, 0x6620, 136},
                     WrapCase{0x2A4A, 0x6611, 120}, WrapCase{0xAA4C, 0x6610, 200},
-                    WrapCase{0xA452, 0x681F, 268}, WrapCase{0xA050, 0x6611, 140}));
+                    WrapCase{0xA452, 0x681F, 268}, WrapCase{0xA050, 0x6611, 140},
+                    WrapCase{0xA045, 0x660E, 120}));
 
 class SenderKeys : public ProviderTest {
  protected:
@@ -546,10 +548,16 @@ TEST_F(SenderKeys, AndTheContextInPlaceOfTheKey) {
   DWORD plainLength = 44;
   Must(direct.exportKey(context, key, 0, PLAINTEXTKEYBLOB, 0, plain.data(), &plainLength),
        "CPExportKey");
-  Must(direct.destroyKey(context, key), "CPDestroyKey");
   EXPECT_TRUE(direct.exportKey(context, context, recipient, SIMPLEBLOB, 0, blob.data(), &length));
   blob.resize(length);
   EXPECT_EQ(Export(Import(bob_, blob, 0, CRYPT_EXPORTABLE), PLAINTEXTKEYBLOB), plain);
+  // A destroyed key is gone, and the one before it does not take its place.
+  Must(direct.destroyKey(context, key), "CPDestroyKey");
+  blob.resize(512);
+  length = 512;
+  EXPECT_EQ(
+      CodeOf(direct.exportKey(context, context, recipient, SIMPLEBLOB, 0, blob.data(), &length)),
+      kNoKey);
   // Another context is no key.
   HCRYPTPROV other = 0;
   Must(direct.acquireContext(&other, nullptr, CRYPT_VERIFYCONTEXT, nullptr), "CPAcquireContext");

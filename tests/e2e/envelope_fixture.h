@@ -8,12 +8,14 @@
 
 #include <wincrypt.h>
 
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "contract/provider_fixture.h"
 #include "frame/handles.h"
+#include "support/enveloped_message.h"
 #include "support/issued_certificate.h"
 #include "support/module_under_test.h"
 #include "support/trace_capture.h"
@@ -47,15 +49,46 @@ class Issuer {
 
   // A certificate whose public key is the party's whole blob, under `keyOid`.
   [[nodiscard]] UniqueCertContext Certify(const Party& party, const char* keyOid) const {
-    return CertificateContext(
-        IssueCertificate({context_.Get(), AT_SIGNATURE, szOID_RSA_SHA256RSA, "Issuer"}, "Party",
-                         SubjectKey(keyOid, party.PublicBlob()), ++serial_));
+    return Certify(SubjectKey(keyOid, party.PublicBlob()));
+  }
+  [[nodiscard]] UniqueCertContext Certify(const SubjectKey& key) const {
+    return CertificateContext(IssueCertificate(
+        {context_.Get(), AT_SIGNATURE, szOID_RSA_SHA256RSA, "Issuer"}, "Party", key, ++serial_));
   }
 
  private:
   Context context_;
   Key key_;
   mutable std::uint8_t serial_ = 0;
+};
+
+// A sender, a recipient and a message between them.
+class EnvelopeTest : public ProviderTest {
+ protected:
+  EnvelopeTest() { Module(); }
+
+  BOOL Encrypt(const char* contentOid, HCRYPTPROV provider,
+               const std::vector<PCCERT_CONTEXT>& recipients) {
+    CRYPT_ENCRYPT_MESSAGE_PARA para = {};
+    para.cbSize = sizeof para;
+    para.dwMsgEncodingType = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
+    para.hCryptProv = provider;
+    para.ContentEncryptionAlgorithm.pszObjId = const_cast<char*>(contentOid);
+    SetLastError(0);
+    return EncryptMessage(&para, recipients, content, &message);
+  }
+
+  [[nodiscard]] bool MessageHolds(const Octets& octets) const {
+    return std::search(message.begin(), message.end(), octets.begin(), octets.end()) !=
+           message.end();
+  }
+
+  ZeroedFrameworkMemory zeroedFrameworkMemory;
+  Party sender{"sender"};
+  Party recipient{"recipient"};
+  Issuer issuer;
+  Octets content = {'c', 'o', 'n', 't', 'e', 'n', 't'};
+  Octets message;
 };
 
 }  // namespace zarext::test

@@ -1,12 +1,7 @@
 #include <algorithm>
-#include <stdexcept>
 
 #include "e2e/envelope_fixture.h"
 #include "support/certificates.h"
-#include "support/enveloped_message.h"
-#include "support/framework_patches/framework_patches.h"
-#include "support/prepared_process.h"
-#include "support/provider_handle_as_key.h"
 
 namespace zarext::test {
 namespace {
@@ -19,51 +14,6 @@ using testing::StartsWith;
 constexpr char kAes[] = "2.16.840.1.101.3.4.1.2";
 constexpr char kBlockCipher[] = "1.3.6.1.4.1.32473.1.2.4";
 constexpr char kRsaExchangeOid[] = "1.3.6.1.4.1.32473.1.8.22";
-
-// The module's own registration, and what only these tests need: the import function bound by the
-// content algorithm as well, because that is how Wine looks it up, and an information record for
-// the content algorithm that the module serves but does not register.
-void RegisterModule() {
-  if (!ApplyFrameworkPatches()) {
-    throw std::runtime_error("the framework's registration functions cannot be completed");
-  }
-  if (test::Export<HRESULT WINAPI()>("DllRegisterServer")() != S_OK) {
-    throw std::runtime_error("DllRegisterServer failed");
-  }
-  RegisterOidInfo(kAes, 2, L"AES-128-CBC", 0x6611);
-  for (const char* oid : {kAes, kBlockCipher}) {
-    BindOidFunction("CryptMsgDllImportKeyTrans", oid, "ZarMsgImportKeyTrans");
-  }
-}
-const PreparedProcess prepared(&RegisterModule);
-
-class EnvelopeTest : public ProviderTest {
- protected:
-  EnvelopeTest() { Module(); }
-
-  BOOL Encrypt(const char* contentOid, HCRYPTPROV provider,
-               const std::vector<PCCERT_CONTEXT>& recipients) {
-    CRYPT_ENCRYPT_MESSAGE_PARA para = {};
-    para.cbSize = sizeof para;
-    para.dwMsgEncodingType = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
-    para.hCryptProv = provider;
-    para.ContentEncryptionAlgorithm.pszObjId = const_cast<char*>(contentOid);
-    SetLastError(0);
-    return EncryptMessage(&para, recipients, content, &message);
-  }
-
-  [[nodiscard]] bool MessageHolds(const Octets& octets) const {
-    return std::search(message.begin(), message.end(), octets.begin(), octets.end()) !=
-           message.end();
-  }
-
-  ZeroedFrameworkMemory zeroedFrameworkMemory;
-  Party sender{"sender"};
-  Party recipient{"recipient"};
-  Issuer issuer;
-  Octets content = {'c', 'o', 'n', 't', 'e', 'n', 't'};
-  Octets message;
-};
 
 TEST_F(EnvelopeTest, ReachesTheRecipient) {
   const auto certificate = issuer.Certify(recipient, kExchangeOid);
@@ -301,58 +251,6 @@ TEST_F(EnvelopeTest, WrapsForAnRsaKeyOfTheCompanionProvider) {
   const Message received(message);
   ASSERT_TRUE(received.Decrypt(rsaRecipient.Provider())) << GetLastError();
   EXPECT_EQ(content, received.Content());
-}
-
-TEST_F(EnvelopeTest, TheModuleGeneratesTheContentKey) {
-  const ProviderHandleAsKey providerHandleAsKey;
-  const auto certificate = issuer.Certify(recipient, kExchangeOid);
-  TraceCapture trace;
-  ASSERT_TRUE(Encrypt(kBlockCipher, sender.Provider(), {certificate.Get()})) << GetLastError();
-  const auto messages = trace.Messages();
-  ASSERT_EQ(21u, messages.size());
-  const std::string generating = "EXT : ZarMsgGenContentEncryptKey : ";
-  EXPECT_EQ(generating + "ContentEncryptionAlgorithm = 1.3.6.1.4.1.32473.1.2.4.", messages[0]);
-  EXPECT_EQ(generating + "dwEncryptFlags = 0, dwFlags=0.", messages[1]);
-  EXPECT_EQ(generating + "cRecipients = 1.", messages[3]);
-  EXPECT_EQ(generating + "rgCmsRecipients.dwRecipientChoice = 1.", messages[4]);
-  EXPECT_EQ(generating + "CMSG_KEY_TRANS_RECIPIENT = 1.3.6.1.4.1.32473.1.8.8.", messages[5]);
-  EXPECT_EQ("EXT : ZarMsgExportKeyTrans : EncryptedKeySize=152.", messages[20]);
-  const Message received(message);
-  ASSERT_TRUE(received.Decrypt(recipient.Provider())) << GetLastError();
-  EXPECT_EQ(content, received.Content());
-}
-
-// Compatibility fact: the platform itself does not take the provider's handle for a key, and says
-// so with 87.
-TEST_F(EnvelopeTest, ThePlatformRefusesTheProviderHandleAsKey) {
-  const auto certificate = issuer.Certify(recipient, kExchangeOid);
-  TraceCapture trace;
-  EXPECT_FALSE(Encrypt(kBlockCipher, sender.Provider(), {certificate.Get()}));
-  EXPECT_EQ(87u, GetLastError());
-  EXPECT_EQ("EXT : ZarMsgGenContentEncryptKey : CryptExportKey = 57.", trace.Messages().back());
-}
-
-TEST_F(EnvelopeTest, WithoutRecipientsNobodyCanReadIt) {
-  TraceCapture trace;
-  ASSERT_TRUE(Encrypt(kBlockCipher, sender.Provider(), {})) << GetLastError();
-  EXPECT_EQ("EXT : ZarMsgGenContentEncryptKey : cRecipients = 0.", trace.Messages().back());
-  const Message received(message);
-  EXPECT_FALSE(received.Decrypt(recipient.Provider()));
-  EXPECT_EQ(0x80091008u, GetLastError());
-}
-
-// Compatibility fact: these two are registered, so that the framework asks the module for a key,
-// and refused.
-TEST_F(EnvelopeTest, TwoRegisteredContentAlgorithmsAreRefused) {
-  const auto certificate = issuer.Certify(recipient, kExchangeOid);
-  for (const char* oid : {"2.16.840.1.101.3.4.1.42", "1.2.643.2.2.21"}) {
-    SCOPED_TRACE(oid);
-    TraceCapture trace;
-    EXPECT_FALSE(Encrypt(oid, sender.Provider(), {certificate.Get()}));
-    EXPECT_EQ(87u, GetLastError());
-    EXPECT_EQ("EXT : ZarMsgGenContentEncryptKey : pszObjId error = 80090008.",
-              trace.Messages().back());
-  }
 }
 
 // Without a provider of the caller's the framework puts its own default into the record, so that

@@ -31,9 +31,6 @@ class ZeroedFrameworkMemory {
   ImportPatch patch_{GetModuleHandleA("crypt32.dll"), "ucrtbase.dll", "malloc", &Allocate};
 };
 
-// Wine's message layer passes a shorter record than the documented one. The two fields behind its
-// end then lie in a saved register of its caller, xmm6, which may come back changed: said to the
-// compiler here.
 inline BOOL EncryptMessage(CRYPT_ENCRYPT_MESSAGE_PARA* para,
                            const std::vector<PCCERT_CONTEXT>& recipients, const Octets& content,
                            Octets* message) {
@@ -44,7 +41,6 @@ inline BOOL EncryptMessage(CRYPT_ENCRYPT_MESSAGE_PARA* para,
   const BOOL result =
       CryptEncryptMessage(para, count, certificates, content.data(),
                           static_cast<DWORD>(content.size()), message->data(), &size);
-  asm volatile("" ::: "xmm6", "memory");
   message->resize(result ? size : 0);
   return result;
 }

@@ -3,6 +3,7 @@
 
 #include <deque>
 #include <random>
+#include <type_traits>
 
 #include "keyinfo/pkcs8.h"
 #include "unit/keyinfo_octets.h"
@@ -452,6 +453,14 @@ TEST_F(RandomRecords, Bags) {
     ASSERT_EQ(record.tag, read.tag);
     ASSERT_EQ(Text(record.value), Text(read.value));
   }
+}
+
+// The record of a reading points into the tree. Nothing but Build, Read and Clear, which end the
+// record, may change the tree below it.
+TEST(Read, KeepsItsTreeToItself) {
+  static_assert(std::is_base_of_v<TASN1, TPKCS8>);
+  EXPECT_FALSE((std::is_convertible_v<TPKCS8*, TASN1*>));
+  EXPECT_FALSE((std::is_convertible_v<TPKCS8&, TASN1&>));
 }
 
 }  // namespace

@@ -395,7 +395,7 @@ TEST_P(Ciphers, WantWholeBlocksBeforeTheEnd) {
             0x80090004);
 }
 
-INSTANTIATE_TEST_SUITE_P(All, Ciphers, testing::Values(0x681F, 0x6620, 0x6610, 0x6611));
+INSTANTIATE_TEST_SUITE_P(All, Ciphers, testing::Values(0x681F, 0x6620, 0x6610, 0x660E, 0x6611));
 
 TEST(Padding, IsChecked) {
   SessionKey key(*FindCipherAlgorithm(0x6611), Bytes(16, 9));
