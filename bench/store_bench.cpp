@@ -122,6 +122,8 @@ struct TimedImports {
   Timed<MapViewOfFile, &inSection> map{"KERNEL32.dll", "MapViewOfFile"};
   Timed<UnmapViewOfFile, &inSection> unmap{"KERNEL32.dll", "UnmapViewOfFile"};
   Timed<VirtualQuery, &inSection> query{"KERNEL32.dll", "VirtualQuery"};
+  Timed<ReadProcessMemory, &inSection> read{"KERNEL32.dll", "ReadProcessMemory"};
+  Timed<WriteProcessMemory, &inSection> write{"KERNEL32.dll", "WriteProcessMemory"};
   Timed<WaitForSingleObject, &inSection> wait{"KERNEL32.dll", "WaitForSingleObject"};
   Timed<ReleaseMutex, &inSection> release{"KERNEL32.dll", "ReleaseMutex"};
 };

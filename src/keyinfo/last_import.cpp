@@ -7,7 +7,7 @@ namespace zarext {
 unsigned char LastProfile[kLastProfileSize];
 char LastContainerUrl[kLastContainerUrlSize];
 
-std::string LastContainerUrlText() {
+std::string_view LastContainerUrlText() {
   return {LastContainerUrl, strnlen(LastContainerUrl, kLastContainerUrlSize)};
 }
 

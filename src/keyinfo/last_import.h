@@ -4,7 +4,7 @@
 #define ZAREXT_KEYINFO_LAST_IMPORT_H_
 
 #include <cstddef>
-#include <string>
+#include <string_view>
 
 namespace zarext {
 
@@ -16,8 +16,8 @@ inline constexpr std::size_t kLastContainerUrlSize = 1024;
 extern unsigned char LastProfile[kLastProfileSize];
 extern char LastContainerUrl[kLastContainerUrlSize];
 
-// A copy of the URL's text, which ends with the buffer if the provider left no terminator.
-std::string LastContainerUrlText();
+// The URL's text in the buffer, which ends it if the provider left no terminator.
+std::string_view LastContainerUrlText();
 
 }  // namespace zarext
 

@@ -1,10 +1,9 @@
 #include "store/container_cache.h"
 
 #include <algorithm>
-#include <atomic>
-#include <bit>
-#include <cstring>
 #include <ctime>
+#include <memory>
+#include <new>
 #include <vector>
 
 #include "frame/handles.h"
@@ -33,7 +32,9 @@ class SectionTurn {
   HANDLE mutex_;
 };
 
-// A view of the whole section, as large as whoever created it made it.
+// A view of the whole section, as large as whoever created it made it. Whoever did may have made it
+// of a file and cut the file since: the platform copies in and out, and reports the pages that are
+// gone, where an access of the module's own would end the host.
 class SectionView {
  public:
   explicit SectionView(HANDLE mapping) noexcept
@@ -48,40 +49,59 @@ class SectionView {
   [[nodiscard]] bool HasRoomFor(std::size_t blockSize) const noexcept {
     return size_ >= sizeof(CacheHeader) && blockSize <= size_ - sizeof(CacheHeader);
   }
-  // One access each: stamp and length belong together.
-  [[nodiscard]] CacheHeader LoadHeader() const noexcept {
-    return std::bit_cast<CacheHeader>(HeaderWord().load());
+  // Stamp and length go together, in one copy of eight octets.
+  bool ReadHeader(CacheHeader* header) const { return Read(0, header, sizeof *header); }
+  bool WriteHeader(const CacheHeader& header) const { return Write(0, &header, sizeof header); }
+  // As many octets as there is room for.
+  bool ReadBlock(void* block, std::size_t size) const {
+    return Read(sizeof(CacheHeader), block, size);
   }
-  void StoreHeader(const CacheHeader& header) const noexcept {
-    HeaderWord().store(std::bit_cast<std::uint64_t>(header));
-  }
-  [[nodiscard]] std::uint8_t* Block() const noexcept {
-    return static_cast<std::uint8_t*>(view_.Get()) + sizeof(CacheHeader);
+  bool WriteBlock(const void* block, std::size_t size) const {
+    return Write(sizeof(CacheHeader), block, size);
   }
 
  private:
-  [[nodiscard]] std::atomic_ref<std::uint64_t> HeaderWord() const noexcept {
-    return std::atomic_ref<std::uint64_t>(*static_cast<std::uint64_t*>(view_.Get()));
+  bool Read(std::size_t offset, void* octets, std::size_t size) const {
+    SIZE_T copied = 0;
+    return ReadProcessMemory(GetCurrentProcess(), At(offset), octets, size, &copied) != FALSE &&
+           copied == size;
+  }
+  bool Write(std::size_t offset, const void* octets, std::size_t size) const {
+    SIZE_T copied = 0;
+    return WriteProcessMemory(GetCurrentProcess(), At(offset), octets, size, &copied) != FALSE &&
+           copied == size;
+  }
+  [[nodiscard]] void* At(std::size_t offset) const noexcept {
+    return static_cast<std::uint8_t*>(view_.Get()) + offset;
   }
 
   UniqueView view_;
   std::size_t size_ = 0;
 };
 
-// Copies a usable block out of the section; empty if there is none.
-std::vector<std::uint8_t> CopyBlock(HANDLE mapping, HANDLE mutex, std::uint32_t* stamp) {
+struct BlockCopy {
+  CacheHeader header = {};
+  std::unique_ptr<std::uint8_t[]> octets;  // null for none
+};
+
+// Copies a usable block out of the section. Throws nothing of its own while it has the turn.
+BlockCopy CopyBlock(HANDLE mapping, HANDLE mutex) {
+  BlockCopy copy;
   const SectionView view(mapping);
   if (!view.HasRoomFor(0)) {
-    return {};
+    return copy;
   }
   const std::int64_t now = std::time(nullptr);
   const SectionTurn turn(mutex);
-  const CacheHeader header = view.LoadHeader();
-  if (!IsBlockUsable(header, now) || !view.HasRoomFor(header.cbData)) {
-    return {};
+  if (!view.ReadHeader(&copy.header) || !IsBlockUsable(copy.header, now) ||
+      !view.HasRoomFor(copy.header.cbData)) {
+    return copy;
   }
-  *stamp = header.stamp;
-  return {view.Block(), view.Block() + header.cbData};
+  copy.octets.reset(new (std::nothrow) std::uint8_t[copy.header.cbData + 1]());
+  if (copy.octets && !view.ReadBlock(copy.octets.get(), copy.header.cbData)) {
+    copy.octets.reset();
+  }
+  return copy;
 }
 
 }  // namespace
@@ -96,13 +116,12 @@ TContainerCache::TContainerCache() noexcept
 void TContainerCache::ReadShared() noexcept {
   Clear();
   try {
-    std::uint32_t stamp = 0;
-    const std::vector<std::uint8_t> block = CopyBlock(hMapping_, hMutex_, &stamp);
-    if (block.empty()) {
+    const BlockCopy block = CopyBlock(hMapping_, hMutex_);
+    if (!block.octets) {
       return;
     }
-    CacheLoadTime = stamp;
-    ReadCacheBlock(block, list_);
+    CacheLoadTime = block.header.stamp;
+    ReadCacheBlock({block.octets.get(), block.header.cbData}, list_);
   } catch (...) {
     // Without memory the list stays as far as it came, and the provider is asked.
     return;
@@ -125,8 +144,9 @@ void TContainerCache::WriteShared() const noexcept {
     const CacheHeader header = {static_cast<std::uint32_t>(std::time(nullptr)),
                                 static_cast<std::uint32_t>(block.size())};
     const SectionTurn turn(hMutex_);
-    view.StoreHeader(header);
-    std::memcpy(view.Block(), block.data(), block.size());
+    if (view.WriteHeader(header)) {
+      view.WriteBlock(block.data(), block.size());
+    }
   } catch (...) {
     // Without memory nothing is published.
     return;

@@ -1,6 +1,5 @@
 #include "store/key_address.h"
 
-#include <algorithm>
 #include <cstring>
 
 #include "asn1/oid.h"
@@ -8,7 +7,6 @@
 namespace zarext {
 namespace {
 
-constexpr std::string_view kScheme = "profile://";
 constexpr std::string_view kSerialQuery = "/?sn=";
 constexpr char kRsaOid[] = "1.2.840.113549.1.1.1";
 constexpr char kHexDigits[] = "0123456789ABCDEF";
@@ -18,18 +16,16 @@ constexpr std::uint32_t kAtSignature = 2;
 
 }  // namespace
 
-std::string ContainerUrl(std::string_view container) {
-  return std::string(kScheme).append(container);
-}
-
-std::string KeyUrl(std::string_view container, std::span<const std::uint8_t> serial) {
-  std::string url = ContainerUrl(container).append(kSerialQuery);
-  const std::size_t longest = kKeyUrlSize - 1;
-  url.resize(std::min(url.size(), longest));
-  const std::size_t octets = std::min(serial.size(), (longest - url.size()) / 2);
-  for (const std::uint8_t octet : serial.first(octets)) {
-    url.push_back(kHexDigits[octet >> 4]);
-    url.push_back(kHexDigits[octet & 0x0F]);
+FixedText<kKeyUrlSize> KeyUrl(std::string_view container,
+                              std::span<const std::uint8_t> serial) noexcept {
+  FixedText<kKeyUrlSize> url = ContainerUrl<kKeyUrlSize>(container);
+  url.Append(kSerialQuery);
+  for (const std::uint8_t octet : serial) {
+    const char digits[] = {kHexDigits[octet >> 4], kHexDigits[octet & 0x0F]};
+    if (url.Room() < sizeof digits) {
+      break;
+    }
+    url.Append({digits, sizeof digits});
   }
   return url;
 }

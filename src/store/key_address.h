@@ -3,23 +3,32 @@
 #ifndef ZAREXT_STORE_KEY_ADDRESS_H_
 #define ZAREXT_STORE_KEY_ADDRESS_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
-#include <string>
 #include <string_view>
+
+#include "store/fixed_text.h"
 
 namespace zarext {
 
-// Lengths of an address text with and without its terminator.
+// Octets of an address and its terminator, of a key and of a container that is listed.
 inline constexpr std::size_t kKeyUrlSize = 520;
 
-// "profile://%s": the address of a container.
-std::string ContainerUrl(std::string_view container);
+// "profile://%s": the address of a container, cut to what fits.
+template <std::size_t size>
+FixedText<size> ContainerUrl(std::string_view container) noexcept {
+  FixedText<size> url;
+  url.Append("profile://");
+  url.Append(container);
+  return url;
+}
 
 // "profile://%s/?sn=%s": the address of the key whose certificate has this serial number, in
 // upper-case hexadecimal, octets in the order given. At most 519 characters: of a longer serial
 // number the first octets that fit.
-std::string KeyUrl(std::string_view container, std::span<const std::uint8_t> serial);
+FixedText<kKeyUrlSize> KeyUrl(std::string_view container,
+                              std::span<const std::uint8_t> serial) noexcept;
 
 // AT_SIGNATURE (2) for no algorithm, AT_KEYEXCHANGE (1) where the bits 0x1E00 of the ALG_ID are
 // clear, AT_SIGNATURE otherwise.

@@ -1,7 +1,7 @@
 #include "store/load_certificates.h"
 
 #include <ctime>
-#include <string>
+#include <utility>
 
 #include "frame/export_frame.h"
 #include "store/cache_block.h"
@@ -75,19 +75,19 @@ Walk ListKey(HCRYPTPROV container, char* name, CNT_KEY_INFO& record, DWORD retur
 }
 
 void ListContainer(HCRYPTPROV provider, char* name) {
-  const std::string url = ContainerUrl(name);
+  auto url = ContainerUrl<kKeyUrlSize>(name);
   CNT_PROFILE profile;
-  if (!QueryProfile(provider, url, &profile)) {
+  if (!QueryProfile(provider, url.View(), &profile)) {
     return;
   }
-  Trace("EXT : load_certs_from_CSP : URL = %s (%s : %s).", url.c_str(), profile.tokenKind,
+  Trace("EXT : load_certs_from_CSP : URL = %s (%s : %s).", url.Text(), profile.tokenKind,
         profile.thirdText);
   UniqueProviderContext container;
-  if (!IsProfileOpened(profile) || !OpenContainer(url, &container)) {
+  if (!IsProfileOpened(profile) || !OpenContainer(url.Text(), &container)) {
     return;
   }
-  ForEachKey(container.Get(), [&](CNT_KEY_INFO& record, DWORD returnedSize) {
-    return ListKey(container.Get(), name, record, returnedSize);
+  ForEachKey(*container.Get(), [&](CNT_KEY_INFO& record, DWORD returnedSize) {
+    return ListKey(*container.Get(), name, record, returnedSize);
   });
 }
 
@@ -98,8 +98,8 @@ void WalkProvider() {
   {
     UniqueProviderContext provider;
     if (AcquireVerifyContext(&provider)) {
-      ForEachContainer<kContainerNameSize>(provider.Get(), [&](char* name) {
-        ListContainer(provider.Get(), name);
+      ForEachContainer<kContainerNameSize>(*provider.Get(), [&](char* name) {
+        ListContainer(*provider.Get(), name);
         return Walk::kGoOn;
       });
     }
@@ -114,9 +114,9 @@ void AddCertificate(HCERTSTORE hCertStore, const CNT_KEY_INFO& record) {
   if (!context) {
     return;
   }
-  const std::string url = KeyUrl(record.pszContainer, {record.pbSerial, record.cbSerial});
+  const auto url = KeyUrl(record.pszContainer, {record.pbSerial, record.cbSerial});
   wchar_t wideUrl[kKeyUrlSize] = {};
-  ToWide(url.c_str(), wideUrl);
+  ToWide(url.Text(), wideUrl);
   const char* const oid = context.Get()->pCertInfo->SubjectPublicKeyInfo.Algorithm.pszObjId;
   KeyProvider provider(oid);
   if (!provider.IsValid()) {
@@ -132,15 +132,32 @@ void AddCertificate(HCERTSTORE hCertStore, const CNT_KEY_INFO& record) {
       "EXT : load_certs_from_CSP_CACHE : dwKeySpec = %x (%x), dwProvType = %x, size = %i, "
       "szwContainer = %s (%s).",
       Hex(info.dwKeySpec), record.algId, Hex(info.dwProvType), Int(context.Get()->cbCertEncoded),
-      url.c_str(), oid);
+      url.Text(), oid);
   CertSetCertificateContextProperty(context.Get(), CERT_KEY_PROV_INFO_PROP_ID, 0, &info);
   CertAddCertificateContextToStore(hCertStore, context.Get(), CERT_STORE_ADD_NEW, nullptr);
 }
 
-}  // namespace
+// The load that runs. Only its own thread meets it, the critical section keeps others out: code of
+// the host that a provider call, a trace line or a dialogue of the "ROOT" store runs, and that
+// opens the store again.
+class RunningLoad {
+ public:
+  RunningLoad() noexcept : isNested_(std::exchange(runs_, true)) {}
+  ~RunningLoad() { runs_ = isNested_; }
+  RunningLoad(const RunningLoad&) = delete;
+  RunningLoad& operator=(const RunningLoad&) = delete;
+  RunningLoad(RunningLoad&&) = delete;
+  RunningLoad& operator=(RunningLoad&&) = delete;
 
-std::int32_t load_certs_from_CSP(HCERTSTORE hCertStore) {
-  TContainerCache& cache = TContainerCache::Instance();
+  [[nodiscard]] bool IsNested() const noexcept { return isNested_; }
+
+ private:
+  static inline bool runs_ = false;
+  bool isNested_;
+};
+
+// Sees to it that the list is fresh.
+void Refresh(TContainerCache& cache) {
   const std::int64_t now = std::time(nullptr);
   const auto isFresh = [&] {
     return !cache.List().IsEmpty() && now - CacheLoadTime <= kCacheLifetime;
@@ -150,6 +167,18 @@ std::int32_t load_certs_from_CSP(HCERTSTORE hCertStore) {
   }
   if (!isFresh()) {
     WalkProvider();
+  }
+}
+
+}  // namespace
+
+std::int32_t load_certs_from_CSP(HCERTSTORE hCertStore) {
+  TContainerCache& cache = TContainerCache::Instance();
+  const RunningLoad load;
+  // A nested load serves what is there: the list must not go away under the load around it, and a
+  // provider that opens the store whenever it is asked would be asked without end.
+  if (!load.IsNested()) {
+    Refresh(cache);
   }
   for (const KeyRecordNode* node = cache.List().Head(); node != nullptr; node = node->next.get()) {
     AddCertificate(hCertStore, node->record->Info());

@@ -34,11 +34,11 @@ bool AcquireVerifyContext(UniqueProviderContext* context) {
   return Acquire(nullptr, CRYPT_VERIFYCONTEXT, context);
 }
 
-bool OpenContainer(std::string url, UniqueProviderContext* context) {
-  return Acquire(url.data(), CRYPT_SILENT, context);
+bool OpenContainer(char* url, UniqueProviderContext* context) {
+  return Acquire(url, CRYPT_SILENT, context);
 }
 
-bool QueryProfile(HCRYPTPROV provider, const std::string& url, CNT_PROFILE* profile) {
+bool QueryProfile(HCRYPTPROV provider, std::string_view url, CNT_PROFILE* profile) {
   DWORD size = sizeof *profile;
   return PrepareProfile(url, profile) &&
          Provider().CPGetProvParam(provider, PP_CNT_PROFILE, reinterpret_cast<BYTE*>(profile),

@@ -9,7 +9,8 @@
 #include <wincrypt.h>
 
 #include <cstring>
-#include <string>
+#include <optional>
+#include <string_view>
 
 #include "frame/handles.h"
 #include "frame/provider_binding.h"
@@ -19,13 +20,14 @@
 namespace zarext {
 
 // A context of the provider module itself, not of the platform. Usable once the module is bound.
+// Any handle can be one, also 0.
 struct ProviderContextTraits {
-  using Type = HCRYPTPROV;
+  using Type = std::optional<HCRYPTPROV>;
   // What the provider throws here ends here: nobody could do anything about it, and a walk that is
   // left because of something else that was thrown releases too.
   static void Release(Type context) noexcept {
     try {
-      Provider().CPReleaseContext(context, 0);
+      Provider().CPReleaseContext(*context, 0);
     } catch (...) {
       return;
     }
@@ -40,11 +42,11 @@ void RequireProvider();
 bool AcquireVerifyContext(UniqueProviderContext* context);
 
 // The container's context, without any dialogue.
-bool OpenContainer(std::string url, UniqueProviderContext* context);
+bool OpenContainer(char* url, UniqueProviderContext* context);
 
 // Asks the provider for the profile of the container `url`. False if it fails or if what it
 // returns is not well-formed.
-bool QueryProfile(HCRYPTPROV provider, const std::string& url, CNT_PROFILE* profile);
+bool QueryProfile(HCRYPTPROV provider, std::string_view url, CNT_PROFILE* profile);
 
 enum class Walk { kGoOn, kStop };
 

@@ -1,6 +1,6 @@
 #include <algorithm>
 #include <cstring>
-#include <string>
+#include <string_view>
 
 #include "frame/export_frame.h"
 #include "keyinfo/last_import.h"
@@ -12,6 +12,8 @@ namespace zarext {
 namespace {
 
 constexpr DWORD kContainerNameSize = 1024;
+
+using WriteUrl = FixedText<2048>;
 
 // What one key made of the certificate, and where the search goes on.
 enum class Written {
@@ -82,14 +84,15 @@ Written GiveToKey(HCRYPTPROV container, HCRYPTKEY key, const CERT_CONTEXT& certi
 
 // The address under which the container can be written; empty for none. A container on a token is
 // written only if the last private-key import put its key there.
-std::string WritableUrl(const char* name, const std::string& url, const CNT_PROFILE& profile) {
+WriteUrl WritableUrl(const char* name, const WriteUrl& url, const CNT_PROFILE& profile) {
   if (IsProfileWritable(profile)) {
     return url;
   }
-  std::string imported = LastContainerUrlText();
-  const bool isThisOne = imported.find(name) != std::string::npos &&
-                         imported.find(profile.tokenKind) != std::string::npos;
-  return isThisOne ? imported : std::string();
+  WriteUrl imported;
+  imported.Append(LastContainerUrlText());
+  const bool isThisOne = imported.View().find(name) != std::string_view::npos &&
+                         imported.View().find(profile.tokenKind) != std::string_view::npos;
+  return isThisOne ? imported : WriteUrl();
 }
 
 // The search for a place for one certificate.
@@ -105,29 +108,29 @@ class CertificateWriter {
       return FALSE;
     }
     ForEachContainer<kContainerNameSize>(
-        provider.Get(), [&](const char* name) { return VisitContainer(provider.Get(), name); });
+        *provider.Get(), [&](const char* name) { return VisitContainer(*provider.Get(), name); });
     return result_;
   }
 
  private:
   Walk VisitContainer(HCRYPTPROV provider, const char* name) {
-    const std::string url = ContainerUrl(name);
-    Trace("EXT : CertStoreProvWriteCertCallback [URL = %s]", url.c_str());
+    const WriteUrl url = ContainerUrl<2048>(name);
+    Trace("EXT : CertStoreProvWriteCertCallback [URL = %s]", url.Text());
     CNT_PROFILE profile;
-    if (!QueryProfile(provider, url, &profile)) {
+    if (!QueryProfile(provider, url.View(), &profile)) {
       return Walk::kGoOn;
     }
-    const std::string writable = WritableUrl(name, url, profile);
+    WriteUrl writable = WritableUrl(name, url, profile);
     UniqueProviderContext container;
-    if (writable.empty() || !OpenContainer(writable, &container)) {
+    if (writable.View().empty() || !OpenContainer(writable.Text(), &container)) {
       return Walk::kGoOn;
     }
     Walk walk = Walk::kGoOn;
-    ForEachKey(container.Get(), [&](const CNT_KEY_INFO& record, DWORD /*returnedSize*/) {
+    ForEachKey(*container.Get(), [&](const CNT_KEY_INFO& record, DWORD /*returnedSize*/) {
       if (record.hKey == 0) {
         return Walk::kStop;
       }
-      const Written written = VisitKey(container.Get(), record.hKey);
+      const Written written = VisitKey(*container.Get(), record.hKey);
       if (written != Written::kNo) {
         result_ = TRUE;
       }

@@ -270,6 +270,8 @@ void PatchKernel(Patches& p, HMODULE m) {
   Call<"GetModuleFileNameA", decltype(GetModuleFileNameA)>(p, m, kKernel);
   Call<"MultiByteToWideChar", decltype(MultiByteToWideChar)>(p, m, kKernel);
   Call<"VirtualQuery", decltype(VirtualQuery)>(p, m, kKernel);
+  Call<"ReadProcessMemory", decltype(ReadProcessMemory)>(p, m, kKernel);
+  Call<"WriteProcessMemory", decltype(WriteProcessMemory)>(p, m, kKernel);
   Call<"GetTempPathA", decltype(GetTempPathA)>(p, m, kKernel);
   Call<"LockFileEx", decltype(LockFileEx)>(p, m, kKernel);
   Release<"UnlockFileEx", decltype(UnlockFileEx)>(p, m, kKernel);

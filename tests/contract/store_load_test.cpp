@@ -1,4 +1,7 @@
 // The walk over the provider's containers, and what reaches the store from it.
+#include <functional>
+#include <utility>
+
 #include "store_fixture.h"
 #include "support/guarded_memory.h"
 #include "support/import_patch.h"
@@ -299,6 +302,29 @@ TEST_F(StoreLoad, ATextThatFillsItsFieldButForTheTerminatorIsRead) {
   EXPECT_EQ("EXT : load_certs_from_CSP : URL = profile://c (" + std::string(191, 'k') + " : " +
                 std::string(495, 't') + ").",
             LoadLines()[0]);
+}
+
+TEST_F(StoreLoad, AContextWhoseHandleIs0IsUsedAndReleased) {
+  AddContainer("c", {KeyWith(0, MakeCertificate({}), {1})});
+  // Of the verify context, and of the container's.
+  for (const HCRYPTPROV first : {HCRYPTPROV{0}, ~HCRYPTPROV{0}}) {
+    SCOPED_TRACE(first);
+    provider.nextContext = first;
+    provider.ClearCalls();
+    EXPECT_THAT(Load(), SizeIs(1));
+    const std::string verify = std::to_string(first);
+    const std::string container = std::to_string(first + 1);
+    EXPECT_THAT(provider.Calls(),
+                ElementsAre("AcquireContext(null, f0000000) = " + verify,
+                            "GetProvParam(" + verify + ", 57, 260, 1) = c",
+                            "GetProvParam(" + verify + ", 64, 1456, 0) = profile://c",
+                            "AcquireContext(profile://c, 40) = " + container,
+                            "GetProvParam(" + container + ", 45, 88, 1)",
+                            "ReleaseContext(" + container + ", 0)",
+                            "GetProvParam(" + verify + ", 57, 260, 0) ! 103",
+                            "ReleaseContext(" + verify + ", 0)"));
+    Advance(100);
+  }
 }
 
 TEST_F(StoreLoad, WithoutAVerifyContextTheStoreIsEmpty) {
@@ -637,6 +663,79 @@ TEST_F(StoreLoad, AnEmptyListIsAskedForAnewEachTime) {
   Load();
   Load();
   EXPECT_EQ(2, provider.CountCalls("AcquireContext(null"));
+}
+
+TEST_F(StoreLoad, AStaleListAsksTheSectionOnce) {
+  AddContainer("alpha", {KeyWith(1, MakeCertificate({.serial = {1}}), {1})});
+  Load();
+  Advance(61);
+  static int views;
+  views = 0;
+  const ImportPatch map(
+      Module(), "KERNEL32.dll", "MapViewOfFile",
+      +[](HANDLE mapping, DWORD access, DWORD high, DWORD low, SIZE_T size) WINAPI -> LPVOID {
+        ++views;
+        return MapViewOfFile(mapping, access, high, low, size);
+      });
+  provider.containers.clear();
+  EXPECT_THAT(Load(), IsEmpty());
+  EXPECT_EQ(1, views);
+}
+
+// Opens on the thread that loads: code of the host runs there inside the debugger's output, and
+// inside the provider's calls.
+
+TEST_F(StoreLoad, AnOpenWhileTheListIsHandedOutLeavesTheListAlone) {
+  AddContainer("a", {KeyWith(1, MakeCertificate({.serial = {1}}), {1}),
+                     KeyWith(2, MakeCertificate({.serial = {2}}), {2})});
+  Load();
+  provider.containers.clear();
+  provider.ClearCalls();
+  static std::function<void()> whileHandedOut;
+  const ImportPatch output(
+      Module(), "KERNEL32.dll", "OutputDebugStringA", +[](LPCSTR text) WINAPI {
+        if (std::string(text).find("_CACHE : ") != std::string::npos) {
+          if (const auto once = std::exchange(whileHandedOut, nullptr)) once();
+        }
+      });
+  const MemoryStore nested;
+  whileHandedOut = [&] {
+    Advance(61);
+    EXPECT_EQ(1, Open(nested));
+  };
+  EXPECT_THAT(Load(), SizeIs(2));
+  EXPECT_THAT(Encodings(nested.Get()), SizeIs(2));
+  EXPECT_THAT(provider.Calls(), IsEmpty());
+  // The next open finds that the time has passed.
+  EXPECT_THAT(Load(), IsEmpty());
+}
+
+TEST_F(StoreLoad, AnOpenWhileTheProviderIsAskedServesWhatIsThere) {
+  AddContainer("a", {KeyWith(1, MakeCertificate({.serial = {1}}), {1}),
+                     KeyWith(2, MakeCertificate({.serial = {2}}), {2})});
+  const std::pair<const char*, std::size_t> cases[] = {{"AcquireContext(null", 0},
+                                                       {"GetProvParam(1, 57, 260, 1)", 0},
+                                                       {"GetKeyParam(2, 1,", 1},
+                                                       {"GetKeyParam(2, 2,", 2},
+                                                       {"ReleaseContext(1,", 2}};
+  for (const auto& [place, listed] : cases) {
+    SCOPED_TRACE(place);
+    provider.nextContext = 1;
+    provider.ClearCalls();
+    int opens = 0;
+    provider.onCall = [&, at = std::string(place), count = listed](const std::string& call) {
+      // A provider that opens the store in each of its calls, as far as the test lets it.
+      if (call.rfind(at, 0) != 0 || ++opens > 3) return;
+      const MemoryStore nested;
+      EXPECT_EQ(1, Open(nested));
+      EXPECT_THAT(Encodings(nested.Get()), SizeIs(count));
+    };
+    EXPECT_THAT(Load(), SizeIs(2));
+    EXPECT_EQ(1, opens);
+    EXPECT_EQ(1, provider.CountCalls("AcquireContext(null"));
+    provider.onCall = nullptr;
+    Advance(100);
+  }
 }
 
 TEST_F(StoreLoad, WithoutASectionTheListStillServes) {

@@ -137,6 +137,20 @@ TEST_F(StoreWrite, WithoutAVerifyContextFails) {
   EXPECT_THAT(provider.Calls(), SizeIs(1));
 }
 
+TEST_F(StoreWrite, AContextWhoseHandleIs0IsUsedAndReleased) {
+  AddContainer("c", {KeyWith(0x11, {}, {})});
+  // Of the verify context, and of the container's.
+  for (const HCRYPTPROV first : {HCRYPTPROV{0}, ~HCRYPTPROV{0}}) {
+    SCOPED_TRACE(first);
+    provider.containers[0].keys[0].ownCertificate.clear();
+    provider.nextContext = first;
+    provider.ClearCalls();
+    EXPECT_EQ(1, Write(leaf));
+    EXPECT_EQ(1, provider.CountCalls("ReleaseContext(" + std::to_string(first) + ", 0)"));
+    EXPECT_EQ(1, provider.CountCalls("ReleaseContext(" + std::to_string(first + 1) + ", 0)"));
+  }
+}
+
 TEST_F(StoreWrite, WhatARefusedContextLeavesBehindIsNotReleased) {
   AddContainer("c1", {KeyWith(0x11, {}, {})});
   provider.leavesBehind = 0x77;

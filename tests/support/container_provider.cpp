@@ -114,7 +114,7 @@ BOOL ContainerProvider::AcquireContext(HCRYPTPROV* provider, const char* contain
     if (container != nullptr && found == nullptr) {
       return static_cast<DWORD>(NTE_BAD_KEYSET);
     }
-    *provider = nextContext_++;
+    *provider = nextContext++;
     contexts_[*provider] = {found};
     text += " = " + Dec(*provider);
     return ERROR_SUCCESS;

@@ -65,6 +65,8 @@ class ContainerProvider : public ProviderScript {
   std::function<void(const std::string& call)> onCall;
   // What a failed AcquireContext leaves in the place for the context; 0: nothing is written.
   HCRYPTPROV leavesBehind = 0;
+  // The handle of the next context; those behind it count on.
+  HCRYPTPROV nextContext = 1;
   // Where they are set, lists start over instead of ending.
   bool endlessContainers = false;
   bool endlessKeys = false;
@@ -120,7 +122,6 @@ class ContainerProvider : public ProviderScript {
   std::map<std::string, std::map<int, DWORD>> failures_;
   std::vector<std::string> calls_;
   std::map<HCRYPTPROV, Context> contexts_;
-  HCRYPTPROV nextContext_ = 1;
   bool buffersWereClean_ = true;
 };
 

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <string>
 #include <vector>
 
 #include "store/container_profile.h"
@@ -72,21 +73,23 @@ TEST(ContainerProfile, DecidesByKindAndSecondText) {
 }
 
 TEST(KeyAddress, HasTheContainerAndTheSerialNumber) {
-  EXPECT_EQ("profile://a b", ContainerUrl("a b"));
-  EXPECT_EQ("profile://", ContainerUrl(""));
+  EXPECT_EQ("profile://a b", ContainerUrl<520>("a b").View());
+  EXPECT_EQ("profile://", ContainerUrl<520>("").View());
+  EXPECT_EQ("profile://abc", ContainerUrl<14>("abcd").View());
+  EXPECT_STREQ("profile://abc", ContainerUrl<14>("abcd").Text());
   const std::vector<std::uint8_t> serial = {0x00, 0x09, 0x9A, 0xF0, 0xCD};
-  EXPECT_EQ("profile://name/?sn=00099AF0CD", KeyUrl("name", serial));
-  EXPECT_EQ("profile://name/?sn=", KeyUrl("name", {}));
+  EXPECT_EQ("profile://name/?sn=00099AF0CD", KeyUrl("name", serial).View());
+  EXPECT_EQ("profile://name/?sn=", KeyUrl("name", {}).View());
 }
 
 TEST(KeyAddress, HasAtMost519CharactersAndWholePairs) {
   const std::vector<std::uint8_t> serial(4000, 0xA5);
-  EXPECT_EQ(518u, KeyUrl("c", serial).size());
-  EXPECT_EQ(519u, KeyUrl("cd", serial).size());
-  EXPECT_EQ(519u, KeyUrl(std::string(504, 'x'), serial).size());
-  EXPECT_EQ('=', KeyUrl(std::string(503, 'x'), serial).back());
-  EXPECT_EQ(519u, KeyUrl(std::string(2000, 'x'), serial).size());
-  EXPECT_EQ('5', KeyUrl("c", serial).back());
+  EXPECT_EQ(518u, KeyUrl("c", serial).View().size());
+  EXPECT_EQ(519u, KeyUrl("cd", serial).View().size());
+  EXPECT_EQ(519u, KeyUrl(std::string(504, 'x'), serial).View().size());
+  EXPECT_EQ('=', KeyUrl(std::string(503, 'x'), serial).View().back());
+  EXPECT_EQ(519u, KeyUrl(std::string(2000, 'x'), serial).View().size());
+  EXPECT_EQ('5', KeyUrl("c", serial).View().back());
 }
 
 TEST(KeyAddress, TheKeySpecificationFollowsTheAlgorithm) {

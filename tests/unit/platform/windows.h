@@ -91,6 +91,11 @@ void* MapViewOfFile(HANDLE mapping, DWORD access, DWORD offsetHigh, DWORD offset
 BOOL UnmapViewOfFile(const void* view);
 DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds);
 BOOL ReleaseMutex(HANDLE mutex);
+HANDLE GetCurrentProcess();
+BOOL ReadProcessMemory(HANDLE process, const void* address, void* buffer, SIZE_T size,
+                       SIZE_T* copied);
+BOOL WriteProcessMemory(HANDLE process, void* address, const void* buffer, SIZE_T size,
+                        SIZE_T* copied);
 SIZE_T VirtualQuery(const void* address, MEMORY_BASIC_INFORMATION* information, SIZE_T size);
 void InitializeCriticalSection(CRITICAL_SECTION* section);
 void DeleteCriticalSection(CRITICAL_SECTION* section);
