@@ -31,8 +31,8 @@ struct FunctionBindings {
   const char* exportName;
   DWORD encodingType;
   OidSpan oids;
-  // So many OIDs at the head of the list are bound for both encoding types, whatever
-  // `encodingType` says of the rest.
+  // So many OIDs at the head of the list are registered with encoding type 0x10001, whatever
+  // `encodingType` says of the rest. The framework looks at its low half alone.
   std::size_t forBothEncodings = 0;
 
   [[nodiscard]] constexpr Binding At(std::size_t index) const {

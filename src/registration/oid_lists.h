@@ -109,8 +109,8 @@ inline constexpr std::array kPrivateKey = Without(kPublicKey, std::to_array<cons
                                                               }));
 
 // List C: the key-transport functions. Its first two OIDs, list A's in the opposite order, are
-// bound for both encoding types; the rest of list A, without the two of GOST R 34.10, for
-// certificates only.
+// registered with encoding type 0x10001, the rest of list A, without the two of GOST R 34.10, with
+// 1. The framework files both in one place: only who watches its functions sees the difference.
 inline constexpr std::array kKeyTransportFirst =
     std::to_array<const char*>({kElGamal, kDiffieHellman});
 inline constexpr std::array kKeyTransport =

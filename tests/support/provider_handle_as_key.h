@@ -1,5 +1,6 @@
-// advapi32 refuses a provider handle given as a key. Behind this patch of the module's import the
-// provider gets it, as its own context handle; everything else goes to advapi32.
+// advapi32 refuses a provider handle given as a key (seen on Wine; not tried on Windows). Behind
+// this patch of the module's import the provider gets it, as its own context handle; everything
+// else goes to advapi32.
 #ifndef ZAREXT_TESTS_SUPPORT_PROVIDER_HANDLE_AS_KEY_H_
 #define ZAREXT_TESTS_SUPPORT_PROVIDER_HANDLE_AS_KEY_H_
 

@@ -28,6 +28,9 @@ struct Actor {
   const char* signatureOid;
 };
 
+// Of AES-128 in CBC mode. Windows has an information record for it; Wine gets one from the first
+// step.
+inline constexpr char kAes128Oid[] = "2.16.840.1.101.3.4.1.2";
 inline constexpr char kMakersSignature[] = "1.3.6.1.4.1.32473.1.2.2";
 inline constexpr char kNationalSignature[] = "1.2.398.3.10.1.1.2.3.1";
 

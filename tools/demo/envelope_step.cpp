@@ -1,4 +1,4 @@
-// Step 5: enveloped messages, in the CMS form and in the older one.
+// Step 5: enveloped messages: what the platform refuses, what works, and what works behind a hook.
 #include <optional>
 #include <string>
 
@@ -15,42 +15,43 @@
 namespace zarext::demo {
 namespace {
 
-constexpr char kContentOid[] = "1.3.6.1.4.1.32473.1.2.4";
+// A content algorithm that the module is bound to, and one that it is not.
+constexpr char kBoundOid[] = "1.3.6.1.4.1.32473.1.2.4";
 constexpr char kOlderKeyOid[] = "1.3.6.1.4.1.32473.1.4.4";
-// Head, wrapped key and the sender's public key.
-constexpr std::size_t kWrappedKeySize = 152;
 constexpr std::size_t kMebibyte = 1U << 20U;
 constexpr char kImportFunction[] = "CryptMsgDllImportKeyTrans";
 
-// What Wine needs for messages. It looks the import of a key up by the content's algorithm, so that
-// one more binding is needed; and advapi32 refuses the provider's handle as the key to export.
-class MessageFixes {
+// A content algorithm, and what a wrapped key of it has: head, key and the sender's public key.
+struct ContentAlgorithm {
+  const char* oid;
+  std::size_t wrappedSize;
+};
+constexpr ContentAlgorithm kBound = {kBoundOid, 152};
+constexpr ContentAlgorithm kAes128 = {kAes128Oid, 136};
+
+// Wine looks the import of a key up by the content's algorithm, so that one more binding is needed.
+class ImportBinding {
  public:
-  MessageFixes() {
+  explicit ImportBinding(const char* contentOid) : contentOid_(contentOid) {
     if (test::IsWine()) {
       const std::string path = test::ProgramFolder() + "ZAREXT.dll";
       const std::wstring wide(path.begin(), path.end());
-      test::Must(CryptRegisterOIDFunction(X509_ASN_ENCODING, kImportFunction, kContentOid,
+      test::Must(CryptRegisterOIDFunction(X509_ASN_ENCODING, kImportFunction, contentOid_,
                                           wide.c_str(), "ZarMsgImportKeyTrans"),
                  "CryptRegisterOIDFunction");
-      providerHandleAsKey_.emplace();
-      zeroedMemory_.emplace();
-      Note(
-          "on Wine: ZarMsgImportKeyTrans is bound by the content's algorithm, too, and the module "
-          "may name a key by its provider's handle");
+      Note("on Wine: ZarMsgImportKeyTrans is bound by the content's algorithm, too");
     }
   }
-  ~MessageFixes() {
+  ~ImportBinding() {
     if (test::IsWine()) {
-      CryptUnregisterOIDFunction(X509_ASN_ENCODING, kImportFunction, kContentOid);
+      CryptUnregisterOIDFunction(X509_ASN_ENCODING, kImportFunction, contentOid_);
     }
   }
-  MessageFixes(const MessageFixes&) = delete;
-  MessageFixes& operator=(const MessageFixes&) = delete;
+  ImportBinding(const ImportBinding&) = delete;
+  ImportBinding& operator=(const ImportBinding&) = delete;
 
  private:
-  std::optional<test::ProviderHandleAsKey> providerHandleAsKey_;
-  std::optional<test::ZeroedFrameworkMemory> zeroedMemory_;
+  const char* contentOid_;
 };
 
 struct Party {
@@ -69,22 +70,18 @@ UniqueCertContext Certify(const Actor& actor, const Party& party, std::uint8_t s
       actor.container, test::SubjectKey::Makers(actor.keyOid, party.key), serial));
 }
 
-Octets Envelope(const Party& sender, const std::vector<PCCERT_CONTEXT>& recipients,
-                const Octets& content) {
+// CryptEncryptMessage; the code, or 0 and the message.
+DWORD Envelope(const char* contentOid, const Party& sender,
+               const std::vector<PCCERT_CONTEXT>& recipients, const Octets& content,
+               Octets* message) {
   CRYPT_ENCRYPT_MESSAGE_PARA para = {};
   para.cbSize = sizeof para;
   para.dwMsgEncodingType = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
   para.hCryptProv = sender.context.Get();
-  para.ContentEncryptionAlgorithm.pszObjId = const_cast<char*>(kContentOid);
-  Octets message;
-  Call("CryptEncryptMessage(" + std::to_string(content.size()) + " octets, content " + kContentOid +
-       ", two recipients)");
-  test::Must(test::EncryptMessage(&para, recipients, content, &message), "CryptEncryptMessage");
-  ExpectTraced("EXT : ZarMsgGenContentEncryptKey : cRecipients = 2.");
-  ExpectTraced("EXT : ZarMsgExportKeyTrans : EncryptedKeySize=152.");
-  Expect(message.size() > content.size() + recipients.size() * kWrappedKeySize,
-         "a message of " + std::to_string(message.size()) + " octets");
-  return message;
+  para.ContentEncryptionAlgorithm.pszObjId = const_cast<char*>(contentOid);
+  Call("CryptEncryptMessage(" + std::to_string(content.size()) + " octets, content " + contentOid +
+       ", " + std::to_string(recipients.size()) + " recipients)");
+  return test::CodeOf(test::EncryptMessage(&para, recipients, content, message));
 }
 
 // Opens the message; the code, or 0 and the content.
@@ -109,13 +106,37 @@ struct Parties {
   Party sender{kSender};
   Party first{kFirst};
   Party second{kSecond};
+  UniqueCertContext firstCertificate = Certify(kFirst, first, 5);
+  UniqueCertContext secondCertificate = Certify(kSecond, second, 6);
+
+  [[nodiscard]] std::vector<PCCERT_CONTEXT> Certificates() const {
+    return {firstCertificate.Get(), secondCertificate.Get()};
+  }
 };
 
-void ShowCmsForm(const Parties& parties, const Octets& content) {
-  const MessageFixes fixes;
-  const auto first = Certify(kFirst, parties.first, 5);
-  const auto second = Certify(kSecond, parties.second, 6);
-  const Octets message = Envelope(parties.sender, {first.Get(), second.Get()}, content);
+// The module names the key to wrap by the provider's handle, and the platform takes that for no
+// key.
+void ShowRefusal(const Parties& parties, const Octets& content) {
+  Octets message;
+  const DWORD code = Envelope(kBoundOid, parties.sender, parties.Certificates(), content, &message);
+  if (!test::IsWine()) {
+    Note("ended with " + std::to_string(code) + "; Wine refuses with 87");
+    return;
+  }
+  ExpectCode(ERROR_INVALID_PARAMETER, code,
+             "refused, as with every content algorithm that is bound");
+  ExpectTraced("EXT : ZarMsgGenContentEncryptKey : CryptExportKey = 57.");
+}
+
+void ShowPassage(const ContentAlgorithm& algorithm, const Parties& parties, const Octets& content) {
+  const ImportBinding binding(algorithm.oid);
+  Octets message;
+  ExpectCode(0, Envelope(algorithm.oid, parties.sender, parties.Certificates(), content, &message),
+             "enveloped for both");
+  ExpectTraced("EXT : ZarMsgExportKeyTrans : EncryptedKeySize=" +
+               std::to_string(algorithm.wrappedSize) + ".");
+  Expect(message.size() > content.size() + 2 * algorithm.wrappedSize,
+         "a message of " + std::to_string(message.size()) + " octets");
   OpenAs(message, parties.first, kFirst.container, content);
   if (test::IsWine()) {
     Note(
@@ -154,12 +175,12 @@ class OlderRecipient {
 };
 
 test::Key Generate(const Party& sender, OlderRecipient* first) {
-  CRYPT_ALGORITHM_IDENTIFIER algorithm = Algorithm(kContentOid);
+  CRYPT_ALGORITHM_IDENTIFIER algorithm = Algorithm(kBoundOid);
   HCRYPTPROV provider = sender.context.Get();
   test::Key key;
   BYTE* parameters = nullptr;
   DWORD size = 0;
-  Call(std::string("ZarGenEncryptKey(content ") + kContentOid + ")");
+  Call(std::string("ZarGenEncryptKey(content ") + kBoundOid + ")");
   test::Must(
       test::Export<test::GenEncryptKey>("ZarGenEncryptKey")(
           &provider, &algorithm, nullptr, first->Info(), nullptr, key.Out(), &parameters, &size),
@@ -176,7 +197,7 @@ void PassInOlderForm(const Party& sender, const test::Key& key, const Party& par
     return test::Export<test::ExportEncryptKey>("ZarExportEncryptKey")(
         sender.context.Get(), key.Get(), recipient.Info(), data, size);
   });
-  CRYPT_ALGORITHM_IDENTIFIER contentAlgorithm = Algorithm(kContentOid);
+  CRYPT_ALGORITHM_IDENTIFIER contentAlgorithm = Algorithm(kBoundOid);
   CRYPT_ALGORITHM_IDENTIFIER keyAlgorithm = Algorithm(kOlderKeyOid);
   test::Key received;
   Call(std::string("ZarImportEncryptKey(as \"") + who + "\")");
@@ -210,8 +231,23 @@ void OpenEnvelopes() {
   for (std::size_t i = 0; i < content.size(); ++i) {
     content[i] = static_cast<std::uint8_t>(i * 2654435761U >> 24);
   }
-  ShowCmsForm(parties, content);
+  std::optional<test::ZeroedFrameworkMemory> zeroedMemory;
+  if (test::IsWine()) {
+    // The clean-up of a refused message needs it.
+    zeroedMemory.emplace();
+  }
+  ShowRefusal(parties, content);
+  Note("a content algorithm that is not bound: the framework has the provider generate the key");
+  ShowPassage(kAes128, parties, content);
   ShowOlderForm(parties, content);
+  if (test::IsWine()) {
+    Note(
+        "behind a hook, for this demo alone, in the module's import of CryptExportKey: a "
+        "provider's handle goes to the provider's own CPExportKey, which takes it for the key "
+        "generated last");
+    const test::ProviderHandleAsKey providerHandleAsKey;
+    ShowPassage(kBound, parties, content);
+  }
 }
 
 }  // namespace zarext::demo

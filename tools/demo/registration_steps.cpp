@@ -7,10 +7,13 @@
 #include <string>
 #include <vector>
 
+#include "demo/actors.h"
 #include "demo/steps.h"
 #include "demo/story.h"
 #include "frame/handles.h"
 #include "support/dev_provider.h"
+#include "support/platform.h"
+#include "support/prepared_process.h"
 #include "support/registry_snapshot.h"
 #include "support/regsvr32.h"
 #include "support/scripted_provider.h"
@@ -90,6 +93,13 @@ void InstallProviderIfNone() {
       "its place");
 }
 
+// What Wine lacks of Windows' own records, for the messages of a later step.
+void AddRecordIfMissing() {
+  if (test::IsWine()) {
+    test::RegisterOidInfo(kAes128Oid, CRYPT_ENCRYPT_ALG_OID_GROUP_ID, L"aes128", CALG_AES_128);
+  }
+}
+
 std::string Counted(std::size_t count, const char* what) {
   return std::to_string(count) + " " + what;
 }
@@ -110,6 +120,7 @@ std::map<std::string, std::string> ByIdentifier(const std::vector<std::string>& 
 
 void RegisterModule() {
   InstallProviderIfNone();
+  AddRecordIfMissing();
   test::RegistryLines before = test::ReadRegistry();
   std::erase_if(before, IsLeftByAnEarlierOne);
   Call("regsvr32 /s " + test::PatchedModule());
