@@ -24,8 +24,36 @@ if(ZAREXT_COVERAGE)
   add_link_options(--coverage)
 endif()
 
+# What is handed out: symbols in a PDB, and nothing of the build machine's folders in any file, so that the
+# same commit gives the same octets everywhere. The sources' names come relative or absolute, with and
+# without a compiler cache.
+if(ZAREXT_RELEASE)
+  add_compile_options($<$<COMPILE_LANGUAGE:C,CXX>:-gcodeview> $<$<COMPILE_LANGUAGE:C,CXX>:-gno-codeview-command-line>
+    $<$<COMPILE_LANGUAGE:C,CXX>:-ffile-prefix-map=${CMAKE_SOURCE_DIR}=.>
+    $<$<COMPILE_LANGUAGE:C,CXX>:-ffile-prefix-map=../..=.> $<$<COMPILE_LANGUAGE:C,CXX>:-fdebug-compilation-dir=.>)
+  # For the module's own sources. Nearly all of its time is the platform's and the provider's: small code
+  # costs nothing that can be measured. The codec alone is compiled for speed (src/asn1/CMakeLists.txt).
+  set(ZAREXT_RELEASE_OPTIONS -Os -flto -fstack-protector-strong)
+endif()
+
+# zarext_hand_out(<target>): the PDB beside the file in bin, named in it without a folder, the file stripped.
+# The linker keeps its command line in the PDB, so its paths are relative to the build folder; the time in
+# the file's header is a hash of the contents.
+function(zarext_hand_out target)
+  get_target_property(name ${target} OUTPUT_NAME)
+  target_link_options(${target} PRIVATE -flto -Wl,--icf=all -Wl,--pdb=bin/${name}.pdb
+    -Wl,-Xlink=-pdbaltpath:${name}.pdb -Wl,-Xlink=-pdbsourcepath:. -Wl,-Xlink=-Brepro)
+  add_custom_command(TARGET ${target} POST_BUILD
+    COMMAND x86_64-w64-mingw32-strip --strip-all --preserve-dates $<TARGET_FILE:${target}>
+    VERBATIM)
+endfunction()
+
 if(WIN32)
   add_compile_definitions(_WIN32_WINNT=0x0601 WIN32_LEAN_AND_MEAN NOMINMAX)
   add_compile_options(-g -ffunction-sections -fdata-sections)
   add_link_options(-static -Wl,--gc-sections)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    # libstdc++ locks with winpthreads, which clang does not link by itself.
+    link_libraries(pthread)
+  endif()
 endif()
