@@ -541,6 +541,31 @@ TEST_F(LoadTime, AWalkThatGetsNoVerifyContextIsAWalk) {
   EXPECT_EQ(0u, section.Size());
 }
 
+TEST_F(LoadTime, IsSetBeforeTheListingIsPublishedHeaderFirst) {
+  static std::vector<SIZE_T> sizes;
+  static std::vector<long long> loadTimes;
+  sizes.clear();
+  loadTimes.clear();
+  const ImportPatch write(
+      GetModuleHandleA(nullptr), "KERNEL32.dll", "WriteProcessMemory",
+      +[](HANDLE process, LPVOID to, LPCVOID from, SIZE_T size, SIZE_T* written) WINAPI -> BOOL {
+        sizes.push_back(size);
+        loadTimes.push_back(CacheLoadTime);
+        std::memcpy(to, from, size);
+        *written = size;
+        return process == GetCurrentProcess();
+      });
+  ContainerProvider provider;
+  UseScript(&provider);
+  provider.containers.push_back({"c", "file", "", "", {KeyWith(1, {0xFF}, {1})}});
+  const MemoryStore store;
+  EXPECT_EQ(1, load_certs_from_CSP(store.Get()));
+  UseScript(nullptr);
+  EXPECT_THAT(sizes, ElementsAre(8u, 19u));
+  EXPECT_THAT(loadTimes, ElementsAre(kNow, kNow));
+  EXPECT_EQ(static_cast<DWORD>(kNow), section.Stamp());
+}
+
 // A load that threw is over: the next one on the same thread walks.
 TEST_F(LoadTime, ALoadBehindOneThatThrewWalks) {
   ContainerProvider provider;
@@ -561,10 +586,11 @@ TEST_F(LoadTime, ALoadBehindOneThatThrewWalks) {
 }
 
 // A write that has to bind the provider module first, in a process of its own.
-int WriteUnbound(const std::string& providerPath, DWORD code) {
+int WriteUnbound(const std::string& providerPath, DWORD code,
+                 const CertificateOrder& certificate = {}) {
   RegisterProvider("Zarvel CSP", 25, providerPath);
   const MemoryStore store;
-  const UniqueCertContext context = MakeContext(MakeCertificate({}));
+  const UniqueCertContext context = MakeContext(MakeCertificate(certificate));
   SetLastError(4711);
   const BOOL written = CertStoreProvWriteCertCallback(store.Get(), context.Get(), 0);
   const DWORD error = GetLastError();
@@ -578,9 +604,15 @@ ZAREXT_CHILD(WriteWithIncompleteProvider) {
   return WriteUnbound(ProgramFolder() + "provider_without_CPSetKeyParam.dll", 127);
 }
 
+// The algorithm is refused first, and no provider is looked for.
+ZAREXT_CHILD(WriteOfAForeignKeyWithoutProvider) {
+  return WriteUnbound("c:\\no such file.dll", 4711, {.publicKeyOid = "1.2.840.10045.2.1"});
+}
+
 TEST(WriteUnbound, FailsWithTheLastErrorOfTheBinding) {
   EXPECT_EQ(0u, ChildProcess("WriteWithoutProvider").Wait(60000).value_or(255));
   EXPECT_EQ(0u, ChildProcess("WriteWithIncompleteProvider").Wait(60000).value_or(255));
+  EXPECT_EQ(0u, ChildProcess("WriteOfAForeignKeyWithoutProvider").Wait(60000).value_or(255));
   RegisterProvider("Zarvel CSP", 25, ScriptedProviderPath());
 }
 

@@ -448,6 +448,31 @@ TEST_F(StoreLoad, ANewRootIsAddedOnceAndTracedAfterwards) {
   EXPECT_THAT(LoadLines(), Contains(failure));
 }
 
+TEST_F(StoreLoad, ARootIsAddedWithItsOwnEncodingType) {
+  static std::vector<DWORD> encodings;
+  encodings.clear();
+  const ImportPatch enumerate(
+      Module(), "CRYPT32.dll", "CertEnumCertificatesInStore",
+      +[](HCERTSTORE store, PCCERT_CONTEXT previous) WINAPI -> PCCERT_CONTEXT {
+        const PCCERT_CONTEXT context = CertEnumCertificatesInStore(store, previous);
+        if (context != nullptr) {
+          const_cast<CERT_CONTEXT*>(context)->dwCertEncodingType = 0x40001;
+        }
+        return context;
+      });
+  const ImportPatch add(
+      Module(), "CRYPT32.dll", "CertAddEncodedCertificateToStore",
+      +[](HCERTSTORE, DWORD encoding, const BYTE*, DWORD, DWORD, PCCERT_CONTEXT*) WINAPI -> BOOL {
+        encodings.push_back(encoding);
+        return TRUE;
+      });
+  TestKey key = KeyWith(1, MakeCertificate({}), {1});
+  key.chain = MakeChain({MakeCertificate({.issuer = "R", .subject = "R"})});
+  AddContainer("c", {key});
+  Load();
+  EXPECT_THAT(encodings, ElementsAre(0x40001u));
+}
+
 TEST_F(StoreLoad, ACertificateIssuedByAnotherIsNoRoot) {
   const Octets other =
       MakeCertificate({.serial = {8, 1}, .issuer = "Root X1", .subject = "Root X2"});
@@ -724,11 +749,13 @@ TEST_F(StoreLoad, AnOpenWhileTheProviderIsAskedServesWhatIsThere) {
     provider.ClearCalls();
     int opens = 0;
     provider.onCall = [&, at = std::string(place), count = listed](const std::string& call) {
-      // A provider that opens the store in each of its calls, as far as the test lets it.
+      // A provider that opens the store twice in each of its calls, as far as the test lets it.
       if (call.rfind(at, 0) != 0 || ++opens > 3) return;
-      const MemoryStore nested;
-      EXPECT_EQ(1, Open(nested));
-      EXPECT_THAT(Encodings(nested.Get()), SizeIs(count));
+      for (int time = 0; time < 2; ++time) {
+        const MemoryStore nested;
+        EXPECT_EQ(1, Open(nested));
+        EXPECT_THAT(Encodings(nested.Get()), SizeIs(count));
+      }
     };
     EXPECT_THAT(Load(), SizeIs(2));
     EXPECT_EQ(1, opens);

@@ -37,6 +37,18 @@ TEST_F(StoreOpen, TracesItsArgumentsAndItsEnd) {
                           "EXT : ZarOpenStoreProv : FINISH"));
 }
 
+TEST_F(StoreOpen, TracesTheLowHalfOfItsProviderHandle) {
+  const MemoryStore store;
+  const ProviderContext context;
+  EXPECT_EQ(1, Call(kProviderStore, context.Get(), 0xAB, store.Get(), &info));
+  char handle[20] = {};
+  snprintf(handle, sizeof handle, "%x", static_cast<unsigned>(context.Get()));
+  EXPECT_EQ("EXT : ZarOpenStoreProv [lpszStoreProvider = Zarvel Store Provider] [hCryptProv = " +
+                std::string(handle) + "] [dwFlags = AB] [hCertStore = " + Pointer(store.Get()) +
+                "]",
+            trace.Messages()[0]);
+}
+
 TEST_F(StoreOpen, DescribesTheStoreIn40Octets) {
   const MemoryStore store;
   const GuardedMemory memory(Octets(40, 0xEE));
@@ -108,9 +120,15 @@ TEST_F(StoreOpen, ProviderTypes25And1AreServed) {
   }
 }
 
-TEST_F(StoreOpen, AnotherProviderTypeIsRefusedWithoutATouchOfTheCache) {
+TEST_F(StoreOpen, AnotherProviderTypeIsRefusedWithoutATouchOfTheCacheOrTheSection) {
   static int views;
-  views = 0;
+  static int sections;
+  views = sections = 0;
+  const ImportPatch enter(
+      Module(), "KERNEL32.dll", "EnterCriticalSection", +[](LPCRITICAL_SECTION section) WINAPI {
+        ++sections;
+        EnterCriticalSection(section);
+      });
   const ImportPatch noView(
       Module(), "KERNEL32.dll", "MapViewOfFile",
       +[](HANDLE, DWORD, DWORD, DWORD, SIZE_T) WINAPI -> LPVOID {
@@ -130,6 +148,7 @@ TEST_F(StoreOpen, AnotherProviderTypeIsRefusedWithoutATouchOfTheCache) {
     EXPECT_THAT(provider.Calls(), ElementsAre("GetProvParam(1, 16, 4, 0)"));
   }
   EXPECT_EQ(0, views);
+  EXPECT_EQ(0, sections);
   EXPECT_EQ(0u, info.cbSize);
 }
 

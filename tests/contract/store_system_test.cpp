@@ -383,6 +383,30 @@ TEST_F(SystemStores, StoresAreClosedWithACheckOnEveryPath) {
   EXPECT_EQ(1, DelOther(0, 4, certificate));
 }
 
+// What SetSelfCert gives back, in this order.
+std::vector<std::string> givenBack;
+
+TEST_F(SystemStores, SelfFreesTheCertificateBeforeItClosesTheStore) {
+  const ImportPatch free(
+      Module(), "CRYPT32.dll", "CertFreeCertificateContext",
+      +[](PCCERT_CONTEXT context) WINAPI -> BOOL {
+        givenBack.emplace_back("certificate");
+        return CertFreeCertificateContext(context);
+      });
+  const ImportPatch close(
+      Module(), "CRYPT32.dll", "CertCloseStore", +[](HCERTSTORE store, DWORD flags) WINAPI -> BOOL {
+        givenBack.emplace_back("store");
+        return CertCloseStore(store, flags);
+      });
+  const Octets certificate = MakeCertificate({.serial = {0x55}});
+  for (const char* const container : {"c", static_cast<const char*>(nullptr)}) {
+    givenBack.clear();
+    SetSelf(0, container, 1, certificate);
+    EXPECT_THAT(givenBack, ElementsAre("certificate", "store"));
+  }
+  EXPECT_EQ(1, DelOther(0, 4, certificate));
+}
+
 std::vector<DWORD> dispositions;
 BOOL WINAPI AddWithoutContext(HCERTSTORE, DWORD encoding, const BYTE*, DWORD, DWORD disposition,
                               PCCERT_CONTEXT* context) {

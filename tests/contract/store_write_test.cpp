@@ -415,6 +415,22 @@ TEST_F(StoreWrite, AKeyThatRefusesARootIsFollowedByTheNext) {
   EXPECT_EQ(0, provider.CountCalls("GetKeyParam(3, 13"));
 }
 
+TEST_F(StoreWrite, ARootThatOneKeyHasIsTrueWhateverALaterOneSays) {
+  AddContainer("c1", {KeyWith(0x11, {}, {})});
+  AddContainer("c2", {KeyWith(0x21, {}, {}), KeyWith(0x22, {}, {})});
+  // Taken in the first container, refused by both keys of the second.
+  provider.FailCall("SetKeyParam", 2, 5);
+  provider.FailCall("SetKeyParam", 3, 5);
+  EXPECT_EQ(1, Write(root));
+  EXPECT_EQ(3, provider.CountCalls("SetKeyParam("));
+  // Held by the first key, refused by the next one of the same container.
+  provider.containers.erase(provider.containers.begin());
+  provider.containers[0].keys[0].chain = MakeChain({root});
+  provider.FailCall("SetKeyParam", 4, 5);
+  EXPECT_EQ(1, Write(root));
+  EXPECT_EQ(4, provider.CountCalls("SetKeyParam("));
+}
+
 TEST_F(StoreWrite, ARootThatNobodyTakesIsFalse) {
   AddContainer("c1", {KeyWith(0x11, {}, {})});
   provider.FailCall("SetKeyParam", 1, 5);
