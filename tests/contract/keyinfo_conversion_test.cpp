@@ -167,6 +167,32 @@ TEST_F(PublicKeyConversion, RefusesForeignAlgorithms) {
   EXPECT_TRUE(allocation.calls.empty());
 }
 
+// An empty text is a text.
+TEST_F(PublicKeyConversion, AnEmptyOidIsNotANullOne) {
+  const GuardedMemory key(Counted(5));
+  CERT_PUBLIC_KEY_INFO info = Info("", key);
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, convert_(1, &info, 0, 0, nullptr, nullptr));
+  EXPECT_EQ(0x80090008u, GetLastError());
+  EXPECT_THAT(trace.Messages(),
+              ElementsAre("EXT : ZarConvertPublicKeyInfo : dwFlags = 0.",
+                          "EXT : ZarConvertPublicKeyInfo : Algorithm = .",
+                          "EXT : ZarConvertPublicKeyInfo : pszObjId = , error = 80090008."));
+}
+
+TEST_F(PublicKeyConversion, UnusedBitsAreNotLookedAt) {
+  const GuardedMemory key(Counted(5));
+  for (const DWORD bits : {1u, 7u, 8u, 0xFFFFFFFFu}) {
+    CERT_PUBLIC_KEY_INFO info = Info("1.2.643.2.2.19", key);
+    info.PublicKey.cUnusedBits = bits;
+    BYTE* block = nullptr;
+    DWORD size = 0;
+    ASSERT_EQ(TRUE, convert_(1, &info, 0, 0, &block, &size));
+    EXPECT_EQ(Counted(5), Octets(block, block + size));
+    LocalFree(block);
+  }
+}
+
 TEST_F(PublicKeyConversion, WithoutMemory) {
   const GuardedMemory key(Counted(5));
   CERT_PUBLIC_KEY_INFO info = Info("1.2.643.2.2.19", key);
@@ -283,6 +309,17 @@ TEST_F(PublicKeyEncoding, OtherHeadsGiveSuccessWithoutOutput) {
     EXPECT_EQ(2u, trace.Messages().size());
     EXPECT_TRUE(Untouched());
     EXPECT_TRUE(allocation.calls.empty());
+  }
+}
+
+TEST_F(PublicKeyEncoding, TracesNumbersAsTheyAlwaysWere) {
+  const std::pair<DWORD, const char*> rows[] = {{0x1A, "1a"}, {0xFFFFFFFE, "fffffffe"}};
+  for (const auto& [number, text] : rows) {
+    TraceCapture trace;
+    EXPECT_EQ(FALSE, Call({0x06, 0x02}, number, number, ""));
+    EXPECT_EQ(std::string("EXT : ZarEncodePublicKeyAndParameters : dwEncodingType=") + text +
+                  ", dwFlags = " + text + ", Algorithm = .",
+              trace.Messages().front());
   }
 }
 

@@ -328,11 +328,26 @@ TEST_F(ExtendedPublicKeyExport, RefusesFlagsAndAuxiliaryInformation) {
   EXPECT_THAT(provider_.KeyCalls(), IsEmpty());
 }
 
-TEST_F(KeyInfoTest, NegativeKeySpecIsTracedAsSigned) {
-  provider_.blobs[PUBLICKEYBLOB] = Blob(0xAA3A, 100);
+// An empty text is a text.
+TEST_F(ExtendedPublicKeyExport, AnEmptyOidIsNotANullOne) {
+  char empty[] = "";
   TraceCapture trace;
-  Export<PlainExport>("ZarExportPublicKeyInfo")(Provider(), 0xFFFFFFFF, 1, nullptr, nullptr);
-  EXPECT_EQ("EXT : ZarExportPublicKeyInfo : dwKeySpec = -1.", trace.Messages().front());
+  ASSERT_EQ(TRUE, export_(Provider(), 1, 1, empty, 0, nullptr, nullptr, nullptr));
+  EXPECT_EQ("EXT : ZarExportPublicKeyInfoEx : PublicKeyObjId = .", trace.Messages().front());
+}
+
+TEST_F(ExtendedPublicKeyExport, TheKeySpecIsTracedAsSigned) {
+  const std::pair<DWORD, const char*> rows[] = {{17, "17"}, {0xFFFFFFFF, "-1"}};
+  for (const auto& [keySpec, text] : rows) {
+    TraceCapture trace;
+    Export<PlainExport>("ZarExportPublicKeyInfo")(Provider(), keySpec, 1, nullptr, nullptr);
+    EXPECT_EQ(std::string("EXT : ZarExportPublicKeyInfo : dwKeySpec = ") + text + ".",
+              trace.Messages().front());
+    trace.Clear();
+    export_(Provider(), keySpec, 1, nullptr, 0, nullptr, nullptr, nullptr);
+    EXPECT_EQ(std::string("EXT : ZarExportPublicKeyInfoEx : dwKeySpec = ") + text + ".",
+              trace.Messages().front());
+  }
 }
 
 }  // namespace

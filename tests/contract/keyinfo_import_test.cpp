@@ -230,6 +230,8 @@ TEST_P(PublicKeyImport, OctetStringForms) {
       // Refused as a document, read directly: the second octet completes the length,
       {Join({{0x04, 0x85}, Counted(0x85)}), HexText(Counted(0x85))},
       {Join({{0x04, 0xFF}, Counted(0xFF)}), HexText(Counted(0xFF))},
+      // (also where both would fit)
+      {Join({{0x04, 0x85, 0x84}, Counted(0x84)}), HexText(Join({{0x84}, Counted(0x84)}))},
       // or the third, whatever the second is.
       {{0x04, 0x41, 0x03, 0xAA, 0xBB, 0xCC}, "aabbcc"},
       {{0x04, 0x85, 0x02, 0xAA, 0xBB}, "aabb"},
@@ -299,7 +301,7 @@ TEST_P(PublicKeyImport, KeyLinesShowZeroForOctetsThatAreNotThere) {
 }
 
 TEST_P(PublicKeyImport, ANullKeyHasNoOctets) {
-  for (const DWORD size : {0u, 5u}) {
+  for (const DWORD size : {0u, 5u, 17u, 0xFFFFFFEFu}) {
     CERT_PUBLIC_KEY_INFO info = {};
     info.Algorithm.pszObjId = const_cast<char*>(kNational512);
     info.PublicKey = {size, nullptr, 0};
@@ -307,7 +309,7 @@ TEST_P(PublicKeyImport, ANullKeyHasNoOctets) {
     TraceCapture trace;
     EXPECT_EQ(FALSE, Call(&info, &handle));
     EXPECT_EQ(0x8009000Eu, GetLastError());
-    EXPECT_EQ(Prefix() + "PublicKey[" + std::to_string(size) +
+    EXPECT_EQ(Prefix() + "PublicKey[" + std::to_string(static_cast<int>(size)) +
                   "] = " + (Extended() ? "0 0 0 0 0  ...0 0." : "... 0 0 0."),
               trace.Messages().back());
     info.Algorithm.pszObjId = const_cast<char*>(kMaker);
@@ -390,22 +392,40 @@ TEST_P(PublicKeyImport, ANullProviderIsRefusedByThePlatform) {
   EXPECT_EQ(Prefix() + "CryptGetProvParam hProv=0, error = 57.", trace.Messages().back());
 }
 
+// The type changes neither the way that a key takes nor the blob.
 TEST_P(PublicKeyImport, OtherProviderTypesOnlyAddALine) {
-  provider_.providerType = 24;
-  PublicKey key(kMaker, {1, 2, 3});
-  HCRYPTKEY handle = 0;
-  TraceCapture trace;
-  EXPECT_EQ(TRUE, Call(key.Info(), &handle));
-  EXPECT_EQ(4u, trace.Messages().size());
-  EXPECT_EQ(Prefix() + "CryptGetProvParam[" + H(GetCurrentThreadId()) +
-                "] : hProv=" + H(Provider()) + ", PP_PROVTYPE=18.",
-            trace.Messages().back());
-  CryptDestroyKey(handle);
-  provider_.providerType = 1;
-  trace.Clear();
-  EXPECT_EQ(TRUE, Call(key.Info(), &handle));
-  EXPECT_EQ(3u, trace.Messages().size());
-  CryptDestroyKey(handle);
+  struct Row {
+    const char* oid;
+    Octets bits;
+    std::string blob;
+    std::size_t lines;  // with a type that is expected
+  };
+  const Row rows[] = {
+      {kMaker, {1, 2, 3}, "010203", 3},
+      {kNational512,
+       {0x04, 0x02, 0xC0, 0xC1},
+       "060200004a2a00000045433100020000c0c1",
+       Extended() ? 4u : 3u},
+      {"1.2.643.2.2.19",
+       {0x04, 0x02, 0xC0, 0xC1},
+       "060200003aaa00000045433100020000c0c1",
+       Extended() ? 4u : 3u},
+  };
+  for (const Row& row : rows) {
+    for (const DWORD type : {1u, 25u, 24u, 0u, 2u, 26u, 0x80000019u}) {
+      SCOPED_TRACE(std::string(row.oid) + " " + std::to_string(type));
+      provider_.providerType = type;
+      TraceCapture trace;
+      EXPECT_EQ(row.blob, ImportedBlob(row.oid, row.bits));
+      const bool expected = type == 1 || type == 25;
+      ASSERT_EQ(row.lines + (expected ? 0 : 1), trace.Messages().size());
+      if (!expected) {
+        EXPECT_EQ(Prefix() + "CryptGetProvParam[" + H(GetCurrentThreadId()) +
+                      "] : hProv=" + H(Provider()) + ", PP_PROVTYPE=" + H(type) + ".",
+                  trace.Messages()[3]);
+      }
+    }
+  }
 }
 
 TEST_P(PublicKeyImport, RefusedBlobs) {

@@ -31,14 +31,18 @@ class LastImport : public testing::Test {
   LastImport() {
     UseScript(&provider_);
     context_ = std::make_unique<ProviderContext>();
-    std::fill(std::begin(LastProfile), std::end(LastProfile), static_cast<unsigned char>('o'));
-    std::fill(std::begin(LastContainerUrl), std::end(LastContainerUrl), 'o');
+    Fill();
     provider_.providerParameters[0x38] = Text(std::string("box\0", 4));
     provider_.providerParameters[0x2E] = Text(std::string("profile://box\0", 14));
   }
   ~LastImport() override {
     context_.reset();
     UseScript(nullptr);
+  }
+  // As an earlier import may have left them.
+  static void Fill() {
+    std::fill(std::begin(LastProfile), std::end(LastProfile), static_cast<unsigned char>('o'));
+    std::fill(std::begin(LastContainerUrl), std::end(LastContainerUrl), 'o');
   }
   BOOL Import(const char* oid = "1.2.643.2.2.19") {
     Octets key = {1, 2, 3};
@@ -74,15 +78,44 @@ TEST_F(LastImport, IsEmptyWhereTheProviderSaysNothing) {
   EXPECT_EQ("", LastContainerUrlText());
 }
 
+// Refused by the provider, or before it is asked because no document can be made of the key.
 TEST_F(LastImport, IsEmptyAfterARefusedImport) {
   provider_.FailCall("ImportKey", 1, 5);
   ASSERT_EQ(FALSE, Import());
   EXPECT_EQ(Padded("", 256), Profile());
   EXPECT_EQ(Padded("", 1024), Url());
+  Fill();
+  CRYPT_PRIVATE_KEY_INFO info = {};
+  info.Algorithm.pszObjId = const_cast<char*>("1.2.643.2.2.19");
+  info.PrivateKey.cbData = 3;
+  ASSERT_EQ(FALSE, ZarImportPrivKeyFunc(context_->Get(), &info, 0, nullptr));
+  EXPECT_EQ(Padded("", 256), Profile());
+  EXPECT_EQ(Padded("", 1024), Url());
 }
 
-TEST_F(LastImport, StaysForAForeignAlgorithm) {
+// The provider sees nothing of the import before.
+class WatchingProvider : public RecordingProvider {
+ public:
+  BOOL ImportKey(HCRYPTPROV context, const BYTE* data, DWORD size, HCRYPTKEY exchangeKey,
+                 DWORD flags, HCRYPTKEY* key) override {
+    sawNothing = Profile() == Padded("", 256) && Url() == Padded("", 1024);
+    return RecordingProvider::ImportKey(context, data, size, exchangeKey, flags, key);
+  }
+  bool sawNothing = false;
+};
+
+TEST_F(LastImport, IsEmptyBeforeTheProviderIsAsked) {
+  WatchingProvider watching;
+  UseScript(&watching);
+  ASSERT_EQ(TRUE, Import());
+  EXPECT_TRUE(watching.sawNothing);
+  UseScript(&provider_);
+}
+
+// Refused before there is an import.
+TEST_F(LastImport, StaysForAForeignAlgorithmAndWithoutAStructure) {
   ASSERT_EQ(static_cast<BOOL>(NTE_BAD_ALGID), Import("1.2.3"));
+  ASSERT_EQ(FALSE, ZarImportPrivKeyFunc(context_->Get(), nullptr, 0, nullptr));
   EXPECT_EQ(std::string(256, 'o'), Profile());
   EXPECT_EQ(std::string(1024, 'o'), Url());
 }

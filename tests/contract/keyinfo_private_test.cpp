@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <tuple>
 
 #include "keyinfo_fixture.h"
 #include "support/guarded_memory.h"
@@ -78,6 +79,28 @@ TEST_F(PrivateKeyExport, LaysOutStructureOidAndKey) {
   EXPECT_THAT(provider_.OpenKeys(), IsEmpty());
 }
 
+TEST_F(PrivateKeyExport, TheVersionIsNotTheDocuments) {
+  provider_.blobs[0x30] =
+      Element(0x30, Join({{0x02, 0x01, 0x01}, kCryptoProAlgorithm, Element(0x04, kSecret)}));
+  const GuardedMemory block(Octets(120, 0xCC));
+  ASSERT_EQ(TRUE, export_(Provider(), 1, nullptr, 0, nullptr, block.As<CRYPT_PRIVATE_KEY_INFO>(),
+                          nullptr));
+  EXPECT_EQ(0u, block.As<CRYPT_PRIVATE_KEY_INFO>()->Version);
+  EXPECT_EQ(kSecret, Octets(block.Data() + 88, block.Data() + 120));
+}
+
+TEST_F(PrivateKeyExport, TracesNumbersAsTheyAlwaysWere) {
+  const std::pair<DWORD, const char*> rows[] = {{17, "17"}, {0xFFFFFFFE, "-2"}};
+  for (const auto& [number, text] : rows) {
+    char empty[] = "";
+    TraceCapture trace;
+    EXPECT_EQ(TRUE, export_(Provider(), number, empty, 0, nullptr, nullptr, nullptr));
+    EXPECT_EQ("EXT : ZarExportPrivKeyFunc : hCryptProv = " + H(Provider()) +
+                  ", dwKeySpec = " + text + ", pszPrivateKeyObjId = .",
+              trace.Messages().front());
+  }
+}
+
 TEST_F(PrivateKeyExport, ASizeQueryAnswers2048) {
   for (const std::size_t size : {0u, 100u, 4096u}) {
     provider_.blobs[0x30] = Octets(size, 0x11);
@@ -121,6 +144,22 @@ TEST_F(PrivateKeyExport, OtherBlobsAreTheKeyUnderTheDefaultOid) {
         "EXT : ZarExportPrivKeyFunc : Algorithm.pszObjId = 1.3.6.1.4.1.32473.1.5.8, "
         "Parameters.cbData = 0.",
         trace.Messages().back());
+  }
+}
+
+// In BER, with an indefinite length: read if it is a PrivateKeyInfo, else handed out octet for
+// octet.
+TEST_F(PrivateKeyExport, IndefiniteDocumentsAreReadOrHandedOutUnchanged) {
+  const Octets content = Join({{0x02, 0x01, 0x00}, kCryptoProAlgorithm, Element(0x04, kSecret)});
+  const Octets document = Join({{0x30, 0x80}, content, {0x00, 0x00}});
+  const Octets other = Join({{0x30, 0x80}, kCryptoProAlgorithm, content, {0x00, 0x00}});
+  for (const auto& [blob, key] : {std::pair{document, kSecret}, std::pair{other, other}}) {
+    provider_.blobs[0x30] = blob;
+    const GuardedMemory block(88 + key.size());
+    ASSERT_EQ(TRUE, export_(Provider(), 1, nullptr, 0, nullptr, block.As<CRYPT_PRIVATE_KEY_INFO>(),
+                            nullptr));
+    EXPECT_EQ(key.size(), block.As<CRYPT_PRIVATE_KEY_INFO>()->PrivateKey.cbData);
+    EXPECT_EQ(key, Octets(block.Data() + 88, block.Data() + block.Size()));
   }
 }
 
@@ -302,6 +341,67 @@ TEST_F(PrivateKeyImport, ADocumentGoesThroughAsItStands) {
   EXPECT_THAT(provider_.OpenKeys(), ElementsAre(0x3001u)) << "the key stays open";
 }
 
+// Never encoded again, neither from BER nor because parameters are given beside it.
+TEST_F(PrivateKeyImport, ADocumentIsNeverChanged) {
+  const Octets content = Join({{0x02, 0x01, 0x00}, kCryptoProAlgorithm, {0x04, 0x01, 0xAA}});
+  const Octets rows[] = {
+      PrivateKeyInfo(Counted(5)),
+      Join({{0x30, 0x80}, content, {0x00, 0x00}}),
+      Join({{0x30, 0x82, 0x00, 0x12}, content}),
+      // The key in two segments.
+      Element(0x30, Join({{0x02, 0x01, 0x00},
+                          kCryptoProAlgorithm,
+                          {0x24, 0x06, 0x04, 0x01, 0xAA, 0x04, 0x01, 0xBB}})),
+  };
+  for (const Octets& document : rows) {
+    EXPECT_EQ(HexText(document), Imported(kMaker, document));
+    EXPECT_EQ(HexText(document), Imported(kMaker, document, {0x30, 0x03, 0x02, 0x01, 0x07}));
+  }
+}
+
+// The provider decides about the rest: version, flags and the auxiliary information are not looked
+// at, and a null provider is the platform's refusal.
+TEST_F(PrivateKeyImport, ChecksNothingElse) {
+  Octets key = PrivateKeyInfo(Counted(5));
+  CRYPT_PRIVATE_KEY_INFO info = {};
+  info.Version = 0xFFFFFFFF;
+  info.Algorithm.pszObjId = const_cast<char*>(kMaker);
+  info.PrivateKey = {static_cast<DWORD>(key.size()), key.data()};
+  for (const DWORD flags : {0u, 0x1Du, 0x80000000u, 0xFFFFFFFFu}) {
+    provider_.ClearCalls();
+    TraceCapture trace;
+    EXPECT_EQ(TRUE, import_(Provider(), &info, flags, reinterpret_cast<void*>(1)));
+    EXPECT_THAT(provider_.KeyCalls().front(), testing::HasSubstr("], 0, " + H(flags) + ") = "));
+    EXPECT_EQ("EXT : ZarImportPrivKeyFunc : hCryptProv = " + H(Provider()) +
+                  ", dwFlags = " + H(flags) + ".",
+              trace.Messages().front());
+  }
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, import_(0, &info, 0, nullptr));
+  EXPECT_EQ(87u, GetLastError());
+  EXPECT_EQ("EXT : ZarImportPrivKeyFunc : CryptImportKey = 57.", trace.Messages().back());
+}
+
+TEST_F(PrivateKeyImport, TracesNumbersAsTheyAlwaysWere) {
+  Octets key = PrivateKeyInfo(Counted(5));
+  CRYPT_ATTRIBUTES attributes = {};
+  CRYPT_PRIVATE_KEY_INFO info = {};
+  info.Algorithm.pszObjId = const_cast<char*>(kMaker);
+  info.PrivateKey = {static_cast<DWORD>(key.size()), key.data()};
+  info.pAttributes = &attributes;
+  const std::tuple<DWORD, DWORD, const char*> rows[] = {
+      {17, 18, "cAttr = 17, Parameters.cbData = 18."},
+      {0xFFFFFFFD, 0xFFFFFFFC, "cAttr = -3, Parameters.cbData = -4."},
+  };
+  for (const auto& [count, size, text] : rows) {
+    attributes.cAttr = count;
+    info.Algorithm.Parameters = {size, nullptr};
+    TraceCapture trace;
+    EXPECT_EQ(TRUE, import_(Provider(), &info, 0, nullptr));
+    EXPECT_EQ(std::string("EXT : ZarImportPrivKeyFunc : ") + text, trace.Messages()[2]);
+  }
+}
+
 TEST_F(PrivateKeyImport, OtherKeysAreWrapped) {
   // SEQUENCE { 0, SEQUENCE { OID, NULL }, OCTET STRING }
   EXPECT_EQ(
@@ -398,10 +498,18 @@ TEST_F(PrivateKeyImport, AttributesAreTracedAndNotTaken) {
 
 TEST_F(PrivateKeyImport, ForeignAlgorithmsAreTheResultItself) {
   for (const char* oid :
-       {"1.2.840.113549.1.1.1", "1.2.840.10045.2.1", static_cast<const char*>(nullptr)}) {
+       {"1.2.840.113549.1.1.1", "1.2.840.10045.2.1", "", static_cast<const char*>(nullptr)}) {
     SetLastError(kUntouchedError);
+    TraceCapture trace;
     EXPECT_EQ(static_cast<BOOL>(0x80090008), Call(oid, Counted(5)));
     EXPECT_EQ(kUntouchedError, GetLastError());
+    // The algorithm's line comes before the refusal.
+    EXPECT_THAT(
+        trace.Messages(),
+        ElementsAre("EXT : ZarImportPrivKeyFunc : hCryptProv = " + H(Provider()) + ", dwFlags = 0.",
+                    std::string("EXT : ZarImportPrivKeyFunc : Algorithm.pszObjId = ") +
+                        (oid == nullptr ? "(null)" : oid) +
+                        ", Version = 1f, PrivateKey.cbData = 5, Attr = 0000000000000000."));
   }
   EXPECT_THAT(provider_.KeyCalls(), IsEmpty());
 }
@@ -477,8 +585,12 @@ TEST_F(PrivateKeyImport, LengthsThatNoDocumentCanHold) {
     info.Algorithm.pszObjId = const_cast<char*>(kMaker);
     info.PrivateKey = {size, octets.Data()};
     SetLastError(kUntouchedError);
+    TraceCapture trace;
     EXPECT_EQ(FALSE, import_(Provider(), &info, 0, nullptr));
     EXPECT_EQ(0x8009000Eu, GetLastError());
+    EXPECT_THAT(trace.Messages()[1],
+                testing::HasSubstr("PrivateKey.cbData = " + std::to_string(static_cast<int>(size)) +
+                                   ", Attr"));
   }
   EXPECT_THAT(provider_.KeyCalls(), IsEmpty());
 }

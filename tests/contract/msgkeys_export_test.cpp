@@ -46,8 +46,9 @@ class ExportForMessageTest : public MessageKeysTest {
   BOOL Call(CMSG_KEY_TRANS_RECIPIENT_ENCODE_INFO* recipient, CMSG_KEY_TRANS_ENCRYPT_INFO* result,
             DWORD dwFlags = 0) {
     SetLastError(0);
+    // What is reserved is not looked at.
     return Export<ExportKeyTrans>("ZarMsgExportKeyTrans")(&info, recipient, result, dwFlags,
-                                                          nullptr);
+                                                          reinterpret_cast<void*>(1));
   }
   BOOL Call() { return Call(&keyTrans, &output); }
 
@@ -150,6 +151,83 @@ TEST_F(ExportForMessageTest, TakesTheProviderOfAMailListAndNothingElse) {
       messages[7]);
   EXPECT_EQ("ImportKey(1002, [0602abcd], 0, 0) = 3001", provider.Calls().front());
   EXPECT_THAT(provider.Calls(), Contains("GetUserKey(1002, 1) = 2001"));
+}
+
+TEST_F(ExportForMessageTest, TracesNumbersAsTheyAlwaysWere) {
+  struct Row {
+    DWORD number;
+    const char* decimal;
+    const char* hexadecimal;
+  };
+  CMSG_MAIL_LIST_RECIPIENT_ENCODE_INFO mailList = {};
+  for (const Row& row : {Row{17, "17", "11"}, Row{0xFFFFFFFE, "-2", "fffffffe"}}) {
+    const std::string own = "EXT : ZarMsgExportKeyTrans : ";
+    first.dwRecipientChoice = row.number;
+    info.dwEncryptFlags = row.number;
+    info.dwFlags = row.number;
+    keyTrans.RecipientId.dwIdChoice = row.number;
+    output.dwFlags = row.number;
+    output.dwRecipientIndex = row.number;
+    output.EncryptedKey = {row.number, nullptr};
+    TraceCapture trace;
+    EXPECT_EQ(TRUE, Call());
+    auto messages = trace.Messages();
+    ASSERT_EQ(12u, messages.size());
+    EXPECT_THAT(messages[1], HasSubstr(std::string("dwEncryptFlags = ") + row.hexadecimal +
+                                       ", dwFlags=" + row.hexadecimal + ", pfnAlloc="));
+    EXPECT_EQ(own + "rgCmsRecipients.dwRecipientChoice = " + row.hexadecimal + ".", messages[3]);
+    EXPECT_EQ(own + "pKeyTransEncodeInfo->RecipientId.dwIdChoice = " + row.hexadecimal + ".",
+              messages[6]);
+    EXPECT_EQ(own + "pKeyTransEncryptInfo->dwFlags = " + row.hexadecimal +
+                  ", dwRecipientIndex=" + row.hexadecimal + ".",
+              messages[8]);
+    EXPECT_EQ(own + "pKeyTransEncryptInfo->EncryptedKeySize=" + row.decimal + ".", messages[10]);
+    // Of a mail list, and of keys that are not there.
+    first.dwRecipientChoice = CMSG_MAIL_LIST_RECIPIENT;
+    first.pMailList = &mailList;
+    mailList.dwKeyChoice = row.number;
+    CMSG_KEY_TRANS_RECIPIENT_ENCODE_INFO bare = {};
+    bare.RecipientPublicKey.cbData = row.number;
+    trace.Clear();
+    EXPECT_EQ(FALSE, Call(&bare, &output));
+    messages = trace.Messages();
+    ASSERT_LT(10u, messages.size());
+    EXPECT_EQ(own + "pMailList->dwKeyChoice = " + row.decimal + ".", messages[6]);
+    EXPECT_EQ(own + "pKeyTransEncodeInfo->RecipientPublicKeySize = " + row.decimal + " (0).",
+              messages[10]);
+    first.dwRecipientChoice = CMSG_KEY_TRANS_RECIPIENT;
+    first.pKeyTrans = &bare;
+    trace.Clear();
+    EXPECT_EQ(FALSE, Call(&bare, &output));
+    EXPECT_EQ(own + "pKeyTrans->RecipientPublicKeySize = " + row.decimal + " (0000000000000000).",
+              trace.Messages()[6]);
+  }
+}
+
+// A mail list without a provider leaves the structure's; the argument's comes before the list's.
+TEST_F(ExportForMessageTest, TheProviderIsTheArgumentsThenTheMailListsThenTheStructures) {
+  const ProviderContext second;
+  const ProviderContext third;
+  CMSG_MAIL_LIST_RECIPIENT_ENCODE_INFO mailList = {};
+  first.dwRecipientChoice = CMSG_MAIL_LIST_RECIPIENT;
+  first.pMailList = &mailList;
+  struct Row {
+    HCRYPTPROV list;
+    HCRYPTPROV argument;
+    const char* provider;
+  };
+  for (const Row& row : {Row{0, 0, "1001"}, Row{second.Get(), 0, "1002"},
+                         Row{0, third.Get(), "1003"}, Row{second.Get(), third.Get(), "1003"}}) {
+    SCOPED_TRACE(row.provider);
+    mailList.hCryptProv = row.list;
+    keyTrans.hCryptProv = row.argument;
+    provider.ClearCalls();
+    EXPECT_EQ(TRUE, Call());
+    EXPECT_THAT(provider.Calls().front(),
+                testing::StartsWith("ImportKey(" + std::string(row.provider) + ", [0602abcd]"));
+    EXPECT_THAT(provider.Calls()[1],
+                testing::StartsWith("GetUserKey(" + std::string(row.provider) + ", 1)"));
+  }
 }
 
 TEST_F(ExportForMessageTest, AnotherRecipientChoiceAddsNothing) {
@@ -321,6 +399,46 @@ TEST_F(ExportForMessageTest, AForeignAlgorithmGetsTheBareWrappedKey) {
     EXPECT_THAT(provider.Calls(), Each(Not(HasSubstr("GetUserKey"))));
     EXPECT_EQ(Sequence(60, 0x10), EncryptedKey());
   }
+}
+
+// Nor do the content's algorithm, the first recipient's or the output record's.
+TEST_F(ExportForMessageTest, OnlyTheArgumentsAlgorithmDecides) {
+  struct Row {
+    const char* content;
+    const char* first;
+    const char* argument;
+    const char* output;
+    DWORD size;
+  };
+  constexpr char kForeign[] = "1.2.840.113549.1.1.1";
+  constexpr char kOwn[] = "1.2.643.2.2.19";
+  for (const Row& row :
+       {Row{kForeign, kForeign, kOwn, kForeign, 140}, Row{kOwn, kOwn, kForeign, kOwn, 60}}) {
+    CMSG_KEY_TRANS_RECIPIENT_ENCODE_INFO argument = keyTrans;
+    info.ContentEncryptionAlgorithm.pszObjId = OidText(row.content);
+    keyTrans.KeyEncryptionAlgorithm.pszObjId = OidText(row.first);
+    argument.KeyEncryptionAlgorithm.pszObjId = OidText(row.argument);
+    output.KeyEncryptionAlgorithm.pszObjId = OidText(row.output);
+    EXPECT_EQ(TRUE, Call(&argument, &output));
+    EXPECT_EQ(row.size, output.EncryptedKey.cbData);
+  }
+}
+
+// Nothing of one call is left for the next.
+TEST_F(ExportForMessageTest, ASecondCallWithoutASenderKeyAppendsNothing) {
+  EXPECT_EQ(TRUE, Call());
+  EXPECT_EQ(140u, output.EncryptedKey.cbData);
+  provider.FailCall("GetUserKey", 2, 0x8009000D);
+  provider.ClearCalls();
+  EXPECT_EQ(TRUE, Call());
+  EXPECT_EQ(Sequence(60, 0x10), EncryptedKey());
+  EXPECT_THAT(
+      provider.Calls(),
+      ElementsAre("ImportKey(1001, [0602abcd], 0, 0) = 3002", "GetUserKey(1001, 1) ! 8009000d",
+                  "ExportKey(1001, 4001, 3002, 1, 0, 512)", "DestroyKey(1001, 3002)"));
+  provider.FailCall("ExportKey", 4, 0x8009000B);
+  EXPECT_EQ(TRUE, Call());
+  EXPECT_EQ(Sequence(60, 0x10), EncryptedKey());
 }
 
 TEST_F(ExportForMessageTest, EveryOwnArcGetsTheSenderBlob) {
@@ -566,8 +684,10 @@ TEST_F(ExportForPublicKeyTest, ServesTheTwoKeyAlgorithmsOnly) {
   keyInfo.Algorithm.pszObjId = OidText("1.3.6.1.4.1.32473.1.3.4");
   EXPECT_EQ(TRUE, Call(nullptr, &size));
   provider.ClearCalls();
-  for (const char* oid : {"1.3.6.1.4.1.32473.1.4.40", "1.3.6.1.4.1.32473.1.4", "1.2.643.2.2.19",
-                          "1.3.6.1.4.1.32473.1.5.8", ""}) {
+  for (const char* oid :
+       {"1.3.6.1.4.1.32473.1.4.40", "1.3.6.1.4.1.32473.1.4", "9.1.3.6.1.4.1.32473.1.4.4",
+        "1.3.6.1.4.1.32473.1.3.40", "1.3.6.1.4.1.32473.1.3", "9.1.3.6.1.4.1.32473.1.3.4",
+        "1.2.643.2.2.19", "1.3.6.1.4.1.32473.1.5.8", ""}) {
     SCOPED_TRACE(oid);
     keyInfo.Algorithm.pszObjId = OidText(oid);
     TraceCapture trace;

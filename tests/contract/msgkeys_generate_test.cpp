@@ -36,7 +36,8 @@ class GenerateForMessageTest : public MessageKeysTest {
     auto* generate =
         Export<BOOL WINAPI(CMSG_CONTENT_ENCRYPT_INFO*, DWORD, void*)>("ZarMsgGenContentEncryptKey");
     SetLastError(0);
-    return generate(&info, dwFlags, nullptr);
+    // What is reserved is not looked at.
+    return generate(&info, dwFlags, reinterpret_cast<void*>(1));
   }
 
   [[nodiscard]] std::string ProviderLine() const {
@@ -122,6 +123,29 @@ TEST_F(GenerateForMessageTest, TracesTheFirstRecipientOnly) {
                   "EXT : ZarMsgGenContentEncryptKey : CMSG_KEY_AGREE_RECIPIENT = 1.2.3.4."));
 }
 
+TEST_F(GenerateForMessageTest, TracesNumbersAsTheyAlwaysWere) {
+  struct Row {
+    DWORD number;
+    const char* decimal;
+    const char* hexadecimal;
+  };
+  for (const Row& row : {Row{17, "17", "11"}, Row{0xFFFFFFFE, "-2", "fffffffe"}}) {
+    UseRecipient(row.number);
+    info.cRecipients = row.number;
+    info.dwEncryptFlags = row.number;
+    info.dwFlags = row.number;
+    TraceCapture trace;
+    EXPECT_EQ(FALSE, Call(1));
+    const auto messages = trace.Messages();
+    ASSERT_EQ(5u, messages.size());
+    const std::string own = "EXT : ZarMsgGenContentEncryptKey : ";
+    EXPECT_EQ(own + "dwEncryptFlags = " + row.hexadecimal + ", dwFlags=" + row.hexadecimal + ".",
+              messages[1]);
+    EXPECT_EQ(own + "cRecipients = " + row.decimal + ".", messages[3]);
+    EXPECT_EQ(own + "rgCmsRecipients.dwRecipientChoice = " + row.decimal + ".", messages[4]);
+  }
+}
+
 // The entry lines come first: they are written for a refused call too.
 TEST_F(GenerateForMessageTest, RefusesFlagsAfterTheEntryLines) {
   UseRecipient(CMSG_KEY_TRANS_RECIPIENT);
@@ -189,13 +213,15 @@ TEST_F(GenerateForMessageTest, ReportsAnUnreadableProviderType) {
 }
 
 // NTE_BAD_TYPE is thrown, but what the caller sees is NTE_NO_MEMORY.
-TEST_F(GenerateForMessageTest, RefusesAnotherProviderTypeAsLackOfMemory) {
+TEST_F(GenerateForMessageTest, RefusesOtherProviderTypesAsLackOfMemory) {
   info.hCryptProv = Context();
-  provider.providerType = 24;
-  ExpectFailure([&] { return Call(); }, 0x8009000E,
-                "EXT : ZarMsgGenContentEncryptKey : CryptGetProvParam[" +
-                    Low(GetCurrentThreadId()) + "] : PP_PROVTYPE=18.");
-  EXPECT_EQ(0u, info.hContentEncryptKey);
+  for (const DWORD type : {24u, 0u, 2u, 12u, 26u, 0x119u, 0x80000019u, 0xFFFFFFFFu}) {
+    provider.providerType = type;
+    ExpectFailure([&] { return Call(); }, 0x8009000E,
+                  "EXT : ZarMsgGenContentEncryptKey : CryptGetProvParam[" +
+                      Low(GetCurrentThreadId()) + "] : PP_PROVTYPE=" + Low(type) + ".");
+    EXPECT_EQ(0u, info.hContentEncryptKey);
+  }
 }
 
 TEST_F(GenerateForMessageTest, AcceptsTheRsaProviderType) {
@@ -230,6 +256,39 @@ TEST_F(GenerateForMessageTest, AcquiresAVerificationContextAndAsksForItsRelease)
   ASSERT_NE(0u, info.hCryptProv);
   CryptDestroyKey(info.hContentEncryptKey);
   CryptReleaseContext(info.hCryptProv, 0);
+}
+
+// The older form opens a container for an exchange key; this one does not.
+TEST_F(GenerateForMessageTest, AcquiresAVerificationContextForAnExchangeKeyToo) {
+  const ProviderHandleAsKey providerHandleAsKey;
+  UseRecipient(CMSG_KEY_TRANS_RECIPIENT);
+  keyTrans.KeyEncryptionAlgorithm.pszObjId = OidText("1.3.6.1.4.1.32473.1.4.4");
+  acquisitions.clear();
+  {
+    const ImportPatch patch(Module(), "ADVAPI32.dll", "CryptAcquireContextA", &RecordAcquisition);
+    EXPECT_EQ(TRUE, Call());
+  }
+  EXPECT_THAT(acquisitions, ElementsAre("null, null, 25, f0000000"));
+  LocalFree(info.pbContentEncryptKey);
+  CryptDestroyKey(info.hContentEncryptKey);
+  CryptReleaseContext(info.hCryptProv, 0);
+}
+
+// The key is imported where it is to be used, not where the recipient's record says.
+TEST_F(GenerateForMessageTest, WrapsInTheProviderOfTheStructure) {
+  const ProviderHandleAsKey providerHandleAsKey;
+  RecordedAllocator allocator;
+  UseRecipient(CMSG_KEY_TRANS_RECIPIENT);
+  info.hCryptProv = Context();
+  info.pfnAlloc = &RecordedAllocator::Allocate;
+  const ProviderContext second;
+  keyTrans.hCryptProv = second.Get();
+  provider.ClearCalls();
+  EXPECT_EQ(TRUE, Call());
+  EXPECT_THAT(provider.Calls(),
+              ElementsAre("GetProvParam(1001, 16, 4, 0)", "GenKey(1001, 681f, 1) = 4001",
+                          "ImportKey(1001, [0602abcd], 0, 0) = 3001",
+                          "ExportKey(1001, 1001, 3001, 1, 0, 512)"));
 }
 
 TEST_F(GenerateForMessageTest, ReportsAFailedAcquisition) {
@@ -511,9 +570,10 @@ class GenerateForPublicKeyTest : public MessageKeysTest {
 
   BOOL Call() {
     SetLastError(0);
-    return Export<Generate>("ZarGenEncryptKey")(&context, &content, nullptr, &keyInfo,
-                                                &RecordedAllocator::Allocate, &key, &parameters,
-                                                &parametersSize);
+    // The auxiliary information is not looked at.
+    return Export<Generate>("ZarGenEncryptKey")(&context, &content, reinterpret_cast<void*>(1),
+                                                &keyInfo, &RecordedAllocator::Allocate, &key,
+                                                &parameters, &parametersSize);
   }
 
   HCRYPTPROV context = 0;
@@ -590,7 +650,8 @@ TEST_F(GenerateForPublicKeyTest, OpensTheDefaultContainerForTheExchangeKey) {
 }
 
 TEST_F(GenerateForPublicKeyTest, OpensAVerificationContextForOtherKeys) {
-  for (const char* oid : {"1.3.6.1.4.1.32473.1.4.40", "1.3.6.1.4.1.32473.1.3.4", "1.2.3"}) {
+  for (const char* oid : {"1.3.6.1.4.1.32473.1.4.40", "1.3.6.1.4.1.32473.1.4",
+                          "9.1.3.6.1.4.1.32473.1.4.4", "1.3.6.1.4.1.32473.1.3.4", "1.2.3", ""}) {
     SCOPED_TRACE(oid);
     keyInfo.Algorithm.pszObjId = OidText(oid);
     acquisitions.clear();
@@ -693,12 +754,15 @@ TEST_F(GenerateForPublicKeyTest, RefusesOtherContentAlgorithms) {
   EXPECT_THAT(provider.Calls(), IsEmpty());
 }
 
-TEST_F(GenerateForPublicKeyTest, RefusesAnotherProviderTypeAsLackOfMemory) {
+TEST_F(GenerateForPublicKeyTest, RefusesOtherProviderTypesAsLackOfMemory) {
   context = Context();
-  provider.providerType = 24;
-  ExpectFailure([&] { return Call(); }, 0x8009000E,
-                "EXT : ZarGenEncryptKey : CryptGetProvParam[" + Low(GetCurrentThreadId()) +
-                    "] : PP_PROVTYPE=18.");
+  for (const DWORD type : {24u, 0u, 2u, 12u, 26u, 0x119u, 0x80000019u, 0xFFFFFFFFu}) {
+    provider.providerType = type;
+    ExpectFailure([&] { return Call(); }, 0x8009000E,
+                  "EXT : ZarGenEncryptKey : CryptGetProvParam[" + Low(GetCurrentThreadId()) +
+                      "] : PP_PROVTYPE=" + Low(type) + ".");
+  }
+  EXPECT_EQ(0u, key);
   provider.providerType = 1;
   EXPECT_EQ(TRUE, Call());
 }

@@ -24,7 +24,9 @@ class ImportForMessageTest : public MessageKeysTest {
 
   BOOL Call(DWORD dwFlags = 0) {
     SetLastError(0);
-    return Export<ImportKeyTrans>("ZarMsgImportKeyTrans")(&content, &para, dwFlags, nullptr, &key);
+    // What is reserved is not looked at.
+    return Export<ImportKeyTrans>("ZarMsgImportKeyTrans")(&content, &para, dwFlags,
+                                                          reinterpret_cast<void*>(1), &key);
   }
 
   static std::string Import(const Octets& octets, const char* exchangeKey, const char* result) {
@@ -66,6 +68,32 @@ TEST_F(ImportForMessageTest, TracesTheCall) {
                   own + "KeyEncryptionAlgorithm = 1.2.643.2.2.19.",
                   own + "RecipientId.dwIdChoice = 19, dwVersion=1a.",
                   own + "pKeyTrans->EncryptedKeySize = 180.", own + "CryptImportKey - OK."));
+}
+
+TEST_F(ImportForMessageTest, TracesNumbersAsTheyAlwaysWere) {
+  struct Row {
+    DWORD number;
+    const char* decimal;
+    const char* hexadecimal;
+  };
+  for (const Row& row : {Row{17, "17", "11"}, Row{0xFFFFFFFE, "-2", "fffffffe"}}) {
+    para.dwKeySpec = row.number;
+    para.dwRecipientIndex = row.number;
+    keyTrans.dwVersion = row.number;
+    keyTrans.RecipientId.dwIdChoice = row.number;
+    keyTrans.EncryptedKey = {row.number, nullptr};
+    TraceCapture trace;
+    EXPECT_EQ(FALSE, Call());
+    const auto messages = trace.Messages();
+    ASSERT_LT(5u, messages.size());
+    const std::string own = "EXT : ZarMsgImportKeyTrans : ";
+    EXPECT_EQ(own + "dwKeySpec = " + row.decimal + ", dwRecipientIndex=" + row.decimal + ".",
+              messages[2]);
+    EXPECT_EQ(
+        own + "RecipientId.dwIdChoice = " + row.decimal + ", dwVersion=" + row.hexadecimal + ".",
+        messages[4]);
+    EXPECT_EQ(own + "pKeyTrans->EncryptedKeySize = " + row.decimal + ".", messages[5]);
+  }
 }
 
 // Any content algorithm will do: the provider learns it from the blob.
@@ -156,6 +184,17 @@ TEST_F(ImportForMessageTest, KeepsTheShortenedLengthWhenTheContentKeyFails) {
                           Import(Sequence(20, 0), "3002", "= 3003"), "DestroyKey(1001, 3002)"));
 }
 
+// Nothing of one call is left for the next.
+TEST_F(ImportForMessageTest, ASecondCallWithoutASenderKeyUsesNone) {
+  EXPECT_EQ(TRUE, Call());
+  provider.ClearCalls();
+  keyTrans.EncryptedKey.cbData = 180;
+  provider.FailCall("ImportKey", 3, 0x80090015);
+  EXPECT_EQ(TRUE, Call());
+  EXPECT_THAT(provider.Calls(), ElementsAre(Import(Sequence(80, 100), "0", "! 80090015"),
+                                            Import(Sequence(180, 0), "0", "= 3003")));
+}
+
 TEST_F(ImportForMessageTest, RefusesMissingArguments) {
   auto* importKey = Export<ImportKeyTrans>("ZarMsgImportKeyTrans");
   {
@@ -243,8 +282,9 @@ class ImportEncodedKeyTest : public MessageKeysTest {
 
   BOOL Call(DWORD size = 4) {
     SetLastError(0);
-    return Export<ImportEncryptKey>("ZarImportEncryptKey")(Context(), 0, &content, &publicKey,
-                                                           encoded.data(), size, &key);
+    // The key specification is not looked at.
+    return Export<ImportEncryptKey>("ZarImportEncryptKey")(Context(), 0xFFFFFFFE, &content,
+                                                           &publicKey, encoded.data(), size, &key);
   }
 
   CRYPT_ALGORITHM_IDENTIFIER content = {};
@@ -276,7 +316,10 @@ TEST_F(ImportEncodedKeyTest, ServesThreeContentAndTwoKeyAlgorithms) {
 }
 
 TEST_F(ImportEncodedKeyTest, RefusesOtherKeyAlgorithmsWithoutALineOfTheirOwn) {
-  for (const char* oid : {"1.3.6.1.4.1.32473.1.4.40", "1.2.643.2.2.19", ""}) {
+  for (const char* oid :
+       {"1.3.6.1.4.1.32473.1.4.40", "1.3.6.1.4.1.32473.1.4", "9.1.3.6.1.4.1.32473.1.4.4",
+        "1.3.6.1.4.1.32473.1.3.40", "1.3.6.1.4.1.32473.1.3", "9.1.3.6.1.4.1.32473.1.3.4",
+        "1.2.643.2.2.19", ""}) {
     SCOPED_TRACE(oid);
     publicKey.pszObjId = OidText(oid);
     TraceCapture trace;
@@ -295,8 +338,10 @@ TEST_F(ImportEncodedKeyTest, RefusesOtherKeyAlgorithmsWithoutALineOfTheirOwn) {
 
 // The line names the export function.
 TEST_F(ImportEncodedKeyTest, RefusesOtherContentAlgorithmsInTheNameOfTheExport) {
-  for (const char* oid : {"2.16.840.1.101.3.4.1.2", "1.3.6.1.4.1.32473.1.20.1",
-                          "1.3.6.1.4.1.32473.1.2.40", "1.2.643.2.2.2"}) {
+  for (const char* oid :
+       {"2.16.840.1.101.3.4.1.2", "1.3.6.1.4.1.32473.1.20.1", "1.3.6.1.4.1.32473.1.2.40",
+        "1.3.6.1.4.1.32473.1.1.40", "1.3.6.1.4.1.32473.1.1", "9.1.3.6.1.4.1.32473.1.1.4",
+        "1.2.643.2.2.2", "1.2.643.2.2.210", "9.1.2.643.2.2.21", ""}) {
     SCOPED_TRACE(oid);
     content.pszObjId = OidText(oid);
     TraceCapture trace;

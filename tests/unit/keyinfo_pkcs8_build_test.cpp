@@ -195,6 +195,14 @@ TEST_F(BuildEncryptedKey, OtherCiphersDoNot) {
             Built());
 }
 
+TEST_F(BuildEncryptedKey, NotEvenOtherSizesAndModesOfAes) {
+  for (const char* cipher : {"2.16.840.1.101.3.4.1.2", "2.16.840.1.101.3.4.1.22",
+                             "2.16.840.1.101.3.4.1.41", "2.16.840.1.101.3.4.1.421"}) {
+    record.algorithm = cipher;
+    EXPECT_EQ(std::string::npos, Built().find("06082a864886f70d0209")) << cipher;
+  }
+}
+
 TEST_F(BuildEncryptedKey, WithoutAnIvASinglePbe) {
   record.algorithm = "1.2.840.113549.1.12.1.3";
   record.iv = {};

@@ -82,16 +82,25 @@ TEST(Read, PrivateKeyCodes) {
       {104, "300c 0206010000000000 3000 0400"},
       {104, "3006 0200 3000 0400"},
       {104, "300a 030400000000 0400 0500"},
+      // Four octets as a number has, of another kind: the tag counts before the octets.
+      {104, "300a 040401000000 3000 0400"},
       {106, "3007 020100 0400 0400"},
       {106, "3007 020100 3000 0400"},
       {106, "300f 020100 3008 0500050005000500 0400"},
       {108, "3009 020100 30020500 0400"},
       {108, "3009 020100 30020600 0400"},
       {108, "3009 020100 30022600 0400"},
+      {108, "300c 020100 3005 0c03312e32 0400"},
       {111, "300b 020100 300406022a03 0400"},
       {111, "300c 020100 300406022a03 0501aa"},
       {111, "300c 020100 300406022a03 0301aa"},
       {111, "300d 020100 300406022a03 80020000"},
+      {111, "300c 020100 300406022a03 0c01aa"},
+      // In this order: several things are wrong, the first one counts.
+      {102, "3004 0500 0500"},
+      {104, "3008 0500 30020500 0400"},
+      {106, "3007 020100 3000 0400"},
+      {111, "300d 020100 300406022a03 0400 3000"},
       {113, "300e 020100 300406022a03 0401aa 3000"},
       {113, "300e 020100 300406022a03 0401aa 8000"},
       {113, "300e 020100 300406022a03 0401aa a100"},
@@ -158,6 +167,22 @@ TEST(Read, AnEmptyOidAmongTheParametersIsEmptyText) {
   EXPECT_EQ("00", Text(record.parameters));
 }
 
+TEST(Read, OtherParametersKeepTheirHeader) {
+  const std::pair<const char*, const char*> rows[] = {
+      {"3012 020100 300a 06062a8503020213 0500 0401aa", "0500"},
+      {"3013 020100 300b 06062a8503020213 020107 0401aa", "020107"},
+      {"3014 020100 300c 06062a8503020213 0402c0c1 0401aa", "0402c0c1"},
+      {"3014 020100 300c 06062a8503020213 03020780 0401aa", "03020780"},
+      {"3014 020100 300c 06062a8503020213 8002c0c1 0401aa", "8002c0c1"},
+      // An identifier of another class is none.
+      {"3014 020100 300c 06062a8503020213 86022a03 0401aa", "86022a03"},
+  };
+  for (const auto& [text, parameters] : rows) {
+    TPKCS8 document;
+    EXPECT_EQ(parameters, Text(Decode<PrivateKeyRecord>(document, 1, Hex(text)).parameters));
+  }
+}
+
 TEST(Read, ThreePartsOfAnAlgorithmKeepNoParameters) {
   TPKCS8 document;
   const auto& record = Decode<PrivateKeyRecord>(
@@ -172,10 +197,14 @@ TEST(Read, TheAlgorithmsTagIsNotLookedAt) {
       Decode<PrivateKeyRecord>(document, 1, Hex("300c 020100 a00406022a03 0401aa")).algorithm);
 }
 
-TEST(Read, EncryptedKeyCodes) {
+// What is wrong in front counts, whether or not the encrypted data are right.
+class EncryptedKeyCodes : public testing::TestWithParam<const char*> {};
+INSTANTIATE_TEST_SUITE_P(Data, EncryptedKeyCodes, testing::Values("0401dd", "0400", "0c01dd"));
+
+TEST_P(EncryptedKeyCodes, Read) {
   const std::string pbes2 = "06092a864886f70d01050d";
   const std::string pbkdf2 = "06092a864886f70d01050c";
-  const std::string data = "0401dd";
+  const std::string data = GetParam();
   // The PBES2 parameters, or those of another algorithm, in a whole document.
   const auto other = [&](const std::string& parameters) {
     return Element("30", Element("30", "06022a03" + parameters) + data);
@@ -198,6 +227,7 @@ TEST(Read, EncryptedKeyCodes) {
       {124, Element("30", "3000" + data)},
       {125, Element("30", "30020500" + data)},
       {125, Element("30", "30020600" + data)},
+      {125, Element("30", "30050c03312e32" + data)},
       {127, other("0500")},
       {127, other("3000")},
       {127, other("3002 0500")},
@@ -205,28 +235,38 @@ TEST(Read, EncryptedKeyCodes) {
       {127, other("a006 04015a020101")},
       {129, other("3006 03015a 020101")},
       {129, other("3005 0400 020101")},
+      {129, other("3006 0c015a 020101")},
+      {129, other("3004 0500 0500")},
       {131, other("3005 04015a 0500")},
       {131, other("3007 04015a 0202ff00")},
+      {131, other("3009 04015a 040401000000")},
       {133, with("3004 0500 0500")},
       {133, with("3006 30020500 0500")},
       {133, with("300a 3006050005000500 0500")},
       {135, derivation("05000500")},
       {135, derivation("06000500")},
+      {135, derivation("0c03312e320500")},
       {136, derivation("06022a030500")},
       {138, derivation(pbkdf2 + "0500")},
       {138, derivation(pbkdf2 + "30020500")},
       {138, derivation(pbkdf2 + "30080500050005000500")},
       {140, derivation(pbkdf2 + "30040500 0500")},
       {140, derivation(pbkdf2 + "30050400 020101")},
+      {140, derivation(pbkdf2 + "30060c015a 020101")},
+      {140, derivation(pbkdf2 + "3004 0500 0500")},
       {142, derivation(pbkdf2 + "300504015a 0500")},
+      {142, derivation(pbkdf2 + "300904015a 040401000000")},
       {144, scheme("0500")},
       {144, scheme("3002 0500")},
       {144, scheme("3006 0500 0500 0500")},
       {146, scheme("3004 0500 0400")},
       {146, scheme("3004 0600 0400")},
+      {146, scheme("3007 0c03312e32 0400")},
+      {146, scheme("3004 0500 0500")},
       {148, scheme("3006 06022a03 0500")},
       {150, Element("30", Element("30", "06022a03") + "0400")},
       {150, Element("30", Element("30", "06022a03") + "0301aa")},
+      {150, Element("30", Element("30", "06022a03") + "0c01aa")},
   };
   for (const auto& [code, text] : cases) {
     EXPECT_EQ(code, ReadCode(2, text)) << text;
@@ -296,12 +336,16 @@ TEST(Read, BagCodes) {
         {161, "3006050005000500"},
         {163, "30040500a000"},
         {163, "30040600a000"},
+        {163, "30070c03312e32a000"},
         {165, Element("30", x509 + "3000")},
         {165, Element("30", x509 + "8000")},
+        {165, Element("30", x509 + "a1030401aa")},
         {166, Element("30", x509 + "a000")},
         {166, Element("30", x509 + "a004 0500 0500")},
         {168, Element("30", x509 + "a002 0400")},
         {168, Element("30", x509 + "a005 3003 020105")},
+        // Before the type.
+        {168, Element("30", "06022a03 a002 0400")},
     };
     for (const auto& [code, text] : cases) {
       EXPECT_EQ(code, ReadCode(kind, text)) << kind << " " << text;
@@ -314,6 +358,12 @@ TEST(Read, BagCodes) {
   EXPECT_EQ(0, ReadCode(3, Element("30", sdsi + bmpString)));
   EXPECT_EQ(171, ReadCode(3, Element("30", sdsi + octetString)));
   EXPECT_EQ(171, ReadCode(3, Element("30", sdsi + "a0031601aa")));
+  // The same numbers in other classes are other tags.
+  for (const char* octets : {"a0038401aa", "a0034401aa", "a003c401aa"}) {
+    EXPECT_EQ(170, ReadCode(3, Element("30", x509 + octets)));
+    EXPECT_EQ(173, ReadCode(4, Element("30", crl + octets)));
+  }
+  EXPECT_EQ(171, ReadCode(3, Element("30", sdsi + "a0049e020041")));
   EXPECT_EQ(169, ReadCode(3, Element("30", crl + octetString)));
   EXPECT_EQ(0, ReadCode(4, Element("30", crl + octetString)));
   EXPECT_EQ(173, ReadCode(4, Element("30", crl + bmpString)));
