@@ -1,0 +1,13 @@
+# zarextctl, over a real registration and real containers of the development provider. The second
+# program is the tool with the platform's gaps filled.
+add_executable(zarextctl_patched ctl_patched_main.cpp)
+get_property(ZAREXTCTL_PARTS GLOBAL PROPERTY ZAREXTCTL_PARTS)
+target_link_libraries(zarextctl_patched PRIVATE
+  ${ZAREXTCTL_PARTS} zarext_framework_patches_objects zarext_process_support)
+set_target_properties(zarextctl_patched PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+
+zarext_add_wine_test(ctl_e2e
+  SOURCES ctl_cache_test.cpp ctl_fixture.cpp ctl_register_test.cpp ctl_status_test.cpp
+  DEPENDS cpzarvel zarext_framework_patches zarextctl zarextctl_patched)
+target_compile_definitions(ctl_e2e PRIVATE ZAREXT_GOLDEN="Z:${CMAKE_CURRENT_SOURCE_DIR}/zarextctl")
+target_include_directories(ctl_e2e SYSTEM PRIVATE ${CMAKE_BINARY_DIR}/host-headers)

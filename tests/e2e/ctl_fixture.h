@@ -1,0 +1,88 @@
+// zarextctl as its users run it: a process, its output in pipes, compared with files of
+// zarextctl/NAME.txt. With ZAREXT_UPDATE_GOLDEN set these are written instead.
+#ifndef ZAREXT_TESTS_E2E_CTL_FIXTURE_H_
+#define ZAREXT_TESTS_E2E_CTL_FIXTURE_H_
+
+#include <gmock/gmock.h>
+#include <windows.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "contract/provider_fixture.h"
+#include "support/module_under_test.h"
+
+namespace zarext::test {
+
+struct ToolResult {
+  DWORD exitCode = STILL_ACTIVE;
+  std::string out;  // with line feeds alone
+  std::string err;
+};
+
+enum class ToolBuild {
+  kShipped,  // zarextctl.exe
+  kPatched,  // the same objects with the platform's gaps filled, see ctl_patched_main.cpp
+};
+
+// Runs the tool to its end; arguments are UTF-8.
+ToolResult RunTool(const std::vector<std::string>& arguments,
+                   ToolBuild build = ToolBuild::kShipped);
+
+// A command line for CreateProcessW, every argument in quotes.
+std::wstring ToolCommandLine(const std::vector<std::string>& arguments, ToolBuild build);
+
+// What differs between runs of the tests: regular expressions and what stands in their place.
+using Replacements = std::vector<std::pair<std::string, std::string>>;
+
+// Compares with the golden file, after the replacements and with the program's folder as
+// "<folder>\".
+void ExpectGolden(const std::string& name, const ToolResult& result,
+                  const Replacements& replacements = {});
+
+// The module registered as its users do, and the development provider with a home of its own.
+class CtlTest : public testing::Test {
+ protected:
+  CtlTest();
+
+  DevHome home_;
+};
+
+// A value or a key below HKEY_LOCAL_MACHINE (or the user's) that a test damages: as it was when the
+// object goes. Paths and names are UTF-8.
+class RegistryDamage {
+ public:
+  // Renames the key away, with everything below it.
+  static RegistryDamage RemoveKey(HKEY root, const std::string& path);
+  static RegistryDamage SetValue(HKEY root, const std::string& path, const std::string& name,
+                                 DWORD type, const Octets& octets);
+  ~RegistryDamage();
+  RegistryDamage(RegistryDamage&& other) noexcept;
+  RegistryDamage& operator=(RegistryDamage&&) = delete;
+  RegistryDamage(const RegistryDamage&) = delete;
+  RegistryDamage& operator=(const RegistryDamage&) = delete;
+
+ private:
+  struct Value {
+    std::wstring name;
+    DWORD type;
+    Octets octets;
+  };
+  RegistryDamage(HKEY root, const std::string& path);
+
+  HKEY root_;
+  std::wstring path_;
+  bool hadKey_ = false;
+  std::vector<Value> values_;
+};
+
+// REG_SZ octets of a text.
+Octets TextOctets(const std::string& utf8);
+
+inline constexpr char kOidRoot[] = "SOFTWARE\\Microsoft\\Cryptography\\OID\\";
+inline constexpr char kProviderRoot[] = "SOFTWARE\\Microsoft\\Cryptography\\Defaults\\Provider\\";
+
+}  // namespace zarext::test
+
+#endif  // ZAREXT_TESTS_E2E_CTL_FIXTURE_H_

@@ -1,0 +1,274 @@
+// zarextctl status: a healthy installation, and each finding provoked once.
+#include <aclapi.h>
+#include <sddl.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <functional>
+#include <nlohmann/json.hpp>
+
+#include "contract/store_fixture.h"
+#include "e2e/ctl_fixture.h"
+#include "support/child_process.h"
+
+namespace zarext::test {
+namespace {
+
+using nlohmann::json;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+constexpr char kLog[] = "c:\\zarext.log";
+const std::string kRecord =
+    std::string(kOidRoot) + "EncodingType 0\\CryptDllFindOIDInfo\\1.2.643.2.2.19!3";
+const std::string kBinding =
+    std::string(kOidRoot) + "EncodingType 1\\CryptDllImportPublicKeyInfoEx\\1.2.643.2.2.19";
+const std::string kStoreKey =
+    "Software\\Microsoft\\SystemCertificates\\MY\\PhysicalStores\\Zarvel Store Provider";
+const std::string kProvider = std::string(kProviderRoot) + "Zarvel CSP";
+const std::string kRsaProvider = std::string(kProviderRoot) + "Zarvel CSP RSA";
+
+Octets NumberOctets(DWORD number) {
+  return {static_cast<BYTE>(number), static_cast<BYTE>(number >> 8),
+          static_cast<BYTE>(number >> 16), static_cast<BYTE>(number >> 24)};
+}
+
+// Of the processes that have the module loaded only the tests' own is sure to be there.
+const Replacements kRun = {{"loaded by   ctl_e2e\\.exe \\([0-9]+\\)\n", "loaded by   <tests>\n"},
+                           {"loaded by   [^<][^\n]*\n", ""},
+                           {"ctl_e2e\\.exe \\([0-9]+\\)", "<tests>"},
+                           {"all of [0-9]+ ms", "all of <n> ms"},
+                           {"devhome[0-9]+-[0-9]+", "<home>"},
+                           {"C:\\\\[^\"\n]*\\\\(<home>)", "<temp>\\$1"}};
+
+class Status : public CtlTest {
+ protected:
+  Status() {
+    Module();
+    SharedSection().Wipe();
+  }
+
+  // A file in the test's home.
+  [[nodiscard]] std::string File(const char* name, const std::string& text) const {
+    const std::string path = home_.Path() + "\\" + name;
+    const UniqueFile file(std::fopen(path.c_str(), "wb"));
+    (void)std::fwrite(text.data(), 1, text.size(), file.Get());
+    return path;
+  }
+};
+
+// Identifiers of the findings, in order.
+std::vector<std::string> Ids(const std::vector<std::string>& arguments = {}) {
+  std::vector<std::string> all = {"status", "--json"};
+  all.insert(all.end(), arguments.begin(), arguments.end());
+  std::vector<std::string> ids;
+  const json document = json::parse(RunTool(all).out);
+  for (const json& finding : document.at("findings")) {
+    ids.push_back(finding.at("id"));
+  }
+  return ids;
+}
+
+TEST_F(Status, NothingIsWrongWithAFreshInstallation) {
+  ExpectGolden("status-healthy", RunTool({"status"}), kRun);
+}
+
+TEST_F(Status, JsonHasEveryField) {
+  const ToolResult result = RunTool({"status", "--json"});
+  EXPECT_EQ(0u, result.exitCode);
+  EXPECT_EQ("", result.err);
+  const json document = json::parse(result.out);
+  const json& module = document.at("module");
+  EXPECT_EQ(ProgramFolder() + "ZAREXT.dll", module.at("path"));
+  EXPECT_EQ(true, module.at("exists"));
+  EXPECT_EQ("1.0.0.0", module.at("version"));
+  EXPECT_EQ("not signed", module.at("signature"));
+  EXPECT_EQ(true, module.at("loads"));
+  EXPECT_EQ(json::array(), module.at("missingFunctions"));
+  const json& registration = document.at("registration");
+  EXPECT_EQ(68, registration.at("recordsPresent"));
+  EXPECT_EQ(68, registration.at("records"));
+  EXPECT_EQ(475, registration.at("bindingsPresent"));
+  EXPECT_EQ(475, registration.at("bindings"));
+  EXPECT_EQ("present", registration.at("physicalStore"));
+  EXPECT_EQ(json::array(), registration.at("items"));
+  const json& providers = document.at("providers");
+  ASSERT_EQ(2u, providers.size());
+  EXPECT_EQ("Zarvel CSP", providers[0].at("name"));
+  EXPECT_EQ(25, providers[0].at("type"));
+  EXPECT_EQ(DevProviderPath(), providers[0].at("imagePath"));
+  EXPECT_EQ(true, providers[0].at("file").at("loads"));
+  EXPECT_EQ("Zarvel CSP RSA", providers[1].at("name"));
+  EXPECT_EQ(1, providers[1].at("type"));
+  EXPECT_EQ(false, document.at("log").at("exists"));
+  EXPECT_EQ(true, document.at("listing").at("exists"));
+  EXPECT_EQ(false, document.at("listing").at("mutexHeld"));
+  const json& findings = document.at("findings");
+  ASSERT_EQ(2u, findings.size());
+  EXPECT_EQ("note", findings[0].at("severity"));
+  EXPECT_EQ("module-signature", findings[0].at("id"));
+  EXPECT_EQ("aes256-bound", findings[1].at("id"));
+  EXPECT_EQ("zarextctl register --without-aes256", findings[1].at("mend"));
+}
+
+TEST_F(Status, AllListsEveryRecordAndBinding) {
+  const ToolResult result = RunTool({"status", "--all"});
+  EXPECT_THAT(result.out, HasSubstr("\n  present          1  1.3.6.1.5.5.7.3.10 (key usage) Data "
+                                    "Validation and Certification Server.\n"));
+  EXPECT_THAT(result.out, HasSubstr("\n  present          CertDllOpenStoreProv Zarvel Store "
+                                    "Provider -> ZarOpenStoreProv\n"));
+  EXPECT_EQ(68 + 475, json::parse(RunTool({"status", "--all", "--json"}).out)
+                          .at("registration")
+                          .at("items")
+                          .size());
+}
+
+TEST_F(Status, TheChecksAreListed) {
+  ExpectGolden("status-checks", RunTool({"status", "--checks"}));
+}
+
+struct Damaged {
+  const char* golden;
+  std::vector<std::function<RegistryDamage()>> damages;
+};
+
+TEST_F(Status, EveryDamageOfTheRegistrationIsFound) {
+  const auto remove = [](HKEY root, const std::string& key) {
+    return [=] { return RegistryDamage::RemoveKey(root, key); };
+  };
+  const auto set = [](HKEY root, const std::string& key, const char* name, DWORD type,
+                      const Octets& octets) {
+    return [=] { return RegistryDamage::SetValue(root, key, name, type, octets); };
+  };
+  const std::string foreign = std::string(kOidRoot) + "EncodingType 1\\CryptDllFormatObject\\1.2.3";
+  const HKEY machine = HKEY_LOCAL_MACHINE;
+  const HKEY user = HKEY_CURRENT_USER;
+  const std::string text = File("text.dll", "no module");
+  const std::vector<Damaged> cases = {
+      {"status-record-missing", {remove(machine, kRecord)}},
+      {"status-record-differs", {set(machine, kRecord, "Algid", REG_DWORD, NumberOctets(0x1234))}},
+      {"status-record-damaged", {set(machine, kRecord, "Name", REG_SZ, {'a', 0, 'b'})}},
+      {"status-binding-missing", {remove(machine, kBinding)}},
+      {"status-binding-other-dll",
+       {set(machine, kBinding, "Dll", REG_SZ, TextOctets("C:\\Папка\\ZAREXT.dll"))}},
+      {"status-binding-other-function",
+       {set(machine, kBinding, "FuncName", REG_SZ, TextOctets("ZarConvertPublicKeyInfo"))}},
+      {"status-binding-damaged", {set(machine, kBinding, "Dll", REG_BINARY, {1, 2})}},
+      {"status-foreign-binding",
+       {set(machine, foreign, "Dll", REG_SZ, TextOctets("C:\\old\\zarext.DLL"))}},
+      {"status-store-missing", {remove(user, kStoreKey)}},
+      {"status-store-differs", {set(user, kStoreKey, "Priority", REG_DWORD, NumberOctets(7))}},
+      {"status-provider-not-registered", {remove(machine, kRsaProvider)}},
+      {"status-provider-path", {set(machine, kProvider, "Image Path", REG_DWORD, NumberOctets(1))}},
+      {"status-provider-path-endless",
+       {set(machine, kProvider, "Image Path", REG_SZ, {'a', 0, 'b', 0})}},
+      {"status-provider-module-missing",
+       {set(machine, kProvider, "Image Path", REG_SZ, TextOctets("C:\\nowhere\\cpzarvel.dll"))}},
+      {"status-provider-does-not-load",
+       {set(machine, kProvider, "Image Path", REG_SZ, TextOctets(text))}},
+      {"status-provider-entry-point",
+       {set(machine, kProvider, "Image Path", REG_SZ, TextOctets(ProgramFolder() + "ZAREXT.dll"))}},
+      {"status-provider-type", {set(machine, kProvider, "Type", REG_DWORD, NumberOctets(24))}},
+      {"status-provider-default",
+       {remove(machine, "SOFTWARE\\Microsoft\\Cryptography\\Defaults\\Provider Types\\Type 025")}},
+      {"status-provider-without-path",
+       {set(machine, kProvider, "Image Path", REG_SZ, TextOctets("cpzarvel.dll"))}},
+  };
+  for (const Damaged& damaged : cases) {
+    std::vector<RegistryDamage> damages;
+    for (const auto& damage : damaged.damages) {
+      damages.push_back(damage());
+    }
+    ExpectGolden(damaged.golden, RunTool({"status"}), kRun);
+  }
+  EXPECT_THAT(Ids(), ElementsAre("module-signature", "aes256-bound"));
+}
+
+TEST_F(Status, AModuleThatIsNotThereOrNotOurs) {
+  EXPECT_THAT(Ids({"--dll", "C:\\nowhere\\ZAREXT.dll"}),
+              ElementsAre("binding-other-dll", "module-missing", "aes256-bound"));
+  EXPECT_THAT(Ids({"--dll", File("text.dll", "no module")}), Contains("module-does-not-load"));
+  EXPECT_THAT(Ids({"--dll", DevProviderPath()}), Contains("module-lacks-function"));
+  EXPECT_THAT(Ids({"--dll", "C:\\windows\\system32\\crypt32.dll"}), Contains("module-version"));
+}
+
+// Opens a file or a folder to everyone.
+void OpenToEveryone(const std::string& path) {
+  PSECURITY_DESCRIPTOR descriptor = nullptr;
+  Must(ConvertStringSecurityDescriptorToSecurityDescriptorA("D:(A;;FA;;;WD)", SDDL_REVISION_1,
+                                                            &descriptor, nullptr),
+       "ConvertStringSecurityDescriptorToSecurityDescriptor");
+  const UniqueLocalMemory owner(descriptor);
+  Must(SetFileSecurityA(path.c_str(), DACL_SECURITY_INFORMATION, descriptor), "SetFileSecurity");
+}
+
+TEST_F(Status, AProviderThatOthersMayReplace) {
+  const std::string copy = home_.Path() + "\\cpzarvel.dll";
+  std::filesystem::copy_file(DevProviderPath(), copy);
+  const auto moved = RegistryDamage::SetValue(HKEY_LOCAL_MACHINE, kProvider, "Image Path", REG_SZ,
+                                              TextOctets(copy));
+  EXPECT_THAT(Ids(), ElementsAre("module-signature", "aes256-bound"));
+  OpenToEveryone(copy);
+  ExpectGolden("status-provider-writable", RunTool({"status"}), kRun);
+}
+
+class LogFile {
+ public:
+  LogFile() { const UniqueFile file(std::fopen(kLog, "wb")); }
+  ~LogFile() {
+    std::error_code ignored;
+    std::filesystem::remove(kLog, ignored);
+  }
+  LogFile(const LogFile&) = delete;
+  LogFile& operator=(const LogFile&) = delete;
+};
+
+TEST_F(Status, TheLogFile) {
+  {
+    const LogFile log;
+    EXPECT_THAT(RunTool({"status"}).out, HasSubstr("c:\\zarext.log, can be written\n"));
+    EXPECT_THAT(Ids(), ElementsAre("module-signature", "aes256-bound"));
+    {
+      const UniqueKernelObject kept(
+          CreateFileA(kLog, GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+      ExpectGolden("status-log-not-writable", RunTool({"status"}), kRun);
+    }
+    OpenToEveryone(kLog);
+    ExpectGolden("status-log-replaceable", RunTool({"status"}), kRun);
+  }
+  std::filesystem::create_directory(kLog);
+  ExpectGolden("status-log-no-file", RunTool({"status"}), kRun);
+  std::filesystem::remove(kLog);
+}
+
+TEST_F(Status, ADamagedListing) {
+  SharedSection().Put(0, {0x31, 0x00});
+  ExpectGolden("status-listing-damaged", RunTool({"status"}), kRun);
+  SharedSection().Wipe();
+}
+
+ZAREXT_CHILD(KeepMutex) {
+  const HANDLE mutex = CreateMutexA(nullptr, TRUE, "$zarvel_csp_store_mutex_name");
+  const HANDLE held = OpenEventA(EVENT_MODIFY_STATE, FALSE, "ctl_test_mutex_kept");
+  WaitForSingleObject(mutex, INFINITE);
+  SetEvent(held);
+  Sleep(60000);
+  return 0;
+}
+
+TEST_F(Status, AMutexThatIsHeld) {
+  const UniqueKernelObject held(CreateEventA(nullptr, TRUE, FALSE, "ctl_test_mutex_kept"));
+  const ChildProcess holder("KeepMutex");
+  ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(held.Get(), 20000));
+  const ToolResult result = RunTool({"status"});
+  EXPECT_EQ(1u, result.exitCode);
+  EXPECT_THAT(result.out, HasSubstr("error: the listing's mutex was held for all of 1"));
+  EXPECT_THAT(result.out, HasSubstr("ctl_e2e.exe ("));
+  EXPECT_THAT(result.out, HasSubstr("[mutex-held]"));
+  EXPECT_THAT(result.out, HasSubstr("  mend:  taskkill /F /PID "));
+}
+
+}  // namespace
+}  // namespace zarext::test
