@@ -60,6 +60,18 @@ std::uint32_t ScanIndefinite(const std::uint8_t* octets, std::uint64_t available
   return limit;
 }
 
+bool HoldsElement(std::span<const std::uint8_t> image) {
+  const ElementHeader header = DecodeHeader(image.data(), image.size());
+  if (header.state != HeaderState::kReadable) {
+    return false;
+  }
+  if (!header.indefinite) {
+    return header.size + std::uint64_t{header.length} <= image.size();
+  }
+  const std::uint64_t closing = ScanIndefinite(image.data(), image.size(), 0);
+  return closing + 2 <= image.size() && image[closing] == 0 && image[closing + 1] == 0;
+}
+
 std::uint32_t ImageReader::Resolve(std::uint32_t position) {
   if (position >= kScanLimit) {
     return ScanIndefinite(At(position), image_.size() - position, position);

@@ -66,6 +66,10 @@ inline ElementHeader DecodeHeader(const std::uint8_t* octets, std::uint64_t avai
 std::uint32_t ScanIndefinite(const std::uint8_t* octets, std::uint64_t available,
                              std::uint32_t position);
 
+// Whether the element that begins an image ends within it; one of indefinite length has to have its
+// closing pair there.
+bool HoldsElement(std::span<const std::uint8_t> image);
+
 class ImageReader {
  public:
   explicit ImageReader(std::span<const std::uint8_t> image) : image_(image) {}

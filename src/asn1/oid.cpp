@@ -106,6 +106,10 @@ std::string OidContentToText(const std::uint8_t* content, std::uint32_t length) 
   return text;
 }
 
+bool SameOid(const char* text, const char* known) noexcept {
+  return text != nullptr && std::strcmp(text, known) == 0;
+}
+
 bool IsOwnAlgorithmOid(const char* text) {
   if (text == nullptr) {
     return false;

@@ -39,6 +39,9 @@ std::string OidContentToText(const std::uint8_t* content, std::uint32_t length);
 // anywhere in it. Null gives false.
 bool IsOwnAlgorithmOid(const char* text);
 
+// Whether the text is that one, whole; null is none. `known` is not null.
+bool SameOid(const char* text, const char* known) noexcept;
+
 }  // namespace zarext
 
 #endif  // ZAREXT_ASN1_OID_H_

@@ -1,5 +1,6 @@
 #include "keyinfo/algorithm_map.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 
@@ -14,7 +15,7 @@ struct ExportRow {
 constexpr const char* kDefaultOid = "1.3.6.1.4.1.32473.1.2.2";
 
 // The arcs 1.5 and 1.8 are not symmetrical: 1.5.17 and 1.5.18 have no partner under 1.8, and 1.8.12
-// has none under 1.5. A compatibility fact for the certificates that carry these identifiers.
+// has none under 1.5. Issued certificates carry these identifiers.
 constexpr std::array kExportRows = {
     ExportRow{0xAA3A, "1.3.6.1.4.1.32473.1.5.8"},  ExportRow{0xAA3B, "1.3.6.1.4.1.32473.1.5.9"},
     ExportRow{0xAA3C, "1.3.6.1.4.1.32473.1.5.10"}, ExportRow{0xAA3D, "1.3.6.1.4.1.32473.1.5.11"},
@@ -34,16 +35,16 @@ constexpr std::array kExportRows = {
     ExportRow{0xA055, "1.2.398.3.10.1.4.1.1.1"},   ExportRow{0xA04B, "1.2.398.3.10.1.4.1.2.1"},
 };
 
-// In the order in which they are tried. Behind them is the rule of all others: every CryptoPro
-// identifier, and the national "1.2.398.3.10.1.1.1.1" family, although its keys are exported under
-// three ALG_IDs of their own. A compatibility fact.
+// In the order in which they are tried. The last one is for all others: every CryptoPro identifier,
+// and the national "1.2.398.3.10.1.1.1.1" family, although its keys are exported under three
+// ALG_IDs of their own. Providers hold keys that were imported so.
 constexpr std::array kImportRules = {
     ImportRule{"1.2.398.3.10.1.1.2.1", 0x2A4A, 512},
     ImportRule{"1.2.398.3.10.1.4.1.1", 0xA055, 512},
     ImportRule{"1.2.398.3.10.1.1.2.2", 0x2A4C, 1024},
     ImportRule{"1.2.398.3.10.1.4.1.2", 0xA04B, 1024},
+    ImportRule{"", 0xAA3A, 512},
 };
-constexpr ImportRule kOtherImportRule = {"", 0xAA3A, 512};
 
 }  // namespace
 
@@ -57,12 +58,9 @@ const char* OidOfAlgorithm(std::uint32_t aiKeyAlg) {
 }
 
 const ImportRule& ImportRuleOf(const char* oid) {
-  for (const ImportRule& rule : kImportRules) {
-    if (std::strstr(oid, rule.contains) != nullptr) {
-      return rule;
-    }
-  }
-  return kOtherImportRule;
+  return *std::find_if(kImportRules.begin(), kImportRules.end(), [oid](const ImportRule& rule) {
+    return std::strstr(oid, rule.contains) != nullptr;
+  });
 }
 
 bool TravelsAsOctetString(const char* oid) {

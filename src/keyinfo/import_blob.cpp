@@ -1,7 +1,6 @@
 #include "keyinfo/import_blob.h"
 
 #include <cstddef>
-#include <new>
 
 #include "asn1/tags.h"
 
@@ -36,7 +35,8 @@ std::optional<OctetSpan> ExtractKey(TASN1& document, OctetSpan bits) {
   if (document.Load(bits.data(), static_cast<std::uint32_t>(bits.size())) != 0) {
     return ReadDirectly(bits);
   }
-  // Neither result is tested: what the root holds afterwards is the key. A compatibility fact.
+  // Neither result is tested: what the root holds afterwards is the key. Certificates with a key in
+  // another type than OCTET STRING import so.
   document.Parse(bits.data(), kPathEnd);
   const std::uint8_t* value = nullptr;
   std::uint32_t length = 0;
@@ -45,11 +45,8 @@ std::optional<OctetSpan> ExtractKey(TASN1& document, OctetSpan bits) {
 }
 
 std::vector<std::uint8_t> BuildImportBlob(const ImportRule& rule, OctetSpan key) {
-  if (key.size() > kLongestBlobKey) {
-    throw std::bad_alloc();
-  }
   std::vector<std::uint8_t> blob;
-  blob.reserve(kImportBlobHeadSize + key.size());
+  blob.reserve(ImportBlobSize(key.size()));
   blob.assign({kPublicKeyBlobType, kOwnBlobVersion, 0, 0});
   AppendWord(blob, rule.aiKeyAlg);
   AppendWord(blob, kMagic);

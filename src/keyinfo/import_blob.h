@@ -13,9 +13,11 @@
 
 namespace zarext {
 
-// The head of the blob, in octets, and the longest key that leaves a 32-bit length for both.
-inline constexpr std::uint32_t kImportBlobHeadSize = 16;
-inline constexpr std::uint32_t kLongestBlobKey = 0xFFFFFFFF - kImportBlobHeadSize;
+// The octets of the blob for a key of that size. Throws std::bad_alloc if 32 bits do not hold them.
+inline std::uint32_t ImportBlobSize(std::size_t keySize) {
+  constexpr std::uint32_t kHeadSize = 16;
+  return CheckedSize(std::uint64_t{keySize} + kHeadSize);
+}
 
 // Finds the key in the octets of the bit string. Octets that `document` accepts give what it reads
 // as the root's value, whatever its tag is (a constructed root has none: an empty key). Refused
@@ -26,7 +28,7 @@ std::optional<OctetSpan> ExtractKey(TASN1& document, OctetSpan bits);
 
 // The 16-octet head and the key, unchanged:
 //   06 02 00 00 | aiKeyAlg | magic 00 45 43 31 | bit length | key
-// Throws std::bad_alloc, also for a key of more than kLongestBlobKey octets.
+// Throws std::bad_alloc, also for a key that ImportBlobSize refuses.
 std::vector<std::uint8_t> BuildImportBlob(const ImportRule& rule, OctetSpan key);
 
 }  // namespace zarext

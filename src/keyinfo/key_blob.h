@@ -5,11 +5,10 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <span>
+
+#include "keyinfo/octets.h"
 
 namespace zarext {
-
-using OctetSpan = std::span<const std::uint8_t>;
 
 // The platform's PUBLICKEYBLOB: asked of the provider, and the bType of every blob built here.
 inline constexpr std::uint8_t kPublicKeyBlobType = 6;
@@ -34,11 +33,6 @@ std::uint32_t WordAt(OctetSpan octets, std::size_t offset);
 
 // The key's ALG_ID.
 inline std::uint32_t BlobAlgorithm(OctetSpan blob) { return WordAt(blob, kAlgorithmOffset); }
-
-// `size` octets at `data`; nothing if there is no data, whatever `size` says.
-inline OctetSpan OctetsOf(const std::uint8_t* data, std::size_t size) {
-  return data == nullptr ? OctetSpan() : OctetSpan(data, size);
-}
 
 }  // namespace zarext
 

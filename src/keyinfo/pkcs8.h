@@ -9,50 +9,48 @@
 #include <vector>
 
 #include "asn1/tasn1.h"
+#include "keyinfo/octets.h"
 
 namespace zarext {
-
-// Octets that belong to somebody else.
-struct OctetsRef {
-  const std::uint8_t* data = nullptr;
-  std::uint32_t size = 0;
-
-  [[nodiscard]] bool Given() const { return data != nullptr && size != 0; }
-};
 
 // Kind 1. Object identifiers are dotted text.
 struct PrivateKeyRecord {
   std::uint32_t version = 0;
   const char* algorithm = nullptr;
   // To build: one encoded element. Read: its encoding, but for an OBJECT IDENTIFIER its dotted text
-  // with the terminator, which `size` counts.
-  OctetsRef parameters;
-  OctetsRef privateKey;
-  OctetsRef attributes;  // the encoded SET
+  // with the terminator, which counts.
+  OctetSpan parameters;
+  OctetSpan privateKey;
+  OctetSpan attributes;  // the encoded SET
 };
 
 // Kind 2.
 struct EncryptedKeyRecord {
   const char* algorithm = nullptr;  // with PBES2 the encryption scheme
-  OctetsRef salt;
+  OctetSpan salt;
   std::uint32_t iterations = 0;
-  OctetsRef iv;  // given: PBES2 with PBKDF2
-  OctetsRef encryptedData;
+  OctetSpan iv;  // given: PBES2 with PBKDF2
+  OctetSpan encryptedData;
 };
 
-// Kinds 3 to 5: a bag's type and the element inside its [0] wrapper.
+// A bag's type and the element inside its [0] wrapper.
 struct BagRecord {
   const char* type = nullptr;
-  OctetsRef value;
+  OctetSpan value;
   std::uint8_t tag = 0;
 };
+struct CertBagRecord : BagRecord {};    // kind 3
+struct CrlBagRecord : BagRecord {};     // kind 4
+struct SecretBagRecord : BagRecord {};  // kind 5
 
 // Kind 6.
 struct EncodedDocument {
-  OctetsRef octets;
+  OctetSpan octets;
 };
 
-using Pkcs8Record = std::variant<PrivateKeyRecord, EncryptedKeyRecord, BagRecord, EncodedDocument>;
+// The kind of a document is the place of its record here, from 1.
+using Pkcs8Record = std::variant<PrivateKeyRecord, EncryptedKeyRecord, CertBagRecord, CrlBagRecord,
+                                 SecretBagRecord, EncodedDocument>;
 
 // The tree is the document's own: what Decoded gives points into it, so that nobody else may change
 // it.
@@ -73,11 +71,11 @@ class TPKCS8 : private TASN1 {
   TPKCS8(TPKCS8&&) = delete;
   TPKCS8& operator=(TPKCS8&&) = delete;
 
-  // Builds a document in place of the one that is held. 0; 1: no input, or a record of another
-  // kind; 100: no such kind; else the number of the step that failed, and nothing is held. Encoded
-  // elements of the input are taken only as far as they end within their stated size; one that does
-  // not adds nothing. Throws std::bad_alloc, also for an input of about 4 GiB.
-  std::int32_t Build(std::uint32_t kind, const Pkcs8Record* input);
+  // Builds a document of the record's kind in place of the one that is held. 0; 1: no input; else
+  // the number of the step that failed, and nothing is held. Encoded elements of the input are
+  // taken only as far as they end within their stated size; one that does not adds nothing. Throws
+  // std::bad_alloc, also for an input of about 4 GiB.
+  std::int32_t Build(const Pkcs8Record* input);
 
   // Reads a document in place of the one that is held. 0; 1: no octets; 2: not loadable; 3: not one
   // SEQUENCE that spans exactly `size`; 4: the tree cannot be built; 100 and the number of the
@@ -106,12 +104,8 @@ class TPKCS8 : private TASN1 {
   // The end of a build or read: holds the document if the code is 0, else nothing. Returns the
   // code.
   std::int32_t Settle(std::uint32_t kind, std::int32_t code);
-  std::int32_t BuildTree(std::uint32_t kind, const Pkcs8Record& input);
+  std::int32_t BuildTree(const Pkcs8Record& input);
   std::int32_t ReadTree(std::uint32_t kind, const std::uint8_t* octets, std::uint32_t size);
-  std::int32_t ReadKind(std::uint32_t kind);
-  std::int32_t ReadPrivateKey();
-  std::int32_t ReadEncryptedKey();
-  std::int32_t ReadBag(std::uint32_t kind);
 
   bool loaded_ = false;
   std::uint32_t kind_ = 0;

@@ -1,68 +1,62 @@
-#include <cstring>
-#include <limits>
-#include <new>
-#include <span>
-
+#include "asn1/image_reader.h"
+#include "asn1/oid.h"
 #include "asn1/tags.h"
 #include "keyinfo/pkcs8.h"
 #include "keyinfo/pkcs8_names.h"
+#include "keyinfo/pkcs8_path.h"
 
 namespace zarext {
 namespace {
 
 using namespace pkcs8;
 
-// Appends elements to a document, each as the last child of the node at a path (none: the root),
-// until a step fails; each step carries the code that its failure gives.
+// Appends elements to a document, each as the last child of the node at a path, until a step fails;
+// each step carries the code that its failure gives.
 class Builder {
  public:
   explicit Builder(TASN1& document) : document_(document) {}
 
-  template <typename... Path>
-  Builder& Sequence(std::int32_t code, Path... path) {
-    return Add(code, kTagSequence, 0, nullptr, path...);
+  template <std::int32_t... entries>
+  Builder& Sequence(std::int32_t code, Path<entries...> path = {}) {
+    return Add(code, kTagSequence, 0, nullptr, path);
   }
 
-  template <typename... Path>
-  Builder& Integer(std::int32_t code, std::uint32_t number, Path... path) {
-    return Add(code, kTagInteger, sizeof number, &number, path...);
+  template <std::int32_t... entries>
+  Builder& Integer(std::int32_t code, std::uint32_t number, Path<entries...> path = {}) {
+    return Add(code, kTagInteger, sizeof number, &number, path);
   }
 
   // A null text fails.
-  template <typename... Path>
-  Builder& Oid(std::int32_t code, const char* text, Path... path) {
-    return Add(code, kTagObjectIdentifier, 1, text, path...);
+  template <std::int32_t... entries>
+  Builder& Oid(std::int32_t code, const char* text, Path<entries...> path = {}) {
+    return Add(code, kTagObjectIdentifier, 1, text, path);
   }
 
-  // No data for a size other than 0 fails.
-  template <typename... Path>
-  Builder& Octets(std::int32_t code, OctetsRef octets, Path... path) {
-    return Add(code, kTagOctetString, octets.size, octets.data, path...);
+  template <std::int32_t... entries>
+  Builder& Octets(std::int32_t code, OctetSpan octets, Path<entries...> path = {}) {
+    return Add(code, kTagOctetString, static_cast<std::uint32_t>(octets.size()), octets.data(),
+               path);
   }
 
-  template <typename... Path>
-  Builder& Null(std::int32_t code, Path... path) {
-    return Add(code, kTagNull, 0, nullptr, path...);
+  template <std::int32_t... entries>
+  Builder& Null(std::int32_t code, Path<entries...> path) {
+    return Add(code, kTagNull, 0, nullptr, path);
   }
 
-  template <typename... Path>
-  Builder& Wrapper(std::int32_t code, Path... path) {
-    return Add(code, kTagContext0, 0, nullptr, path...);
-  }
+  Builder& Wrapper(std::int32_t code) { return Add(code, kTagContext0, 0, nullptr, kAt<>); }
 
   // An element that is encoded already. One that does not end within its stated size adds nothing,
   // and that is no failure.
-  template <typename... Path>
-  Builder& Element(std::int32_t code, OctetsRef element, Path... path) {
+  template <std::int32_t... entries>
+  Builder& Element(std::int32_t code, OctetSpan element, Path<entries...> = {}) {
     return Step(code, [&] {
-      const std::span<const std::uint8_t> image(element.data, element.size);
-      return Ends(image) ? document_.ParseInto(image, path..., kPathEnd) : 0;
+      return HoldsElement(element) ? document_.ParseInto(element, entries..., kPathEnd) : 0;
     });
   }
 
-  template <typename... Path>
-  Builder& Retag(std::int32_t code, std::uint8_t tag, Path... path) {
-    return Step(code, [&] { return document_.SetTag(tag, path..., kPathEnd); });
+  template <std::int32_t... entries>
+  Builder& Retag(std::int32_t code, std::uint8_t tag, Path<entries...>) {
+    return Step(code, [&] { return document_.SetTag(tag, entries..., kPathEnd); });
   }
 
   Builder& Require(std::int32_t code, bool condition) {
@@ -72,17 +66,6 @@ class Builder {
   [[nodiscard]] std::int32_t Code() const { return code_; }
 
  private:
-  // Whether the first element of the image ends within it.
-  [[nodiscard]] bool Ends(std::span<const std::uint8_t> image) const {
-    std::uint32_t length = 0;
-    const std::int32_t header = document_.ReadHeader(image, nullptr, &length);
-    if (header == 0 || std::uint64_t{length} + static_cast<std::uint32_t>(header) > image.size()) {
-      return false;
-    }
-    // An indefinite length leads to the closing pair, if one was found.
-    return image[1] != 0x80 || (image[length] == 0 && image[length + 1] == 0);
-  }
-
   template <typename Work>
   Builder& Step(std::int32_t code, Work work) {
     if (code_ == 0 && work() != 0) {
@@ -91,143 +74,127 @@ class Builder {
     return *this;
   }
 
-  template <typename... Path>
+  template <std::int32_t... entries>
   Builder& Add(std::int32_t code, std::uint8_t tag, std::uint32_t length, const void* value,
-               Path... path) {
-    return Step(code, [&] { return document_.AddChild(tag, length, value, path..., kPathEnd); });
+               Path<entries...>) {
+    return Step(code, [&] { return document_.AddChild(tag, length, value, entries..., kPathEnd); });
   }
 
   TASN1& document_;
   std::int32_t code_ = 0;
 };
 
-bool Equal(const char* left, const char* right) {
-  return left != nullptr && std::strcmp(left, right) == 0;
-}
-
 void AddAlgorithmParameters(Builder& build, const PrivateKeyRecord& input) {
-  // The key's length is all that tells the curves apart: a compatibility fact.
-  constexpr std::uint32_t kSecp384r1KeySize = 55;
-  if (input.parameters.Given()) {
-    build.Element(5, input.parameters, 1);
-  } else if (Equal(input.algorithm, kEcPublicKey)) {
-    build.Oid(6, input.privateKey.size == kSecp384r1KeySize ? kSecp384r1 : kSecp256r1, 1);
+  // Nothing but the key's length tells the curves apart: documents are given without parameters.
+  constexpr std::size_t kSecp384r1KeySize = 55;
+  if (!input.parameters.empty()) {
+    build.Element(5, input.parameters, kAt<1>);
+  } else if (SameOid(input.algorithm, kEcPublicKey)) {
+    build.Oid(6, input.privateKey.size() == kSecp384r1KeySize ? kSecp384r1 : kSecp256r1, kAt<1>);
   } else {
-    build.Null(6, 1);
+    build.Null(6, kAt<1>);
   }
 }
 
-std::int32_t BuildPrivateKey(TASN1& document, const PrivateKeyRecord& input) {
+std::int32_t BuildDocument(TASN1& document, const PrivateKeyRecord& input) {
   Builder build(document);
-  build.Integer(2, input.version).Sequence(3).Oid(4, input.algorithm, 1);
+  build.Integer(2, input.version).Sequence(3).Oid(4, input.algorithm, kAt<1>);
   AddAlgorithmParameters(build, input);
   build.Octets(7, input.privateKey);
-  if (input.attributes.Given()) {
-    build.Element(8, input.attributes).Retag(9, kTagContext0, 3);
+  if (!input.attributes.empty()) {
+    build.Element(8, input.attributes).Retag(9, kTagContext0, kAt<3>);
   }
   return build.Code();
 }
 
 void AddPbes2(Builder& build, const EncryptedKeyRecord& input) {
-  build.Oid(21, kPbes2, 0)
-      .Require(22, input.salt.Given())
-      .Sequence(23, 0)
-      .Sequence(24, 0, 1)
-      .Oid(25, kPbkdf2, 0, 1, 0)
-      .Sequence(26, 0, 1, 0)
-      .Octets(27, input.salt, 0, 1, 0, 1)
-      .Integer(28, input.iterations, 0, 1, 0, 1);
-  // Only this cipher names its pseudo-random function: a compatibility fact.
-  if (Equal(input.algorithm, kAes256Cbc)) {
-    build.Sequence(28, 0, 1, 0, 1).Oid(28, kHmacWithSha256, 0, 1, 0, 1, 2).Null(28, 0, 1, 0, 1, 2);
+  build.Oid(21, kPbes2, kAt<0>)
+      .Require(22, !input.salt.empty())
+      .Sequence(23, kAt<0>)
+      .Sequence(24, kAt<0, 1>)
+      .Oid(25, kPbkdf2, kAt<0, 1, 0>)
+      .Sequence(26, kAt<0, 1, 0>)
+      .Octets(27, input.salt, kAt<0, 1, 0, 1>)
+      .Integer(28, input.iterations, kAt<0, 1, 0, 1>);
+  // Only this cipher names its pseudo-random function. Readers of the other documents assume
+  // HMAC with SHA-1, the default of RFC 8018.
+  if (SameOid(input.algorithm, kAes256Cbc)) {
+    build.Sequence(28, kAt<0, 1, 0, 1>)
+        .Oid(28, kHmacWithSha256, kAt<0, 1, 0, 1, 2>)
+        .Null(28, kAt<0, 1, 0, 1, 2>);
   }
-  build.Sequence(29, 0, 1).Oid(30, input.algorithm, 0, 1, 1).Octets(31, input.iv, 0, 1, 1);
+  build.Sequence(29, kAt<0, 1>)
+      .Oid(30, input.algorithm, kAt<0, 1, 1>)
+      .Octets(31, input.iv, kAt<0, 1, 1>);
 }
 
 void AddSinglePbe(Builder& build, const EncryptedKeyRecord& input) {
-  build.Oid(32, input.algorithm, 0);
-  if (input.salt.Given() && input.iterations != 0) {
-    build.Sequence(33, 0).Octets(34, input.salt, 0, 1).Integer(35, input.iterations, 0, 1);
+  build.Oid(32, input.algorithm, kAt<0>);
+  if (!input.salt.empty() && input.iterations != 0) {
+    build.Sequence(33, kAt<0>)
+        .Octets(34, input.salt, kAt<0, 1>)
+        .Integer(35, input.iterations, kAt<0, 1>);
   }
 }
 
-std::int32_t BuildEncryptedKey(TASN1& document, const EncryptedKeyRecord& input) {
+std::int32_t BuildDocument(TASN1& document, const EncryptedKeyRecord& input) {
   Builder build(document);
   build.Sequence(20);
-  if (input.iv.Given()) {
-    AddPbes2(build, input);
-  } else {
+  if (input.iv.empty()) {
     AddSinglePbe(build, input);
+  } else {
+    AddPbes2(build, input);
   }
   return build.Octets(36, input.encryptedData).Code();
 }
 
-std::int32_t BuildBag(TASN1& document, const BagRecord& input) {
+std::int32_t BuildDocument(TASN1& document, const BagRecord& input) {
   return Builder(document)
       .Oid(40, input.type)
       .Wrapper(41)
-      .Octets(42, input.value, 1)
-      .Retag(43, input.tag, 1, 0)
+      .Octets(42, input.value, kAt<1>)
+      .Retag(43, input.tag, kAt<1, 0>)
       .Code();
 }
 
-std::int32_t AdoptDocument(TASN1& document, const EncodedDocument& input) {
-  if (!input.octets.Given()) {
+std::int32_t BuildDocument(TASN1& document, const EncodedDocument& input) {
+  if (input.octets.empty()) {
     return 50;
   }
-  if (document.Load(input.octets.data, input.octets.size) != 0) {
+  if (document.Load(input.octets.data(), static_cast<std::uint32_t>(input.octets.size())) != 0) {
     return 51;
   }
-  return document.Parse(input.octets.data, kPathEnd) == 0 ? 0 : 52;
+  return document.Parse(input.octets.data(), kPathEnd) == 0 ? 0 : 52;
 }
 
 // Octets that the input brings along.
 std::uint64_t SizeOf(const PrivateKeyRecord& input) {
-  return std::uint64_t{input.parameters.size} + input.privateKey.size + input.attributes.size;
+  return std::uint64_t{input.parameters.size()} + input.privateKey.size() + input.attributes.size();
 }
 std::uint64_t SizeOf(const EncryptedKeyRecord& input) {
-  return std::uint64_t{input.salt.size} + input.iv.size + input.encryptedData.size;
+  return std::uint64_t{input.salt.size()} + input.iv.size() + input.encryptedData.size();
 }
-std::uint64_t SizeOf(const BagRecord& input) { return input.value.size; }
-std::uint64_t SizeOf(const EncodedDocument& input) { return input.octets.size; }
-
-// Runs `build` on the record if it is of the kind's type.
-template <typename Record, typename Work>
-std::int32_t BuildFrom(const Pkcs8Record& input, TASN1& document, Work build) {
-  // More than headers and object identifiers can add.
-  constexpr std::uint32_t kOverhead = 0x1000;
-  const Record* record = std::get_if<Record>(&input);
-  if (record == nullptr) {
-    return 1;
-  }
-  if (SizeOf(*record) > std::numeric_limits<std::uint32_t>::max() - kOverhead) {
-    throw std::bad_alloc();
-  }
-  return build(document, *record);
-}
+std::uint64_t SizeOf(const BagRecord& input) { return input.value.size(); }
+std::uint64_t SizeOf(const EncodedDocument& input) { return input.octets.size(); }
 
 }  // namespace
 
-std::int32_t TPKCS8::BuildTree(std::uint32_t kind, const Pkcs8Record& input) {
-  switch (kind) {
-    case kPrivateKeyInfo:
-      return BuildFrom<PrivateKeyRecord>(input, *this, BuildPrivateKey);
-    case kEncryptedPrivateKeyInfo:
-      return BuildFrom<EncryptedKeyRecord>(input, *this, BuildEncryptedKey);
-    case kCertBag:
-    case kCrlBag:
-    case kSecretBag:
-      return BuildFrom<BagRecord>(input, *this, BuildBag);
-    case kEncoded:
-      return BuildFrom<EncodedDocument>(input, *this, AdoptDocument);
-    default:
-      return 100;
-  }
+std::int32_t TPKCS8::BuildTree(const Pkcs8Record& input) {
+  return std::visit(
+      [this](const auto& record) {
+        // More than headers and object identifiers can add.
+        constexpr std::uint32_t kOverhead = 0x1000;
+        CheckedSize(SizeOf(record) + kOverhead);
+        return BuildDocument(*this, record);
+      },
+      input);
 }
 
-std::int32_t TPKCS8::Build(std::uint32_t kind, const Pkcs8Record* input) {
+std::int32_t TPKCS8::Build(const Pkcs8Record* input) {
   Clear();
-  return Settle(kind, input == nullptr ? 1 : BuildTree(kind, *input));
+  return input == nullptr
+             ? 1
+             : Settle(static_cast<std::uint32_t>(input->index() + 1), BuildTree(*input));
 }
 
 }  // namespace zarext

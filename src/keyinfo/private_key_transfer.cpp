@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <limits>
 #include <memory>
 #include <new>
 #include <string_view>
@@ -54,21 +53,23 @@ DWORD ExportDocument(ExportTrace& trace, HCRYPTKEY key, SecretBuffer& buffer) {
   return size;
 }
 
+bool ReadPrivateKeyInfo(TPKCS8& document, OctetSpan octets) {
+  return document.Read(TPKCS8::kPrivateKeyInfo, octets.data(),
+                       static_cast<std::uint32_t>(octets.size())) == 0;
+}
+
 // What a document, or a blob of another kind, gives out.
 struct ExportedKey {
-  const char* oid = "1.3.6.1.4.1.32473.1.5.8";
-  OctetsRef octets;
+  const char* oid;
+  OctetSpan octets;
 };
 
-ExportedKey OpenDocument(TPKCS8& document, OctetsRef exported) {
-  ExportedKey key;
-  key.octets = exported;
-  if (document.Read(TPKCS8::kPrivateKeyInfo, exported.data, exported.size) == 0) {
-    const auto& record = std::get<PrivateKeyRecord>(*document.Decoded());
-    key.oid = record.algorithm;
-    key.octets = record.privateKey;
+ExportedKey OpenDocument(TPKCS8& document, OctetSpan exported) {
+  if (!ReadPrivateKeyInfo(document, exported)) {
+    return {"1.3.6.1.4.1.32473.1.5.8", exported};
   }
-  return key;
+  const auto& record = std::get<PrivateKeyRecord>(*document.Decoded());
+  return {record.algorithm, record.privateKey};
 }
 
 // Writes the structure, the OID behind it (cut to its area) and the key behind the OID's area. The
@@ -79,11 +80,11 @@ void LayOut(const ExportedKey& key, CRYPT_PRIVATE_KEY_INFO* pPrivateKeyInfo) {
   BYTE* keyArea = reinterpret_cast<BYTE*>(oidArea) + kOidAreaSize;
   const std::string_view oid = std::string_view(key.oid).substr(0, kOidAreaSize - 1);
   *std::copy(oid.begin(), oid.end(), oidArea) = '\0';
-  std::copy_n(key.octets.data, key.octets.size, keyArea);
+  std::copy(key.octets.begin(), key.octets.end(), keyArea);
   pPrivateKeyInfo->Version = 0;
   pPrivateKeyInfo->Algorithm.pszObjId = oidArea;
   pPrivateKeyInfo->Algorithm.Parameters.cbData = 0;
-  pPrivateKeyInfo->PrivateKey.cbData = key.octets.size;
+  pPrivateKeyInfo->PrivateKey.cbData = static_cast<DWORD>(key.octets.size());
   pPrivateKeyInfo->PrivateKey.pbData = keyArea;
   std::memset(&pPrivateKeyInfo->pAttributes, 0, sizeof(DWORD));
 }
@@ -94,7 +95,7 @@ BOOL ExportPrivateKey(ExportTrace& trace, HCRYPTPROV hCryptProv, DWORD dwKeySpec
   SecretBuffer buffer(kExportCapacity);
   const DWORD size = ExportDocument(trace, userKey.Get(), buffer);
   TPKCS8 document;
-  const ExportedKey key = OpenDocument(document, {buffer.Data(), size});
+  const ExportedKey key = OpenDocument(document, OctetSpan(buffer.Data(), size));
   if (pPrivateKeyInfo != nullptr) {
     LayOut(key, pPrivateKeyInfo);
     trace.Line("EXT : ZarExportPrivKeyFunc : Algorithm.pszObjId = %s, Parameters.cbData = %i.",
@@ -119,32 +120,30 @@ void TraceImport(ExportTrace& trace, const CRYPT_PRIVATE_KEY_INFO& info) {
 }
 
 // One octet longer than what it holds.
-std::unique_ptr<SecretBuffer> MakeDocumentBuffer(std::int64_t size) {
-  if (size < 0 || size >= std::numeric_limits<DWORD>::max()) {
-    throw std::bad_alloc();
-  }
-  return std::make_unique<SecretBuffer>(static_cast<std::size_t>(size) + 1);
+std::unique_ptr<SecretBuffer> MakeDocumentBuffer(std::uint64_t size) {
+  return std::make_unique<SecretBuffer>(CheckedSize(size + 1));
 }
 
 // The document to import: the caller's key if it is one already, else one made from the structure.
+// No octets for a length, and whatever else no document can be made of, are reported as no memory.
 std::unique_ptr<SecretBuffer> MakeDocument(const CRYPT_PRIVATE_KEY_INFO& info) {
-  const OctetsRef key{info.PrivateKey.pbData, info.PrivateKey.cbData};
+  const OctetSpan key = OctetsOf(info.PrivateKey.pbData, info.PrivateKey.cbData);
   TPKCS8 document;
-  if (document.Read(TPKCS8::kPrivateKeyInfo, key.data, key.size) == 0) {
-    auto copy = MakeDocumentBuffer(key.size);
-    std::copy_n(key.data, key.size, copy->Data());
+  if (ReadPrivateKeyInfo(document, key)) {
+    auto copy = MakeDocumentBuffer(key.size());
+    std::copy(key.begin(), key.end(), copy->Data());
     return copy;
   }
   PrivateKeyRecord record;
   record.algorithm = info.Algorithm.pszObjId;
-  record.parameters = {info.Algorithm.Parameters.pbData, info.Algorithm.Parameters.cbData};
+  record.parameters = OctetsOf(info.Algorithm.Parameters.pbData, info.Algorithm.Parameters.cbData);
   record.privateKey = key;
   const Pkcs8Record input = record;
-  document.Build(TPKCS8::kPrivateKeyInfo, &input);
-  auto encoded = MakeDocumentBuffer(document.EncodedSize());
-  if (document.Encode(encoded->Data()) != 0) {
+  if (key.size() != info.PrivateKey.cbData || document.Build(&input) != 0) {
     throw std::bad_alloc();
   }
+  auto encoded = MakeDocumentBuffer(static_cast<std::uint64_t>(document.EncodedSize()));
+  document.Encode(encoded->Data());
   return encoded;
 }
 

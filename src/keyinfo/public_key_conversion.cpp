@@ -4,7 +4,6 @@
 #include <wincrypt.h>
 
 #include <algorithm>
-#include <limits>
 #include <new>
 
 #include "frame/export_frame.h"
@@ -15,16 +14,12 @@
 namespace zarext {
 namespace {
 
-// The copies below are one octet longer. Refused before any of the octets is read.
-void RequireRoomForCopy(DWORD size) {
-  if (size == std::numeric_limits<DWORD>::max()) {
-    throw std::bad_alloc();
-  }
-}
+// The size of a copy, which has one octet more.
+std::uint32_t CopySize(std::size_t size) { return CheckedSize(std::uint64_t{size} + 1); }
 
 // A LocalAlloc block with a copy of the octets and a zero octet behind it. Throws std::bad_alloc.
 UniqueLocalMemory CopyForCaller(OctetSpan octets) {
-  UniqueLocalMemory block(LocalAlloc(LPTR, octets.size() + 1));
+  UniqueLocalMemory block(LocalAlloc(LPTR, CopySize(octets.size())));
   if (!block) {
     throw std::bad_alloc();
   }
@@ -70,7 +65,7 @@ BOOL WINAPI ZarConvertPublicKeyInfo(DWORD dwCertEncodingType, PCERT_PUBLIC_KEY_I
     trace.Line("EXT : ZarConvertPublicKeyInfo : Algorithm = %s.", pInfo->Algorithm.pszObjId);
     RequireOwnAlgorithm(trace, "ZarConvertPublicKeyInfo", "pszObjId", pInfo->Algorithm.pszObjId);
     RequireParameter(key.pbData != nullptr || key.cbData == 0);
-    RequireRoomForCopy(key.cbData);
+    CopySize(key.cbData);
     // Detached whether or not the caller takes it; nobody frees it then: a compatibility fact.
     BYTE* block = static_cast<BYTE*>(CopyForCaller(OctetsOf(key.pbData, key.cbData)).Detach());
     StoreIfWanted(ppvBlob, block);
@@ -95,7 +90,7 @@ BOOL WINAPI ZarEncodePublicKeyAndParameters(DWORD dwCertEncodingType, LPSTR pszP
     RequireParameter(pbPubKey != nullptr && cbPubKey != 0);
     RequireOwnAlgorithm(trace, "ZarEncodePublicKeyAndParameters", "lpcPublicKeyOID",
                         pszPublicKeyObjId);
-    RequireRoomForCopy(cbPubKey);
+    CopySize(cbPubKey);
     const OctetSpan blob(pbPubKey, cbPubKey);
     trace.Line("EXT : ZarEncodePublicKeyAndParameters : PublicKey[%i] = ... %x %x %x.",
                Int(cbPubKey), OctetFromEnd(blob, 3), OctetFromEnd(blob, 2), OctetFromEnd(blob, 1));

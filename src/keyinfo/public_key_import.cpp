@@ -59,13 +59,6 @@ ErrorCode ImportBlob(HCRYPTPROV hCryptProv, OctetSpan blob, HCRYPTKEY* phKey) {
   return done ? static_cast<ErrorCode>(ERROR_SUCCESS) : GetLastError();
 }
 
-// The blob of such a key needs a 32-bit length. Refused before any of the key is read.
-void RequireRoomForBlob(DWORD cbData) {
-  if (cbData > kLongestBlobKey) {
-    throw std::bad_alloc();
-  }
-}
-
 // The blob for a key that lies in an OCTET STRING. Without memory for the document the blob is
 // empty, and the provider's refusal is what the caller sees: a compatibility fact.
 std::vector<std::uint8_t> RebuildBlob(ExportTrace& trace, const ImportVariant& variant,
@@ -91,7 +84,7 @@ BOOL ImportPublicKey(ExportTrace& trace, const ImportVariant& variant, HCRYPTPRO
   RequireOwnAlgorithm(trace, variant.name, "pszObjId", oid);
   const bool asOctetString = TravelsAsOctetString(oid);
   if (asOctetString) {
-    RequireRoomForBlob(info.PublicKey.cbData);
+    ImportBlobSize(info.PublicKey.cbData);
   }
   variant.traceBits(trace, info.PublicKey.cbData, bits);
   NoteProviderType(trace, variant.name, hCryptProv);

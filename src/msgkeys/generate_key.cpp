@@ -6,6 +6,7 @@
 
 #include <cstddef>
 
+#include "asn1/oid.h"
 #include "frame/export_frame.h"
 #include "frame/handles.h"
 #include "frame/provider_type.h"

@@ -1,12 +1,8 @@
 #include "msgkeys/message_keys.h"
 
-#include <cstring>
+#include "asn1/oid.h"
 
 namespace zarext {
-
-bool SameOid(const char* given, const char* known) noexcept {
-  return given != nullptr && std::strcmp(given, known) == 0;
-}
 
 bool IsRecipientKeyOid(const char* oid) noexcept {
   return SameOid(oid, kExchangeKeyOid) || SameOid(oid, kElGamalKeyOid);

@@ -27,9 +27,6 @@ inline constexpr char kExchangeKeyOid[] = "1.3.6.1.4.1.32473.1.4.4";
 // The provider's ElGamal key.
 inline constexpr char kElGamalKeyOid[] = "1.3.6.1.4.1.32473.1.3.4";
 
-// Whole-string comparison with a text of the module's own; a null `given` equals nothing.
-bool SameOid(const char* given, const char* known) noexcept;
-
 // Whether the older export and import forms serve a recipient key of this algorithm (may be null).
 bool IsRecipientKeyOid(const char* oid) noexcept;
 

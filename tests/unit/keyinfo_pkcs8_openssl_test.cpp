@@ -9,17 +9,14 @@
 #include <string>
 
 #include "keyinfo/pkcs8.h"
+#include "unit/keyinfo_bags.h"
 #include "unit/keyinfo_octets.h"
 #include "unit/keyinfo_openssl_documents.h"
 
 namespace zarext::test {
 namespace {
 
-OctetsRef Ref(const Octets& octets) {
-  return {octets.data(), static_cast<std::uint32_t>(octets.size())};
-}
-
-std::string Text(OctetsRef octets) { return HexText(octets.data, octets.size); }
+std::string Text(OctetSpan octets) { return HexText(octets.data(), octets.size()); }
 
 template <typename Record>
 Record Decode(TPKCS8& document, std::uint32_t kind, const char* text) {
@@ -33,10 +30,10 @@ TEST(OpensslDocuments, PrivateKey) {
   const auto record = Decode<PrivateKeyRecord>(document, 1, openssl::kEcKey);
   EXPECT_EQ(0u, record.version);
   EXPECT_STREQ("1.2.840.10045.2.1", record.algorithm);
-  EXPECT_STREQ("1.2.840.10045.3.1.7", reinterpret_cast<const char*>(record.parameters.data));
+  EXPECT_STREQ("1.2.840.10045.3.1.7", reinterpret_cast<const char*>(record.parameters.data()));
   EXPECT_EQ("306b0201010420", Text(record.privateKey).substr(0, 14));
-  EXPECT_EQ(109u, record.privateKey.size);
-  EXPECT_FALSE(record.attributes.Given());
+  EXPECT_EQ(109u, record.privateKey.size());
+  EXPECT_TRUE(record.attributes.empty());
 }
 
 TEST(OpensslDocuments, EncryptedPrivateKeys) {
@@ -46,7 +43,7 @@ TEST(OpensslDocuments, EncryptedPrivateKeys) {
   EXPECT_EQ("20b3be6d09b7310c", Text(record.salt));
   EXPECT_EQ(2048u, record.iterations);
   EXPECT_EQ("22c6669ccbe332d92b7cccf2d7883e14", Text(record.iv));
-  EXPECT_EQ(144u, record.encryptedData.size);
+  EXPECT_EQ(144u, record.encryptedData.size());
 
   record = Decode<EncryptedKeyRecord>(document, 2, openssl::kAes256Sha1);
   EXPECT_STREQ("2.16.840.1.101.3.4.1.42", record.algorithm);
@@ -73,7 +70,7 @@ std::string Rewritten(const char* text) {
   Decode<EncryptedKeyRecord>(document, 2, text);
   const Pkcs8Record record = *document.Decoded();
   TPKCS8 rebuilt;
-  EXPECT_EQ(0, rebuilt.Build(2, &record));
+  EXPECT_EQ(0, rebuilt.Build(&record));
   Octets encoded(static_cast<std::size_t>(rebuilt.EncodedSize()));
   EXPECT_EQ(0, rebuilt.Encode(encoded.data()));
   return HexText(encoded);
@@ -90,9 +87,9 @@ class OpensslCommand : public testing::Test {
   ~OpensslCommand() override { std::filesystem::remove(file_); }
 
   // True if the command takes the document that the class builds.
-  bool Takes(const std::string& command, std::uint32_t kind, const Pkcs8Record& record) {
+  bool Takes(const std::string& command, const Pkcs8Record& record) {
     TPKCS8 document;
-    EXPECT_EQ(0, document.Build(kind, &record));
+    EXPECT_EQ(0, document.Build(&record));
     Octets encoded(static_cast<std::size_t>(document.EncodedSize()));
     EXPECT_EQ(0, document.Encode(encoded.data()));
     std::ofstream(file_, std::ios::binary)
@@ -112,9 +109,9 @@ TEST_F(OpensslCommand, TakesAnRsaKey) {
   const Octets key = Hex(openssl::kRsaKey);
   PrivateKeyRecord record;
   record.algorithm = "1.2.840.113549.1.1.1";
-  record.privateKey = Ref(key);
-  EXPECT_TRUE(Takes("pkey -noout -check", 1, record));
-  EXPECT_TRUE(Takes("asn1parse", 1, record));
+  record.privateKey = key;
+  EXPECT_TRUE(Takes("pkey -noout -check", record));
+  EXPECT_TRUE(Takes("asn1parse", record));
 }
 
 TEST_F(OpensslCommand, TakesEllipticKeysOnTheCurveThatTheirLengthGives) {
@@ -122,15 +119,15 @@ TEST_F(OpensslCommand, TakesEllipticKeysOnTheCurveThatTheirLengthGives) {
   PrivateKeyRecord record;
   record.algorithm = "1.2.840.10045.2.1";
   const Octets p256 = Hex("3025 020101 0420" + std::string(62, '0') + "07");
-  record.privateKey = Ref(p256);
-  EXPECT_TRUE(Takes("pkey -noout -check", 1, record));
+  record.privateKey = p256;
+  EXPECT_TRUE(Takes("pkey -noout -check", record));
   const Octets p384 = Hex("3035 020101 0430" + std::string(94, '0') + "07");
   ASSERT_EQ(55u, p384.size());
-  record.privateKey = Ref(p384);
-  EXPECT_TRUE(Takes("pkey -noout -check", 1, record));
+  record.privateKey = p384;
+  EXPECT_TRUE(Takes("pkey -noout -check", record));
   const Octets broken = Hex("3025 020101 0420" + std::string(62, '0'));
-  record.privateKey = Ref(broken);
-  EXPECT_FALSE(Takes("pkey -noout -check", 1, record)) << "the command can fail";
+  record.privateKey = broken;
+  EXPECT_FALSE(Takes("pkey -noout -check", record)) << "the command can fail";
 }
 
 TEST_F(OpensslCommand, DecryptsRewrittenDocuments) {
@@ -138,19 +135,19 @@ TEST_F(OpensslCommand, DecryptsRewrittenDocuments) {
     TPKCS8 document;
     Decode<EncryptedKeyRecord>(document, 2, text);
     const Pkcs8Record record = *document.Decoded();
-    EXPECT_TRUE(Takes("asn1parse", 2, record));
+    EXPECT_TRUE(Takes("asn1parse", record));
     // A function that was not the one that is written cannot decrypt.
     EXPECT_EQ(text != openssl::kAes256Sha1,
-              Takes("pkcs8 -passin pass:x -provider default -provider legacy", 2, record));
+              Takes("pkcs8 -passin pass:x -provider default -provider legacy", record));
   }
 }
 
 TEST_F(OpensslCommand, ParsesEveryKind) {
   const Octets value = Hex("0401aa");
-  EXPECT_TRUE(Takes("asn1parse", 3, BagRecord{"1.2.840.113549.1.9.22.1", Ref(value), 0x04}));
-  EXPECT_TRUE(Takes("asn1parse", 4, BagRecord{"1.2.840.113549.1.9.23.1", Ref(value), 0x04}));
-  EXPECT_TRUE(Takes("asn1parse", 5, BagRecord{"1.2.3", Ref(value), 0x30}));
-  EXPECT_TRUE(Takes("asn1parse", 6, EncodedDocument{Ref(value)}));
+  EXPECT_TRUE(Takes("asn1parse", BagOf(3, {"1.2.840.113549.1.9.22.1", value, 0x04})));
+  EXPECT_TRUE(Takes("asn1parse", BagOf(4, {"1.2.840.113549.1.9.23.1", value, 0x04})));
+  EXPECT_TRUE(Takes("asn1parse", BagOf(5, {"1.2.3", value, 0x30})));
+  EXPECT_TRUE(Takes("asn1parse", EncodedDocument{value}));
 }
 
 }  // namespace

@@ -14,9 +14,7 @@
 namespace zarext::test {
 namespace {
 
-std::string Text(OctetsRef octets) {
-  return octets.data == nullptr ? "-" : HexText(octets.data, octets.size);
-}
+std::string Text(OctetSpan octets) { return HexText(octets.data(), octets.size()); }
 std::string Text(const char* oid) { return oid == nullptr ? "-" : oid; }
 
 // Everything that a record says; touches every octet of it.
@@ -45,10 +43,6 @@ Octets Encoding(TPKCS8& document) {
   return encoded;
 }
 
-OctetsRef Ref(std::span<const std::uint8_t> octets) {
-  return {octets.data(), static_cast<std::uint32_t>(octets.size())};
-}
-
 // Whether the writer gives an object identifier back: not if it has arcs of more than 28 bits or a
 // first arc of 2 or more, or if its text was cut.
 bool ComesBack(const char* oid) {
@@ -71,9 +65,9 @@ bool ComesBack(const char* oid) {
 
 // Dotted text with its terminator, as OBJECT IDENTIFIERs among the parameters are read. It comes
 // back only if it is encoded first.
-bool IsOidText(OctetsRef octets) {
-  return octets.size != 0 && octets.data[octets.size - 1] == 0 &&
-         std::all_of(octets.data, octets.data + octets.size - 1, [](std::uint8_t octet) {
+bool IsOidText(OctetSpan octets) {
+  return !octets.empty() && octets.back() == 0 &&
+         std::all_of(octets.begin(), octets.end() - 1, [](std::uint8_t octet) {
            return octet == '.' || octet == '-' || (octet >= '0' && octet <= '9');
          });
 }
@@ -82,7 +76,7 @@ bool ComesBack(const PrivateKeyRecord& r) {
   return ComesBack(r.algorithm) && !IsOidText(r.parameters);
 }
 bool ComesBack(const EncryptedKeyRecord& r) {
-  return ComesBack(r.algorithm) && (r.iv.Given() || (r.salt.Given() && r.iterations != 0));
+  return ComesBack(r.algorithm) && (!r.iv.empty() || (!r.salt.empty() && r.iterations != 0));
 }
 // Numbers, bit strings and object identifiers are read as values, not as octets.
 bool ComesBack(const BagRecord& r) {
@@ -96,7 +90,7 @@ bool ComesBack(const Pkcs8Record& record) {
 // The default parameters that a build adds are no part of what was read.
 void DropDefaults(const Pkcs8Record& before, Pkcs8Record& after) {
   const auto* read = std::get_if<PrivateKeyRecord>(&before);
-  if (read != nullptr && !read->parameters.Given()) {
+  if (read != nullptr && read->parameters.empty()) {
     std::get<PrivateKeyRecord>(after).parameters = read->parameters;
   }
 }
@@ -104,7 +98,7 @@ void DropDefaults(const Pkcs8Record& before, Pkcs8Record& after) {
 std::string CheckRoundTrip(std::uint32_t kind, const Pkcs8Record& record) {
   const std::string shown = Show(record);
   TPKCS8 built;
-  const std::int32_t code = built.Build(kind, &record);
+  const std::int32_t code = built.Build(&record);
   if (!ComesBack(record)) {
     return "";
   }
@@ -140,24 +134,24 @@ std::string CheckRead(std::uint32_t kind, std::span<const std::uint8_t> octets) 
 std::string CheckParts(std::span<const std::uint8_t> octets) {
   PrivateKeyRecord record;
   record.algorithm = "1.2.3";
-  record.parameters = Ref(octets);
-  record.privateKey = {octets.data(), octets.empty() ? 0U : 1U};
+  record.parameters = octets;
+  record.privateKey = octets.first(octets.empty() ? 0U : 1U);
   const Pkcs8Record withParameters = record;
   TPKCS8 document;
-  if (document.Build(TPKCS8::kPrivateKeyInfo, &withParameters) != 0) {
+  if (document.Build(&withParameters) != 0) {
     return "parameters fail a build";
   }
   Encoding(document);
-  record.attributes = Ref(octets);
+  record.attributes = octets;
   const Pkcs8Record withAttributes = record;
-  document.Build(TPKCS8::kPrivateKeyInfo, &withAttributes);
+  document.Build(&withAttributes);
   Encoding(document);
   const std::uint8_t tag = octets.empty() ? std::uint8_t{0} : octets[0];
-  const Pkcs8Record bag = BagRecord{"1.2.3", Ref(octets), tag};
-  document.Build(TPKCS8::kSecretBag, &bag);
+  const Pkcs8Record bag = SecretBagRecord{{"1.2.3", octets, tag}};
+  document.Build(&bag);
   Encoding(document);
-  const Pkcs8Record adopted = EncodedDocument{Ref(octets)};
-  document.Build(TPKCS8::kEncoded, &adopted);
+  const Pkcs8Record adopted = EncodedDocument{octets};
+  document.Build(&adopted);
   Encoding(document);
   return "";
 }

@@ -72,10 +72,6 @@ Octets Element(std::uint8_t tag) {
   return octets;
 }
 
-OctetsRef Ref(const Octets& octets) {
-  return {octets.data(), static_cast<std::uint32_t>(octets.size())};
-}
-
 // What follows releases memory with the key in it itself: nobody looks until the end.
 
 // A key document whose parameters, key and attributes hold the secret.
@@ -85,11 +81,11 @@ void BuildDocument(TPKCS8& document) {
   attributes.insert(attributes.end(), parameters.begin(), parameters.end());
   PrivateKeyRecord record;
   record.algorithm = "1.2.3";
-  record.parameters = Ref(parameters);
-  record.privateKey = Ref(parameters);
-  record.attributes = Ref(attributes);
+  record.parameters = parameters;
+  record.privateKey = parameters;
+  record.attributes = attributes;
   const Pkcs8Record input = record;
-  ASSERT_EQ(0, document.Build(TPKCS8::kPrivateKeyInfo, &input));
+  ASSERT_EQ(0, document.Build(&input));
 }
 
 void ReadDocument(TPKCS8& document) {
