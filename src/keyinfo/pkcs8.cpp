@@ -10,7 +10,6 @@ TPKCS8::TPKCS8() : TASN1(kTagSequence, Release::kWiped) {}
 TPKCS8::~TPKCS8() { WipeCopies(); }
 
 void TPKCS8::Clear() {
-  loaded_ = false;
   kind_ = 0;
   decoded_.reset();
   WipeCopies();
@@ -31,21 +30,20 @@ std::int32_t TPKCS8::Settle(std::uint32_t kind, std::int32_t code) {
     Clear();
     return code;
   }
-  loaded_ = true;
   kind_ = kind;
   return 0;
 }
 
 std::int64_t TPKCS8::EncodedSize() {
   std::uint32_t size = 0;
-  if (!loaded_ || GetEncodedSize(&size, kPathEnd) != 0) {
+  if (kind_ == 0 || GetEncodedSize(&size, kPathEnd) != 0) {
     return -1;
   }
   return size;
 }
 
 std::int32_t TPKCS8::Encode(std::uint8_t* buffer) {
-  if (!loaded_ || buffer == nullptr) {
+  if (kind_ == 0 || buffer == nullptr) {
     return 1;
   }
   return TASN1::Encode(buffer, kPathEnd);

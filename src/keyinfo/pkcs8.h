@@ -107,8 +107,7 @@ class TPKCS8 : private TASN1 {
   std::int32_t BuildTree(const Pkcs8Record& input);
   std::int32_t ReadTree(std::uint32_t kind, const std::uint8_t* octets, std::uint32_t size);
 
-  bool loaded_ = false;
-  std::uint32_t kind_ = 0;
+  std::uint32_t kind_ = 0;  // 0: nothing is held
   std::optional<Pkcs8Record> decoded_;
   // What a kind-1 record points at and the tree does not hold in that form.
   std::vector<std::uint8_t> parameters_;

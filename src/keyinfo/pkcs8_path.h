@@ -12,7 +12,7 @@ struct Path {};
 
 // kAt<0, 1> is the second child of the root's first one; no path is the root.
 template <std::int32_t... entries>
-inline constexpr Path<entries...> kAt;
+inline constexpr Path<entries...> kAt{};
 
 }  // namespace zarext::pkcs8
 
