@@ -9,5 +9,11 @@ set_target_properties(zarextctl_patched PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CM
 zarext_add_wine_test(ctl_e2e
   SOURCES ctl_cache_test.cpp ctl_fixture.cpp ctl_register_test.cpp ctl_status_test.cpp
   DEPENDS cpzarvel zarext_framework_patches zarextctl zarextctl_patched)
-target_compile_definitions(ctl_e2e PRIVATE ZAREXT_GOLDEN="Z:${CMAKE_CURRENT_SOURCE_DIR}/zarextctl")
-target_include_directories(ctl_e2e SYSTEM PRIVATE ${CMAKE_BINARY_DIR}/host-headers)
+zarext_add_wine_test(ctl_trace_e2e
+  SOURCES ctl_fixture.cpp ctl_trace_test.cpp
+  DEPENDS cpzarvel zarext_framework_patches zarextctl zarextctl_patched)
+foreach(program ctl_e2e ctl_trace_e2e)
+  target_compile_definitions(${program} PRIVATE
+    ZAREXT_GOLDEN="Z:${CMAKE_CURRENT_SOURCE_DIR}/zarextctl")
+  target_include_directories(${program} SYSTEM PRIVATE ${CMAKE_BINARY_DIR}/host-headers)
+endforeach()

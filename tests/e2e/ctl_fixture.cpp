@@ -30,20 +30,20 @@ struct Pipe {
     Must(CreatePipe(read.Put(), write.Put(), &inherited, 0), "CreatePipe");
     SetHandleInformation(read.Get(), HANDLE_FLAG_INHERIT, 0);
   }
-  // Everything until the other end is closed.
-  [[nodiscard]] std::string ReadAll() const {
-    std::string all;
-    char buffer[4096];
-    DWORD size = 0;
-    while (ReadFile(read.Get(), buffer, sizeof buffer, &size, nullptr) && size != 0) {
-      all.append(buffer, size);
-    }
-    return all;
-  }
-
   UniqueKernelObject read;
   UniqueKernelObject write;
 };
+
+// Everything until the other end is closed.
+std::string ReadAll(HANDLE pipe) {
+  std::string all;
+  char buffer[4096];
+  DWORD size = 0;
+  while (ReadFile(pipe, buffer, sizeof buffer, &size, nullptr) && size != 0) {
+    all.append(buffer, size);
+  }
+  return all;
+}
 
 std::string WithLineFeeds(std::string text) {
   text.erase(std::remove(text.begin(), text.end(), '\r'), text.end());
@@ -88,7 +88,8 @@ std::wstring ToolCommandLine(const std::vector<std::string>& arguments, ToolBuil
   return line;
 }
 
-ToolResult RunTool(const std::vector<std::string>& arguments, ToolBuild build) {
+RunningTool::RunningTool(const std::vector<std::string>& arguments, ToolBuild build,
+                         DWORD creationFlags) {
   Pipe out;
   Pipe err;
   STARTUPINFOW startup = {};
@@ -98,20 +99,50 @@ ToolResult RunTool(const std::vector<std::string>& arguments, ToolBuild build) {
   startup.hStdError = err.write.Get();
   std::wstring line = ToolCommandLine(arguments, build);
   PROCESS_INFORMATION information = {};
-  Must(CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
-                      &information),
+  Must(CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, creationFlags, nullptr, nullptr,
+                      &startup, &information),
        "CreateProcess");
-  const UniqueKernelObject process(information.hProcess);
-  const UniqueKernelObject thread(information.hThread);
-  out.write.Reset();
-  err.write.Reset();
-  ToolResult result;
-  std::thread errors([&] { result.err = WithLineFeeds(err.ReadAll()); });
-  result.out = WithLineFeeds(out.ReadAll());
-  errors.join();
-  WaitForSingleObject(process.Get(), 60000);
-  GetExitCodeProcess(process.Get(), &result.exitCode);
-  return result;
+  process_.Reset(information.hProcess);
+  CloseHandle(information.hThread);
+  id_ = information.dwProcessId;
+  out_ = std::move(out.read);
+  err_ = std::move(err.read);
+}
+
+RunningTool::~RunningTool() {
+  Kill();
+  for (std::thread& reader : readers_) {
+    reader.join();
+  }
+}
+
+void RunningTool::Read() {
+  if (readers_.empty()) {
+    readers_.emplace_back([this] { result_.out = WithLineFeeds(ReadAll(out_.Get())); });
+    readers_.emplace_back([this] { result_.err = WithLineFeeds(ReadAll(err_.Get())); });
+  }
+}
+
+void RunningTool::Kill() {
+  if (WaitForSingleObject(process_.Get(), 0) != WAIT_OBJECT_0) {
+    TerminateProcess(process_.Get(), 99);
+    WaitForSingleObject(process_.Get(), 10000);
+  }
+}
+
+ToolResult RunningTool::Finish() {
+  Read();
+  for (std::thread& reader : readers_) {
+    reader.join();
+  }
+  readers_.clear();
+  WaitForSingleObject(process_.Get(), 60000);
+  GetExitCodeProcess(process_.Get(), &result_.exitCode);
+  return result_;
+}
+
+ToolResult RunTool(const std::vector<std::string>& arguments, ToolBuild build) {
+  return RunningTool(arguments, build).Finish();
 }
 
 void ExpectGolden(const std::string& name, const ToolResult& result,

@@ -7,10 +7,12 @@
 #include <windows.h>
 
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
 #include "contract/provider_fixture.h"
+#include "frame/handles.h"
 #include "support/module_under_test.h"
 
 namespace zarext::test {
@@ -29,6 +31,32 @@ enum class ToolBuild {
 // Runs the tool to its end; arguments are UTF-8.
 ToolResult RunTool(const std::vector<std::string>& arguments,
                    ToolBuild build = ToolBuild::kShipped);
+
+// A run that goes on beside the test.
+class RunningTool {
+ public:
+  explicit RunningTool(const std::vector<std::string>& arguments,
+                       ToolBuild build = ToolBuild::kShipped, DWORD creationFlags = 0);
+  // Ends the process if it still runs.
+  ~RunningTool();
+  RunningTool(const RunningTool&) = delete;
+  RunningTool& operator=(const RunningTool&) = delete;
+
+  [[nodiscard]] DWORD Id() const { return id_; }
+  // Reads standard output and error from here on; without it, both pipes fill up.
+  void Read();
+  void Kill();
+  // What it wrote, after its end.
+  ToolResult Finish();
+
+ private:
+  UniqueKernelObject out_;
+  UniqueKernelObject err_;
+  UniqueKernelObject process_;
+  DWORD id_ = 0;
+  ToolResult result_;
+  std::vector<std::thread> readers_;
+};
 
 // A command line for CreateProcessW, every argument in quotes.
 std::wstring ToolCommandLine(const std::vector<std::string>& arguments, ToolBuild build);

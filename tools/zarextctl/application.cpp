@@ -91,6 +91,7 @@ int RunTool(const std::vector<std::string>& arguments) {
   app.require_subcommand(1);
   app.set_version_flag("--version", "zarextctl " ZAREXT_VERSION_TEXT);
   AddStatus(app, session);
+  AddTrace(app, session);
   AddCache(app, session);
   AddOid(app, session);
   AddRegister(app, session);
