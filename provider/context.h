@@ -84,10 +84,8 @@ class Context final : public Object {
   // All private keys that can be read, exchange key first.
   std::vector<PrivateKey> ReadablePrivateKeys();
 
-  // Parameter 60. A caller that sends its exchange key's public half along with a wrapped key says
-  // so first: the next key wrapped in this context is then wrapped with that exchange key, and only
-  // the holder of its public half can unwrap it. One wrap only, and none behind a failed export or
-  // an import, because the context may be shared with callers that do not send the key along.
+  // Parameter 60: whether the next key is wrapped with the exchange key. README.md says when it
+  // ends.
   bool TakesSenderKey() const { return takesSenderKey_; }
   void SetTakesSenderKey(bool takes) { takesSenderKey_ = takes; }
 

@@ -5,11 +5,9 @@
 namespace zarext::provider {
 namespace {
 
-// The sender's exchange key for the next wrap: only if the caller announced that its public half
-// goes along, as the 80-octet blob that receivers can tell apart, and only if both keys are on one
-// curve. Otherwise the wrap has to carry an ephemeral key.
+// The sender's exchange key for the next wrap. Null: the wrap has to carry an ephemeral key.
 std::shared_ptr<PairObject> SenderPair(Context& context, const PublicKey& recipient) {
-  constexpr unsigned sentBits = 512;
+  constexpr unsigned sentBits = 512;  // the receivers know its 80-octet blob by the length
   if (!context.TakesSenderKey() || !recipient.curve) {
     return nullptr;
   }
@@ -39,9 +37,8 @@ void ExportWrapped(Context& context, const SessionKeyObject& object, HCRYPTKEY h
   }
 }
 
-// An announcement of the sender's key does not outlive an export that fails: whoever made it does
-// not send that key along then, and the next to wrap a key here may never do so. A buffer that is
-// too short is no failure: the caller comes back with a larger one.
+// Parameter 60 does not outlive an export that fails. A buffer that is too short is no failure: the
+// caller comes back with a larger one.
 template <typename Export>
 void EndAnnouncementIfItFails(Context& context, Export exportKey) {
   try {

@@ -37,8 +37,6 @@ void ImportKey(HCRYPTPROV hProv, const BYTE* pbData, DWORD dwDataLen, HCRYPTKEY 
   const auto context = RequireContext(hProv);
   Require(phKey != nullptr && pbData != nullptr && dwDataLen != 0, ERROR_INVALID_PARAMETER);
   Require((dwFlags & ~kKeyFlags) == 0, NTE_BAD_FLAGS);
-  // An announcement that nobody followed up: whoever imports a key now is about to wrap for another
-  // recipient, or to do something else.
   context->SetTakesSenderKey(false);
   const View blob(pbData, dwDataLen);
   switch (blob[0]) {
