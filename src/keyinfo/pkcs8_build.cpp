@@ -85,7 +85,7 @@ class Builder {
 };
 
 void AddAlgorithmParameters(Builder& build, const PrivateKeyRecord& input) {
-  // Nothing but the key's length tells the curves apart: documents are given without parameters.
+  // Without parameters nothing but the key's length tells the curves apart.
   constexpr std::size_t kSecp384r1KeySize = 55;
   if (!input.parameters.empty()) {
     build.Element(5, input.parameters, kAt<1>);

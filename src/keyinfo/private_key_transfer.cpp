@@ -28,7 +28,7 @@ constexpr DWORD PP_PROFILE = 0x38;
 constexpr DWORD PP_CNT_URL = 0x2E;
 
 constexpr DWORD kExportCapacity = 4096;
-// What a size query answers, whatever the key's length is: a compatibility fact.
+// What a size query answers, whatever the key's length is. Callers allocate by it.
 constexpr DWORD kReportedSize = 2048;
 
 UniqueCryptKey GetUserKey(ExportTrace& trace, HCRYPTPROV hCryptProv, DWORD dwKeySpec) {
@@ -72,9 +72,9 @@ ExportedKey OpenDocument(TPKCS8& document, OctetSpan exported) {
   return {record.algorithm, record.privateKey};
 }
 
-// Writes the structure, the OID behind it (cut to its area) and the key behind the OID's area. The
-// caller's block is taken to be large enough and zeroed: of pAttributes only the low 32 bits are
-// written, and the parameters' pointer is not. Compatibility facts.
+// Writes the structure, the OID behind it (cut to its area) and the key behind the OID's area. Of
+// pAttributes only the low 32 bits are written, and the parameters' pointer is not: callers pass a
+// zeroed block of the size that a query answers.
 void LayOut(const ExportedKey& key, CRYPT_PRIVATE_KEY_INFO* pPrivateKeyInfo) {
   char* oidArea = reinterpret_cast<char*>(pPrivateKeyInfo + 1);
   BYTE* keyArea = reinterpret_cast<BYTE*>(oidArea) + kOidAreaSize;
@@ -147,8 +147,8 @@ std::unique_ptr<SecretBuffer> MakeDocument(const CRYPT_PRIVATE_KEY_INFO& info) {
   return encoded;
 }
 
-// A key that exists already is as good as imported. The key handle is not destroyed: a
-// compatibility fact.
+// A key that exists already counts as imported, so that a second import succeeds too. The handle is
+// left open: it ends with the caller's context.
 void ImportDocument(ExportTrace& trace, HCRYPTPROV hCryptProv, SecretBuffer& document,
                     DWORD dwFlags) {
   HCRYPTKEY key = 0;
@@ -197,7 +197,8 @@ BOOL WINAPI ZarImportPrivKeyFunc(HCRYPTPROV hCryptProv, CRYPT_PRIVATE_KEY_INFO* 
                Hex(dwFlags));
     RequireParameter(pPrivateKeyInfo != nullptr);
     TraceImport(trace, *pPrivateKeyInfo);
-    // The code is the result, and the last error stays: a compatibility fact.
+    // The code is the result and the last error stays: a caller that compares with FALSE takes
+    // the refusal for a success.
     if (!IsOwnAlgorithmOid(pPrivateKeyInfo->Algorithm.pszObjId)) {
       return static_cast<BOOL>(NTE_BAD_ALGID);
     }

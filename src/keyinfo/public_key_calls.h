@@ -18,9 +18,8 @@ void RequireEncodingType(DWORD dwCertEncodingType);
 // module serves. The OID may be null.
 void RequireOwnAlgorithm(ExportTrace& trace, const char* name, const char* label, const char* oid);
 
-// Reads the provider's type; one that is not expected is traced and accepted, a compatibility fact
-// for callers that work through a provider of another type. Throws the provider's error if there is
-// no type to be had.
+// Reads the provider's type. One that is not expected is only traced: callers work through
+// providers of other types. Throws the provider's error if there is no type to be had.
 void NoteProviderType(ExportTrace& trace, const char* name, HCRYPTPROV hCryptProv);
 
 }  // namespace zarext

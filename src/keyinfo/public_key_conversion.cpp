@@ -53,7 +53,7 @@ using namespace zarext;
 extern "C" {
 
 // The octets go out as they stand for every arc: no OCTET STRING is opened and no blob is built
-// here. A compatibility fact for callers that open it themselves.
+// here. Callers open it themselves.
 BOOL WINAPI ZarConvertPublicKeyInfo(DWORD dwCertEncodingType, PCERT_PUBLIC_KEY_INFO pInfo,
                                     DWORD dwFlags, DWORD /*dwReserved*/, BYTE** ppvBlob,
                                     DWORD* pcbBlob) {
@@ -66,7 +66,7 @@ BOOL WINAPI ZarConvertPublicKeyInfo(DWORD dwCertEncodingType, PCERT_PUBLIC_KEY_I
     RequireOwnAlgorithm(trace, "ZarConvertPublicKeyInfo", "pszObjId", pInfo->Algorithm.pszObjId);
     RequireParameter(key.pbData != nullptr || key.cbData == 0);
     CopySize(key.cbData);
-    // Detached whether or not the caller takes it; nobody frees it then: a compatibility fact.
+    // Detached whether or not the caller takes it: without a place for the pointer it is lost.
     BYTE* block = static_cast<BYTE*>(CopyForCaller(OctetsOf(key.pbData, key.cbData)).Detach());
     StoreIfWanted(ppvBlob, block);
     StoreIfWanted(pcbBlob, key.cbData);
@@ -74,8 +74,8 @@ BOOL WINAPI ZarConvertPublicKeyInfo(DWORD dwCertEncodingType, PCERT_PUBLIC_KEY_I
   });
 }
 
-// A head that is neither the provider's own nor an RSA blob's gives success without any output: a
-// compatibility fact.
+// A head that is neither the provider's own nor an RSA blob's gives success without any output:
+// callers of the framework see an empty key then, not an error.
 BOOL WINAPI ZarEncodePublicKeyAndParameters(DWORD dwCertEncodingType, LPSTR pszPublicKeyObjId,
                                             BYTE* pbPubKey, DWORD cbPubKey, DWORD dwFlags,
                                             void* /*pvAuxInfo*/, BYTE** ppPublicKey,

@@ -53,9 +53,8 @@ std::vector<BYTE> ExportBlob(ExportTrace& trace, const char* name, HCRYPTKEY key
   return blob;
 }
 
-// Writes the structure, the OID behind it and the blob behind the OID's area. The caller's block is
-// taken to be large enough, and Algorithm.Parameters stays as the caller had it: compatibility
-// facts.
+// Writes the structure, the OID behind it and the blob behind the OID's area, into a block that the
+// caller takes to be large enough. Algorithm.Parameters stays as the caller had it.
 void LayOut(const std::vector<BYTE>& blob, CERT_PUBLIC_KEY_INFO* pInfo) {
   const char* oid = OidOfAlgorithm(BlobAlgorithm(blob));
   char* oidArea = reinterpret_cast<char*>(pInfo + 1);
@@ -68,8 +67,8 @@ void LayOut(const std::vector<BYTE>& blob, CERT_PUBLIC_KEY_INFO* pInfo) {
   pInfo->PublicKey.cUnusedBits = 0;
 }
 
-// Not what LayOut writes (48 + 32 + the blob). A compatibility fact: callers have allocated by
-// these two rules for as long as there are callers.
+// Not what LayOut writes (48 + 32 + the blob): callers have allocated by these two rules for as
+// long as there are callers.
 DWORD ReportedSize(const ExportVariant& variant, const std::vector<BYTE>& blob) {
   return variant.blobsInSize * static_cast<DWORD>(blob.size()) + 56;
 }
@@ -79,7 +78,7 @@ BOOL ExportPublicKey(ExportTrace& trace, const ExportVariant& variant, HCRYPTPRO
   NoteProviderType(trace, variant.name, hCryptProv);
   const UniqueCryptKey key = GetUserKey(trace, variant.name, hCryptProv, dwKeySpec);
   const std::vector<BYTE> blob = ExportBlob(trace, variant.name, key.Get());
-  // Both variants write the plain one's name here: a compatibility fact.
+  // Both variants write the plain one's name here, as who reads traces knows it.
   trace.Line("EXT : ZarExportPublicKeyInfo : CryptExportKey hKey=%x, ALG_ID = %x.", Hex(key.Get()),
              Hex(BlobAlgorithm(blob)));
   if (pInfo != nullptr) {
@@ -108,8 +107,8 @@ BOOL WINAPI ZarExportPublicKeyInfo(HCRYPTPROV hCryptProv, DWORD dwKeySpec, DWORD
 }
 
 // The caller's OID is only traced, in place of the key specification; the one that is written
-// depends on the key alone. A compatibility fact: the framework asks with the OID that it has at
-// hand, and requests carry the key's.
+// depends on the key alone. The framework asks with the OID that it has at hand, and certificate
+// requests carry the key's.
 BOOL WINAPI ZarExportPublicKeyInfoEx(HCRYPTPROV hCryptProv, DWORD dwKeySpec,
                                      DWORD dwCertEncodingType, LPSTR pszPublicKeyObjId,
                                      DWORD dwFlags, void* pvAuxInfo, PCERT_PUBLIC_KEY_INFO pInfo,

@@ -26,7 +26,7 @@ struct ImportVariant {
   void (*traceKey)(ExportTrace& trace, OctetSpan key);
 };
 
-// The upper-case R is as it has always been written: a compatibility fact.
+// The upper-case R is kept: who reads traces searches for the word as it has always been written.
 constexpr ImportVariant kPlain = {
     "ZarImportPublicKeyInfo", "CRyptoPro",
     [](ExportTrace& trace, DWORD cbData, OctetSpan bits) {
@@ -59,8 +59,8 @@ ErrorCode ImportBlob(HCRYPTPROV hCryptProv, OctetSpan blob, HCRYPTKEY* phKey) {
   return done ? static_cast<ErrorCode>(ERROR_SUCCESS) : GetLastError();
 }
 
-// The blob for a key that lies in an OCTET STRING. Without memory for the document the blob is
-// empty, and the provider's refusal is what the caller sees: a compatibility fact.
+// The blob for a key that lies in an OCTET STRING. Without memory for the document it is empty, so
+// that callers see the provider's refusal and not NTE_NO_MEMORY.
 std::vector<std::uint8_t> RebuildBlob(ExportTrace& trace, const ImportVariant& variant,
                                       const char* oid, OctetSpan bits) {
   const std::unique_ptr<TASN1> document(new (std::nothrow) TASN1(kTagSequence));
@@ -69,7 +69,7 @@ std::vector<std::uint8_t> RebuildBlob(ExportTrace& trace, const ImportVariant& v
   }
   const std::optional<OctetSpan> key = ExtractKey(*document, bits);
   if (!key) {
-    // Thrown signed, so that the frame reports NTE_NO_MEMORY: a compatibility fact.
+    // Signed: callers know this failure as NTE_NO_MEMORY.
     throw static_cast<std::int32_t>(NTE_BAD_KEY);
   }
   variant.traceKey(trace, *key);
@@ -120,8 +120,7 @@ BOOL WINAPI ZarImportPublicKeyInfo(HCRYPTPROV hCryptProv, DWORD dwCertEncodingTy
   });
 }
 
-// The caller's ALG_ID is only traced: a compatibility fact for the framework, which passes 0, or
-// the ALG_ID of a signature.
+// The caller's ALG_ID is only traced: the framework passes 0, or the ALG_ID of a signature.
 BOOL WINAPI ZarImportPublicKeyInfoEx(HCRYPTPROV hCryptProv, DWORD dwCertEncodingType,
                                      PCERT_PUBLIC_KEY_INFO pInfo, ALG_ID aiKeyAlg, DWORD dwFlags,
                                      void* pvAuxInfo, HCRYPTKEY* phKey) {

@@ -50,15 +50,15 @@ struct SenderBlob {
   DWORD length = 0;
 };
 
-void TraceContentInfo(ExportTrace& trace, const CMSG_CONTENT_ENCRYPT_INFO& info) {
+void TraceExportCall(ExportTrace& trace, const CMSG_CONTENT_ENCRYPT_INFO& info) {
   trace.Line("EXT : ZarMsgExportKeyTrans : ContentEncryptionAlgorithm = %s.",
              info.ContentEncryptionAlgorithm.pszObjId);
   trace.Line("EXT : ZarMsgExportKeyTrans : dwEncryptFlags = %x, dwFlags=%x, pfnAlloc=%p.",
              Hex(info.dwEncryptFlags), Hex(info.dwFlags), reinterpret_cast<void*>(info.pfnAlloc));
   trace.Line("EXT : ZarMsgExportKeyTrans : hContentEncryptKey = %x, hCryptProv=%x.",
              Hex(info.hContentEncryptKey), Hex(info.hCryptProv));
-  // The first element is looked at whatever cRecipients says, and whichever recipient is served: a
-  // compatibility fact.
+  // The first element decides for every recipient, whatever cRecipients says: a second recipient of
+  // another kind is served as the first one is.
   RequireParameter(info.rgCmsRecipients != nullptr);
   trace.Line("EXT : ZarMsgExportKeyTrans : rgCmsRecipients.dwRecipientChoice = %x.",
              Hex(info.rgCmsRecipients[0].dwRecipientChoice));
@@ -83,7 +83,7 @@ void TakeDefaults(ExportTrace& trace, const CMSG_RECIPIENT_ENCODE_INFO& first,
     case CMSG_KEY_AGREE_RECIPIENT:
       throw static_cast<ErrorCode>(ERROR_INVALID_PARAMETER);
     case CMSG_MAIL_LIST_RECIPIENT: {
-      // Only the provider is taken; the mail list's key is not used: a compatibility fact.
+      // Only the provider is taken, not the mail list's key.
       const auto* const mailList = first.pMailList;
       RequireParameter(mailList != nullptr);
       recipient.Override(mailList->hCryptProv);
@@ -123,7 +123,7 @@ SenderBlob ExportSenderKey(ExportTrace& trace, HCRYPTPROV hCryptProv, UniqueCryp
     return blob;
   }
   senderKey.Reset(key);
-  // Result unchecked: a compatibility fact for providers that do not know the parameter.
+  // Result unchecked: not every provider knows the parameter.
   const DWORD on = 1;
   CryptSetProvParam(hCryptProv, kSenderKeyExportParameter, reinterpret_cast<const BYTE*>(&on), 0);
   blob.length = static_cast<DWORD>(blob.octets.size());
@@ -154,10 +154,9 @@ void TraceOutput(ExportTrace& trace, const CMSG_KEY_TRANS_ENCRYPT_INFO& output) 
              Int(output.EncryptedKey.cbData));
 }
 
-// A blob's data from the caller's allocator. Its descriptor is asked for first, with a size of 1,
-// as callers' allocators have always seen it, and never released, nor is the data's block when a
-// later step fails: compatibility facts. The descriptor's two fields would not fit and are kept
-// here.
+// A blob's data from the caller's allocator, which also sees a request for the blob's descriptor,
+// of size 1, as it always has. The descriptor's two fields would not fit and are kept here. Neither
+// block is released, also not when a later step fails.
 CRYPT_DATA_BLOB AllocateEncryptedKey(PFN_CMSG_ALLOC pfnAlloc) {
   static_cast<void>(AllocateForCaller(pfnAlloc, 1));
   CRYPT_DATA_BLOB blob{};
@@ -183,7 +182,7 @@ struct TransportKeys {
 BOOL ExportForMessage(ExportTrace& trace, const Transport& transport, TransportKeys& keys) {
   const CMSG_CONTENT_ENCRYPT_INFO* const content = transport.content;
   RequireParameter(content != nullptr);
-  TraceContentInfo(trace, *content);
+  TraceExportCall(trace, *content);
   RequireParameter(transport.dwFlags == 0);
   Recipient recipient{.hCryptProv = content->hCryptProv};
   TakeDefaults(trace, content->rgCmsRecipients[0], recipient);
@@ -201,7 +200,8 @@ BOOL ExportForMessage(ExportTrace& trace, const Transport& transport, TransportK
   CRYPT_DATA_BLOB encryptedKey = AllocateEncryptedKey(content->pfnAlloc);
   encryptedKey.cbData = WrapKey(trace, kCmsForm, content->hContentEncryptKey, keys.recipient.Get(),
                                 encryptedKey.pbData);
-  // A sender key whose blob has any other length is left out, without a word: a compatibility fact.
+  // A sender key whose blob has any other length is left out without a line: receivers take 80
+  // octets.
   if (keys.sender && senderBlob.length == kSenderBlobSize) {
     AppendSenderBlob(trace, senderBlob, encryptedKey.pbData, encryptedKey.cbData);
   }

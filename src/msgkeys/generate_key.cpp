@@ -23,8 +23,9 @@ struct ContentAlgorithm {
   ALG_ID algId;
 };
 
-// AES-128-CBC maps to the generic AES identifier and not to CALG_AES_128: a compatibility fact.
-constexpr ContentAlgorithm kContentAlgorithms[] = {
+// For AES-128-CBC providers are asked for the generic AES identifier, not for CALG_AES_128
+// (0x660E).
+constexpr ContentAlgorithm kGeneratedAlgorithms[] = {
     {"2.16.840.1.101.3.4.1.2", 0x6611},
     {"1.3.6.1.4.1.32473.1.2.4", 0x681F},
     {"1.3.6.1.4.1.32473.1.20.1", 0x6620},
@@ -32,7 +33,7 @@ constexpr ContentAlgorithm kContentAlgorithms[] = {
 
 // The ALG_ID to generate for a content-encryption OID; throws NTE_BAD_ALGID for any other.
 ALG_ID FindContentAlgorithm(ExportTrace& trace, const char* exportName, const char* oid) {
-  for (const ContentAlgorithm& row : kContentAlgorithms) {
+  for (const ContentAlgorithm& row : kGeneratedAlgorithms) {
     if (SameOid(oid, row.oid)) {
       return row.algId;
     }
@@ -51,8 +52,7 @@ void CheckProviderType(ExportTrace& trace, const char* exportName, HCRYPTPROV hC
   if (!IsServedProviderType(type)) {
     trace.Line("EXT : %s : CryptGetProvParam[%x] : PP_PROVTYPE=%x.", exportName,
                Hex(GetCurrentThreadId()), Hex(type));
-    // A signed code, which the frame does not take for one of its own: the caller sees
-    // NTE_NO_MEMORY and not NTE_BAD_TYPE. A compatibility fact.
+    // Signed: callers know this failure as NTE_NO_MEMORY.
     throw static_cast<HRESULT>(NTE_BAD_TYPE);
   }
 }
@@ -78,7 +78,7 @@ void GenerateKey(ExportTrace& trace, const char* exportName, HCRYPTPROV hCryptPr
   }
 }
 
-void TraceContentInfo(ExportTrace& trace, const CMSG_CONTENT_ENCRYPT_INFO& info) {
+void TraceGenerateCall(ExportTrace& trace, const CMSG_CONTENT_ENCRYPT_INFO& info) {
   trace.Line("EXT : ZarMsgGenContentEncryptKey : ContentEncryptionAlgorithm = %s.",
              info.ContentEncryptionAlgorithm.pszObjId);
   trace.Line("EXT : ZarMsgGenContentEncryptKey : dwEncryptFlags = %x, dwFlags=%x.",
@@ -115,8 +115,8 @@ bool HasWrappedKey(const CMSG_CONTENT_ENCRYPT_INFO& info) {
 void WrapForRecipient(ExportTrace& trace, CMSG_CONTENT_ENCRYPT_INFO& info,
                       const CMSG_KEY_TRANS_RECIPIENT_ENCODE_INFO* keyTrans) {
   RequireParameter(keyTrans != nullptr);
-  // This key stays open, here and on every failure below: a compatibility fact. Only the release
-  // of the provider context ends it.
+  // This key stays open, here and on every failure below: who counts the provider's keys sees one
+  // for each call until its context is released.
   const HCRYPTKEY recipientKey =
       ImportRecipientKey(trace, kCmsForm, info.hCryptProv, keyTrans->RecipientPublicKey.pbData,
                          keyTrans->RecipientPublicKey.cbData, 0)
@@ -127,10 +127,10 @@ void WrapForRecipient(ExportTrace& trace, CMSG_CONTENT_ENCRYPT_INFO& info,
   if (hasWrappedKey) {
     info.pbContentEncryptKey = buffer;
   }
-  // The key that is exported is named by the provider's handle, not by hContentEncryptKey: a
-  // compatibility fact. Which key that is, is the provider's affair.
+  // The key to export is named by the provider's handle, not by hContentEncryptKey. Which key that
+  // is, is the provider's affair; advapi32 may refuse it, and messages fail then.
   const DWORD length = WrapKey(trace, kCmsForm, info.hCryptProv, recipientKey, buffer);
-  // A zero length field stays zero: a compatibility fact.
+  // A zero length field stays zero: the caller then has the block without its length.
   if (hasWrappedKey && info.cbContentEncryptKey != 0) {
     info.cbContentEncryptKey = length;
   }
@@ -138,7 +138,7 @@ void WrapForRecipient(ExportTrace& trace, CMSG_CONTENT_ENCRYPT_INFO& info,
 
 BOOL GenerateForMessage(ExportTrace& trace, CMSG_CONTENT_ENCRYPT_INFO* info, DWORD dwFlags) {
   RequireParameter(info != nullptr);
-  TraceContentInfo(trace, *info);
+  TraceGenerateCall(trace, *info);
   const bool hasRecipients = info->cRecipients != 0;
   if (hasRecipients) {
     RequireParameter(info->rgCmsRecipients != nullptr);
@@ -180,8 +180,7 @@ BOOL GenerateForPublicKey(ExportTrace& trace, const KeyRequest& request,
   RequireParameter(request.pPublicKeyInfo != nullptr);
   const char* const keyOid = request.pPublicKeyInfo->Algorithm.pszObjId;
   trace.Line("EXT : ZarGenEncryptKey : Algorithm = %s.", keyOid);
-  // The exchange key lives in a container, and the default one is opened for it: a compatibility
-  // fact.
+  // The exchange key lives in a container, and the default one is opened for it.
   const DWORD acquireFlags = SameOid(keyOid, kExchangeKeyOid) ? 0 : CRYPT_VERIFYCONTEXT;
   RequireParameter(request.paiEncrypt != nullptr);
   trace.Line("EXT : ZarGenEncryptKey : CryptAlgorithm = %s.", request.paiEncrypt->pszObjId);
@@ -189,7 +188,7 @@ BOOL GenerateForPublicKey(ExportTrace& trace, const KeyRequest& request,
   trace.Line("EXT : ZarGenEncryptKey : Flags = %x, tempAlg = %x.", Hex(acquireFlags), Hex(algId));
 
   RequireParameter(request.phCryptProv != nullptr);
-  // Nothing tells the framework to release a context that is acquired here: a compatibility fact.
+  // Nothing tells the framework to release a context that is acquired here: it is the caller's.
   ProvideContext(trace, kOlderForm, request.phCryptProv, acquireFlags);
   const HCRYPTPROV hCryptProv = *request.phCryptProv;
   RequireParameter(request.phEncryptKey != nullptr);
@@ -197,13 +196,12 @@ BOOL GenerateForPublicKey(ExportTrace& trace, const KeyRequest& request,
   const CRYPT_BIT_BLOB& publicKey = request.pPublicKeyInfo->PublicKey;
   recipientKey =
       ImportRecipientKey(trace, kOlderForm, hCryptProv, publicKey.pbData, publicKey.cbData, 0);
-  // Not released when the wrapping fails: a compatibility fact, as whose memory it is only the
-  // caller's allocator knows.
+  // Not released when the wrapping fails: there is no function to give it back to `pfnAlloc`.
   auto* const buffer = static_cast<BYTE*>(AllocateForCaller(request.pfnAlloc, kWrapBufferSize));
   const DWORD length =
       WrapKey(trace, kOlderForm, *request.phEncryptKey, recipientKey.Get(), buffer);
-  // The slot of the encryption parameters carries the wrapped key, not encoded parameters: a
-  // compatibility fact.
+  // The slot of the encryption parameters carries the wrapped key, not encoded parameters.
+  // Receivers take it from there.
   if (request.ppbEncryptParameters != nullptr) {
     *request.ppbEncryptParameters = buffer;
   }

@@ -20,21 +20,20 @@ namespace {
 constexpr char kCmsForm[] = "ZarMsgImportKeyTrans";
 constexpr char kOlderForm[] = "ZarImportEncryptKey";
 
-// The content-encryption algorithms of the older form. Not the list that generation serves: a
-// compatibility fact.
-constexpr const char* kContentAlgorithms[] = {
+// The content-encryption algorithms of the older form. Not the list that generation serves:
+// received keys are of older algorithms too.
+constexpr const char* kUnwrappedAlgorithms[] = {
     "1.3.6.1.4.1.32473.1.1.4",
     "1.3.6.1.4.1.32473.1.2.4",
     "1.2.643.2.2.21",
 };
 
-// Imports the sender blob that ends the encrypted key; false with the last error set if it is not
-// importable. A key too short to hold one has none.
-bool ImportSenderKey(HCRYPTPROV hCryptProv, const CRYPT_DATA_BLOB& encryptedKey,
-                     UniqueCryptKey& senderKey) {
+// Imports the sender blob that ends the encrypted key. ERROR_SUCCESS or the provider's error;
+// NTE_BAD_DATA for a key too short to hold one.
+ErrorCode ImportSenderKey(HCRYPTPROV hCryptProv, const CRYPT_DATA_BLOB& encryptedKey,
+                          UniqueCryptKey& senderKey) {
   if (encryptedKey.pbData == nullptr || encryptedKey.cbData < kSenderBlobSize) {
-    SetLastError(static_cast<DWORD>(NTE_BAD_DATA));
-    return false;
+    return static_cast<ErrorCode>(NTE_BAD_DATA);
   }
   // A copy: the provider gets no pointer into the middle of the caller's record.
   std::array<BYTE, kSenderBlobSize> blob{};
@@ -42,15 +41,15 @@ bool ImportSenderKey(HCRYPTPROV hCryptProv, const CRYPT_DATA_BLOB& encryptedKey,
               blob.size());
   HCRYPTKEY key = 0;
   if (!CryptImportKey(hCryptProv, blob.data(), kSenderBlobSize, 0, 0, &key)) {
-    return false;
+    return GetLastError();
   }
   senderKey.Reset(key);
-  return true;
+  return ERROR_SUCCESS;
 }
 
 // The record of the recipient, after the lines that describe the call.
-CMSG_KEY_TRANS_RECIPIENT_INFO& TraceDecryptPara(ExportTrace& trace,
-                                                const CMSG_CTRL_KEY_TRANS_DECRYPT_PARA& para) {
+CMSG_KEY_TRANS_RECIPIENT_INFO& TraceImportCall(ExportTrace& trace,
+                                               const CMSG_CTRL_KEY_TRANS_DECRYPT_PARA& para) {
   trace.Line("EXT : ZarMsgImportKeyTrans : hCryptProv=%x.", Hex(para.hCryptProv));
   trace.Line("EXT : ZarMsgImportKeyTrans : dwKeySpec = %i, dwRecipientIndex=%i.",
              Int(para.dwKeySpec), Int(para.dwRecipientIndex));
@@ -73,15 +72,16 @@ BOOL ImportForMessage(ExportTrace& trace, const CRYPT_ALGORITHM_IDENTIFIER* cont
              contentAlgorithm->pszObjId);
   RequireParameter(dwFlags == 0);
   RequireParameter(para != nullptr);
-  CMSG_KEY_TRANS_RECIPIENT_INFO& keyTrans = TraceDecryptPara(trace, *para);
+  CMSG_KEY_TRANS_RECIPIENT_INFO& keyTrans = TraceImportCall(trace, *para);
   CRYPT_DATA_BLOB& encryptedKey = keyTrans.EncryptedKey;
   if (IsOwnAlgorithmOid(keyTrans.KeyEncryptionAlgorithm.pszObjId)) {
-    if (ImportSenderKey(para->hCryptProv, encryptedKey, senderKey)) {
-      // In the caller's own record, which describes the bare SIMPLEBLOB from here on, also if the
-      // import below fails: a compatibility fact.
-      encryptedKey.cbData -= kSenderBlobSize;
+    if (const ErrorCode error = ImportSenderKey(para->hCryptProv, encryptedKey, senderKey);
+        error != ERROR_SUCCESS) {
+      trace.Line("EXT : ZarMsgImportKeyTrans : CryptImportKey 1 = %x.", Hex(error));
     } else {
-      trace.Line("EXT : ZarMsgImportKeyTrans : CryptImportKey 1 = %x.", Hex(GetLastError()));
+      // In the caller's own record, which describes the bare SIMPLEBLOB from here on, also if the
+      // import below fails: who tries the same message again starts from there.
+      encryptedKey.cbData -= kSenderBlobSize;
     }
   }
   RequireParameter(phContentEncryptKey != nullptr);
@@ -104,9 +104,9 @@ BOOL ImportEncodedKey(ExportTrace& trace, HCRYPTPROV hCryptProv,
   }
   RequireParameter(paiEncrypt != nullptr);
   trace.Line("EXT : ZarImportEncryptKey : paiEncrypt = %s.", paiEncrypt->pszObjId);
-  if (std::none_of(std::begin(kContentAlgorithms), std::end(kContentAlgorithms),
+  if (std::none_of(std::begin(kUnwrappedAlgorithms), std::end(kUnwrappedAlgorithms),
                    [&](const char* oid) { return SameOid(paiEncrypt->pszObjId, oid); })) {
-    // The line names the export function: a compatibility fact.
+    // The line names the export function, as who reads traces knows it.
     constexpr auto kCode = static_cast<ErrorCode>(NTE_BAD_ALGID);
     trace.Line("EXT : ZarExportEncryptKey : pszObjId error = %x.", Hex(kCode));
     throw kCode;

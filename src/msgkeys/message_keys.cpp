@@ -9,7 +9,10 @@ bool IsRecipientKeyOid(const char* oid) noexcept {
 }
 
 void ThrowFailedCall(ExportTrace& trace, const char* exportName, const char* call) {
-  const ErrorCode code = GetLastError();
+  ThrowFailedCall(trace, exportName, call, GetLastError());
+}
+
+void ThrowFailedCall(ExportTrace& trace, const char* exportName, const char* call, ErrorCode code) {
   trace.Line("EXT : %s : %s = %x.", exportName, call, Hex(code));
   throw code;
 }
@@ -32,8 +35,7 @@ UniqueCryptKey ImportRecipientKey(ExportTrace& trace, const char* exportName, HC
 }
 
 void RefuseWrappedKey(ExportTrace& trace, const char* exportName) {
-  SetLastError(static_cast<DWORD>(NTE_BAD_LEN));
-  ThrowFailedCall(trace, exportName, "CryptExportKey");
+  ThrowFailedCall(trace, exportName, "CryptExportKey", static_cast<ErrorCode>(NTE_BAD_LEN));
 }
 
 DWORD WrapKey(ExportTrace& trace, const char* exportName, HCRYPTKEY hKey, HCRYPTKEY hRecipientKey,

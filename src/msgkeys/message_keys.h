@@ -33,6 +33,9 @@ bool IsRecipientKeyOid(const char* oid) noexcept;
 // Traces "EXT : <exportName> : <call> = %x." with the thread's last error and throws that code. To
 // be called right after the failed call.
 [[noreturn]] void ThrowFailedCall(ExportTrace& trace, const char* exportName, const char* call);
+// The same with a code of its own.
+[[noreturn]] void ThrowFailedCall(ExportTrace& trace, const char* exportName, const char* call,
+                                  ErrorCode code);
 
 // A block that will belong to the caller: from `pfnAlloc`, or zero-filled from LocalAlloc if that
 // is null. Throws NTE_NO_MEMORY if there is none.
