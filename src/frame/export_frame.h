@@ -5,49 +5,54 @@
 
 #include <windows.h>
 
-#include <winerror.h>
-
-#include "frame/exception_record.h"
+#include "frame/foreign_exceptions.h"
+#include "frame/guarded.h"
 #include "frame/text.h"
 #include "frame/trace.h"
 
 namespace zarext {
-
-// Inside the module a failure is this type, thrown by value. Anything else that is thrown (a signed
-// code among them) reaches the caller as NTE_NO_MEMORY.
-using ErrorCode = DWORD;
 
 // An export's own line buffer. The line is formatted here first and handed to the trace writer as a
 // finished message, so that a caller's text never acts as a format.
 class ExportTrace {
  public:
   // Formats one line and writes it. The thread's last error is as before.
-  void Line(const char* format, ...) noexcept ZAREXT_PRINTF(2, 3);
+  void Line(const char* format, ...) ZAREXT_PRINTF(2, 3);
 
  private:
   LineText text_;
 };
 
-// Runs `work(ExportTrace&)` and returns its result. A thrown ErrorCode becomes the thread's last
-// error, anything else NTE_NO_MEMORY; the result is then `onFailure`, and nothing is traced: the
-// code that detects a failure traces it before it throws.
+// Calls `work` with a line buffer. A thrown ErrorCode becomes the thread's last error, anything
+// else NTE_NO_MEMORY; nothing is traced then: the code that detects a failure traces it before it
+// throws.
+void CallInFrame(Callback<ExportTrace&> work) noexcept;
+
+// Returns the result of `work(ExportTrace&)`, or `onFailure` if it throws.
 template <typename Result, typename Work>
 Result RunExport(Result onFailure, Work work) noexcept {
-  const ExceptionRecord exceptions;
-  ExportTrace trace;
-  try {
-    return work(trace);
-  } catch (ErrorCode code) {
-    SetLastError(code);
-  } catch (...) {
-    SetLastError(static_cast<DWORD>(NTE_NO_MEMORY));
-  }
-  return onFailure;
+  Result result = onFailure;
+  auto keepResult = [&](ExportTrace& trace) { result = work(trace); };
+  CallInFrame(Callback<ExportTrace&>(keepResult));
+  return result;
 }
 
 template <typename Work>
 BOOL RunExport(Work work) noexcept {
   return RunExport<BOOL>(FALSE, work);
+}
+
+// The same for `work(ExportTrace&, Kept&)`. The object outlives the handlers: what it owns is
+// released once the last error is set.
+template <typename Kept, typename Work>
+BOOL RunExportKeeping(Work work) noexcept {
+  BOOL result = FALSE;
+  auto keepObject = [&] {
+    Kept kept;
+    result = RunExport([&](ExportTrace& trace) { return work(trace, kept); });
+  };
+  CallTranslatingExceptions(Callback<>(keepObject));
+  return result;
 }
 
 // Throws the thread's last error. The code is taken first: making room for what is thrown can

@@ -35,11 +35,18 @@ class UniqueHandle {
   // Gives the handle away.
   [[nodiscard]] Type Detach() noexcept { return std::exchange(handle_, Type{}); }
 
-  // Releases what is held and holds `handle` instead.
+  // Releases what is held and holds `handle` instead. What the release throws ends here: nobody
+  // could do anything about it, and a function that is left because of something else that was
+  // thrown releases too.
   void Reset(Type handle = Type{}) noexcept {
     const Type old = std::exchange(handle_, handle);
-    if (old != Type{}) {
+    if (old == Type{}) {
+      return;
+    }
+    try {
       Traits::Release(old);
+    } catch (...) {
+      return;
     }
   }
 
@@ -55,7 +62,7 @@ class UniqueHandle {
 
 struct CryptKeyTraits {
   using Type = HCRYPTKEY;
-  static void Release(Type key) noexcept { CryptDestroyKey(key); }
+  static void Release(Type key) { CryptDestroyKey(key); }
 };
 using UniqueCryptKey = UniqueHandle<CryptKeyTraits>;
 
@@ -63,66 +70,54 @@ using UniqueCryptKey = UniqueHandle<CryptKeyTraits>;
 template <DWORD flags>
 struct CertStoreTraits {
   using Type = HCERTSTORE;
-  static void Release(Type store) noexcept { CertCloseStore(store, flags); }
+  static void Release(Type store) { CertCloseStore(store, flags); }
 };
 template <DWORD flags>
 using UniqueCertStore = UniqueHandle<CertStoreTraits<flags>>;
 
 struct CertContextTraits {
   using Type = PCCERT_CONTEXT;
-  static void Release(Type context) noexcept { CertFreeCertificateContext(context); }
+  static void Release(Type context) { CertFreeCertificateContext(context); }
 };
 using UniqueCertContext = UniqueHandle<CertContextTraits>;
 
 struct ModuleTraits {
   using Type = HMODULE;
-  static void Release(Type library) noexcept { FreeLibrary(library); }
+  static void Release(Type library) { FreeLibrary(library); }
 };
 using UniqueModule = UniqueHandle<ModuleTraits>;
 
 struct RegistryKeyTraits {
   using Type = HKEY;
-  static void Release(Type key) noexcept { RegCloseKey(key); }
+  static void Release(Type key) { RegCloseKey(key); }
 };
 using UniqueRegistryKey = UniqueHandle<RegistryKeyTraits>;
 
 struct KernelObjectTraits {
   using Type = HANDLE;
-  static void Release(Type handle) noexcept { CloseHandle(handle); }
+  static void Release(Type handle) { CloseHandle(handle); }
 };
 using UniqueKernelObject = UniqueHandle<KernelObjectTraits>;
 
 // A mapped view of a section.
 struct ViewTraits {
   using Type = void*;
-  static void Release(Type view) noexcept { UnmapViewOfFile(view); }
+  static void Release(Type view) { UnmapViewOfFile(view); }
 };
 using UniqueView = UniqueHandle<ViewTraits>;
 
 // A block of LocalAlloc.
 struct LocalMemoryTraits {
   using Type = HLOCAL;
-  static void Release(Type block) noexcept { LocalFree(block); }
+  static void Release(Type block) { LocalFree(block); }
 };
 using UniqueLocalMemory = UniqueHandle<LocalMemoryTraits>;
 
 struct FileTraits {
   using Type = std::FILE*;
-  static void Release(Type file) noexcept { (void)std::fclose(file); }
+  static void Release(Type file) { (void)std::fclose(file); }
 };
 using UniqueFile = UniqueHandle<FileTraits>;
-
-// Puts the thread's last error back to what it was.
-class LastErrorKeeper {
- public:
-  LastErrorKeeper() noexcept : code_(GetLastError()) {}
-  ~LastErrorKeeper() { SetLastError(code_); }
-  LastErrorKeeper(const LastErrorKeeper&) = delete;
-  LastErrorKeeper& operator=(const LastErrorKeeper&) = delete;
-
- private:
-  DWORD code_;
-};
 
 }  // namespace zarext
 

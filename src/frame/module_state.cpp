@@ -1,5 +1,8 @@
 #include "frame/module_state.h"
 
+#include <cstdlib>
+#include <new>
+
 #include "frame/trace.h"
 
 namespace zarext {
@@ -16,7 +19,8 @@ char hostPath[kHostPathSize];
 }  // namespace
 
 StoreObjects& StoreObjects::Instance() noexcept {
-  static StoreObjects instance;
+  alignas(StoreObjects) static unsigned char storage[sizeof(StoreObjects)];
+  static StoreObjects& instance = *new (storage) StoreObjects;
   return instance;
 }
 
@@ -25,11 +29,26 @@ StoreObjects::StoreObjects() noexcept
       mapping_(CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
                                   kStoreMappingSize, kStoreMappingName)) {
   InitializeCriticalSection(&openSection_);
+  std::atexit(&Exit);
 }
 
-StoreObjects::~StoreObjects() {
-  mutex_.Reset();
-  DeleteCriticalSection(&openSection_);
+void StoreObjects::Exit() {
+  StoreObjects& objects = Instance();
+  objects.mutex_.Reset();
+  DeleteCriticalSection(&objects.openSection_);
+  objects.exited_ = true;
+}
+
+void StoreObjects::EnterOpenSection() noexcept {
+  if (!exited_) {
+    EnterCriticalSection(&openSection_);
+  }
+}
+
+void StoreObjects::LeaveOpenSection() noexcept {
+  if (!exited_) {
+    LeaveCriticalSection(&openSection_);
+  }
 }
 
 HINSTANCE ModuleInstance() noexcept { return moduleInstance; }

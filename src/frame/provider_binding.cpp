@@ -1,11 +1,7 @@
 #include "frame/provider_binding.h"
 
-#include <algorithm>
 #include <atomic>
 #include <cstring>
-#include <iterator>
-#include <memory>
-#include <utility>
 
 #include "frame/export_frame.h"
 #include "frame/handles.h"
@@ -21,36 +17,29 @@ struct Binding {
   ProviderFunctions functions = {};
 };
 
-// Null until a module is bound, then the same for good.
-class BindingSlot {
- public:
-  BindingSlot() = default;
-  // The provider's module itself stays: a compatibility fact.
-  ~BindingSlot() { const std::unique_ptr<const Binding> last(Get()); }
-  BindingSlot(const BindingSlot&) = delete;
-  BindingSlot& operator=(const BindingSlot&) = delete;
+// Plain storage that nothing destroys: DLLs of the host that are older than this one call the store
+// callbacks until the process ends, behind the module's exit routine. The provider's module stays
+// for the same reason. Complete once `bound` says so, and never changed from then on.
+constinit Binding binding;
+constinit std::atomic<bool> bound = false;
+constinit SRWLOCK bindingLock = SRWLOCK_INIT;
 
-  [[nodiscard]] const Binding* Get() const noexcept {
-    return binding_.load(std::memory_order_acquire);
+// Of threads that bind at once the first is heard; the others found the same.
+void Bind(const Binding& found) noexcept {
+  AcquireSRWLockExclusive(&bindingLock);
+  if (!bound.load(std::memory_order_relaxed)) {
+    binding = found;
+    bound.store(true, std::memory_order_release);
   }
-  // Of threads that bind at once the first is heard; the others found the same.
-  void Fill(std::unique_ptr<const Binding> binding) noexcept {
-    const Binding* none = nullptr;
-    if (binding_.compare_exchange_strong(none, binding.get(), std::memory_order_acq_rel)) {
-      static_cast<void>(binding.release());
-    }
-  }
+  ReleaseSRWLockExclusive(&bindingLock);
+}
 
- private:
-  std::atomic<const Binding*> binding_{nullptr};
-};
-
-BindingSlot bindingSlot;
+bool IsBound() noexcept { return bound.load(std::memory_order_acquire); }
 
 // Reads "Image Path" as it stands: its type is not checked and nothing is expanded, compatibility
 // facts for whoever wrote it. False if there is none, or if it fills the buffer without a
 // terminator.
-bool ReadImagePath(HKEY key, char (&path)[kImagePathSize]) noexcept {
+bool ReadImagePath(HKEY key, char (&path)[kImagePathSize]) {
   DWORD size = kImagePathSize;
   return RegQueryValueExA(key, "Image Path", nullptr, nullptr, reinterpret_cast<BYTE*>(path),
                           &size) == ERROR_SUCCESS &&
@@ -73,7 +62,7 @@ UniqueModule LoadProvider() {
 }
 
 template <typename Function>
-bool LookUp(HMODULE provider, const char* name, Function* slot) noexcept {
+bool LookUp(HMODULE provider, const char* name, Function* slot) {
   *slot = reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(provider, name)));
   return *slot != nullptr;
 }
@@ -81,32 +70,29 @@ bool LookUp(HMODULE provider, const char* name, Function* slot) noexcept {
 }  // namespace
 
 void BindProvider() {
-  if (bindingSlot.Get() != nullptr) {
+  if (IsBound()) {
     return;
   }
   UniqueModule provider = LoadProvider();
   const HMODULE module = provider.Get();
-  auto binding = std::make_unique<Binding>();
-  ProviderFunctions& found = binding->functions;
+  Binding complete;
+  ProviderFunctions& found = complete.functions;
   // All six are looked up, in this order, also behind a missing one.
-  bool complete = LookUp(module, "CPAcquireContext", &found.CPAcquireContext);
-  complete = LookUp(module, "CPReleaseContext", &found.CPReleaseContext) && complete;
-  complete = LookUp(module, "CPGetProvParam", &found.CPGetProvParam) && complete;
-  complete = LookUp(module, "CPGetKeyParam", &found.CPGetKeyParam) && complete;
-  complete = LookUp(module, "CPSetKeyParam", &found.CPSetKeyParam) && complete;
+  bool hasAll = LookUp(module, "CPAcquireContext", &found.CPAcquireContext);
+  hasAll = LookUp(module, "CPReleaseContext", &found.CPReleaseContext) && hasAll;
+  hasAll = LookUp(module, "CPGetProvParam", &found.CPGetProvParam) && hasAll;
+  hasAll = LookUp(module, "CPGetKeyParam", &found.CPGetKeyParam) && hasAll;
+  hasAll = LookUp(module, "CPSetKeyParam", &found.CPSetKeyParam) && hasAll;
   LookUp(module, "CPGetUserKey", &found.CPGetUserKey);
-  if (!complete) {
+  if (!hasAll) {
     return;
   }
-  binding->module = provider.Detach();
-  bindingSlot.Fill(std::move(binding));
+  complete.module = provider.Detach();
+  Bind(complete);
 }
 
-HMODULE ProviderModule() noexcept {
-  const Binding* const binding = bindingSlot.Get();
-  return binding != nullptr ? binding->module : nullptr;
-}
+HMODULE ProviderModule() noexcept { return IsBound() ? binding.module : nullptr; }
 
-const ProviderFunctions& Provider() noexcept { return bindingSlot.Get()->functions; }
+const ProviderFunctions& Provider() noexcept { return binding.functions; }
 
 }  // namespace zarext

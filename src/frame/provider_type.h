@@ -16,7 +16,7 @@ inline bool IsServedProviderType(DWORD type) noexcept {
 }
 
 // Reads PP_PROVTYPE of a context; false with the last error set if the provider does not say.
-inline bool ReadProviderType(HCRYPTPROV hCryptProv, DWORD* type) noexcept {
+inline bool ReadProviderType(HCRYPTPROV hCryptProv, DWORD* type) {
   DWORD size = sizeof *type;
   return CryptGetProvParam(hCryptProv, PP_PROVTYPE, reinterpret_cast<BYTE*>(type), &size, 0) !=
          FALSE;

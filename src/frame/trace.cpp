@@ -13,6 +13,7 @@
 #include <ctime>
 
 #include "frame/handles.h"
+#include "frame/last_error.h"
 
 namespace zarext {
 namespace {
@@ -109,7 +110,6 @@ void AppendLine(const char* path, const Timestamp& timestamp, const char* messag
 
 template <typename MakeMessage>
 void LogToFile(const char* path, const char* lockFileName, MakeMessage makeMessage) noexcept {
-  const LastErrorKeeper keeper;
   // An early stop closes descriptor 0, whatever the host has there: the descriptor's initial
   // value. A compatibility fact. A second such close finds it closed, which the C runtime that the
   // module is linked with reports by its result alone; the same for -1, where there is no lock
@@ -134,7 +134,7 @@ void LogToFile(const char* path, const char* lockFileName, MakeMessage makeMessa
 
 }  // namespace
 
-void Trace(const char* format, ...) noexcept {
+void Trace(const char* format, ...) {
   const LastErrorKeeper keeper;
   LineText line;
   line.Append("id=%i : tm=%s : ", Int(GetCurrentThreadId()), Timestamp().Text());

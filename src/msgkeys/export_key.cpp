@@ -238,28 +238,26 @@ BOOL WINAPI ZarMsgExportKeyTrans(PCMSG_CONTENT_ENCRYPT_INFO pContentEncryptInfo,
                                  PCMSG_KEY_TRANS_RECIPIENT_ENCODE_INFO pKeyTransEncodeInfo,
                                  PCMSG_KEY_TRANS_ENCRYPT_INFO pKeyTransEncryptInfo, DWORD dwFlags,
                                  void* /*pvReserved*/) {
-  // Outside the frame: the keys are destroyed once the frame has set the last error.
-  zarext::TransportKeys keys;
-  return zarext::RunExport([&](zarext::ExportTrace& trace) {
-    return zarext::ExportForMessage(trace,
-                                    {.content = pContentEncryptInfo,
-                                     .recipient = pKeyTransEncodeInfo,
-                                     .output = pKeyTransEncryptInfo,
-                                     .dwFlags = dwFlags},
-                                    keys);
-  });
+  return zarext::RunExportKeeping<zarext::TransportKeys>(
+      [&](zarext::ExportTrace& trace, zarext::TransportKeys& keys) {
+        return zarext::ExportForMessage(trace,
+                                        {.content = pContentEncryptInfo,
+                                         .recipient = pKeyTransEncodeInfo,
+                                         .output = pKeyTransEncryptInfo,
+                                         .dwFlags = dwFlags},
+                                        keys);
+      });
 }
 
 // Framework function CryptMsgDllExportEncryptKey, with the size protocol of CryptExportKey.
 BOOL WINAPI ZarExportEncryptKey(HCRYPTPROV hCryptProv, HCRYPTKEY hEncryptKey,
                                 PCERT_PUBLIC_KEY_INFO pPublicKeyInfo, PBYTE pbData,
                                 PDWORD pcbData) {
-  // Outside the frame: the key is destroyed once the frame has set the last error.
-  zarext::UniqueCryptKey recipientKey;
-  return zarext::RunExport([&](zarext::ExportTrace& trace) {
-    return zarext::ExportForPublicKey(trace, hCryptProv, hEncryptKey, pPublicKeyInfo, pbData,
-                                      pcbData, recipientKey);
-  });
+  return zarext::RunExportKeeping<zarext::UniqueCryptKey>(
+      [&](zarext::ExportTrace& trace, zarext::UniqueCryptKey& recipientKey) {
+        return zarext::ExportForPublicKey(trace, hCryptProv, hEncryptKey, pPublicKeyInfo, pbData,
+                                          pcbData, recipientKey);
+      });
 }
 
 }  // extern "C"

@@ -230,19 +230,18 @@ BOOL WINAPI ZarGenEncryptKey(HCRYPTPROV* phCryptProv, PCRYPT_ALGORITHM_IDENTIFIE
                              PVOID /*pvEncryptAuxInfo*/, PCERT_PUBLIC_KEY_INFO pPublicKeyInfo,
                              PFN_CMSG_ALLOC pfnAlloc, HCRYPTKEY* phEncryptKey,
                              PBYTE* ppbEncryptParameters, PDWORD pcbEncryptParameters) {
-  // Outside the frame: the key is destroyed once the frame has set the last error.
-  zarext::UniqueCryptKey recipientKey;
-  return zarext::RunExport([&](zarext::ExportTrace& trace) {
-    return zarext::GenerateForPublicKey(trace,
-                                        {.phCryptProv = phCryptProv,
-                                         .paiEncrypt = paiEncrypt,
-                                         .pPublicKeyInfo = pPublicKeyInfo,
-                                         .pfnAlloc = pfnAlloc,
-                                         .phEncryptKey = phEncryptKey,
-                                         .ppbEncryptParameters = ppbEncryptParameters,
-                                         .pcbEncryptParameters = pcbEncryptParameters},
-                                        recipientKey);
-  });
+  return zarext::RunExportKeeping<zarext::UniqueCryptKey>(
+      [&](zarext::ExportTrace& trace, zarext::UniqueCryptKey& recipientKey) {
+        return zarext::GenerateForPublicKey(trace,
+                                            {.phCryptProv = phCryptProv,
+                                             .paiEncrypt = paiEncrypt,
+                                             .pPublicKeyInfo = pPublicKeyInfo,
+                                             .pfnAlloc = pfnAlloc,
+                                             .phEncryptKey = phEncryptKey,
+                                             .ppbEncryptParameters = ppbEncryptParameters,
+                                             .pcbEncryptParameters = pcbEncryptParameters},
+                                            recipientKey);
+      });
 }
 
 }  // extern "C"

@@ -131,12 +131,11 @@ BOOL WINAPI ZarMsgImportKeyTrans(PCRYPT_ALGORITHM_IDENTIFIER pContentEncryptionA
                                  PCMSG_CTRL_KEY_TRANS_DECRYPT_PARA pKeyTransDecryptPara,
                                  DWORD dwFlags, void* /*pvReserved*/,
                                  HCRYPTKEY* phContentEncryptKey) {
-  // Outside the frame: the key is destroyed once the frame has set the last error.
-  zarext::UniqueCryptKey senderKey;
-  return zarext::RunExport([&](zarext::ExportTrace& trace) {
-    return zarext::ImportForMessage(trace, pContentEncryptionAlgorithm, pKeyTransDecryptPara,
-                                    dwFlags, phContentEncryptKey, senderKey);
-  });
+  return zarext::RunExportKeeping<zarext::UniqueCryptKey>(
+      [&](zarext::ExportTrace& trace, zarext::UniqueCryptKey& senderKey) {
+        return zarext::ImportForMessage(trace, pContentEncryptionAlgorithm, pKeyTransDecryptPara,
+                                        dwFlags, phContentEncryptKey, senderKey);
+      });
 }
 
 // Framework function CryptMsgDllImportEncryptKey.

@@ -1,6 +1,7 @@
 #include "store/container_cache.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <ctime>
 #include <memory>
 #include <new>
@@ -13,15 +14,16 @@
 namespace zarext {
 namespace {
 
+// Made at load.
+[[maybe_unused]] const TContainerCache& atLoad = TContainerCache::Instance();
+
 static_assert(kLongestReadBlock == kStoreMappingSize - sizeof(CacheHeader));
 static_assert(kLongestWrittenBlock == kLongestReadBlock + 16);
 
 // The turn at the section. An owner that died leaves it free; without a mutex there are no turns.
 class SectionTurn {
  public:
-  explicit SectionTurn(HANDLE mutex) noexcept : mutex_(mutex) {
-    WaitForSingleObject(mutex_, INFINITE);
-  }
+  explicit SectionTurn(HANDLE mutex) : mutex_(mutex) { WaitForSingleObject(mutex_, INFINITE); }
   ~SectionTurn() { ReleaseMutex(mutex_); }
   SectionTurn(const SectionTurn&) = delete;
   SectionTurn& operator=(const SectionTurn&) = delete;
@@ -37,7 +39,7 @@ class SectionTurn {
 // gone, where an access of the module's own would end the host.
 class SectionView {
  public:
-  explicit SectionView(HANDLE mapping) noexcept
+  explicit SectionView(HANDLE mapping)
       : view_(MapViewOfFile(mapping, FILE_MAP_ALL_ACCESS, 0, 0, 0)) {
     MEMORY_BASIC_INFORMATION region = {};
     if (view_ && VirtualQuery(view_.Get(), &region, sizeof region) != 0 &&
@@ -108,10 +110,22 @@ BlockCopy CopyBlock(HANDLE mapping, HANDLE mutex) {
 
 std::int64_t CacheLoadTime = 0;
 
-TContainerCache TContainerCache::instance_;
+TContainerCache& TContainerCache::Instance() noexcept {
+  alignas(TContainerCache) static unsigned char storage[sizeof(TContainerCache)];
+  static TContainerCache& instance = *new (storage) TContainerCache;
+  return instance;
+}
 
+// The exit routine of the objects that are used here is registered first, so it runs last.
 TContainerCache::TContainerCache() noexcept
-    : hMapping_(StoreObjects::Instance().Mapping()), hMutex_(StoreObjects::Instance().Mutex()) {}
+    : hMapping_(StoreObjects::Instance().Mapping()), hMutex_(StoreObjects::Instance().Mutex()) {
+  std::atexit(&Exit);
+}
+
+void TContainerCache::Exit() {
+  Instance().Clear();
+  Instance().hMutex_ = nullptr;
+}
 
 void TContainerCache::ReadShared() noexcept {
   Clear();

@@ -19,8 +19,9 @@ extern std::int64_t CacheLoadTime;
 // section as they were.
 class TContainerCache {
  public:
-  // The one instance. It is destroyed before the mutex and the critical section.
-  static TContainerCache& Instance() noexcept { return instance_; }
+  // The one instance, never destroyed. The module's exit routine empties it, and takes the mutex
+  // from it, before it closes the mutex.
+  static TContainerCache& Instance() noexcept;
 
   TContainerCache(const TContainerCache&) = delete;
   TContainerCache& operator=(const TContainerCache&) = delete;
@@ -40,9 +41,8 @@ class TContainerCache {
 
  private:
   TContainerCache() noexcept;
+  static void Exit();
   ~TContainerCache() = default;
-
-  static TContainerCache instance_;
 
   KeyRecordList list_;  // head and tail
   HANDLE hMapping_;     // both handles belong to StoreObjects

@@ -5,7 +5,7 @@
 
 namespace zarext {
 
-KeyProvider::KeyProvider(const char* publicKeyOid) noexcept {
+KeyProvider::KeyProvider(const char* publicKeyOid) {
   switch (KeyFamilyOf(publicKeyOid)) {
     case KeyFamily::kOwn:
       type_ = kProviderType;

@@ -15,7 +15,7 @@ inline constexpr char kRsaProviderName[] = "Zarvel CSP RSA";
 
 // Converts from the ANSI code page. False if the text is null or does not fit with its terminator.
 template <std::size_t size>
-bool ToWide(const char* text, wchar_t (&wide)[size]) noexcept {
+bool ToWide(const char* text, wchar_t (&wide)[size]) {
   return text != nullptr &&
          MultiByteToWideChar(CP_ACP, 0, text, -1, wide, static_cast<int>(size)) != 0;
 }
@@ -25,7 +25,7 @@ class KeyProvider {
  public:
   // By the object identifier of the public key, which may be null. Outside the own families and
   // RSA there is no name and the type is 0.
-  explicit KeyProvider(const char* publicKeyOid) noexcept;
+  explicit KeyProvider(const char* publicKeyOid);
 
   // False if the name could not be converted; the object is then of no use.
   [[nodiscard]] bool IsValid() const noexcept { return valid_; }

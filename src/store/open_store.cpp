@@ -18,10 +18,10 @@ bool IsServedProvider(HCRYPTPROV hCryptProv) {
 // No owner type holds the section: a load that throws leaves it entered, and opens of other threads
 // wait from then on. A compatibility fact.
 bool LoadCertificates(HCERTSTORE hCertStore) {
-  CRITICAL_SECTION* const section = StoreObjects::Instance().OpenSection();
-  EnterCriticalSection(section);
+  StoreObjects& objects = StoreObjects::Instance();
+  objects.EnterOpenSection();
   const std::int32_t loaded = load_certs_from_CSP(hCertStore);
-  LeaveCriticalSection(section);
+  objects.LeaveOpenSection();
   return loaded == 1;
 }
 
@@ -41,6 +41,13 @@ BOOL OpenStore(ExportTrace& trace, HCRYPTPROV hCryptProv, HCERTSTORE hCertStore,
   return TRUE;
 }
 
+// Every failure but that of the provider's type ends with the same line.
+BOOL EndFailedOpen(ExportTrace& trace, ErrorCode code) {
+  SetLastError(code);
+  trace.Line("EXT : ZarOpenStoreProv : FINISH");
+  return FALSE;
+}
+
 }  // namespace
 }  // namespace zarext
 
@@ -51,24 +58,22 @@ extern "C" BOOL WINAPI ZarOpenStoreProv(LPCSTR lpszStoreProvider, DWORD /*dwEnco
                                         HCRYPTPROV hCryptProv, DWORD dwFlags,
                                         const void* /*pvPara*/, HCERTSTORE hCertStore,
                                         CERT_STORE_PROV_INFO* pStoreProvInfo) {
-  zarext::ExportTrace trace;
-  // The framework's built-in providers have numbers instead of names.
-  const char* const name = IS_INTRESOURCE(lpszStoreProvider) ? nullptr : lpszStoreProvider;
-  trace.Line(
-      "EXT : ZarOpenStoreProv [lpszStoreProvider = %s] [hCryptProv = %x] [dwFlags = %X] "
-      "[hCertStore = %p]",
-      name, Hex(hCryptProv), Hex(dwFlags), hCertStore);
-  const zarext::ExceptionRecord exceptions;
-  // Not the frame's handlers: these trace, and a second line ends every failure.
-  try {
-    return zarext::OpenStore(trace, hCryptProv, hCertStore, pStoreProvInfo);
-  } catch (ErrorCode code) {
-    trace.Line("EXT : ZarOpenStoreProv : ERROR = %x", Hex(code));
-    SetLastError(code);
-  } catch (...) {
-    trace.Line("EXT : ZarOpenStoreProv : ERROR");
-    SetLastError(static_cast<DWORD>(NTE_NO_MEMORY));
-  }
-  trace.Line("EXT : ZarOpenStoreProv : FINISH");
-  return FALSE;
+  return zarext::RunExport([&](zarext::ExportTrace& trace) {
+    // The framework's built-in providers have numbers instead of names.
+    const char* const name = IS_INTRESOURCE(lpszStoreProvider) ? nullptr : lpszStoreProvider;
+    trace.Line(
+        "EXT : ZarOpenStoreProv [lpszStoreProvider = %s] [hCryptProv = %x] [dwFlags = %X] "
+        "[hCertStore = %p]",
+        name, Hex(hCryptProv), Hex(dwFlags), hCertStore);
+    return zarext::RunGuarded(
+        [&](ErrorCode code) {
+          trace.Line("EXT : ZarOpenStoreProv : ERROR = %x", Hex(code));
+          return zarext::EndFailedOpen(trace, code);
+        },
+        [&] {
+          trace.Line("EXT : ZarOpenStoreProv : ERROR");
+          return zarext::EndFailedOpen(trace, static_cast<ErrorCode>(NTE_NO_MEMORY));
+        },
+        [&] { return zarext::OpenStore(trace, hCryptProv, hCertStore, pStoreProvInfo); });
+  });
 }

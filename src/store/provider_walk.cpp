@@ -46,7 +46,7 @@ bool QueryProfile(HCRYPTPROV provider, std::string_view url, CNT_PROFILE* profil
          IsProfileWellFormed(*profile);
 }
 
-bool IsReadable(const void* start, std::size_t length) noexcept {
+bool IsReadable(const void* start, std::size_t length) {
   const auto* position = static_cast<const BYTE*>(start);
   while (length != 0) {
     MEMORY_BASIC_INFORMATION region = {};
@@ -71,7 +71,7 @@ KeyBlob::Outcome KeyBlob::Read(HCRYPTPROV container, HCRYPTKEY key, DWORD parame
   return size_ <= sizeof data_ ? Outcome::kRead : Outcome::kUnusable;
 }
 
-UniqueMessageStore OpenChain(const KeyBlob& chain) noexcept {
+UniqueMessageStore OpenChain(const KeyBlob& chain) {
   return chain.Size() == 0 ? UniqueMessageStore()
                            : UniqueMessageStore(CryptGetMessageCertificates(
                                  kEncodingType, 0, 0, chain.Data(), chain.Size()));

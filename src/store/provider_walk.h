@@ -23,15 +23,7 @@ namespace zarext {
 // Any handle can be one, also 0.
 struct ProviderContextTraits {
   using Type = std::optional<HCRYPTPROV>;
-  // What the provider throws here ends here: nobody could do anything about it, and a walk that is
-  // left because of something else that was thrown releases too.
-  static void Release(Type context) noexcept {
-    try {
-      Provider().CPReleaseContext(*context, 0);
-    } catch (...) {
-      return;
-    }
-  }
+  static void Release(Type context) { Provider().CPReleaseContext(*context, 0); }
 };
 using UniqueProviderContext = UniqueHandle<ProviderContextTraits>;
 
@@ -91,7 +83,7 @@ void ForEachKey(HCRYPTPROV container, Visit visit) {
 }
 
 // Whether the whole range can be read: a provider's pointers and lengths need not fit each other.
-bool IsReadable(const void* start, std::size_t length) noexcept;
+bool IsReadable(const void* start, std::size_t length);
 
 // A parameter of a key: its certificate or its chain.
 class KeyBlob {
@@ -118,7 +110,7 @@ inline constexpr DWORD kEncodingType = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
 using UniqueMessageStore = UniqueCertStore<CERT_CLOSE_STORE_FORCE_FLAG>;
 
 // The certificates of a chain; none if it is empty or cannot be read (then with the last error).
-UniqueMessageStore OpenChain(const KeyBlob& chain) noexcept;
+UniqueMessageStore OpenChain(const KeyBlob& chain);
 
 // Calls visit(context) for every certificate of a store.
 template <typename Visit>

@@ -1,5 +1,5 @@
 // The exports that put certificates into the system's own stores and take them out. They report to
-// a log file instead of the trace, and leave the last error to the calls they make.
+// a log file instead of the trace.
 #include "zarext.h"
 
 #include <windows.h>
@@ -30,15 +30,8 @@ static_assert(std::size(kStoreNames) == ZAREXT_STORE_PERSONAL + 1);
 using SystemStore = UniqueCertStore<CERT_CLOSE_STORE_CHECK_FLAG>;
 
 // A failure that is only a FALSE result, without a line in the log: no such store, no context, a
-// name that does not convert. Throwing itself changes the last error, so it travels along.
-struct SilentFailure {
-  DWORD lastError;
-};
-
-[[noreturn]] void FailSilently() {
-  const SilentFailure failure{GetLastError()};
-  throw failure;
-}
+// name that does not convert.
+struct SilentFailure {};
 
 // What a 32-bit code becomes where the log's text has room for a string.
 class HexText {
@@ -50,25 +43,20 @@ class HexText {
   char text_[16] = {};
 };
 
-// None of these exports has a last error of its own, a compatibility fact: what a caller finds
-// there is what the call that failed has set. Throwing, logging and closing the store come after
-// that call and change it, so it is put back here. A failure that is neither of the two kinds
-// carries none to put back.
+// Sets no last error, a compatibility fact: what a caller finds there is what the last call into
+// the platform left, the log's and the closing of the store among them.
 template <typename Work>
 BOOL RunMaintenance(const char* failureLine, Work work) noexcept {
-  const ExceptionRecord exceptions;
-  try {
-    work();
-    return TRUE;
-  } catch (ErrorCode code) {
-    FileLog(kLogFile, failureLine, Hex(code));
-    SetLastError(code);
-  } catch (const SilentFailure& failure) {
-    SetLastError(failure.lastError);
-  } catch (...) {
-    return FALSE;
-  }
-  return FALSE;
+  return RunGuarded(
+      [&](ErrorCode code) -> BOOL {
+        FileLog(kLogFile, failureLine, Hex(code));
+        return FALSE;
+      },
+      []() -> BOOL { return FALSE; },
+      [&]() -> BOOL {
+        work();
+        return TRUE;
+      });
 }
 
 // Throws the last error unless `succeeded`.
@@ -86,18 +74,18 @@ SystemStore OpenSystemStore(BOOL bLocalMachine, DWORD dwStore) {
 
 void RequireStoreIndex(DWORD dwStore) {
   if (dwStore >= std::size(kStoreNames)) {
-    FailSilently();
+    throw SilentFailure();
   }
 }
 
 void TieToContainer(PCCERT_CONTEXT context, const char* szContainer, DWORD dwKeySpec) {
   wchar_t container[256] = {};
   if (!ToWide(szContainer, container)) {
-    FailSilently();
+    throw SilentFailure();
   }
   KeyProvider provider(context->pCertInfo->SubjectPublicKeyInfo.Algorithm.pszObjId);
   if (!provider.IsValid()) {
-    FailSilently();
+    throw SilentFailure();
   }
   CRYPT_KEY_PROV_INFO info = {};
   // Name and key specification as given, no "profile://" address and nothing derived: a
@@ -131,7 +119,7 @@ void SetSelf(BOOL bLocalMachine, const char* szContainer, DWORD dwKeySpec, const
   Require(CertAddEncodedCertificateToStore(store.Get(), kEncodingType, pbCert, cbCert,
                                            CERT_STORE_ADD_REPLACE_EXISTING, context.Put()));
   if (!context) {
-    FailSilently();
+    throw SilentFailure();
   }
   TieToContainer(context.Get(), szContainer, dwKeySpec);
 }

@@ -167,22 +167,20 @@ BOOL WriteCertificate(ExportTrace& trace, const CERT_CONTEXT& certificate) {
 
 BOOL WINAPI CertStoreProvWriteCertCallback(HCERTSTOREPROV hStoreProv, PCCERT_CONTEXT pCertContext,
                                            DWORD dwFlags) {
-  ExportTrace trace;
-  trace.Line("EXT : CertStoreProvWriteCertCallback [hStoreProv = %x] [dwFlags = %X]",
-             Hex(hStoreProv), Hex(dwFlags));
-  if (pCertContext == nullptr || hStoreProv == nullptr || pCertContext->pCertInfo == nullptr) {
-    return FALSE;
-  }
-  const ExceptionRecord exceptions;
-  try {
-    return WriteCertificate(trace, *pCertContext);
-  } catch (ErrorCode code) {
-    SetLastError(code);
-  } catch (...) {
-    // Unlike an export, this one leaves the last error alone: a compatibility fact.
-    return FALSE;
-  }
-  return FALSE;
+  return RunExport([&](ExportTrace& trace) {
+    trace.Line("EXT : CertStoreProvWriteCertCallback [hStoreProv = %x] [dwFlags = %X]",
+               Hex(hStoreProv), Hex(dwFlags));
+    if (pCertContext == nullptr || hStoreProv == nullptr || pCertContext->pCertInfo == nullptr) {
+      return FALSE;
+    }
+    return RunGuarded(
+        [](ErrorCode code) -> BOOL {
+          SetLastError(code);
+          return FALSE;
+        },
+        // Unlike an export, this one leaves the last error alone: a compatibility fact.
+        []() -> BOOL { return FALSE; }, [&] { return WriteCertificate(trace, *pCertContext); });
+  });
 }
 
 }  // namespace zarext

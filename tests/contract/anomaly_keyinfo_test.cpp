@@ -260,6 +260,9 @@ TEST_F(AnomalyKeyInfo, ZarImportPrivKeyFunc) {
        GoesOnWith(2, {"EXT : ZarImportPrivKeyFunc : CryptGetProvParam(PP_PROFILE) = 5a5a."})},
       {"CryptGetProvParam", 2,
        GoesOnWith(2, {"EXT : ZarImportPrivKeyFunc : CryptGetProvParam(PP_CNT_URL) = 5a5a."})}};
+  scenario.thrown = [](const FailurePoint& point, Manner, Effect& effect) {
+    if (point.function == "CryptGetProvParam") effect.left = {{"key", 1}};
+  };
   loop_.Run(scenario);
 
   // A bare key, from which the document is built.

@@ -9,6 +9,7 @@
 
 #include "contract/anomaly_points.h"
 #include "frame/handles.h"
+#include "frame/last_error.h"
 #include "support/handle_count.h"
 #include "support/module_under_test.h"
 
@@ -25,6 +26,7 @@ struct State {
   std::size_t calls = 0;
   std::size_t failing = 0;  // 0: none
   bool lasting = false;     // once an allocation failed, all do
+  Manner manner = Manner::kFails;
   std::map<std::string, int> occurrences;
   std::string lastCall;
   std::optional<FailurePoint> failed;
@@ -32,6 +34,27 @@ struct State {
   const TraceCapture* trace = nullptr;
 };
 State state;
+
+// Occurrences of one function behind so many do not throw.
+constexpr int kThrownOccurrences = 8;
+
+// Whether a provider, or another extension of the platform, may be called behind it.
+bool LeadsOutside(const std::string& function) {
+  return function.starts_with("Crypt") || function.starts_with("Cert") ||
+         function.starts_with("CP");
+}
+
+[[noreturn]] void ThrowAsAsked() {
+  switch (state.manner) {
+    case Manner::kThrowsCode:
+      throw static_cast<unsigned long>(kInjectedError);
+    case Manner::kThrowsForeign:
+      RaiseException(0xE06D7363, EXCEPTION_NONCONTINUABLE, 0, nullptr);
+      [[fallthrough]];
+    default:
+      throw 5;
+  }
+}
 
 bool MatchesLine(const char* pattern, const char* text) {
   for (; *pattern != '\0'; ++pattern) {
@@ -82,6 +105,24 @@ const Effect* FindEffect(const Scenario& scenario, const FailurePoint& point) {
     default:
       return nullptr;
   }
+}
+
+Effect ThrownEffect(const Scenario& scenario, const FailurePoint& point, Manner manner) {
+  Effect effect;
+  if (KindOfPoint(point.function) == PointKind::kRelease) {
+    effect = GoesOn();
+    if (scenario.thrown) scenario.thrown(point, manner, effect);
+    return effect;
+  }
+  const Effect* const failure = FindEffect(scenario, point);
+  effect.error = manner == Manner::kThrowsCode ? kInjectedError : static_cast<DWORD>(NTE_NO_MEMORY);
+  if (failure != nullptr && failure->course == Effect::Course::kStops) {
+    effect.result = failure->result;
+    effect.left = failure->left;
+  }
+  effect.writes = true;
+  if (scenario.thrown) scenario.thrown(point, manner, effect);
+  return effect;
 }
 
 Lines ExpectedLines(const Scenario& scenario, const FailurePoint& point, const Effect& effect) {
@@ -188,8 +229,13 @@ AnomalyLoop::AnomalyLoop(HMODULE module) : points_(std::make_unique<Points>()) {
   state = State{};
   state.trace = &trace_;
   points_->patches = PatchFailurePoints(module);
-  // The language runtime makes state of its own with the first exception of a thread, and with the
-  // first for which there is no memory.
+  // The language runtimes make state of their own with the first exception of a thread, and with
+  // the first for which there is no memory.
+  try {
+    throw 5;
+  } catch (int) {
+    state.failed.reset();
+  }
   for (const std::size_t failing : {0u, 1u}) {
     Round round;
     Scenario scenario;
@@ -212,6 +258,10 @@ bool AnomalyLoop::Fails(const std::string& function) {
   if (!state.counts || state.thread != GetCurrentThreadId()) return false;
   const LastErrorKeeper keeper;
   const int occurrence = ++state.occurrences[function];
+  if (state.manner != Manner::kFails &&
+      (!LeadsOutside(function) || occurrence > kThrownOccurrences)) {
+    return false;
+  }
   if (state.lasting && state.failed && KindOfPoint(function) == PointKind::kAllocation) return true;
   if (++state.calls != state.failing) {
     if (KindOfPoint(function) != PointKind::kAllocation) state.lastCall = function;
@@ -220,6 +270,12 @@ bool AnomalyLoop::Fails(const std::string& function) {
   state.failed = FailurePoint{function, occurrence, state.trace->Lines().size(), state.lastCall};
   return true;
 }
+
+void AnomalyLoop::EndFailure() {
+  if (state.manner != Manner::kFails) ThrowAsAsked();
+}
+
+Manner AnomalyLoop::CurrentManner() { return state.manner; }
 
 void AnomalyLoop::Book(const char* kind, int change) {
   const LastErrorKeeper keeper;
@@ -236,7 +292,7 @@ void AnomalyLoop::Call(const Scenario& scenario, Round& round) {
 }
 
 AnomalyLoop::Round AnomalyLoop::RunRound(const Scenario& scenario, std::size_t failing,
-                                         bool lasting) {
+                                         bool lasting, Manner manner) {
   Round round;
   const std::size_t handles = OpenHandleCount();
   scenario.prepare();
@@ -250,6 +306,7 @@ AnomalyLoop::Round AnomalyLoop::RunRound(const Scenario& scenario, std::size_t f
   state.calls = 0;
   state.failing = failing;
   state.lasting = lasting;
+  state.manner = manner;
   if (scenario.thread) {
     CallInThread([&] { Call(scenario, round); });
   } else {
@@ -261,10 +318,11 @@ AnomalyLoop::Round AnomalyLoop::RunRound(const Scenario& scenario, std::size_t f
   round.outputsStayed = Snapshot(outputs) == contents;
   const testing::ScopedTrace where(
       __FILE__, __LINE__,
-      round.failed ? scenario.name + ", failing " + round.failed->function + " call " +
-                         std::to_string(round.failed->occurrence) + " behind " +
-                         std::to_string(round.failed->linesBefore) + " lines"
-                   : scenario.name + ", nothing failing");
+      round.failed
+          ? scenario.name + (manner == Manner::kFails ? ", failing " : ", throwing ") +
+                round.failed->function + " call " + std::to_string(round.failed->occurrence) +
+                " behind " + std::to_string(round.failed->linesBefore) + " lines"
+          : scenario.name + ", nothing failing");
   CheckRound(scenario, round);
   scenario.release();
   // Whatever is made on first use is made by the first round, in which nothing fails.
@@ -283,7 +341,9 @@ void AnomalyLoop::CheckRound(const Scenario& scenario, const Round& round) {
     ExpectLines(scenario.lines, round.lines);
     return;
   }
-  const Effect* effect = FindEffect(scenario, *point);
+  const bool throws = state.manner != Manner::kFails;
+  const Effect thrown = throws ? ThrownEffect(scenario, *point, state.manner) : Effect();
+  const Effect* const effect = throws ? &thrown : FindEffect(scenario, *point);
   if (effect == nullptr) {
     ADD_FAILURE() << "no rule; result " << round.result << ", error " << std::hex << round.error
                   << ", lines:" << Joined(round.lines);
@@ -322,7 +382,16 @@ int AnomalyLoop::Run(const Scenario& scenario) {
       RunRound(scenario, failing, true);
     }
   }
+  for (const Manner manner : {Manner::kThrowsCode, Manner::kThrowsOther, Manner::kThrowsForeign}) {
+    RunThrowing(scenario, manner);
+  }
   return Report(scenario.name, points);
+}
+
+void AnomalyLoop::RunThrowing(const Scenario& scenario, Manner manner) {
+  for (std::size_t failing = 1; failing < kEndlessRounds; ++failing) {
+    if (!RunRound(scenario, failing, false, manner).failed) return;
+  }
 }
 
 int AnomalyLoop::Report(const std::string& name, const std::vector<FailurePoint>& points) {

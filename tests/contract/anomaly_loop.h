@@ -70,6 +70,9 @@ Effect GoesOnAs(const Lines& lines, const Leftovers& left);
 // there.
 Effect GoesOnWith(std::size_t linesBefore, const Lines& lines, std::size_t skipped = 0);
 
+// How a call fails: as it is described, or by an exception on its way to the module.
+enum class Manner { kFails, kThrowsCode, kThrowsOther, kThrowsForeign };
+
 struct Rule {
   std::string function;  // or "allocation", for all of them
   int occurrence;        // 0: every
@@ -101,6 +104,9 @@ struct Scenario {
   std::vector<Rule> rules;
   // Checks beyond the usual ones; null for the good call.
   std::function<void(const FailurePoint* point, long result)> check;
+  // What an exception out of a call leads to, where it is not the usual: FALSE with the code that
+  // was thrown or NTE_NO_MEMORY, no further line, and what the call's failure leaves.
+  std::function<void(const FailurePoint& point, Manner manner, Effect& effect)> thrown;
 };
 
 // Patches every import of advapi32, crypt32 and kernel32 that can fail, and the C runtime's
@@ -113,7 +119,9 @@ class AnomalyLoop {
   AnomalyLoop(const AnomalyLoop&) = delete;
   AnomalyLoop& operator=(const AnomalyLoop&) = delete;
 
-  // All rounds of a scenario. Prints how many failure points there were, and returns it.
+  // All rounds of a scenario. Prints how many failure points there were, and returns it. Calls that
+  // can lead into a provider, or into another extension of the platform, also throw in turn, the
+  // first occurrences of each.
   int Run(const Scenario& scenario);
   // One round, for scenarios that make the module anew; what failed, if there was that much to
   // fail.
@@ -124,6 +132,10 @@ class AnomalyLoop {
   // For calls that reach the platform, or the provider, without an import: counts one, and says
   // whether it is to fail. The last error stays.
   static bool Fails(const std::string& function);
+  // The end of such a call that fails, behind what it took or gave back: throws where it is to
+  // throw.
+  static void EndFailure();
+  static Manner CurrentManner();
   // Books something taken (1) or given back (-1). The last error stays.
   static void Book(const char* kind, int change);
 
@@ -131,7 +143,9 @@ class AnomalyLoop {
   struct Round;
   struct Points;
   static void Call(const Scenario& scenario, Round& round);
-  Round RunRound(const Scenario& scenario, std::size_t failing, bool lasting = false);
+  Round RunRound(const Scenario& scenario, std::size_t failing, bool lasting = false,
+                 Manner manner = Manner::kFails);
+  void RunThrowing(const Scenario& scenario, Manner manner);
   void CheckRound(const Scenario& scenario, const Round& round);
 
   std::unique_ptr<Points> points_;

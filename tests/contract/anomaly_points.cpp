@@ -88,7 +88,9 @@ class Import<name, Result(Arguments...)> {
   static Result Call(Arguments... arguments) {
     if (AnomalyLoop::Fails(name.text)) {
       SetLastError(kInjectedError);
-      return refuse_(arguments...);
+      const Result result = refuse_(arguments...);
+      AnomalyLoop::EndFailure();
+      return result;
     }
     const Result result = original_(arguments...);
     if (book_ != nullptr) {
@@ -275,6 +277,10 @@ void PatchKernel(Patches& p, HMODULE m) {
   Call<"GetTempPathA", decltype(GetTempPathA)>(p, m, kKernel);
   Call<"LockFileEx", decltype(LockFileEx)>(p, m, kKernel);
   Release<"UnlockFileEx", decltype(UnlockFileEx)>(p, m, kKernel);
+  // The language runtime's, where it has them.
+  Call<"TlsAlloc", decltype(TlsAlloc)>(p, m, kKernel);
+  Call<"TlsGetValue", decltype(TlsGetValue)>(p, m, kKernel);
+  Call<"TlsSetValue", decltype(TlsSetValue)>(p, m, kKernel);
 }
 
 // Entering and leaving cannot fail, but a section can be kept.
@@ -342,10 +348,11 @@ class HeapRelease {
 // What cannot fail, or not in a way that is reported.
 const std::set<std::string>& Infallible() {
   static const std::set<std::string> names = {
-      "EnterCriticalSection", "GetCurrentProcess", "GetCurrentProcessId", "GetCurrentThread",
-      "GetCurrentThreadId", "GetLastError", "GetModuleHandleA", "GetModuleHandleW",
-      "GetSystemTimeAsFileTime", "GetTickCount64", "IsDebuggerPresent", "LeaveCriticalSection",
-      "OutputDebugStringA", "SetLastError", "Sleep", "TryEnterCriticalSection",
+      "AcquireSRWLockExclusive", "EnterCriticalSection", "GetCurrentProcess", "GetCurrentProcessId",
+      "GetCurrentThread", "GetCurrentThreadId", "GetLastError", "GetModuleHandleA",
+      "GetModuleHandleW", "GetSystemTimeAsFileTime", "GetTickCount64", "IsDebuggerPresent",
+      "LeaveCriticalSection", "OutputDebugStringA", "ReleaseSRWLockExclusive", "SetLastError",
+      "Sleep", "TryEnterCriticalSection",
       // Exceptions of the language.
       "RaiseException", "RtlCaptureContext", "RtlLookupFunctionEntry", "RtlUnwindEx",
       "RtlVirtualUnwind", "__C_specific_handler",
@@ -357,8 +364,7 @@ const std::set<std::string>& Infallible() {
       "GetHandleInformation", "GetProcessAffinityMask", "GetThreadContext", "GetThreadPriority",
       "OpenProcess", "ReleaseSemaphore", "RemoveVectoredExceptionHandler", "ResetEvent",
       "ResumeThread", "SetEvent", "SetProcessAffinityMask", "SetThreadContext", "SetThreadPriority",
-      "SuspendThread", "TlsAlloc", "TlsFree", "TlsGetValue", "TlsSetValue",
-      "WaitForMultipleObjects"};
+      "SuspendThread", "TlsFree", "WaitForMultipleObjects"};
   return names;
 }
 

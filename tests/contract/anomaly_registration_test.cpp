@@ -26,6 +26,7 @@ class AnomalyRegistration : public testing::Test {
                             function == "FreeLibrary" || function == "GetModuleFileNameA" ||
                             function == "MultiByteToWideChar";
       if (!isImport && AnomalyLoop::Fails(function)) {
+        AnomalyLoop::EndFailure();
         framework.FailAt(framework.Calls().size() + 1);
       }
     };
@@ -41,6 +42,10 @@ class AnomalyRegistration : public testing::Test {
     scenario.call = [name] { return Export<HRESULT WINAPI()>(name)(); };
     scenario.release = [this] { EXPECT_EQ(0u, framework.HeldAllocations()); };
     scenario.result = S_OK;
+    scenario.thrown = [](const FailurePoint&, Manner, Effect& effect) {
+      effect.result = kUnexpected;
+      effect.left.reset();
+    };
     return scenario;
   }
 

@@ -23,10 +23,12 @@ class FailingContainers : public ContainerProvider {
     return done;
   }
   BOOL ReleaseContext(HCRYPTPROV provider, DWORD flags) override {
-    const bool refuses = Refuses("CPReleaseContext");
+    const bool refuses = AnomalyLoop::Fails("CPReleaseContext");
+    if (refuses) SetLastError(kInjectedError);
     if (ContainerProvider::ReleaseContext(provider, flags)) {
       AnomalyLoop::Book("provider context", -1);
     }
+    if (refuses) AnomalyLoop::EndFailure();
     return refuses ? FALSE : TRUE;
   }
   BOOL GetProvParam(HCRYPTPROV provider, DWORD parameter, BYTE* data, DWORD* size,
@@ -51,7 +53,10 @@ class FailingContainers : public ContainerProvider {
  private:
   static bool Refuses(const std::string& function) {
     const bool refuses = AnomalyLoop::Fails(function);
-    if (refuses) SetLastError(kInjectedError);
+    if (refuses) {
+      SetLastError(kInjectedError);
+      AnomalyLoop::EndFailure();
+    }
     return refuses;
   }
 };
@@ -150,6 +155,15 @@ class AnomalyOpenStore : public AnomalyStore {
       EXPECT_EQ(result == TRUE ? 40u : 0u, info.cbSize);
       EXPECT_GE(1u, content.size());
     };
+    scenario.thrown = [this](const FailurePoint& point, Manner manner, Effect& effect) {
+      if (effect.course == Effect::Course::kGoesOn) return;
+      const std::string code = manner == Manner::kThrowsCode ? " = 5a5a" : "";
+      effect.added = {"EXT : ZarOpenStoreProv : ERROR" + code, finish};
+      // Everywhere but where the provider's type is asked for, the load throws.
+      effect.left = Leftovers();
+      if (point.function != "CryptGetProvParam") effect.left = {{"section", 1}};
+      if (listsAKey && point.linesBefore >= 4) (*effect.left)["heap block"] = 5;
+    };
     return scenario;
   }
   // The load throws; the thread keeps the section.
@@ -172,6 +186,7 @@ class AnomalyOpenStore : public AnomalyStore {
       "EXT : ZarOpenStoreProv [lpszStoreProvider = Zarvel Store Provider] [hCryptProv = *] "
       "[dwFlags = 0] [hCertStore = *]";
   const std::string finish = "EXT : ZarOpenStoreProv : FINISH";
+  bool listsAKey = false;
   std::string url, size, algorithm, rootLine, leafLine, cache;
 };
 
@@ -181,6 +196,7 @@ TEST_F(AnomalyOpenStore, AWalk) {
   // The listed key: node, record, container name, serial number, certificate.
   const Leftovers listed = {{"heap block", 5}};
   scenario.left = listed;
+  listsAKey = true;
   const Effect nothing = GoesOnAs({open, finish}, {});
   const Effect unopened = GoesOnAs({open, url, finish}, {});
   const Effect unlisted = GoesOnAs({open, url, size, algorithm, rootLine, leafLine, finish}, {});
@@ -322,7 +338,12 @@ class AnomalyCallbacks : public AnomalyStore {
                                                                              context.Get(), 1);
     };
     scenario.check = [this](const FailurePoint*, long result) {
-      EXPECT_TRUE(result == TRUE || provider.written.empty());
+      EXPECT_TRUE(result == TRUE || provider.written.empty() ||
+                  AnomalyLoop::CurrentManner() != Manner::kFails);
+    };
+    // Anything but a code leaves the last error alone.
+    scenario.thrown = [](const FailurePoint&, Manner manner, Effect& effect) {
+      if (manner != Manner::kThrowsCode) effect.error.reset();
     };
     scenario.rules = {{"CPAcquireContext", 1, Refused(2)}, {"CPGetProvParam 57", 1, Refused(2)},
                       {"CPGetProvParam 57", 2, GoesOn()},  {"CPGetProvParam 64", 1, Refused(3)},
@@ -446,6 +467,11 @@ TEST_F(AnomalyCallbacks, Close) {
   scenario.release = [&] { CertCloseStore(closed, 0); };
   scenario.lines = {own + "CloseCallback [hCertStore = *] [dwFlags = 1, hLib = *]"};
   scenario.left = {{"store", -1}};
+  // Not a release of the module's own: the caller hears of it.
+  scenario.thrown = [](const FailurePoint&, Manner manner, Effect& effect) {
+    effect =
+        StopsSilently(manner == Manner::kThrowsCode ? kInjectedError : kNoMemory, {{"store", -1}});
+  };
   EXPECT_EQ(1, loop.Run(scenario));
 }
 
@@ -472,7 +498,7 @@ TEST(AnomalyBinding, TheFirstOpen) {
                         "[dwFlags = 0] [hCertStore = *]",
                     own + " : FINISH"};
   // The provider's module stays loaded, and the list of its functions.
-  const Leftovers bound = {{"module", 1}, {"heap block", 1}};
+  const Leftovers bound = {{"module", 1}};
   scenario.left = bound;
   Effect unbound;
   unbound.error = kInjectedError;

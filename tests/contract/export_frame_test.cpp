@@ -5,12 +5,15 @@
 
 #include <wincrypt.h>
 
+#include <cxxabi.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <stdexcept>
 #include <string>
 #include <thread>
 
+#include "frame/exception_globals.h"
 #include "frame/module_state.h"
 #include "support/child_process.h"
 #include "support/import_patch.h"
@@ -80,34 +83,33 @@ TEST(ExportFrame, RequiredParametersFailWith87) {
             }));
 }
 
-// The language runtime asks for the record whenever something is thrown or caught.
-TEST(ExceptionRecordOfAThread, LiesInTheInnermostExport) {
-  const void* const outside = ExceptionRecord::Current();
-  EXPECT_NE(nullptr, outside);
-  {
-    const ExceptionRecord outer;
-    EXPECT_EQ(&outer, static_cast<const void*>(ExceptionRecord::Current()));
-    EXPECT_EQ(nullptr, ExceptionRecord::Current()->caughtExceptions);
-    EXPECT_EQ(0u, ExceptionRecord::Current()->uncaughtExceptions);
-    {
-      const ExceptionRecord inner;
-      EXPECT_EQ(&inner, static_cast<const void*>(ExceptionRecord::Current()));
-    }
-    EXPECT_EQ(&outer, static_cast<const void*>(ExceptionRecord::Current()));
-    const void* elsewhere = nullptr;
-    std::thread([&] { elsewhere = ExceptionRecord::Current(); }).join();
-    EXPECT_EQ(outside, elsewhere);
-  }
-  EXPECT_EQ(outside, ExceptionRecord::Current());
+// The language runtime asks for them whenever something is thrown or caught.
+TEST(ExceptionGlobals, AreTheThreadsOwn) {
+  const void* const mine = abi::__cxa_get_globals();
+  EXPECT_EQ(mine, abi::__cxa_get_globals());
+  EXPECT_EQ(mine, abi::__cxa_get_globals_fast());
+  const void* elsewhere = nullptr;
+  std::thread([&] { elsewhere = abi::__cxa_get_globals(); }).join();
+  EXPECT_NE(nullptr, elsewhere);
+  EXPECT_NE(mine, elsewhere);
 }
 
-TEST(ExceptionRecordOfAThread, LeavesTheLastError) {
-  SetLastError(5);
-  {
-    const ExceptionRecord record;
-    EXPECT_NE(nullptr, ExceptionRecord::Current());
-    EXPECT_EQ(5u, GetLastError());
+TEST(ExceptionGlobals, AreZeroUnlessSomethingIsCaught) {
+  const auto* const globals = reinterpret_cast<const ExceptionGlobals*>(abi::__cxa_get_globals());
+  EXPECT_EQ(nullptr, globals->caughtExceptions);
+  EXPECT_EQ(0u, globals->uncaughtExceptions);
+  try {
+    throw 1;
+  } catch (int) {
+    EXPECT_NE(nullptr, globals->caughtExceptions);
   }
+  EXPECT_EQ(nullptr, globals->caughtExceptions);
+  EXPECT_EQ(0u, globals->uncaughtExceptions);
+}
+
+TEST(ExceptionGlobals, LeaveTheLastError) {
+  SetLastError(5);
+  EXPECT_NE(nullptr, abi::__cxa_get_globals());
   EXPECT_EQ(5u, GetLastError());
 }
 

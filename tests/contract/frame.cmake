@@ -29,3 +29,6 @@ foreach(missing none CPAcquireContext CPReleaseContext CPGetProvParam CPGetKeyPa
   add_dependencies(frame_internal ${module})
   add_dependencies(frame_load ${module})
 endforeach()
+
+# What the language runtime uses of the globals that the module gives it.
+zarext_add_wine_test(frame_exception_layout SOURCES exception_layout_test.cpp)

@@ -38,8 +38,24 @@ HCERTSTORE WINAPI MessageFix(DWORD encoding, HCRYPTPROV_LEGACY context, DWORD fl
   return Remember(CryptGetMessageCertificates(encoding, context, flags, message, size));
 }
 
+struct Snapshot {
+  std::vector<PCCERT_CONTEXT> contexts;
+  std::size_t next = 0;
+};
+thread_local std::map<HCERTSTORE, Snapshot> snapshots;
+
+// What is left of a walk that was not walked to its end.
+void DropSnapshot(HCERTSTORE store) {
+  const Snapshot snapshot = snapshots[store];
+  for (std::size_t rest = snapshot.next; rest < snapshot.contexts.size(); ++rest) {
+    CertFreeCertificateContext(snapshot.contexts[rest]);
+  }
+  snapshots.erase(store);
+}
+
 BOOL WINAPI CloseFix(HCERTSTORE store, DWORD flags) {
   const DWORD error = GetLastError();
+  DropSnapshot(store);
   CertControlStore(store, CERT_STORE_CTRL_COMMIT_FORCE_FLAG, CERT_STORE_CTRL_COMMIT, nullptr);
   if (!Forget(store)) {
     CertDuplicateStore(store);
@@ -55,12 +71,6 @@ BOOL WINAPI DeleteFix(PCCERT_CONTEXT context) {
   SetLastError(error);
   return deleted;
 }
-
-struct Snapshot {
-  std::vector<PCCERT_CONTEXT> contexts;
-  std::size_t next = 0;
-};
-thread_local std::map<HCERTSTORE, Snapshot> snapshots;
 
 // Walks a snapshot, so that the walk survives the deletion of its elements.
 PCCERT_CONTEXT WINAPI EnumFix(HCERTSTORE store, PCCERT_CONTEXT previous) {

@@ -11,6 +11,7 @@
 #include <memory>
 #include <string_view>
 
+#include "frame/foreign_exceptions.h"
 #include "frame/provider_binding.h"
 #include "frame/text.h"
 #include "frame/trace.h"
@@ -312,13 +313,16 @@ namespace zarext {
 
 // In place of the module's own trace, which writes to the platform's debugger output: the text is
 // formatted, so that every argument is read.
-void Trace(const char* format, ...) noexcept {
+void Trace(const char* format, ...) {
   char text[4096];
   std::va_list arguments;
   va_start(arguments, format);
   (void)vsnprintf(text, sizeof text, format, arguments);
   va_end(arguments);
 }
+
+// Nothing of another compiler is raised here.
+void CallTranslatingExceptions(const Callback<>& work) { work(); }
 
 // In place of the module's binding.
 void BindProvider() {}
@@ -337,17 +341,6 @@ using zarext::test::Platform;
 DWORD GetLastError() { return zarext::test::lastError; }
 void SetLastError(DWORD code) { zarext::test::lastError = code; }
 DWORD GetCurrentThreadId() { return 1; }
-// One thread, and one slot.
-namespace {
-void* threadValue = nullptr;
-}
-DWORD TlsAlloc() { return 0; }
-BOOL TlsFree(DWORD /*index*/) { return TRUE; }
-void* TlsGetValue(DWORD /*index*/) { return threadValue; }
-BOOL TlsSetValue(DWORD /*index*/, void* value) {
-  threadValue = value;
-  return TRUE;
-}
 
 HLOCAL LocalAlloc(DWORD /*flags*/, SIZE_T size) { return Platform().Allocate(size); }
 // Freed with the platform.
@@ -413,6 +406,8 @@ SIZE_T VirtualQuery(const void* address, MEMORY_BASIC_INFORMATION* information, 
 
 void InitializeCriticalSection(CRITICAL_SECTION* /*section*/) {}
 void DeleteCriticalSection(CRITICAL_SECTION* /*section*/) {}
+void EnterCriticalSection(CRITICAL_SECTION* /*section*/) {}
+void LeaveCriticalSection(CRITICAL_SECTION* /*section*/) {}
 DWORD GetModuleFileNameA(HMODULE /*module*/, LPSTR /*path*/, DWORD /*size*/) { return 0; }
 HMODULE GetModuleHandleA(LPCSTR /*name*/) { return nullptr; }
 

@@ -2,7 +2,7 @@
 set(sources ${PROJECT_SOURCE_DIR}/src)
 zarext_add_objects(zarext_hosted
   fake_platform.cpp outside_properties.cpp
-  ${sources}/frame/exception_record.cpp ${sources}/frame/export_frame.cpp
+  ${sources}/frame/export_frame.cpp ${sources}/frame/guarded.cpp
   ${sources}/frame/module_state.cpp ${sources}/frame/text.cpp
   ${sources}/keyinfo/last_import.cpp ${sources}/keyinfo/private_key_transfer.cpp
   ${sources}/keyinfo/public_key_calls.cpp ${sources}/keyinfo/public_key_conversion.cpp

@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <stdexcept>
 
-#include "frame/handles.h"
+#include "frame/last_error.h"
 
 namespace zarext::demo {
 namespace {

@@ -75,10 +75,6 @@ struct MEMORY_BASIC_INFORMATION {
 DWORD GetLastError();
 void SetLastError(DWORD code);
 DWORD GetCurrentThreadId();
-DWORD TlsAlloc();
-BOOL TlsFree(DWORD index);
-void* TlsGetValue(DWORD index);
-BOOL TlsSetValue(DWORD index, void* value);
 HLOCAL LocalAlloc(DWORD flags, SIZE_T size);
 HLOCAL LocalFree(HLOCAL block);
 BOOL CloseHandle(HANDLE handle);
@@ -99,6 +95,8 @@ BOOL WriteProcessMemory(HANDLE process, void* address, const void* buffer, SIZE_
 SIZE_T VirtualQuery(const void* address, MEMORY_BASIC_INFORMATION* information, SIZE_T size);
 void InitializeCriticalSection(CRITICAL_SECTION* section);
 void DeleteCriticalSection(CRITICAL_SECTION* section);
+void EnterCriticalSection(CRITICAL_SECTION* section);
+void LeaveCriticalSection(CRITICAL_SECTION* section);
 DWORD GetModuleFileNameA(HMODULE module, LPSTR path, DWORD size);
 HMODULE GetModuleHandleA(LPCSTR name);
 int MultiByteToWideChar(DWORD codePage, DWORD flags, LPCSTR text, int length, LPWSTR wide,

@@ -1,0 +1,20 @@
+#include "frame/guarded.h"
+
+#include "frame/foreign_exceptions.h"
+
+namespace zarext {
+
+void CallGuarded(Callback<ErrorCode> onCode, Callback<> onOther, Callback<> work) {
+  auto guarded = [&] {
+    try {
+      work();
+    } catch (ErrorCode code) {
+      onCode(code);
+    } catch (...) {
+      onOther();
+    }
+  };
+  CallTranslatingExceptions(Callback<>(guarded));
+}
+
+}  // namespace zarext

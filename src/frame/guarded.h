@@ -1,0 +1,48 @@
+// The one place where the module catches: what is thrown below becomes a result.
+#ifndef ZAREXT_FRAME_GUARDED_H_
+#define ZAREXT_FRAME_GUARDED_H_
+
+#include <windows.h>
+
+#include <type_traits>
+
+namespace zarext {
+
+// Inside the module a failure is this type, thrown by value. Anything else that is thrown (a signed
+// code among them) counts as something else.
+using ErrorCode = DWORD;
+
+// Refers to something callable with these arguments, for as long as that lives.
+template <typename... Arguments>
+class Callback {
+ public:
+  template <typename Function>
+  explicit Callback(Function& function)
+      : function_(&function), call_([](void* callee, Arguments... arguments) {
+          (*static_cast<Function*>(callee))(arguments...);
+        }) {}
+  void operator()(Arguments... arguments) const { call_(function_, arguments...); }
+
+ private:
+  void* function_;
+  void (*call_)(void* callee, Arguments... arguments);
+};
+
+// Calls work(), and onCode(code) if it throws an ErrorCode, onOther() if it throws anything else.
+// What these throw goes on to the caller.
+void CallGuarded(Callback<ErrorCode> onCode, Callback<> onOther, Callback<> work);
+
+// The same for functions with a result: that of the one that was called last.
+template <typename OnCode, typename OnOther, typename Work>
+std::invoke_result_t<Work&> RunGuarded(OnCode onCode, OnOther onOther, Work work) {
+  std::invoke_result_t<Work&> result{};
+  auto keepOnCode = [&](ErrorCode code) { result = onCode(code); };
+  auto keepOnOther = [&] { result = onOther(); };
+  auto keepWork = [&] { result = work(); };
+  CallGuarded(Callback<ErrorCode>(keepOnCode), Callback<>(keepOnOther), Callback<>(keepWork));
+  return result;
+}
+
+}  // namespace zarext
+
+#endif  // ZAREXT_FRAME_GUARDED_H_
