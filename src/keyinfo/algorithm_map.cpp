@@ -37,7 +37,7 @@ constexpr std::array kExportRows = {
 
 // In the order in which they are tried. The last one is for all others: every CryptoPro identifier,
 // and the national "1.2.398.3.10.1.1.1.1" family, although its keys are exported under three
-// ALG_IDs of their own. Providers hold keys that were imported so.
+// ALG_IDs of their own: to the provider they are of 0xAA3A.
 constexpr std::array kImportRules = {
     ImportRule{"1.2.398.3.10.1.1.2.1", 0x2A4A, 512},
     ImportRule{"1.2.398.3.10.1.4.1.1", 0xA055, 512},

@@ -89,7 +89,7 @@ void LayOut(const ExportedKey& key, CRYPT_PRIVATE_KEY_INFO* pPrivateKeyInfo) {
   std::memset(&pPrivateKeyInfo->pAttributes, 0, sizeof(DWORD));
 }
 
-BOOL ExportPrivateKey(ExportTrace& trace, HCRYPTPROV hCryptProv, DWORD dwKeySpec,
+void ExportPrivateKey(ExportTrace& trace, HCRYPTPROV hCryptProv, DWORD dwKeySpec,
                       CRYPT_PRIVATE_KEY_INFO* pPrivateKeyInfo, DWORD* pcbPrivateKeyInfo) {
   const UniqueCryptKey userKey = GetUserKey(trace, hCryptProv, dwKeySpec);
   SecretBuffer buffer(kExportCapacity);
@@ -104,7 +104,6 @@ BOOL ExportPrivateKey(ExportTrace& trace, HCRYPTPROV hCryptProv, DWORD dwKeySpec
   } else if (pcbPrivateKeyInfo != nullptr) {
     *pcbPrivateKeyInfo = kReportedSize;
   }
-  return TRUE;
 }
 
 void TraceImport(ExportTrace& trace, const CRYPT_PRIVATE_KEY_INFO& info) {
@@ -171,7 +170,7 @@ void RecordParameter(ExportTrace& trace, HCRYPTPROV hCryptProv, DWORD parameter,
   }
 }
 
-BOOL ImportPrivateKey(ExportTrace& trace, HCRYPTPROV hCryptProv, const CRYPT_PRIVATE_KEY_INFO& info,
+void ImportPrivateKey(ExportTrace& trace, HCRYPTPROV hCryptProv, const CRYPT_PRIVATE_KEY_INFO& info,
                       DWORD dwFlags) {
   std::fill(std::begin(LastProfile), std::end(LastProfile), static_cast<unsigned char>(0));
   std::fill(std::begin(LastContainerUrl), std::end(LastContainerUrl), '\0');
@@ -180,7 +179,6 @@ BOOL ImportPrivateKey(ExportTrace& trace, HCRYPTPROV hCryptProv, const CRYPT_PRI
   RecordParameter(trace, hCryptProv, PP_PROFILE, "PP_PROFILE", LastProfile, sizeof LastProfile);
   RecordParameter(trace, hCryptProv, PP_CNT_URL, "PP_CNT_URL", LastContainerUrl,
                   sizeof LastContainerUrl);
-  return TRUE;
 }
 
 }  // namespace
@@ -202,7 +200,8 @@ BOOL WINAPI ZarImportPrivKeyFunc(HCRYPTPROV hCryptProv, CRYPT_PRIVATE_KEY_INFO* 
     if (!IsOwnAlgorithmOid(pPrivateKeyInfo->Algorithm.pszObjId)) {
       return static_cast<BOOL>(NTE_BAD_ALGID);
     }
-    return ImportPrivateKey(trace, hCryptProv, *pPrivateKeyInfo, dwFlags);
+    ImportPrivateKey(trace, hCryptProv, *pPrivateKeyInfo, dwFlags);
+    return TRUE;
   });
 }
 
@@ -211,11 +210,12 @@ BOOL WINAPI ZarExportPrivKeyFunc(HCRYPTPROV hCryptProv, DWORD dwKeySpec, LPSTR p
                                  DWORD /*dwFlags*/, void* /*pvAuxInfo*/,
                                  CRYPT_PRIVATE_KEY_INFO* pPrivateKeyInfo,
                                  DWORD* pcbPrivateKeyInfo) {
-  return RunExport([&](ExportTrace& trace) {
+  return RunExport([&](ExportTrace& trace) -> BOOL {
     trace.Line(
         "EXT : ZarExportPrivKeyFunc : hCryptProv = %x, dwKeySpec = %i, pszPrivateKeyObjId = %s.",
         Hex(hCryptProv), Int(dwKeySpec), pszPrivateKeyObjId);
-    return ExportPrivateKey(trace, hCryptProv, dwKeySpec, pPrivateKeyInfo, pcbPrivateKeyInfo);
+    ExportPrivateKey(trace, hCryptProv, dwKeySpec, pPrivateKeyInfo, pcbPrivateKeyInfo);
+    return TRUE;
   });
 }
 

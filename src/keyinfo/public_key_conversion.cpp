@@ -65,6 +65,7 @@ BOOL WINAPI ZarConvertPublicKeyInfo(DWORD dwCertEncodingType, PCERT_PUBLIC_KEY_I
     trace.Line("EXT : ZarConvertPublicKeyInfo : Algorithm = %s.", pInfo->Algorithm.pszObjId);
     RequireOwnAlgorithm(trace, "ZarConvertPublicKeyInfo", "pszObjId", pInfo->Algorithm.pszObjId);
     RequireParameter(key.pbData != nullptr || key.cbData == 0);
+    // Refuses a length that no copy has, before any of the octets is read.
     CopySize(key.cbData);
     // Detached whether or not the caller takes it: without a place for the pointer it is lost.
     BYTE* block = static_cast<BYTE*>(CopyForCaller(OctetsOf(key.pbData, key.cbData)).Detach());
@@ -90,7 +91,7 @@ BOOL WINAPI ZarEncodePublicKeyAndParameters(DWORD dwCertEncodingType, LPSTR pszP
     RequireParameter(pbPubKey != nullptr && cbPubKey != 0);
     RequireOwnAlgorithm(trace, "ZarEncodePublicKeyAndParameters", "lpcPublicKeyOID",
                         pszPublicKeyObjId);
-    CopySize(cbPubKey);
+    CopySize(cbPubKey);  // as above
     const OctetSpan blob(pbPubKey, cbPubKey);
     trace.Line("EXT : ZarEncodePublicKeyAndParameters : PublicKey[%i] = ... %x %x %x.",
                Int(cbPubKey), OctetFromEnd(blob, 3), OctetFromEnd(blob, 2), OctetFromEnd(blob, 1));

@@ -73,7 +73,7 @@ DWORD ReportedSize(const ExportVariant& variant, const std::vector<BYTE>& blob) 
   return variant.blobsInSize * static_cast<DWORD>(blob.size()) + 56;
 }
 
-BOOL ExportPublicKey(ExportTrace& trace, const ExportVariant& variant, HCRYPTPROV hCryptProv,
+void ExportPublicKey(ExportTrace& trace, const ExportVariant& variant, HCRYPTPROV hCryptProv,
                      DWORD dwKeySpec, CERT_PUBLIC_KEY_INFO* pInfo, DWORD* pcbInfo) {
   NoteProviderType(trace, variant.name, hCryptProv);
   const UniqueCryptKey key = GetUserKey(trace, variant.name, hCryptProv, dwKeySpec);
@@ -86,7 +86,6 @@ BOOL ExportPublicKey(ExportTrace& trace, const ExportVariant& variant, HCRYPTPRO
   } else if (pcbInfo != nullptr) {
     *pcbInfo = ReportedSize(variant, blob);
   }
-  return TRUE;
 }
 
 }  // namespace
@@ -98,11 +97,12 @@ extern "C" {
 
 BOOL WINAPI ZarExportPublicKeyInfo(HCRYPTPROV hCryptProv, DWORD dwKeySpec, DWORD dwCertEncodingType,
                                    PCERT_PUBLIC_KEY_INFO pInfo, DWORD* pcbInfo) {
-  return RunExport([&](ExportTrace& trace) {
+  return RunExport([&](ExportTrace& trace) -> BOOL {
     trace.Line("EXT : ZarExportPublicKeyInfo : dwKeySpec = %i.", Int(dwKeySpec));
     RequireEncodingType(dwCertEncodingType);
     RequireParameter(hCryptProv != 0);
-    return ExportPublicKey(trace, kPlain, hCryptProv, dwKeySpec, pInfo, pcbInfo);
+    ExportPublicKey(trace, kPlain, hCryptProv, dwKeySpec, pInfo, pcbInfo);
+    return TRUE;
   });
 }
 
@@ -113,7 +113,7 @@ BOOL WINAPI ZarExportPublicKeyInfoEx(HCRYPTPROV hCryptProv, DWORD dwKeySpec,
                                      DWORD dwCertEncodingType, LPSTR pszPublicKeyObjId,
                                      DWORD dwFlags, void* pvAuxInfo, PCERT_PUBLIC_KEY_INFO pInfo,
                                      DWORD* pcbInfo) {
-  return RunExport([&](ExportTrace& trace) {
+  return RunExport([&](ExportTrace& trace) -> BOOL {
     if (pszPublicKeyObjId == nullptr) {
       trace.Line("EXT : ZarExportPublicKeyInfoEx : dwKeySpec = %i.", Int(dwKeySpec));
     } else {
@@ -123,7 +123,8 @@ BOOL WINAPI ZarExportPublicKeyInfoEx(HCRYPTPROV hCryptProv, DWORD dwKeySpec,
     RequireParameter(dwFlags == 0);
     RequireParameter(pvAuxInfo == nullptr);
     RequireParameter(hCryptProv != 0);
-    return ExportPublicKey(trace, kExtended, hCryptProv, dwKeySpec, pInfo, pcbInfo);
+    ExportPublicKey(trace, kExtended, hCryptProv, dwKeySpec, pInfo, pcbInfo);
+    return TRUE;
   });
 }
 

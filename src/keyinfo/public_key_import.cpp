@@ -21,14 +21,14 @@ namespace {
 
 struct ImportVariant {
   const char* name;
-  const char* rebuilt;  // marks the line about a rebuilt blob
+  const char* rebuiltImport;  // what the import of a rebuilt blob is traced as
   void (*traceBits)(ExportTrace& trace, DWORD cbData, OctetSpan bits);
   void (*traceKey)(ExportTrace& trace, OctetSpan key);
 };
 
 // The upper-case R is kept: who reads traces searches for the word as it has always been written.
 constexpr ImportVariant kPlain = {
-    "ZarImportPublicKeyInfo", "CRyptoPro",
+    "ZarImportPublicKeyInfo", "CRyptoPro : CryptImportKey",
     [](ExportTrace& trace, DWORD cbData, OctetSpan bits) {
       trace.Line("EXT : ZarImportPublicKeyInfo : PublicKey[%i] = ... %x %x %x.", Int(cbData),
                  OctetFromEnd(bits, 3), OctetFromEnd(bits, 2), OctetFromEnd(bits, 1));
@@ -36,7 +36,7 @@ constexpr ImportVariant kPlain = {
     [](ExportTrace&, OctetSpan) {}};
 
 constexpr ImportVariant kExtended = {
-    "ZarImportPublicKeyInfoEx", "CryptoPro",
+    "ZarImportPublicKeyInfoEx", "CryptoPro : CryptImportKey",
     [](ExportTrace& trace, DWORD cbData, OctetSpan bits) {
       trace.Line("EXT : ZarImportPublicKeyInfoEx : PublicKey[%i] = %x %x %x %x %x  ...%x %x.",
                  Int(cbData), OctetAt(bits, 0), OctetAt(bits, 1), OctetAt(bits, 2),
@@ -48,15 +48,17 @@ constexpr ImportVariant kExtended = {
                  OctetAt(key, 4));
     }};
 
-// The provider's error, or ERROR_SUCCESS. A null `phKey` is refused here, as the platform does; not
-// every version of it survives one.
-ErrorCode ImportBlob(HCRYPTPROV hCryptProv, OctetSpan blob, HCRYPTKEY* phKey) {
-  if (phKey == nullptr) {
-    return ERROR_INVALID_PARAMETER;
+// Hands the blob to the provider. A failure is traced as `call` and thrown. A null `phKey` is
+// refused here, as the platform does; not every version of it survives one.
+void ImportBlob(ExportTrace& trace, const char* name, const char* call, HCRYPTPROV hCryptProv,
+                OctetSpan blob, HCRYPTKEY* phKey) {
+  if (phKey != nullptr &&
+      CryptImportKey(hCryptProv, blob.data(), static_cast<DWORD>(blob.size()), 0, 0, phKey)) {
+    return;
   }
-  const BOOL done =
-      CryptImportKey(hCryptProv, blob.data(), static_cast<DWORD>(blob.size()), 0, 0, phKey);
-  return done ? static_cast<ErrorCode>(ERROR_SUCCESS) : GetLastError();
+  const ErrorCode error = phKey != nullptr ? GetLastError() : ErrorCode{ERROR_INVALID_PARAMETER};
+  trace.Line("EXT : %s : %s = %x.", name, call, Hex(error));
+  throw error;
 }
 
 // The blob for a key that lies in an OCTET STRING. Without memory for the document it is empty, so
@@ -76,7 +78,7 @@ std::vector<std::uint8_t> RebuildBlob(ExportTrace& trace, const ImportVariant& v
   return BuildImportBlob(ImportRuleOf(oid), *key);
 }
 
-BOOL ImportPublicKey(ExportTrace& trace, const ImportVariant& variant, HCRYPTPROV hCryptProv,
+void ImportPublicKey(ExportTrace& trace, const ImportVariant& variant, HCRYPTPROV hCryptProv,
                      const CERT_PUBLIC_KEY_INFO& info, HCRYPTKEY* phKey) {
   const char* oid = info.Algorithm.pszObjId;
   const OctetSpan bits = OctetsOf(info.PublicKey.pbData, info.PublicKey.cbData);
@@ -84,23 +86,17 @@ BOOL ImportPublicKey(ExportTrace& trace, const ImportVariant& variant, HCRYPTPRO
   RequireOwnAlgorithm(trace, variant.name, "pszObjId", oid);
   const bool asOctetString = TravelsAsOctetString(oid);
   if (asOctetString) {
+    // Refuses a length that no blob has, before any of the octets is read.
     ImportBlobSize(info.PublicKey.cbData);
   }
   variant.traceBits(trace, info.PublicKey.cbData, bits);
   NoteProviderType(trace, variant.name, hCryptProv);
-  if (!asOctetString) {
-    if (const ErrorCode error = ImportBlob(hCryptProv, bits, phKey); error != ERROR_SUCCESS) {
-      trace.Line("EXT : %s : CryptImportKey = %x.", variant.name, Hex(error));
-      throw error;
-    }
-    return TRUE;
+  if (asOctetString) {
+    ImportBlob(trace, variant.name, variant.rebuiltImport, hCryptProv,
+               RebuildBlob(trace, variant, oid, bits), phKey);
+  } else {
+    ImportBlob(trace, variant.name, "CryptImportKey", hCryptProv, bits, phKey);
   }
-  const std::vector<std::uint8_t> blob = RebuildBlob(trace, variant, oid, bits);
-  if (const ErrorCode error = ImportBlob(hCryptProv, blob, phKey); error != ERROR_SUCCESS) {
-    trace.Line("EXT : %s : %s : CryptImportKey = %x.", variant.name, variant.rebuilt, Hex(error));
-    throw error;
-  }
-  return TRUE;
 }
 
 }  // namespace
@@ -112,11 +108,12 @@ extern "C" {
 
 BOOL WINAPI ZarImportPublicKeyInfo(HCRYPTPROV hCryptProv, DWORD dwCertEncodingType,
                                    PCERT_PUBLIC_KEY_INFO pInfo, HCRYPTKEY* phKey) {
-  return RunExport([&](ExportTrace& trace) {
+  return RunExport([&](ExportTrace& trace) -> BOOL {
     trace.Line("EXT : ZarImportPublicKeyInfo : hCryptProv = %x.", Hex(hCryptProv));
     RequireEncodingType(dwCertEncodingType);
     RequireParameter(pInfo != nullptr);
-    return ImportPublicKey(trace, kPlain, hCryptProv, *pInfo, phKey);
+    ImportPublicKey(trace, kPlain, hCryptProv, *pInfo, phKey);
+    return TRUE;
   });
 }
 
@@ -124,14 +121,15 @@ BOOL WINAPI ZarImportPublicKeyInfo(HCRYPTPROV hCryptProv, DWORD dwCertEncodingTy
 BOOL WINAPI ZarImportPublicKeyInfoEx(HCRYPTPROV hCryptProv, DWORD dwCertEncodingType,
                                      PCERT_PUBLIC_KEY_INFO pInfo, ALG_ID aiKeyAlg, DWORD dwFlags,
                                      void* pvAuxInfo, HCRYPTKEY* phKey) {
-  return RunExport([&](ExportTrace& trace) {
+  return RunExport([&](ExportTrace& trace) -> BOOL {
     trace.Line("EXT : ZarImportPublicKeyInfoEx : hCryptProv = %x, aiKeyAlg = %x, dwFlags = %x.",
                Hex(hCryptProv), Hex(aiKeyAlg), Hex(dwFlags));
     RequireEncodingType(dwCertEncodingType);
     RequireParameter(dwFlags == 0);
     RequireParameter(pvAuxInfo == nullptr);
     RequireParameter(pInfo != nullptr);
-    return ImportPublicKey(trace, kExtended, hCryptProv, *pInfo, phKey);
+    ImportPublicKey(trace, kExtended, hCryptProv, *pInfo, phKey);
+    return TRUE;
   });
 }
 

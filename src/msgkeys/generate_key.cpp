@@ -200,8 +200,7 @@ BOOL GenerateForPublicKey(ExportTrace& trace, const KeyRequest& request,
   auto* const buffer = static_cast<BYTE*>(AllocateForCaller(request.pfnAlloc, kWrapBufferSize));
   const DWORD length =
       WrapKey(trace, kOlderForm, *request.phEncryptKey, recipientKey.Get(), buffer);
-  // The slot of the encryption parameters carries the wrapped key, not encoded parameters.
-  // Receivers take it from there.
+  // Callers find the wrapped key in the slot of the encryption parameters, not encoded parameters.
   if (request.ppbEncryptParameters != nullptr) {
     *request.ppbEncryptParameters = buffer;
   }

@@ -21,7 +21,7 @@ constexpr char kCmsForm[] = "ZarMsgImportKeyTrans";
 constexpr char kOlderForm[] = "ZarImportEncryptKey";
 
 // The content-encryption algorithms of the older form. Not the list that generation serves:
-// received keys are of older algorithms too.
+// callers can import keys that they cannot generate here, and the other way round.
 constexpr const char* kUnwrappedAlgorithms[] = {
     "1.3.6.1.4.1.32473.1.1.4",
     "1.3.6.1.4.1.32473.1.2.4",
