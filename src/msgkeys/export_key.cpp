@@ -179,7 +179,7 @@ struct TransportKeys {
   UniqueCryptKey recipient;
 };
 
-BOOL ExportForMessage(ExportTrace& trace, const Transport& transport, TransportKeys& keys) {
+void ExportForMessage(ExportTrace& trace, const Transport& transport, TransportKeys& keys) {
   const CMSG_CONTENT_ENCRYPT_INFO* const content = transport.content;
   RequireParameter(content != nullptr);
   TraceExportCall(trace, *content);
@@ -207,10 +207,9 @@ BOOL ExportForMessage(ExportTrace& trace, const Transport& transport, TransportK
   }
   transport.output->EncryptedKey = encryptedKey;
   trace.Line("EXT : ZarMsgExportKeyTrans : EncryptedKeySize=%i.", Int(encryptedKey.cbData));
-  return TRUE;
 }
 
-BOOL ExportForPublicKey(ExportTrace& trace, HCRYPTPROV hCryptProv, HCRYPTKEY hEncryptKey,
+void ExportForPublicKey(ExportTrace& trace, HCRYPTPROV hCryptProv, HCRYPTKEY hEncryptKey,
                         const CERT_PUBLIC_KEY_INFO* pPublicKeyInfo, BYTE* pbData, DWORD* pcbData,
                         UniqueCryptKey& recipientKey) {
   RequireParameter(pPublicKeyInfo != nullptr);
@@ -223,11 +222,12 @@ BOOL ExportForPublicKey(ExportTrace& trace, HCRYPTPROV hCryptProv, HCRYPTKEY hEn
   if (!CryptExportKey(hEncryptKey, recipientKey.Get(), SIMPLEBLOB, 0, pbData, pcbData)) {
     ThrowFailedCall(trace, kOlderForm, pbData == nullptr ? "CryptExportKey 1" : "CryptExportKey 2");
   }
-  return TRUE;
 }
 
 }  // namespace
 }  // namespace zarext
+
+using namespace zarext;
 
 extern "C" {
 
@@ -238,25 +238,26 @@ BOOL WINAPI ZarMsgExportKeyTrans(PCMSG_CONTENT_ENCRYPT_INFO pContentEncryptInfo,
                                  PCMSG_KEY_TRANS_RECIPIENT_ENCODE_INFO pKeyTransEncodeInfo,
                                  PCMSG_KEY_TRANS_ENCRYPT_INFO pKeyTransEncryptInfo, DWORD dwFlags,
                                  void* /*pvReserved*/) {
-  return zarext::RunExportKeeping<zarext::TransportKeys>(
-      [&](zarext::ExportTrace& trace, zarext::TransportKeys& keys) {
-        return zarext::ExportForMessage(trace,
-                                        {.content = pContentEncryptInfo,
-                                         .recipient = pKeyTransEncodeInfo,
-                                         .output = pKeyTransEncryptInfo,
-                                         .dwFlags = dwFlags},
-                                        keys);
-      });
+  return RunExportKeeping<TransportKeys>([&](ExportTrace& trace, TransportKeys& keys) -> BOOL {
+    ExportForMessage(trace,
+                     {.content = pContentEncryptInfo,
+                      .recipient = pKeyTransEncodeInfo,
+                      .output = pKeyTransEncryptInfo,
+                      .dwFlags = dwFlags},
+                     keys);
+    return TRUE;
+  });
 }
 
 // Framework function CryptMsgDllExportEncryptKey, with the size protocol of CryptExportKey.
 BOOL WINAPI ZarExportEncryptKey(HCRYPTPROV hCryptProv, HCRYPTKEY hEncryptKey,
                                 PCERT_PUBLIC_KEY_INFO pPublicKeyInfo, PBYTE pbData,
                                 PDWORD pcbData) {
-  return zarext::RunExportKeeping<zarext::UniqueCryptKey>(
-      [&](zarext::ExportTrace& trace, zarext::UniqueCryptKey& recipientKey) {
-        return zarext::ExportForPublicKey(trace, hCryptProv, hEncryptKey, pPublicKeyInfo, pbData,
-                                          pcbData, recipientKey);
+  return RunExportKeeping<UniqueCryptKey>(
+      [&](ExportTrace& trace, UniqueCryptKey& recipientKey) -> BOOL {
+        ExportForPublicKey(trace, hCryptProv, hEncryptKey, pPublicKeyInfo, pbData, pcbData,
+                           recipientKey);
+        return TRUE;
       });
 }
 

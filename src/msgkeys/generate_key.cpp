@@ -136,7 +136,7 @@ void WrapForRecipient(ExportTrace& trace, CMSG_CONTENT_ENCRYPT_INFO& info,
   }
 }
 
-BOOL GenerateForMessage(ExportTrace& trace, CMSG_CONTENT_ENCRYPT_INFO* info, DWORD dwFlags) {
+void GenerateForMessage(ExportTrace& trace, CMSG_CONTENT_ENCRYPT_INFO* info, DWORD dwFlags) {
   RequireParameter(info != nullptr);
   TraceGenerateCall(trace, *info);
   const bool hasRecipients = info->cRecipients != 0;
@@ -153,7 +153,7 @@ BOOL GenerateForMessage(ExportTrace& trace, CMSG_CONTENT_ENCRYPT_INFO* info, DWO
   }
   GenerateKey(trace, kCmsForm, info->hCryptProv, algId, &info->hContentEncryptKey);
   if (!hasRecipients) {
-    return TRUE;
+    return;
   }
   const CMSG_RECIPIENT_ENCODE_INFO& first = info->rgCmsRecipients[0];
   if (first.dwRecipientChoice == CMSG_KEY_TRANS_RECIPIENT) {
@@ -161,7 +161,6 @@ BOOL GenerateForMessage(ExportTrace& trace, CMSG_CONTENT_ENCRYPT_INFO* info, DWO
   } else if (HasWrappedKey(*info)) {
     info->cbContentEncryptKey = 0;
   }
-  return TRUE;
 }
 
 // The arguments of the older form.
@@ -175,7 +174,7 @@ struct KeyRequest {
   DWORD* pcbEncryptParameters;
 };
 
-BOOL GenerateForPublicKey(ExportTrace& trace, const KeyRequest& request,
+void GenerateForPublicKey(ExportTrace& trace, const KeyRequest& request,
                           UniqueCryptKey& recipientKey) {
   RequireParameter(request.pPublicKeyInfo != nullptr);
   const char* const keyOid = request.pPublicKeyInfo->Algorithm.pszObjId;
@@ -207,11 +206,12 @@ BOOL GenerateForPublicKey(ExportTrace& trace, const KeyRequest& request,
   if (request.pcbEncryptParameters != nullptr) {
     *request.pcbEncryptParameters = length;
   }
-  return TRUE;
 }
 
 }  // namespace
 }  // namespace zarext
+
+using namespace zarext;
 
 extern "C" {
 
@@ -219,8 +219,9 @@ extern "C" {
 // structure stays in place.
 BOOL WINAPI ZarMsgGenContentEncryptKey(PCMSG_CONTENT_ENCRYPT_INFO pContentEncryptInfo,
                                        DWORD dwFlags, void* /*pvReserved*/) {
-  return zarext::RunExport([&](zarext::ExportTrace& trace) {
-    return zarext::GenerateForMessage(trace, pContentEncryptInfo, dwFlags);
+  return RunExport([&](ExportTrace& trace) -> BOOL {
+    GenerateForMessage(trace, pContentEncryptInfo, dwFlags);
+    return TRUE;
   });
 }
 
@@ -229,17 +230,18 @@ BOOL WINAPI ZarGenEncryptKey(HCRYPTPROV* phCryptProv, PCRYPT_ALGORITHM_IDENTIFIE
                              PVOID /*pvEncryptAuxInfo*/, PCERT_PUBLIC_KEY_INFO pPublicKeyInfo,
                              PFN_CMSG_ALLOC pfnAlloc, HCRYPTKEY* phEncryptKey,
                              PBYTE* ppbEncryptParameters, PDWORD pcbEncryptParameters) {
-  return zarext::RunExportKeeping<zarext::UniqueCryptKey>(
-      [&](zarext::ExportTrace& trace, zarext::UniqueCryptKey& recipientKey) {
-        return zarext::GenerateForPublicKey(trace,
-                                            {.phCryptProv = phCryptProv,
-                                             .paiEncrypt = paiEncrypt,
-                                             .pPublicKeyInfo = pPublicKeyInfo,
-                                             .pfnAlloc = pfnAlloc,
-                                             .phEncryptKey = phEncryptKey,
-                                             .ppbEncryptParameters = ppbEncryptParameters,
-                                             .pcbEncryptParameters = pcbEncryptParameters},
-                                            recipientKey);
+  return RunExportKeeping<UniqueCryptKey>(
+      [&](ExportTrace& trace, UniqueCryptKey& recipientKey) -> BOOL {
+        GenerateForPublicKey(trace,
+                             {.phCryptProv = phCryptProv,
+                              .paiEncrypt = paiEncrypt,
+                              .pPublicKeyInfo = pPublicKeyInfo,
+                              .pfnAlloc = pfnAlloc,
+                              .phEncryptKey = phEncryptKey,
+                              .ppbEncryptParameters = ppbEncryptParameters,
+                              .pcbEncryptParameters = pcbEncryptParameters},
+                             recipientKey);
+        return TRUE;
       });
 }
 

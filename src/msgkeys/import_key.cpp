@@ -93,7 +93,7 @@ BOOL ImportForMessage(ExportTrace& trace, const CRYPT_ALGORITHM_IDENTIFIER* cont
   return *phContentEncryptKey != 0 ? TRUE : FALSE;
 }
 
-BOOL ImportEncodedKey(ExportTrace& trace, HCRYPTPROV hCryptProv,
+void ImportEncodedKey(ExportTrace& trace, HCRYPTPROV hCryptProv,
                       const CRYPT_ALGORITHM_IDENTIFIER* paiEncrypt,
                       const CRYPT_ALGORITHM_IDENTIFIER* paiPubKey,
                       const CRYPT_DATA_BLOB& encodedKey, HCRYPTKEY* phEncryptKey) {
@@ -118,11 +118,12 @@ BOOL ImportEncodedKey(ExportTrace& trace, HCRYPTPROV hCryptProv,
                       phEncryptKey)) {
     ThrowFailedCall(trace, kOlderForm, "CryptImportKey");
   }
-  return TRUE;
 }
 
 }  // namespace
 }  // namespace zarext
+
+using namespace zarext;
 
 extern "C" {
 
@@ -131,11 +132,10 @@ BOOL WINAPI ZarMsgImportKeyTrans(PCRYPT_ALGORITHM_IDENTIFIER pContentEncryptionA
                                  PCMSG_CTRL_KEY_TRANS_DECRYPT_PARA pKeyTransDecryptPara,
                                  DWORD dwFlags, void* /*pvReserved*/,
                                  HCRYPTKEY* phContentEncryptKey) {
-  return zarext::RunExportKeeping<zarext::UniqueCryptKey>(
-      [&](zarext::ExportTrace& trace, zarext::UniqueCryptKey& senderKey) {
-        return zarext::ImportForMessage(trace, pContentEncryptionAlgorithm, pKeyTransDecryptPara,
-                                        dwFlags, phContentEncryptKey, senderKey);
-      });
+  return RunExportKeeping<UniqueCryptKey>([&](ExportTrace& trace, UniqueCryptKey& senderKey) {
+    return ImportForMessage(trace, pContentEncryptionAlgorithm, pKeyTransDecryptPara, dwFlags,
+                            phContentEncryptKey, senderKey);
+  });
 }
 
 // Framework function CryptMsgDllImportEncryptKey.
@@ -143,9 +143,10 @@ BOOL WINAPI ZarImportEncryptKey(HCRYPTPROV hCryptProv, DWORD /*dwKeySpec*/,
                                 PCRYPT_ALGORITHM_IDENTIFIER paiEncrypt,
                                 PCRYPT_ALGORITHM_IDENTIFIER paiPubKey, PBYTE pbEncodedKey,
                                 DWORD cbEncodedKey, HCRYPTKEY* phEncryptKey) {
-  return zarext::RunExport([&](zarext::ExportTrace& trace) {
-    return zarext::ImportEncodedKey(trace, hCryptProv, paiEncrypt, paiPubKey,
-                                    {.cbData = cbEncodedKey, .pbData = pbEncodedKey}, phEncryptKey);
+  return RunExport([&](ExportTrace& trace) -> BOOL {
+    ImportEncodedKey(trace, hCryptProv, paiEncrypt, paiPubKey,
+                     {.cbData = cbEncodedKey, .pbData = pbEncodedKey}, phEncryptKey);
+    return TRUE;
   });
 }
 
