@@ -27,7 +27,7 @@ class AnomalyRegistration : public testing::Test {
                             function == "MultiByteToWideChar";
       if (!isImport && AnomalyLoop::Fails(function)) {
         AnomalyLoop::EndFailure();
-        framework.FailAt(framework.Calls().size() + 1);
+        framework.FailAt(framework.CallCount() + 1);
       }
     };
   }
@@ -70,7 +70,7 @@ TEST_F(AnomalyRegistration, DllRegisterServer) {
                     Ends("CertRegisterPhysicalStore"), Ends("CryptRegisterOIDFunction")};
   std::vector<std::string> good;
   scenario.check = [&](const FailurePoint* point, long) {
-    const auto& calls = framework.Calls();
+    const auto calls = framework.Calls();
     if (point == nullptr) {
       good = calls;
       EXPECT_EQ(551u, calls.size());

@@ -13,6 +13,7 @@
 
 #include "support/module_under_test.h"
 #include "support/recording_provider.h"
+#include "support/recording_test.h"
 #include "support/scripted_provider.h"
 #include "support/trace_capture.h"
 
@@ -47,7 +48,7 @@ inline Octets Counted(std::size_t size, std::uint8_t first = 1) {
   return octets;
 }
 
-class KeyInfoTest : public testing::Test {
+class KeyInfoTest : public RecordingTest {
  protected:
   KeyInfoTest() {
     UseScript(&provider_);

@@ -18,7 +18,9 @@
 #include "support/import_patch.h"
 #include "support/module_under_test.h"
 #include "support/provider_handle_as_key.h"
+#include "support/recorded_import.h"
 #include "support/recording_provider.h"
+#include "support/recording_test.h"
 #include "support/scripted_provider.h"
 #include "support/trace_capture.h"
 
@@ -54,7 +56,8 @@ inline Octets Sequence(std::size_t size, std::uint8_t first) {
 }
 
 // A caller's allocator that records the sizes asked for and gives out blocks that end at a
-// forbidden page. The `failing`-th request (from 1) is refused.
+// forbidden page; each is a platform event "Allocate(512)". The `failing`-th request (from 1) is
+// refused.
 class RecordedAllocator {
  public:
   RecordedAllocator() { current_ = this; }
@@ -65,6 +68,7 @@ class RecordedAllocator {
   static void* WINAPI Allocate(size_t size) {
     RecordedAllocator& self = *current_;
     self.sizes.push_back(size);
+    RecordEvent(EventKind::kPlatform, &self, "Allocate(" + std::to_string(size) + ")");
     if (self.sizes.size() == self.failing) {
       return nullptr;
     }
@@ -86,16 +90,15 @@ class RecordedAllocator {
 // Records the module's own LocalAlloc requests as "LocalAlloc(flags, size)", flags in hexadecimal.
 class RecordedLocalAlloc {
  public:
-  RecordedLocalAlloc() { calls_.clear(); }
-  [[nodiscard]] static const std::vector<std::string>& Calls() { return calls_; }
+  [[nodiscard]] std::vector<std::string> Calls() const {
+    return LinesOf(platform_.Texts(), {"LocalAlloc("});
+  }
 
  private:
-  static HLOCAL WINAPI Allocate(UINT flags, SIZE_T size) {
-    calls_.push_back("LocalAlloc(" + Low(flags) + ", " + std::to_string(size) + ")");
-    return LocalAlloc(flags, size);
-  }
-  inline static std::vector<std::string> calls_;
-  ImportPatch patch_{Module(), "KERNEL32.dll", "LocalAlloc", &Allocate};
+  EventView platform_{EventKind::kPlatform};
+  RecordedImport<"LocalAlloc", decltype(LocalAlloc)> patch_{
+      Module(), "KERNEL32.dll",
+      [](UINT flags, SIZE_T size) { return Low(flags) + ", " + std::to_string(size); }};
 };
 
 // The call fails with this last error, and this is the last line that it traces.
@@ -110,7 +113,7 @@ void ExpectFailure(Call&& call, DWORD error, const std::string& line,
   EXPECT_EQ(line, trace.Messages().back());
 }
 
-class MessageKeysTest : public testing::Test {
+class MessageKeysTest : public RecordingTest {
  protected:
   MessageKeysTest() { UseScript(&provider); }
   ~MessageKeysTest() override {

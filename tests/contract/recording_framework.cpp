@@ -214,8 +214,8 @@ bool RecordingFramework::Record(const std::string& call) {
   if (onCall) {
     onCall(call);
   }
-  calls_.push_back(call);
-  return calls_.size() != failingPosition_ &&
+  RecordEvent(EventKind::kPlatform, this, call);
+  return CallCount() != failingPosition_ &&
          std::ranges::none_of(failingTexts_,
                               [&](const std::string& text) { return call.starts_with(text); });
 }

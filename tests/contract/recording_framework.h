@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "support/event_log.h"
 #include "support/import_patch.h"
 
 namespace zarext::test {
@@ -34,8 +35,9 @@ class RecordingFramework {
   RecordingFramework& operator=(const RecordingFramework&) = delete;
 
   // One text a call; the number of a call is its position, from 1.
-  [[nodiscard]] const std::vector<std::string>& Calls() const { return calls_; }
-  void Clear() { calls_.clear(); }
+  [[nodiscard]] std::vector<std::string> Calls() const { return calls_.Texts(); }
+  [[nodiscard]] std::size_t CallCount() const { return calls_.Size(); }
+  void Clear() { calls_.Clear(); }
 
   // Call number `position` fails; or every call whose text starts with `text`.
   void FailAt(std::size_t position) { failingPosition_ = position; }
@@ -68,7 +70,7 @@ class RecordingFramework {
  private:
   friend struct Fakes;
 
-  std::vector<std::string> calls_;
+  EventView calls_{EventKind::kPlatform, this};
   std::size_t failingPosition_ = 0;
   std::set<std::string> failingTexts_;
   std::string modulePath_;

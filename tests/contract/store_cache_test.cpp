@@ -1,19 +1,29 @@
 // The shared section as other processes see it, through opens of the store.
+#include <algorithm>
+#include <future>
+#include <optional>
+
 #include "store_fixture.h"
 #include "support/import_patch.h"
+#include "support/store_recording.h"
 
 namespace zarext::test {
 namespace {
 
-using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::SizeIs;
+using Lines = std::vector<std::string>;
 
 class StoreCache : public StoreTest {
  public:
   void Load() {
     const MemoryStore store;
     EXPECT_EQ(1, Open(store));
+  }
+  std::future<BOOL> OpenInThread() {
+    return std::async(std::launch::async, [this] {
+      const MemoryStore store;
+      return Open(store);
+    });
   }
   // A certificate whose record makes the whole block `length` octets long.
   void AddContainerForBlock(std::size_t length) {
@@ -129,49 +139,109 @@ TEST_F(StoreCache, AFreshBlockAddsNothingAndTheProviderIsWalked) {
   }
 }
 
-struct Views {
-  static LPVOID WINAPI Map(HANDLE mapping, DWORD access, DWORD high, DWORD low, SIZE_T size) {
-    EXPECT_EQ(DWORD{FILE_MAP_ALL_ACCESS}, access);
-    EXPECT_EQ(0u, high);
-    EXPECT_EQ(0u, low);
-    EXPECT_EQ(0u, size);
-    log.emplace_back("map");
-    return MapViewOfFile(mapping, access, high, low, size);
-  }
-  static BOOL WINAPI Unmap(LPCVOID view) {
-    log.emplace_back("unmap");
-    return UnmapViewOfFile(view);
-  }
-  static DWORD WINAPI Wait(HANDLE handle, DWORD milliseconds) {
-    EXPECT_EQ(INFINITE, milliseconds);
-    log.emplace_back("wait");
-    return WaitForSingleObject(handle, milliseconds);
-  }
-  static BOOL WINAPI Release(HANDLE mutex) {
-    log.emplace_back("release");
-    return ReleaseMutex(mutex);
-  }
-  static inline std::vector<std::string> log;
-};
+const Lines kOneReading = {"platform: MapViewOfFile()", "platform: WaitForSingleObject(INFINITE)",
+                           "platform: ReleaseMutex()", "platform: UnmapViewOfFile()"};
 
 TEST_F(StoreCache, MapsTheWholeSectionAndLeavesNoView) {
-  Views::log.clear();
-  const ImportPatch map(Module(), "KERNEL32.dll", "MapViewOfFile", &Views::Map);
-  const ImportPatch unmap(Module(), "KERNEL32.dll", "UnmapViewOfFile", &Views::Unmap);
-  const ImportPatch wait(Module(), "KERNEL32.dll", "WaitForSingleObject", &Views::Wait);
-  const ImportPatch release(Module(), "KERNEL32.dll", "ReleaseMutex", &Views::Release);
+  static int maps;
+  maps = 0;
+  const ImportPatch map(
+      Module(), "KERNEL32.dll", "MapViewOfFile",
+      +[](HANDLE mapping, DWORD access, DWORD high, DWORD low, SIZE_T size) WINAPI -> LPVOID {
+        EXPECT_EQ(DWORD{FILE_MAP_ALL_ACCESS}, access);
+        EXPECT_EQ(0u, high);
+        EXPECT_EQ(0u, low);
+        EXPECT_EQ(0u, size);
+        ++maps;
+        return MapViewOfFile(mapping, access, high, low, size);
+      });
+  const StoreRecording recording(Module());
+  const auto views = [&] {
+    const Lines lines = LinesOf(events.Lines(), kOneReading);
+    events.Clear();
+    return lines;
+  };
   AddContainer("c", {KeyWith(1, {0xFF}, {1})});
   Load();
-  EXPECT_THAT(Views::log, ElementsAre("map", "wait", "release", "unmap",    // read
-                                      "map", "wait", "release", "unmap"));  // written
-  Views::log.clear();
+  EXPECT_EQ(2, maps);
+  Lines readingAndWriting = kOneReading;
+  readingAndWriting.insert(readingAndWriting.end(), kOneReading.begin(), kOneReading.end());
+  EXPECT_EQ(readingAndWriting, views());
   Load();
-  EXPECT_THAT(Views::log, IsEmpty());
+  EXPECT_THAT(views(), IsEmpty());
   // An empty list is read but not written.
   Advance(100);
   provider.containers.clear();
   Load();
-  EXPECT_THAT(Views::log, SizeIs(4));
+  EXPECT_EQ(kOneReading, views());
+}
+
+TEST_F(StoreCache, TheStampIsTakenBeforeTheTurnAndTheHeaderStoredBeforeTheBlock) {
+  AddContainer("c", {KeyWith(1, {0xFF}, {1}, 1)});
+  const StoreRecording recording(Module());
+  Load();
+  const std::string time = "platform: time() = " + std::to_string(now);
+  EXPECT_EQ(
+      (Lines{"platform: EnterCriticalSection()",
+             // The age of the list.
+             time,
+             // The reading: an empty section.
+             "platform: MapViewOfFile()", time, "platform: WaitForSingleObject(INFINITE)",
+             "platform: ReleaseMutex()", "platform: UnmapViewOfFile()",
+             // CacheLoadTime, and the writing.
+             time, "platform: MapViewOfFile()", time, "platform: WaitForSingleObject(INFINITE)",
+             "platform: section: header " + std::to_string(now) + ", 19",
+             "platform: section: 19 octets written at 8", "platform: ReleaseMutex()",
+             "platform: UnmapViewOfFile()", "platform: LeaveCriticalSection()"}),
+      LinesOf(events.Lines(), {"platform: "}));
+}
+
+TEST_F(StoreCache, TheWalkIsOverAndItsContextReleasedBeforeTheListIsDatedAndPublished) {
+  AddContainer("c", {KeyWith(1, {0xFF}, {1}, 1)});
+  const StoreRecording recording(Module());
+  Load();
+  const Lines lines = events.Lines();
+  const auto released =
+      std::find(lines.begin(), lines.end(), std::string("provider: ReleaseContext(1, 0)"));
+  EXPECT_THAT(Lines(released, lines.end()),
+              HasInOrder(Lines{"provider: ReleaseContext(1, 0)", "platform: time() = ",
+                               "platform: MapViewOfFile()", "platform: section: 19 octets"}));
+  EXPECT_THAT(LinesOf(Lines(lines.begin(), released), {"platform: section: "}), IsEmpty());
+  EXPECT_THAT(LinesOf(Lines(released + 1, lines.end()), {"provider: "}), IsEmpty());
+}
+
+TEST_F(StoreCache, TheAgeOfABlockIsCountedFromBeforeTheWaitForTheTurn) {
+  // Fresh when the open comes, too old when the other process lets it in.
+  SharedSection().Put(static_cast<DWORD>(now - 60), {0x30, 0x00});
+  const StoreRecording recording(Module());
+  MutexKeeper other;
+  std::future<BOOL> open = OpenInThread();
+  ASSERT_TRUE(events.WaitFor("platform: WaitForSingleObject(INFINITE)"));
+  Advance(1);
+  other.Release();
+  EXPECT_EQ(1, open.get());
+  EXPECT_THAT(events.Lines(), HasInOrder(Lines{"platform: WaitForSingleObject(INFINITE)",
+                                               "platform: section: 2 octets read at 8"}));
+}
+
+TEST_F(StoreCache, TheStampIsTheTimeBeforeTheWaitForTheTurn) {
+  AddContainer("c", {KeyWith(1, {0xFF}, {1})});
+  std::optional<MutexKeeper> other;
+  provider.onCall = [&](const std::string& call) {
+    if (call.starts_with("ReleaseContext(1, ")) {
+      other.emplace();
+      events.Clear();
+    }
+  };
+  const DWORD before = static_cast<DWORD>(now);
+  const StoreRecording recording(Module());
+  std::future<BOOL> open = OpenInThread();
+  ASSERT_TRUE(events.WaitFor("provider: ReleaseContext(1, 0)"));
+  ASSERT_TRUE(events.WaitFor("platform: WaitForSingleObject(INFINITE)"));
+  Advance(7);
+  other->Release();
+  EXPECT_EQ(1, open.get());
+  EXPECT_EQ(before, SharedSection().Stamp());
 }
 
 }  // namespace

@@ -16,6 +16,7 @@
 #include "support/certificates.h"
 #include "support/container_provider.h"
 #include "support/module_under_test.h"
+#include "support/recording_test.h"
 #include "support/store_fixes.h"
 #include "support/trace_capture.h"
 
@@ -122,7 +123,7 @@ class SharedSection {
 };
 
 // Every test starts far behind the others in time, so that no listing of theirs is fresh.
-class StoreTest : public testing::Test {
+class StoreTest : public RecordingTest {
  public:
   StoreTest() : fixes(Module()), clock(Module(), NextStart()), now(lastStart_) {
     UseScript(&provider);

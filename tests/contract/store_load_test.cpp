@@ -1,10 +1,12 @@
 // The walk over the provider's containers, and what reaches the store from it.
+#include <algorithm>
 #include <functional>
 #include <utility>
 
 #include "store_fixture.h"
 #include "support/guarded_memory.h"
 #include "support/import_patch.h"
+#include "support/recorded_import.h"
 
 namespace zarext::test {
 namespace {
@@ -543,45 +545,96 @@ TEST_F(StoreLoad, TracesARootStoreThatDoesNotOpen) {
   EXPECT_THAT(LoadLines(), Not(Contains(HasSubstr("[CertEnum"))));
 }
 
-// The stores that a chain takes, by what they are, as they are opened and closed.
-struct ChainStores {
-  static HCERTSTORE WINAPI Message(DWORD encoding, HCRYPTPROV_LEGACY context, DWORD flags,
-                                   const BYTE* message, DWORD size) {
-    EXPECT_EQ(0x10001u, encoding);
-    EXPECT_EQ(0u, context);
-    EXPECT_EQ(0u, flags);
-    log.emplace_back("message opened");
-    return messageStore = CryptGetMessageCertificates(encoding, context, flags, message, size);
-  }
-  static HCERTSTORE WINAPI Root(LPCSTR provider, DWORD encoding, HCRYPTPROV_LEGACY context,
-                                DWORD flags, const void* name) {
-    EXPECT_EQ(CERT_STORE_PROV_SYSTEM_W, provider);
-    log.emplace_back("ROOT opened");
-    return rootStore = CertOpenStore(provider, encoding, context, flags, name);
-  }
-  static BOOL WINAPI Close(HCERTSTORE store, DWORD flags) {
-    const std::string name =
-        store == rootStore ? "ROOT" : (store == messageStore ? "message" : "another");
-    log.push_back(name + " closed " + std::to_string(flags));
-    return CertCloseStore(store, flags);
-  }
-  static inline HCERTSTORE messageStore;
-  static inline HCERTSTORE rootStore;
-  static inline std::vector<std::string> log;
-};
-
 TEST_F(StoreLoad, ClosesTheStoresOfAChainByForceAndRootFirst) {
-  ChainStores::log.clear();
-  const ImportPatch message(Module(), "CRYPT32.dll", "CryptGetMessageCertificates",
-                            &ChainStores::Message);
-  const ImportPatch root(Module(), "CRYPT32.dll", "CertOpenStore", &ChainStores::Root);
-  const ImportPatch close(Module(), "CRYPT32.dll", "CertCloseStore", &ChainStores::Close);
+  const RecordedImport<"CryptGetMessageCertificates", decltype(CryptGetMessageCertificates)>
+      message(Module(), "CRYPT32.dll",
+              [](DWORD encoding, HCRYPTPROV_LEGACY context, DWORD flags, const BYTE*, DWORD) {
+                EXPECT_EQ(0x10001u, encoding);
+                EXPECT_EQ(0u, context);
+                EXPECT_EQ(0u, flags);
+                return std::string();
+              });
+  const RecordedImport<"CertOpenStore", decltype(CertOpenStore)> root(
+      Module(), "CRYPT32.dll",
+      [](LPCSTR storeProvider, DWORD, HCRYPTPROV_LEGACY, DWORD, const void*) {
+        EXPECT_EQ(CERT_STORE_PROV_SYSTEM_W, storeProvider);
+        return std::string();
+      });
+  const auto name = [&](HCERTSTORE store) -> std::string {
+    return store == root.LastResult() ? "ROOT"
+                                      : (store == message.LastResult() ? "message" : "another");
+  };
+  const RecordedImport<"CertAddEncodedCertificateToStore",
+                       decltype(CertAddEncodedCertificateToStore)>
+      add(Module(), "CRYPT32.dll",
+          [&](HCERTSTORE store, DWORD, const BYTE*, DWORD, DWORD, PCCERT_CONTEXT*) {
+            return name(store);
+          });
+  const RecordedImport<"CertCloseStore", decltype(CertCloseStore)> close(
+      Module(), "CRYPT32.dll",
+      [&](HCERTSTORE store, DWORD flags) { return name(store) + ", " + std::to_string(flags); });
   TestKey key = KeyWith(1, MakeCertificate({}), {1});
-  key.chain = MakeChain({MakeCertificate({})});
+  key.chain = MakeChain({MakeCertificate({.issuer = "R", .subject = "R"})});
   AddContainer("c", {key});
   Load();
-  EXPECT_THAT(ChainStores::log,
-              ElementsAre("message opened", "ROOT opened", "ROOT closed 1", "message closed 1"));
+  const auto lines = events.Lines();
+  const auto begin =
+      std::find(lines.begin(), lines.end(), "provider: GetKeyParam(2, 1, 69, 32784, 0)");
+  ASSERT_NE(lines.end(), begin);
+  EXPECT_THAT(
+      std::vector<std::string>(begin + 1, lines.end()),
+      HasInOrder(std::vector<std::string>{
+          "platform: CryptGetMessageCertificates()", "platform: CertOpenStore()",
+          "trace: EXT : load_certs_from_CSP [CertEnumCertificatesInStore : ",
+          "platform: CertAddEncodedCertificateToStore(ROOT)", "platform: CertCloseStore(ROOT, 1)",
+          "platform: CertCloseStore(message, 1)", "provider: GetProvParam(2, 45, 88, 0) ! 103"}));
+  EXPECT_THAT(LinesOf(lines, {"platform: "}), SizeIs(5));
+}
+
+TEST_F(StoreLoad, TracesACertificateBeforeItsPropertyIsSetAndItIsAdded) {
+  const RecordedImport<"CertSetCertificateContextProperty",
+                       decltype(CertSetCertificateContextProperty)>
+      set(Module(), "CRYPT32.dll");
+  const RecordedImport<"CertAddCertificateContextToStore",
+                       decltype(CertAddCertificateContextToStore)>
+      add(Module(), "CRYPT32.dll");
+  AddContainer("c", {KeyWith(1, MakeCertificate({.serial = {1}}), {1}),
+                     KeyWith(2, MakeCertificate({.serial = {2}}), {2})});
+  Load();
+  auto lines =
+      LinesOf(events.Lines(),
+              {"trace: EXT : load_certs_from_CSP_CACHE : ", "platform: ", "trace: EXT : ZarOpen"});
+  for (std::string& line : lines) {
+    line = line.substr(0, line.find_first_of("[=("));
+  }
+  EXPECT_THAT(lines, ElementsAre("trace: EXT : ZarOpenStoreProv ",
+                                 "trace: EXT : load_certs_from_CSP_CACHE : dwKeySpec ",
+                                 "platform: CertSetCertificateContextProperty",
+                                 "platform: CertAddCertificateContextToStore",
+                                 "trace: EXT : load_certs_from_CSP_CACHE : dwKeySpec ",
+                                 "platform: CertSetCertificateContextProperty",
+                                 "platform: CertAddCertificateContextToStore",
+                                 "trace: EXT : ZarOpenStoreProv : FINISH"));
+}
+
+TEST_F(StoreLoad, TracesAContainerBehindItsProfileAndAKeyAroundItsListing) {
+  AddContainer("c", {KeyWith(0x11, MakeCertificate({}), {1}, 0x2E23)});
+  provider.containers[0].keys[0].hasChain = false;
+  Load();
+  EXPECT_THAT(
+      events.Lines(),
+      HasInOrder(std::vector<std::string>{
+          "trace: EXT : ZarOpenStoreProv [", "provider: AcquireContext(null, f0000000) = 1",
+          "provider: GetProvParam(1, 57, 260, 1) = c",
+          "provider: GetProvParam(1, 64, 1456, 0) = profile://c",
+          "trace: EXT : load_certs_from_CSP : URL = profile://c (file : ).",
+          "provider: AcquireContext(profile://c, 40) = 2", "provider: GetProvParam(2, 45, 88, 1)",
+          "trace: EXT : load_certs_from_CSP : size=88 (",
+          "trace: EXT : load_certs_from_CSP : algID=2e23 (c).",
+          "provider: GetKeyParam(2, 11, 69, 32784, 0) ! ",
+          "provider: GetProvParam(2, 45, 88, 0) ! 103", "provider: ReleaseContext(2, 0)",
+          "provider: GetProvParam(1, 57, 260, 0) ! 103", "provider: ReleaseContext(1, 0)",
+          "trace: EXT : load_certs_from_CSP_CACHE : ", "trace: EXT : ZarOpenStoreProv : FINISH"}));
 }
 
 TEST_F(StoreLoad, DecodesAsX509AndPkcs7AndLeavesTheParametersOfThePropertyNull) {

@@ -1,7 +1,11 @@
 // The write callback: where an added certificate goes.
+#include <chrono>
+#include <future>
+
 #include "store_fixture.h"
 #include "support/guarded_memory.h"
 #include "support/import_patch.h"
+#include "support/store_recording.h"
 
 namespace zarext::test {
 namespace {
@@ -69,6 +73,42 @@ TEST_F(StoreWrite, TracesTheCertificateAndCallsInThisOrder) {
                   "GetKeyParam(3, 11, 26, 32784, 0) ! 80090011", "SetKeyParam(3, 11, 26, 0)",
                   "ReleaseContext(3, 0)", "ReleaseContext(2, 0)"));
   EXPECT_THAT(provider.written, ElementsAre(leaf));
+}
+
+TEST_F(StoreWrite, TracesAContainerBeforeItAsksForItsProfile) {
+  AddContainer("alpha", {});
+  AddContainer("beta", {});
+  events.Clear();
+  EXPECT_EQ(0, Write(leaf));
+  EXPECT_THAT(
+      LinesOf(events.Lines(), {"trace: EXT : CertStoreProvWriteCertCallback [URL", "provider: "}),
+      ElementsAre("provider: AcquireContext(null, f0000000) = 2",
+                  "provider: GetProvParam(2, 57, 1024, 1) = alpha",
+                  "trace: EXT : CertStoreProvWriteCertCallback [URL = profile://alpha]",
+                  "provider: GetProvParam(2, 64, 1456, 0) = profile://alpha",
+                  "provider: AcquireContext(profile://alpha, 40) = 3",
+                  "provider: GetProvParam(3, 45, 88, 1) ! 103", "provider: ReleaseContext(3, 0)",
+                  "provider: GetProvParam(2, 57, 1024, 0) = beta",
+                  "trace: EXT : CertStoreProvWriteCertCallback [URL = profile://beta]",
+                  "provider: GetProvParam(2, 64, 1456, 0) = profile://beta",
+                  "provider: AcquireContext(profile://beta, 40) = 4",
+                  "provider: GetProvParam(4, 45, 88, 1) ! 103", "provider: ReleaseContext(4, 0)",
+                  "provider: GetProvParam(2, 57, 1024, 0) ! 103",
+                  "provider: ReleaseContext(2, 0)"));
+}
+
+TEST_F(StoreWrite, WritesWhileAnotherThreadHasTheSectionAndAnotherProcessTheMutex) {
+  AddContainer("alpha", {KeyWith(0x11, {}, {})});
+  const StoreRecording recording(Module());
+  SectionKeeper section(StoreRecording::OpenSection());
+  MutexKeeper mutex;
+  std::future<BOOL> write = std::async(std::launch::async, [this] { return Write(leaf); });
+  const bool ended = write.wait_for(std::chrono::seconds(30)) == std::future_status::ready;
+  section.Leave();
+  mutex.Release();
+  EXPECT_TRUE(ended);
+  EXPECT_EQ(1, write.get());
+  EXPECT_THAT(LinesOf(events.Lines(), {"platform: "}), IsEmpty());
 }
 
 TEST_F(StoreWrite, ShowsMissingSerialOctetsAsZero) {

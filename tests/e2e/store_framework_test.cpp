@@ -117,6 +117,7 @@ TEST_F(StoreFramework, TwoThousandRoundsLeaveHandlesAndMemoryAsTheyWere) {
     if (round == 200) start = Usage::Now();
     UseStore(refused);
     trace.Clear();
+    events.Clear();
     // Every third open walks the provider.
     Advance(30);
   }

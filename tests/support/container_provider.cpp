@@ -45,7 +45,8 @@ void ContainerProvider::FailCall(const std::string& function, int count, DWORD e
 }
 
 int ContainerProvider::CountCalls(const std::string& beginning) const {
-  return static_cast<int>(std::count_if(calls_.begin(), calls_.end(), [&](const std::string& call) {
+  const std::vector<std::string> calls = Calls();
+  return static_cast<int>(std::count_if(calls.begin(), calls.end(), [&](const std::string& call) {
     return call.rfind(beginning, 0) == 0;
   }));
 }
@@ -72,7 +73,8 @@ BOOL ContainerProvider::Record(const std::string& function, const std::string& d
     error = work(text);
   }
   if (records) {
-    calls_.push_back(error == ERROR_SUCCESS ? text : text + " ! " + Hex(error));
+    RecordEvent(EventKind::kProvider, this,
+                error == ERROR_SUCCESS ? text : text + " ! " + Hex(error));
   }
   if (error != ERROR_SUCCESS) {
     SetLastError(error);

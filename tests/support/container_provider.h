@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "support/event_log.h"
 #include "support/scripted_provider.h"
 
 namespace zarext::test {
@@ -79,9 +80,9 @@ class ContainerProvider : public ProviderScript {
   // "GetProvParam(1, 57, 260, 1) = name", "GetKeyParam(2, 11, 69, 32784, 0)",
   // "SetKeyParam(2, 11, 68, 0)". Contexts are numbered from 1; numbers are decimal but for flags
   // and key handles. A failed call ends with "! <error in hexadecimal>".
-  [[nodiscard]] const std::vector<std::string>& Calls() const { return calls_; }
+  [[nodiscard]] std::vector<std::string> Calls() const { return calls_.Texts(); }
   [[nodiscard]] int CountCalls(const std::string& beginning) const;
-  void ClearCalls() { calls_.clear(); }
+  void ClearCalls() { calls_.Clear(); }
   [[nodiscard]] std::size_t OpenContexts() const { return contexts_.size(); }
   // False once a buffer arrived that was not zeroed (but for the address in a profile record).
   [[nodiscard]] bool BuffersWereClean() const { return buffersWereClean_; }
@@ -120,7 +121,7 @@ class ContainerProvider : public ProviderScript {
 
   std::map<std::string, int> counts_;
   std::map<std::string, std::map<int, DWORD>> failures_;
-  std::vector<std::string> calls_;
+  EventView calls_{EventKind::kProvider, this};
   std::map<HCRYPTPROV, Context> contexts_;
   bool buffersWereClean_ = true;
 };

@@ -57,7 +57,7 @@ void RecordingProvider::FailCall(const std::string& function, int count, DWORD e
 
 std::vector<std::string> RecordingProvider::KeyCalls() const {
   std::vector<std::string> calls;
-  for (const std::string& call : calls_) {
+  for (const std::string& call : Calls()) {
     if (call.rfind("AcquireContext", 0) != 0 && call.rfind("ReleaseContext", 0) != 0) {
       calls.push_back(call);
     }
@@ -74,7 +74,8 @@ BOOL RecordingProvider::Record(const std::string& function, const std::string& a
   const auto& failures = failures_[function];
   const auto failure = failures.find(count);
   const DWORD error = failure != failures.end() ? failure->second : work(text);
-  calls_.push_back(error == ERROR_SUCCESS ? text : text + " ! " + HexNumber(error));
+  RecordEvent(EventKind::kProvider, this,
+              error == ERROR_SUCCESS ? text : text + " ! " + HexNumber(error));
   if (error != ERROR_SUCCESS) {
     SetLastError(error);
   }

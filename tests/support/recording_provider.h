@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "support/event_log.h"
 #include "support/scripted_provider.h"
 
 namespace zarext::test {
@@ -39,10 +40,10 @@ class RecordingProvider : public ProviderScript {
   // One text a call, in order, e.g. "GetProvParam(1001, 16, 4, 0)",
   // "ImportKey(1001, [06020000], 0, 1) = 3001". Numbers: handles and flags in hexadecimal, the rest
   // decimal. Failed calls end with "! <error in hexadecimal>".
-  [[nodiscard]] const std::vector<std::string>& Calls() const { return calls_; }
+  [[nodiscard]] std::vector<std::string> Calls() const { return calls_.Texts(); }
   // The calls but for acquiring and releasing contexts.
   [[nodiscard]] std::vector<std::string> KeyCalls() const;
-  void ClearCalls() { calls_.clear(); }
+  void ClearCalls() { calls_.Clear(); }
   // Keys handed out and not destroyed; a key destroyed twice throws.
   [[nodiscard]] const std::set<HCRYPTKEY>& OpenKeys() const { return openKeys_; }
   [[nodiscard]] const std::set<HCRYPTPROV>& OpenContexts() const { return openContexts_; }
@@ -73,7 +74,7 @@ class RecordingProvider : public ProviderScript {
 
   std::map<std::string, int> counts_;
   std::map<std::string, std::map<int, DWORD>> failures_;
-  std::vector<std::string> calls_;
+  EventView calls_{EventKind::kProvider, this};
   std::set<HCRYPTKEY> openKeys_;
   std::set<HCRYPTPROV> openContexts_;
   HCRYPTPROV nextContext_ = 0x1001;

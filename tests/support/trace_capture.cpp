@@ -2,16 +2,14 @@
 
 #include <algorithm>
 #include <mutex>
-#include <stdexcept>
 
 namespace zarext::test {
 namespace {
 
 constexpr DWORD kDebugPrintException = 0x40010006;
 
-std::mutex captureMutex;
-std::vector<std::string>* captured = nullptr;
-std::vector<std::string> lines;
+std::mutex handlerMutex;
+int recorders = 0;
 void* handler = nullptr;
 
 LONG CALLBACK OnException(EXCEPTION_POINTERS* exception) {
@@ -19,48 +17,32 @@ LONG CALLBACK OnException(EXCEPTION_POINTERS* exception) {
   if (record->ExceptionCode != kDebugPrintException) {
     return EXCEPTION_CONTINUE_SEARCH;
   }
-  {
-    const std::lock_guard lock(captureMutex);
-    if (captured != nullptr) {
-      captured->emplace_back(reinterpret_cast<const char*>(record->ExceptionInformation[1]));
-    }
-  }
+  RecordEvent(EventKind::kTrace, nullptr,
+              reinterpret_cast<const char*>(record->ExceptionInformation[1]));
   SetLastError(kLastErrorAfterOutput);
   return EXCEPTION_CONTINUE_EXECUTION;
 }
 
 }  // namespace
 
-TraceCapture::TraceCapture() {
-  const std::lock_guard lock(captureMutex);
-  if (captured != nullptr) {
-    throw std::logic_error("one capture at a time");
+TraceRecorder::TraceRecorder() {
+  const std::lock_guard lock(handlerMutex);
+  if (recorders++ == 0) {
+    handler = AddVectoredExceptionHandler(1, &OnException);
   }
-  lines.clear();
-  captured = &lines;
-  handler = AddVectoredExceptionHandler(1, &OnException);
 }
 
-TraceCapture::~TraceCapture() {
-  RemoveVectoredExceptionHandler(handler);
-  const std::lock_guard lock(captureMutex);
-  captured = nullptr;
-}
-
-std::vector<std::string> TraceCapture::Lines() const {
-  const std::lock_guard lock(captureMutex);
-  return lines;
+TraceRecorder::~TraceRecorder() {
+  const std::lock_guard lock(handlerMutex);
+  if (--recorders == 0) {
+    RemoveVectoredExceptionHandler(handler);
+  }
 }
 
 std::vector<std::string> TraceCapture::Messages() const {
   std::vector<std::string> messages = Lines();
   std::transform(messages.begin(), messages.end(), messages.begin(), &WithoutPrefix);
   return messages;
-}
-
-void TraceCapture::Clear() {
-  const std::lock_guard lock(captureMutex);
-  lines.clear();
 }
 
 std::string WithoutPrefix(const std::string& line) {
