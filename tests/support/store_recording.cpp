@@ -3,8 +3,6 @@
 #include <wincrypt.h>
 
 #include <atomic>
-#include <cstdint>
-#include <cstring>
 #include <stdexcept>
 #include <string>
 
@@ -46,38 +44,18 @@ Patched<decltype(ReleaseMutex)> releaseMutex;
 Patched<decltype(MapViewOfFile)> mapView;
 Patched<decltype(UnmapViewOfFile)> unmapView;
 Patched<long long(long long*)> readTime;
-Patched<void*(void*, const void*, std::size_t)> copyMemory;
-Patched<void*(void*, const void*, std::size_t)> moveMemory;
+Patched<decltype(ReadProcessMemory)> readMemory;
+Patched<decltype(WriteProcessMemory)> writeMemory;
 
 // The language runtime has a section of its own in the module, for the ends of threads.
 CRITICAL_SECTION* openSection = nullptr;
 // Of the view that is mapped.
 std::atomic<BYTE*> view{nullptr};
-std::atomic<std::uint64_t> header{0};
-
-std::uint64_t HeaderOf(const BYTE* mapped) {
-  std::uint64_t word = 0;
-  std::memcpy(&word, mapped, sizeof word);
-  return word;
-}
-
-void NoteHeader() {
-  const BYTE* const mapped = view;
-  if (mapped == nullptr) {
-    return;
-  }
-  const std::uint64_t word = HeaderOf(mapped);
-  if (header.exchange(word) != word) {
-    Note("section: header " + std::to_string(word & 0xFFFFFFFFU) + ", " +
-         std::to_string(word >> 32U));
-  }
-}
 
 void NoteCopy(const void* place, std::size_t size, const char* verb) {
   const BYTE* const mapped = view;
   const auto* const at = static_cast<const BYTE*>(place);
   if (mapped != nullptr && at >= mapped && at < mapped + kViewSize) {
-    NoteHeader();
     Note("section: " + std::to_string(size) + " octets " + verb + " at " +
          std::to_string(at - mapped));
   }
@@ -104,7 +82,6 @@ DWORD WINAPI Wait(HANDLE handle, DWORD milliseconds) {
 }
 
 BOOL WINAPI Release(HANDLE mutex) {
-  NoteHeader();
   Note("ReleaseMutex()");
   return releaseMutex(mutex);
 }
@@ -112,17 +89,11 @@ BOOL WINAPI Release(HANDLE mutex) {
 LPVOID WINAPI Map(HANDLE mapping, DWORD access, DWORD high, DWORD low, SIZE_T size) {
   Note("MapViewOfFile()");
   const LPVOID mapped = mapView(mapping, access, high, low, size);
-  MEMORY_BASIC_INFORMATION region = {};
-  if (mapped != nullptr && VirtualQuery(mapped, &region, sizeof region) != 0 &&
-      region.State == MEM_COMMIT) {
-    view = static_cast<BYTE*>(mapped);
-    header = HeaderOf(view);
-  }
+  view = static_cast<BYTE*>(mapped);
   return mapped;
 }
 
 BOOL WINAPI Unmap(LPCVOID mapped) {
-  NoteHeader();
   view = nullptr;
   Note("UnmapViewOfFile()");
   return unmapView(mapped);
@@ -134,16 +105,14 @@ long long Time(long long* out) {
   return now;
 }
 
-void* Copy(void* to, const void* from, std::size_t size) {
+BOOL WINAPI Read(HANDLE process, LPCVOID from, LPVOID to, SIZE_T size, SIZE_T* copied) {
   NoteCopy(from, size, "read");
-  NoteCopy(to, size, "written");
-  return copyMemory(to, from, size);
+  return readMemory(process, from, to, size, copied);
 }
 
-void* Move(void* to, const void* from, std::size_t size) {
-  NoteCopy(from, size, "read");
+BOOL WINAPI Write(HANDLE process, LPVOID to, LPCVOID from, SIZE_T size, SIZE_T* copied) {
   NoteCopy(to, size, "written");
-  return moveMemory(to, from, size);
+  return writeMemory(process, to, from, size, copied);
 }
 
 UniqueKernelObject MakeEvent(const char* name) {
@@ -195,8 +164,8 @@ StoreRecording::StoreRecording(HMODULE module) {
   patches_.push_back(mapView.Patch(module, kKernel, "MapViewOfFile", &Map));
   patches_.push_back(unmapView.Patch(module, kKernel, "UnmapViewOfFile", &Unmap));
   patches_.push_back(readTime.Patch(module, kRuntime, "_time64", &Time));
-  patches_.push_back(copyMemory.Patch(module, kRuntime, "memcpy", &Copy));
-  patches_.push_back(moveMemory.Patch(module, kRuntime, "memmove", &Move));
+  patches_.push_back(readMemory.Patch(module, kKernel, "ReadProcessMemory", &Read));
+  patches_.push_back(writeMemory.Patch(module, kKernel, "WriteProcessMemory", &Write));
 }
 
 StoreRecording::~StoreRecording() {

@@ -20,10 +20,7 @@ namespace zarext::test {
 //   "time() = 1700000000"
 //   "MapViewOfFile()", "UnmapViewOfFile()"
 //   "WaitForSingleObject(INFINITE)", before the wait; "ReleaseMutex()"
-//   "section: header 1700000000, 24", once the first 8 octets have changed since the view was
-//     mapped or since the last such line; seen at the next event of the view
-//   "section: 24 octets read at 8", "section: 24 octets written at 8", where the module copies
-//     more than a few octets at once
+//   "section: 8 octets read at 0", "section: 24 octets written at 8", as they are about to be
 class StoreRecording {
  public:
   // To be made behind a ModuleClock: what that one says is recorded.
