@@ -3,6 +3,7 @@
 #include <wincrypt.h>
 
 #include <atomic>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -133,30 +134,38 @@ std::string EventName(const char* what, const std::string& process) {
   return std::string("zarext test mutex ") + what + " " + process;
 }
 
-// The section that an open enters first; the open ends there, with nothing done.
-CRITICAL_SECTION* FindOpenSection(HMODULE module) {
-  static CRITICAL_SECTION* found;
-  found = nullptr;
-  const ImportPatch noTrace(
-      module, kKernel, "OutputDebugStringA", +[](LPCSTR) WINAPI {});
-  const ImportPatch noEntry(
-      module, kKernel, "EnterCriticalSection", +[](CRITICAL_SECTION* section) WINAPI {
-        found = section;
-        throw static_cast<unsigned long>(ERROR_CANCELLED);
+// The place in the module of the section that an open enters first. In a process of its own: an
+// open changes what the module keeps.
+ZAREXT_CHILD(FindOpenSection) {
+  static CRITICAL_SECTION* found = nullptr;
+  const ImportPatch patch(
+      Module(), kKernel, "EnterCriticalSection", +[](CRITICAL_SECTION* section) WINAPI {
+        if (found == nullptr) {
+          found = section;
+        }
+        EnterCriticalSection(section);
       });
   using OpenStore =
       BOOL WINAPI(LPCSTR, DWORD, HCRYPTPROV, DWORD, const void*, HCERTSTORE, CERT_STORE_PROV_INFO*);
-  Export<OpenStore>(module, "ZarOpenStoreProv")(nullptr, 0, 0, 0, nullptr, nullptr, nullptr);
-  if (found == nullptr) {
-    throw std::runtime_error("the open of a store enters no section");
-  }
-  return found;
+  Export<OpenStore>("ZarOpenStoreProv")(nullptr, 0, 0, 0, nullptr, nullptr, nullptr);
+  return static_cast<int>(reinterpret_cast<BYTE*>(found) - reinterpret_cast<BYTE*>(Module()));
+}
+
+CRITICAL_SECTION* FindOpenSection() {
+  static const DWORD offset = [] {
+    const std::optional<DWORD> found = ChildProcess("FindOpenSection").Wait();
+    if (!found || *found < 0x1000) {
+      throw std::runtime_error("the open of a store enters no section");
+    }
+    return *found;
+  }();
+  return reinterpret_cast<CRITICAL_SECTION*>(reinterpret_cast<BYTE*>(Module()) + offset);
 }
 
 }  // namespace
 
 StoreRecording::StoreRecording(HMODULE module) {
-  openSection = FindOpenSection(module);
+  openSection = FindOpenSection();
   patches_.push_back(enter.Patch(module, kKernel, "EnterCriticalSection", &Enter));
   patches_.push_back(leave.Patch(module, kKernel, "LeaveCriticalSection", &Leave));
   patches_.push_back(wait.Patch(module, kKernel, "WaitForSingleObject", &Wait));
