@@ -12,6 +12,7 @@
 #include "frame/last_error.h"
 #include "support/handle_count.h"
 #include "support/module_under_test.h"
+#include "support/scripted_provider.h"
 
 namespace zarext::test {
 namespace {
@@ -38,10 +39,20 @@ State state;
 // Occurrences of one function behind so many do not throw.
 constexpr int kThrownOccurrences = 8;
 
+// The provider's entry points count only where something is to be thrown: "CPExportKey" as "at
+// CryptExportKey".
+constexpr char kAtEntry[] = "at ";
+void CountEntry(const char* entryPoint) {
+  if (state.manner == Manner::kFails) return;
+  if (AnomalyLoop::Fails(std::string(kAtEntry) + "Crypt" + (entryPoint + 2))) {
+    AnomalyLoop::EndFailure();
+  }
+}
+
 // Whether a provider, or another extension of the platform, may be called behind it.
 bool LeadsOutside(const std::string& function) {
   return function.starts_with("Crypt") || function.starts_with("Cert") ||
-         function.starts_with("CP");
+         function.starts_with("CP") || function.starts_with(kAtEntry);
 }
 
 [[noreturn]] void ThrowAsAsked() {
@@ -112,6 +123,11 @@ Effect ThrownEffect(const Scenario& scenario, const FailurePoint& point, Manner 
   if (KindOfPoint(point.function) == PointKind::kRelease) {
     effect = GoesOn();
     if (scenario.thrown) scenario.thrown(point, manner, effect);
+    // The key is gone, but the call that would be booked does not come back.
+    if (point.isEntry && point.function == "CryptDestroyKey") {
+      effect.left = effect.left.value_or(scenario.left);
+      if (++(*effect.left)["key"] == 0) effect.left->erase("key");
+    }
     return effect;
   }
   const Effect* const failure = FindEffect(scenario, point);
@@ -229,6 +245,7 @@ AnomalyLoop::AnomalyLoop(HMODULE module) : points_(std::make_unique<Points>()) {
   state = State{};
   state.trace = &trace_;
   points_->patches = PatchFailurePoints(module);
+  OnProviderEntry(&CountEntry);
   // The language runtimes make state of their own with the first exception of a thread, and with
   // the first for which there is no memory.
   try {
@@ -250,6 +267,7 @@ AnomalyLoop::AnomalyLoop(HMODULE module) : points_(std::make_unique<Points>()) {
 }
 
 AnomalyLoop::~AnomalyLoop() {
+  OnProviderEntry(nullptr);
   // The last set is the first to go.
   while (!points_->patches.empty()) points_->patches.pop_back();
 }
@@ -268,6 +286,11 @@ bool AnomalyLoop::Fails(const std::string& function) {
     return false;
   }
   state.failed = FailurePoint{function, occurrence, state.trace->Lines().size(), state.lastCall};
+  if (function.starts_with(kAtEntry)) {
+    state.failed->function = function.substr(sizeof kAtEntry - 1);
+    if (state.failed->function == "CryptAcquireContext") state.failed->function += 'A';
+    state.failed->isEntry = true;
+  }
   return true;
 }
 

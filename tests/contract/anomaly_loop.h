@@ -34,6 +34,9 @@ struct FailurePoint {
   int occurrence = 0;           // of this function's calls in the round, from 1
   std::size_t linesBefore = 0;  // trace lines that were written before it
   std::string behind;           // the last call before it that is no allocation
+  // At the provider's entry point behind the function of that name, e.g. CPExportKey behind
+  // CryptExportKey; only to throw from there.
+  bool isEntry = false;
 };
 
 // What a failure leads to.

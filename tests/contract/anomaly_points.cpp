@@ -413,10 +413,18 @@ void LeaveKeptSections() {
 PointKind KindOfPoint(const std::string& function) {
   static const std::set<std::string> allocations = {"LocalAlloc", "malloc",   "calloc",
                                                     "realloc",    "pfnAlloc", "_strdup"};
-  static const std::set<std::string> releases = {
-      "CryptDestroyKey", "RegCloseKey",  "CertCloseStore",  "CertFreeCertificateContext",
-      "FreeLibrary",     "ReleaseMutex", "CloseHandle",     "UnmapViewOfFile",
-      "UnlockFileEx",    "LocalFree",    "CPReleaseContext"};
+  static const std::set<std::string> releases = {"CryptDestroyKey",
+                                                 "CryptReleaseContext",
+                                                 "RegCloseKey",
+                                                 "CertCloseStore",
+                                                 "CertFreeCertificateContext",
+                                                 "FreeLibrary",
+                                                 "ReleaseMutex",
+                                                 "CloseHandle",
+                                                 "UnmapViewOfFile",
+                                                 "UnlockFileEx",
+                                                 "LocalFree",
+                                                 "CPReleaseContext"};
   if (allocations.contains(function)) {
     return PointKind::kAllocation;
   }

@@ -161,6 +161,49 @@ TEST(ModuleLoad, ABoundProviderStaysBehind) {
   EXPECT_EQ(0u, ChildProcess("BoundProviderAfterUnload").Wait());
 }
 
+// The exports in a process that has no thread-local slot left, on threads that throw at once.
+using Convert = BOOL WINAPI(DWORD, void*, DWORD, DWORD, void*, void*);
+using Encode = BOOL WINAPI(DWORD, LPCSTR, const void*, BYTE*, DWORD*);
+
+DWORD WINAPI RefuseOften(void* convert) {
+  int wrong = 0;
+  for (int round = 0; round < 2000; ++round) {
+    SetLastError(0);
+    const BOOL done = reinterpret_cast<Convert*>(convert)(0, nullptr, 0, 0, nullptr, nullptr);
+    wrong += done != FALSE || GetLastError() != ERROR_INVALID_PARAMETER ? 1 : 0;
+  }
+  return wrong == 0 ? 0 : 1;
+}
+
+ZAREXT_CHILD(NoThreadLocalSlots) {
+  while (TlsAlloc() != TLS_OUT_OF_INDEXES) {
+  }
+  const HMODULE module = LoadLibraryA("ZAREXT.dll");
+  if (module == nullptr) return 1;
+  // The lines would need most of the time.
+  const ImportPatch silence(
+      module, "KERNEL32.dll", "OutputDebugStringA", +[](const char*) WINAPI {});
+  auto* const encode = reinterpret_cast<Encode*>(
+      reinterpret_cast<void*>(GetProcAddress(module, "ZarCryptEncodeObject")));
+  SetLastError(0x777);
+  if (!encode(1, nullptr, nullptr, nullptr, nullptr) || GetLastError() != 0x777) return 2;
+  void* const convert = reinterpret_cast<void*>(GetProcAddress(module, "ZarConvertPublicKeyInfo"));
+  HANDLE threads[4] = {};
+  for (HANDLE& thread : threads) {
+    thread = CreateThread(nullptr, 0, &RefuseOften, convert, 0, nullptr);
+  }
+  if (WaitForMultipleObjects(4, threads, TRUE, 60000) != WAIT_OBJECT_0) return 3;
+  for (const HANDLE thread : threads) {
+    DWORD code = 0;
+    if (!GetExitCodeThread(thread, &code) || code != 0) return 4;
+  }
+  return 0;
+}
+
+TEST(ModuleLoad, ExportsNeedNoThreadLocalSlot) {
+  EXPECT_EQ(0u, ChildProcess("NoThreadLocalSlots").Wait());
+}
+
 // What the module does with its objects when it is unloaded, in order.
 std::string unloadCalls;
 

@@ -80,6 +80,14 @@ void UseScript(ProviderScript* script) {
   reinterpret_cast<SetScript*>(reinterpret_cast<void*>(set))(script);
 }
 
+void OnProviderEntry(void (*hook)(const char* entryPoint)) {
+  const HMODULE library = GetModuleHandleA("scripted_provider.dll");
+  if (library == nullptr) return;
+  using SetHook = void(void (*)(const char*));
+  const FARPROC set = GetProcAddress(library, "SetEntryHook");
+  reinterpret_cast<SetHook*>(reinterpret_cast<void*>(set))(hook);
+}
+
 ProviderContext::ProviderContext(DWORD type, DWORD flags) {
   const char* name = type == 1 ? "Zarvel CSP RSA" : "Zarvel CSP";
   if (!CryptAcquireContextA(&provider_, nullptr, name, type == 1 ? 1 : 25, flags)) {

@@ -44,6 +44,11 @@ class ProviderScript {
 // the test.
 void UseScript(ProviderScript* script);
 
+// Sets what is called at the start of each of the provider's 25 entry points, with its name, e.g.
+// to throw from there; at the end of the two that release a key or a context. Null for nothing. The
+// DLL must be loaded.
+void OnProviderEntry(void (*hook)(const char* entryPoint));
+
 // A provider context behind the real advapi32, released with the object.
 class ProviderContext {
  public:
