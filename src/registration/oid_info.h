@@ -24,6 +24,11 @@ static_assert(sizeof(ExtraValues) == 12);
 // One structure and one block of extra values, filled anew for each row.
 class OidInfo {
  public:
+  OidInfo() = default;
+  // The structure points into the object.
+  OidInfo(const OidInfo&) = delete;
+  OidInfo& operator=(const OidInfo&) = delete;
+
   void SetExtra(const ExtraValues& extra) noexcept { extra_ = extra; }
 
   // The structure with the row's members and, behind its pointer, the extra values that were last

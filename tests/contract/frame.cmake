@@ -1,6 +1,6 @@
 # Through the DLL, as callers have it.
 zarext_add_wine_test(frame_contract
-  SOURCES pass_through_test.cpp module_image_test.cpp
+  SOURCES pass_through_test.cpp module_image_test.cpp kept_functions_test.cpp
   LIBS version)
 zarext_add_wine_test(frame_load SOURCES module_load_test.cpp)
 

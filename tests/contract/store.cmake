@@ -1,8 +1,8 @@
 # The provider store through the DLL.
 zarext_add_wine_test(store_contract
   SOURCES store_open_test.cpp store_load_test.cpp store_cache_test.cpp store_callbacks_test.cpp
-          store_write_test.cpp
-  DEPENDS zarext_provider_without_CPSetKeyParam)
+          store_write_test.cpp store_late_calls_test.cpp
+  DEPENDS zarext_provider_without_CPSetKeyParam zarext_late_caller)
 
 # The store's own objects, linked in.
 zarext_add_wine_test(store_internal
