@@ -1,20 +1,22 @@
 // The codec beside other libraries that build a structure, and beside what its records cost at
-// least. Run with --benchmark_filter=certificate and the like for one document.
-#include <benchmark/benchmark.h>
+// least.
 #include <openssl/asn1.h>
 #include <openssl/pkcs7.h>
 #include <openssl/x509.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <fstream>
 #include <functional>
+#include <memory>
 #include <stdexcept>
 
 #include "asn1/tasn1.h"
-#include "bench/allocation_count.h"
+#include "bench/asn1_botan.h"
 #include "bench/asn1_documents.h"
 #include "bench/asn1_floors.h"
+#include "bench/asn1_rounds.h"
 #include "bench/asn1_tasn1.h"
 
 namespace zarext::bench {
@@ -24,26 +26,6 @@ void Require(bool condition) {
   if (!condition) {
     throw std::runtime_error("a measured operation failed");
   }
-}
-
-void Measure(const std::string& name, const std::function<void()>& work) {
-  benchmark::RegisterBenchmark(name.c_str(),
-                               [work](benchmark::State& state) {
-                                 work();
-                                 const std::uint64_t before = AllocationCount();
-                                 work();
-                                 state.counters["allocations"] =
-                                     static_cast<double>(AllocationCount() - before);
-                                 for (auto _ : state) {
-                                   work();
-                                   benchmark::ClobberMemory();
-                                 }
-                               })
-      ->MinTime(0.1)
-      // Of several repetitions the quickest: what else the machine does only ever adds.
-      ->ComputeStatistics("min", [](const std::vector<double>& times) {
-        return *std::min_element(times.begin(), times.end());
-      });
 }
 
 // The codec.
@@ -78,40 +60,42 @@ void Forget(PKCS7* message) {
   }
 }
 
+// What one peer does with a document: nothing where it cannot read it.
+struct Work {
+  std::function<void()> parse;
+  std::function<void()> encode;
+};
+
 template <typename T, auto Read, auto Write, auto Free>
-void MeasureType(const Document& document) {
-  const Octets& image = document.image;
-  Measure("parse/" + document.name + "/openssl_typed", [&image] {
-    const std::uint8_t* at = image.data();
-    T* object = Read(nullptr, &at, static_cast<long>(image.size()));
-    Require(object != nullptr);
-    Free(object);
-  });
+Work WorkOfType(const Octets& image) {
   const std::uint8_t* at = image.data();
   std::shared_ptr<T> object(Read(nullptr, &at, static_cast<long>(image.size())), Free);
   Forget(object.get());
   auto out = std::make_shared<Octets>(image.size());
-  Measure("encode/" + document.name + "/openssl_typed", [object, out] {
-    std::uint8_t* to = out->data();
-    Require(Write(object.get(), nullptr) == static_cast<int>(out->size()));
-    Require(Write(object.get(), &to) == static_cast<int>(out->size()));
-  });
+  return {[&image] {
+            const std::uint8_t* octets = image.data();
+            T* parsed = Read(nullptr, &octets, static_cast<long>(image.size()));
+            Require(parsed != nullptr);
+            Free(parsed);
+          },
+          [object, out] {
+            std::uint8_t* to = out->data();
+            Require(Write(object.get(), nullptr) == static_cast<int>(out->size()));
+            Require(Write(object.get(), &to) == static_cast<int>(out->size()));
+          }};
 }
 
-void MeasureOpenSslTyped(const Document& document) {
+Work OpenSslTyped(const Document& document) {
   switch (document.kind) {
     case Kind::kPrivateKey:
-      MeasureType<PKCS8_PRIV_KEY_INFO, d2i_PKCS8_PRIV_KEY_INFO, i2d_PKCS8_PRIV_KEY_INFO,
-                  PKCS8_PRIV_KEY_INFO_free>(document);
-      break;
+      return WorkOfType<PKCS8_PRIV_KEY_INFO, d2i_PKCS8_PRIV_KEY_INFO, i2d_PKCS8_PRIV_KEY_INFO,
+                        PKCS8_PRIV_KEY_INFO_free>(document.image);
     case Kind::kCertificate:
-      MeasureType<X509, d2i_X509, i2d_X509, X509_free>(document);
-      break;
+      return WorkOfType<X509, d2i_X509, i2d_X509, X509_free>(document.image);
     case Kind::kPkcs7:
-      MeasureType<PKCS7, d2i_PKCS7, i2d_PKCS7, PKCS7_free>(document);
-      break;
+      return WorkOfType<PKCS7, d2i_PKCS7, i2d_PKCS7, PKCS7_free>(document.image);
     default:
-      break;
+      return {};
   }
 }
 
@@ -174,62 +158,119 @@ int WriteAny(AnyTree* tree, std::uint8_t* out) {
   return size;
 }
 
-void MeasureOpenSslAny(const Document& document) {
-  const Octets& image = document.image;
+Work OpenSslAny(const Octets& image) {
   const auto size = static_cast<long>(image.size());
-  Measure("parse/" + document.name + "/openssl_any",
-          [&image, size] { ReadAny(image.data(), size); });
   std::shared_ptr<AnyTree> tree = ReadAny(image.data(), size);
   auto out = std::make_shared<Octets>(image.size());
-  Measure("encode/" + document.name + "/openssl_any", [tree, out] {
-    Require(WriteAny(tree.get(), out->data()) == static_cast<int>(out->size()));
-  });
+  return {
+      [&image, size] { ReadAny(image.data(), size); },
+      [tree, out] { Require(WriteAny(tree.get(), out->data()) == static_cast<int>(out->size())); }};
 }
 
-void MeasureTasn1(const Document& document) {
+Work Libtasn1(const Document& document) {
   const auto element = std::make_shared<Tasn1Element>(document);
-  Measure("parse/" + document.name + "/libtasn1",
-          [&document] { const Tasn1Element parsed(document); });
   auto out = std::make_shared<Octets>(document.image.size());
-  Measure("encode/" + document.name + "/libtasn1", [element, out] { element->Encode(out.get()); });
+  return {[&document] { const Tasn1Element parsed(document); },
+          [element, out] { element->Encode(out.get()); }};
 }
 
-void MeasureFloors(const Document& document) {
+Work Botan2(const Octets& image) {
+  const auto tree = std::make_shared<BotanTree>(image);
+  return {[&image] { const BotanTree parsed(image); },
+          [tree, &image] { Require(tree->Encode().size() == image.size()); }};
+}
+
+Work Floors(const Document& document) {
   const Octets& image = document.image;
-  std::shared_ptr<FloorNode> tree = MakeFloorTree(image);
-  auto allocations = std::make_shared<std::vector<Allocation>>(AllocationsFor(*tree));
+  auto allocations = std::make_shared<std::vector<Allocation>>(AllocationsFor(image));
   auto blocks = std::make_shared<std::vector<void*>>(allocations->size());
-  Measure("parse/" + document.name + "/floor_allocations",
-          [allocations, blocks] { AllocateAndFree(*allocations, blocks->data()); });
-  auto out = std::make_shared<Octets>(image.size());
-  Measure("encode/" + document.name + "/floor_walk",
-          [tree, out] { Require(WalkAndCopy(*tree, out->data()) == out->data() + out->size()); });
-  Measure("encode/" + document.name + "/floor_memcpy",
-          [out, &image] { std::memcpy(out->data(), image.data(), image.size()); });
+  Work work{[allocations, blocks] { AllocateAndFree(*allocations, blocks->data()); }, {}};
+  // The walk recurses.
+  if (document.kind != Kind::kNested) {
+    std::shared_ptr<FloorNode> tree = MakeFloorTree(image);
+    auto out = std::make_shared<Octets>(image.size());
+    work.encode = [tree, out] {
+      Require(WalkAndCopy(*tree, out->data()) == out->data() + out->size());
+    };
+  }
+  return work;
 }
 
-void MeasureAll() {
+// One row: the document, its octets, nanoseconds of the codec, its faults and allocations, and for
+// the floor and each peer nanoseconds, faults and the codec's share of its time; 0 where there is
+// none.
+void Print(const char* what, const Document& document, const std::vector<Contestant>& all) {
+  std::vector<Contestant> able;
+  std::copy_if(all.begin(), all.end(), std::back_inserter(able),
+               [](const Contestant& contestant) { return contestant.work != nullptr; });
+  const std::vector<Standing> standings = TakeTurns(able, 101);
+  std::printf("| %s | %s | %zu | %.0f | %.1f | %.0f |", what, document.name.c_str(),
+              document.image.size(), standings[0].nanoseconds, standings[0].faults,
+              standings[0].allocations);
+  std::size_t next = 1;
+  for (std::size_t i = 1; i < all.size(); ++i) {
+    const Standing none{};
+    const Standing& peer = all[i].work != nullptr ? standings[next++] : none;
+    std::printf(" %.0f %.1f %.3f |", peer.nanoseconds, peer.faults, peer.ratio);
+  }
+  std::printf("\n");
+  (void)std::fflush(stdout);
+}
+
+void MeasureDocument(const Document& document) {
+  const Octets& image = document.image;
+  const Work floor = Floors(document);
+  Work typed;
+  Work any;
+  Work tasn1;
+  Work botan;
+  if (document.kind != Kind::kNested) {
+    typed = OpenSslTyped(document);
+    any = OpenSslAny(image);
+    tasn1 = Libtasn1(document);
+    botan = Botan2(image);
+  }
+  Print("parse", document,
+        {{"zarext", [&image] { ParseHere(image); }},
+         {"floor", floor.parse},
+         {"openssl_typed", typed.parse},
+         {"openssl_any", any.parse},
+         {"libtasn1", tasn1.parse},
+         {"botan", botan.parse}});
+  Print("encode", document,
+        {{"zarext", EncodeHere(image)},
+         {"floor", floor.encode},
+         {"openssl_typed", typed.encode},
+         {"openssl_any", any.encode},
+         {"libtasn1", tasn1.encode},
+         {"botan", botan.encode}});
+}
+
+void WriteDocuments(const std::string& folder) {
   for (const Document& document : Documents()) {
-    const Octets& image = document.image;
-    benchmark::AddCustomContext(document.name, std::to_string(image.size()) + " octets");
-    Measure("parse/" + document.name + "/zarext", [&image] { ParseHere(image); });
-    Measure("encode/" + document.name + "/zarext", EncodeHere(image));
-    MeasureFloors(document);
-    MeasureOpenSslTyped(document);
-    MeasureOpenSslAny(document);
-    MeasureTasn1(document);
+    std::ofstream file(folder + "/" + document.name, std::ios::binary);
+    file.write(reinterpret_cast<const char*>(document.image.data()),
+               static_cast<std::streamsize>(document.image.size()));
+    Require(file.good());
   }
 }
 
 }  // namespace
 }  // namespace zarext::bench
 
+// Without arguments measures all documents; with names only these; with --write FOLDER writes them
+// there for asn1_module_bench.exe.
 int main(int argc, char** argv) {
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
-    return EXIT_FAILURE;
+  const std::vector<std::string> names(argv + 1, argv + argc);
+  if (names.size() == 2 && names[0] == "--write") {
+    zarext::bench::WriteDocuments(names[1]);
+    return EXIT_SUCCESS;
   }
-  zarext::bench::MeasureAll();
-  benchmark::RunSpecifiedBenchmarks();
+  zarext::bench::AgeHeap();
+  for (const zarext::bench::Document& document : zarext::bench::Documents()) {
+    if (names.empty() || std::find(names.begin(), names.end(), document.name) != names.end()) {
+      zarext::bench::MeasureDocument(document);
+    }
+  }
   return EXIT_SUCCESS;
 }

@@ -85,13 +85,13 @@ Certificate MakeCertificate(EVP_PKEY* key, long serial) {
   return certificate;
 }
 
-Octets ChainImage(EVP_PKEY* key) {
+Octets ChainImage(EVP_PKEY* key, long certificates, std::size_t leastOctets) {
   const SignedMessage message(Made(PKCS7_new()));
   PKCS7_set_type(message.get(), NID_pkcs7_signed);
   PKCS7_content_new(message.get(), NID_pkcs7_data);
   PKCS7_set_detached(message.get(), 1);
   Octets image;
-  for (long serial = 1; image.size() < std::size_t{32} * 1024; ++serial) {
+  for (long serial = 1; serial <= certificates || image.size() < leastOctets; ++serial) {
     PKCS7_add_certificate(message.get(), MakeCertificate(key, serial).get());
     image = Image<i2d_PKCS7>(message.get());
   }
@@ -111,12 +111,14 @@ void Append(Octets* to, std::uint8_t tag, const Octets& content) {
   to->insert(to->end(), content.begin(), content.end());
 }
 
-Octets EntriesImage() {
+// Contents of all the same size, or of 100 to 900 octets.
+Octets EntriesImage(std::size_t size) {
   Octets entries;
   for (int i = 0; i < 100; ++i) {
     Octets entry;
     for (int j = 0; j < 4; ++j) {
-      Append(&entry, 0x04, Octets(650, static_cast<std::uint8_t>(i + j)));
+      const std::size_t mixed = 100 + static_cast<std::size_t>(i * 4 + j) * 37 % 801;
+      Append(&entry, 0x04, Octets(size != 0 ? size : mixed, static_cast<std::uint8_t>(i + j)));
     }
     Append(&entries, 0x30, entry);
   }
@@ -125,9 +127,9 @@ Octets EntriesImage() {
   return image;
 }
 
-Octets SmallEntriesImage() {
+Octets SmallEntriesImage(int count) {
   Octets entries;
-  for (int i = 0; i < 2000; ++i) {
+  for (int i = 0; i < count; ++i) {
     Octets entry;
     Append(&entry, 0x02, {static_cast<std::uint8_t>(1 + i / 256), static_cast<std::uint8_t>(i)});
     Append(&entry, 0x04, Octets(12, static_cast<std::uint8_t>(i)));
@@ -138,6 +140,20 @@ Octets SmallEntriesImage() {
   return image;
 }
 
+Octets NestedImage(int levels) {
+  Octets reversed;
+  for (int level = 0; level < levels; ++level) {
+    const std::size_t size = reversed.size();
+    std::uint8_t octets = 0;
+    for (std::size_t rest = size; size >= 128 && rest > 0; rest >>= 8U, ++octets) {
+      reversed.push_back(static_cast<std::uint8_t>(rest));
+    }
+    reversed.push_back(static_cast<std::uint8_t>(size < 128 ? size : 0x80U + octets));
+    reversed.push_back(0x30);
+  }
+  return {reversed.rbegin(), reversed.rend()};
+}
+
 std::vector<Document> MakeDocuments() {
   const Key ec(Made(EVP_EC_gen("P-256")));
   const Key rsa(Made(EVP_RSA_gen(2048)));
@@ -146,9 +162,14 @@ std::vector<Document> MakeDocuments() {
       {"pkcs8_rsa", Kind::kPrivateKey, "BENCH.PrivateKeyInfo", PrivateKeyImage(rsa.get())},
       {"certificate", Kind::kCertificate, "BENCH.Certificate",
        Image<i2d_X509>(MakeCertificate(rsa.get(), 1).get())},
-      {"chain_32k", Kind::kPkcs7, "BENCH.ContentInfo", ChainImage(rsa.get())},
-      {"entries_256k", Kind::kOther, "BENCH.Entries", EntriesImage()},
-      {"small_2000", Kind::kOther, "BENCH.SmallEntries", SmallEntriesImage()},
+      {"chain_32k", Kind::kPkcs7, "BENCH.ContentInfo",
+       ChainImage(rsa.get(), 0, std::size_t{32} * 1024)},
+      {"entries_256k", Kind::kOther, "BENCH.Entries", EntriesImage(650)},
+      {"small_2000", Kind::kOther, "BENCH.SmallEntries", SmallEntriesImage(2000)},
+      {"chain_5", Kind::kPkcs7, "BENCH.ContentInfo", ChainImage(rsa.get(), 5, 0)},
+      {"entries_mixed", Kind::kOther, "BENCH.Entries", EntriesImage(0)},
+      {"small_5000", Kind::kOther, "BENCH.SmallEntries", SmallEntriesImage(5000)},
+      {"nested_200k", Kind::kNested, "", NestedImage(200000)},
   };
 }
 

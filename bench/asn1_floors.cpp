@@ -9,52 +9,41 @@ namespace {
 constexpr std::size_t kRecord = 80;
 constexpr std::size_t kPointer = sizeof(void*);
 
+struct Header {
+  std::uint32_t size;
+  std::uint32_t length;
+};
+
+Header HeaderAt(const std::uint8_t* at) {
+  if (at[1] < 0x80) {
+    return {2, at[1]};
+  }
+  Header header{2U + (at[1] & 0x7FU), 0};
+  for (std::uint32_t i = 2; i < header.size; ++i) {
+    header.length = header.length << 8 | at[i];
+  }
+  return header;
+}
+
 std::unique_ptr<FloorNode> TakeElement(const std::uint8_t** at) {
   auto node = std::make_unique<FloorNode>();
   const std::uint8_t* start = *at;
-  std::uint32_t length = start[1];
-  node->headerSize = 2;
-  if (length >= 0x80) {
-    const std::uint32_t octets = length - 0x80;
-    length = 0;
-    for (std::uint32_t i = 0; i < octets; ++i) {
-      length = length << 8 | start[2 + i];
-    }
-    node->headerSize += octets;
-  }
-  std::memcpy(node->header, start, node->headerSize);
-  *at += node->headerSize;
-  const std::uint8_t* end = *at + length;
+  const Header header = HeaderAt(start);
+  node->headerSize = header.size;
+  std::memcpy(node->header, start, header.size);
+  *at += header.size;
+  const std::uint8_t* end = *at + header.length;
   if ((start[0] & 0x20) != 0) {
     while (*at < end) {
       node->children.push_back(TakeElement(at));
     }
   } else {
-    node->length = length;
-    node->content = std::make_unique<std::uint8_t[]>(length);
-    std::memcpy(node->content.get(), *at, length);
+    node->length = header.length;
+    node->content = std::make_unique<std::uint8_t[]>(header.length);
+    std::memcpy(node->content.get(), *at, header.length);
     *at = end;
   }
   return node;
-}
-
-void ListAllocations(const FloorNode& node, std::vector<Allocation>* list) {
-  std::int32_t array = -1;
-  std::size_t capacity = 4;
-  for (std::size_t i = 0; i < node.children.size(); ++i) {
-    const FloorNode& child = *node.children[i];
-    list->push_back({kRecord, -1});
-    if (child.length >= 38) {
-      list->push_back({child.length + 1, -1});
-    }
-    if (i + 1 == capacity) {
-      const std::int32_t grown = array;
-      array = static_cast<std::int32_t>(list->size());
-      list->push_back({(capacity * 2 + 2) * kPointer, grown});
-      capacity *= 2;
-    }
-    ListAllocations(child, list);
-  }
 }
 
 }  // namespace
@@ -64,9 +53,42 @@ std::unique_ptr<FloorNode> MakeFloorTree(const Octets& image) {
   return TakeElement(&at);
 }
 
-std::vector<Allocation> AllocationsFor(const FloorNode& tree) {
+std::vector<Allocation> AllocationsFor(const Octets& image) {
+  struct Open {
+    const std::uint8_t* end;
+    std::size_t children;
+    std::size_t capacity;
+    std::int32_t array;
+  };
   std::vector<Allocation> list;
-  ListAllocations(tree, &list);
+  std::vector<Open> open;
+  const std::uint8_t* at = image.data();
+  do {
+    const Header header = HeaderAt(at);
+    const bool constructed = (*at & 0x20) != 0;
+    at += header.size;
+    if (!open.empty()) {
+      Open& parent = open.back();
+      list.push_back({kRecord, -1});
+      if (!constructed && header.length >= 38) {
+        list.push_back({header.length + std::size_t{1}, -1});
+      }
+      if (++parent.children == parent.capacity) {
+        const std::int32_t grown = parent.array;
+        parent.array = static_cast<std::int32_t>(list.size());
+        list.push_back({(parent.capacity * 2 + 2) * kPointer, grown});
+        parent.capacity *= 2;
+      }
+    }
+    if (constructed) {
+      open.push_back({at + header.length, 0, 4, -1});
+    } else {
+      at += header.length;
+    }
+    while (!open.empty() && at >= open.back().end) {
+      open.pop_back();
+    }
+  } while (!open.empty());
   return list;
 }
 

@@ -28,7 +28,7 @@ struct Allocation {
   std::size_t size;
   std::int32_t grows;  // index of the block that is enlarged, or -1
 };
-std::vector<Allocation> AllocationsFor(const FloorNode& tree);
+std::vector<Allocation> AllocationsFor(const Octets& image);
 
 // Makes all of them and frees them. `blocks` has room for as many pointers.
 void AllocateAndFree(const std::vector<Allocation>& allocations, void** blocks);

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "asn1/asn_node.h"
+#include "asn1/node_tree.h"
 #include "asn1/result_codes.h"
 #include "asn1/small_stack.h"
 
@@ -21,14 +21,24 @@ std::uint32_t ScanLimitAt(std::uint32_t position) {
   return position < kScanLimit ? kScanLimit - position : kShortScanLimit;
 }
 
-// One step of a scan over octets that are no indefinite header and no closing pair: how far the
-// next step is, or 0 when the scan ends here.
-std::uint64_t StepOver(const std::uint8_t* octets, std::uint64_t available) {
+// One step of the search: to the next octets, into or out of an indefinite element, or nowhere.
+struct ScanStep {
+  std::int32_t level;
+  std::uint64_t size;  // 0: the search ends here without a result
+};
+
+ScanStep StepAt(const std::uint8_t* octets, std::uint64_t available) {
+  if (available >= 2 && octets[1] == 0x80) {
+    return {1, 2};
+  }
+  if (available >= 2 && octets[0] == 0 && octets[1] == 0) {
+    return {-1, 2};
+  }
   const ElementHeader header = DecodeHeader(octets, available);
   if (header.state != HeaderState::kReadable) {
-    return 0;
+    return {0, 0};
   }
-  return header.size + (IsConstructed(header.tag) ? std::uint64_t{0} : header.length);
+  return {0, header.size + (IsConstructed(header.tag) ? std::uint64_t{0} : header.length)};
 }
 
 }  // namespace
@@ -37,25 +47,17 @@ std::uint32_t ScanIndefinite(const std::uint8_t* octets, std::uint64_t available
                              std::uint32_t position) {
   const std::uint32_t limit = ScanLimitAt(position);
   std::uint64_t offset = 0;
-  std::uint32_t depth = 0;
-  while (offset < limit && offset + 1 < available) {
-    const std::uint8_t* at = octets + offset;
-    if (at[1] == 0x80) {
-      ++depth;
-      offset += 2;
-    } else if (at[0] == 0 && at[1] == 0) {
-      if (depth == 1) {
-        return static_cast<std::uint32_t>(offset);
-      }
-      --depth;
-      offset += 2;
-    } else {
-      const std::uint64_t step = StepOver(at, available - offset);
-      if (step == 0) {
-        break;
-      }
-      offset += step;
+  std::int32_t depth = 0;
+  while (offset < limit && offset < available) {
+    const ScanStep step = StepAt(octets + offset, available - offset);
+    if (step.size == 0) {
+      break;
     }
+    depth += step.level;
+    if (depth == 0) {
+      return static_cast<std::uint32_t>(offset);
+    }
+    offset += step.size;
   }
   return limit;
 }
@@ -100,49 +102,45 @@ void ImageReader::FillClosings(std::uint32_t position) {
 }
 
 std::uint16_t ImageReader::ClosingFrom(std::uint32_t position) const {
-  const std::uint64_t available = image_.size() - position;
-  if (available < 2) {
+  const ScanStep step = StepAt(At(position), image_.size() - position);
+  if (step.size == 0) {
     return kNoClosing;
   }
-  const std::uint8_t* octets = At(position);
-  if (octets[1] == 0x80) {
-    const std::uint16_t inner = ClosingAt(std::uint64_t{position} + 2);
-    return inner == kNoClosing ? kNoClosing : ClosingAt(std::uint64_t{inner} + 2);
-  }
-  if (octets[0] == 0 && octets[1] == 0) {
+  if (step.level < 0) {
     return static_cast<std::uint16_t>(position);
   }
-  const std::uint64_t step = StepOver(octets, available);
-  return step == 0 ? kNoClosing : ClosingAt(position + step);
+  const std::uint16_t next = ClosingAt(position + step.size);
+  return step.level == 0 || next == kNoClosing ? next : ClosingAt(std::uint64_t{next} + 2);
 }
 
-std::int32_t ValidateImage(ImageReader* reader) {
+std::int32_t ValidateImage(ImageReader& reader, std::size_t* need) {
   SmallStack<std::uint64_t> outerEnds;
-  std::uint64_t end = reader->Size();
+  std::uint64_t end = reader.Size();
   std::uint64_t position = 0;
+  std::size_t counted = 0;
   for (;;) {
     while (position >= end) {
       if (position > end) {
         return kAsnBeyondElement;
       }
       if (outerEnds.Size() == 0) {
+        *need = counted;
         return kAsnOk;
       }
       end = outerEnds.Top();
       outerEnds.Pop();
     }
-    const ElementHeader header = reader->Read(position);
-    if (header.state == HeaderState::kUnreadable) {
-      return kAsnUnreadable;
-    }
-    if (header.state == HeaderState::kTruncated) {
-      return kAsnBeyondImage;
+    const ElementHeader header = reader.Read(position);
+    if (header.state != HeaderState::kReadable) {
+      return header.state == HeaderState::kTruncated ? kAsnBeyondImage : kAsnUnreadable;
     }
     position += header.size;
     if (IsConstructed(header.tag)) {
+      counted += NodeNeed(0);
       outerEnds.Push(end);
       end = position + header.length;
     } else {
+      counted += NodeNeed(header.length);
       position += header.length;
     }
   }

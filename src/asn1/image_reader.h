@@ -24,8 +24,11 @@ struct ElementHeader {
   std::uint32_t length;  // of the content
 };
 
-// Reads one header of the available octets, which are two at least.
-inline ElementHeader DecodeStartedHeader(const std::uint8_t* octets, std::uint64_t available) {
+// Reads one header of the available octets.
+inline ElementHeader DecodeHeader(const std::uint8_t* octets, std::uint64_t available) {
+  if (available < 2) {
+    return {HeaderState::kTruncated, 0, 0, false, 0};
+  }
   const std::uint8_t tag = octets[0];
   const std::uint8_t first = octets[1];
   if (first < 0x80) {
@@ -46,14 +49,6 @@ inline ElementHeader DecodeStartedHeader(const std::uint8_t* octets, std::uint64
     length = length << 8U | octets[2 + i];
   }
   return {HeaderState::kReadable, tag, static_cast<std::uint8_t>(2 + lengthOctets), false, length};
-}
-
-// Reads one header of the available octets.
-inline ElementHeader DecodeHeader(const std::uint8_t* octets, std::uint64_t available) {
-  if (available < 2) {
-    return {HeaderState::kTruncated, 0, 0, false, 0};
-  }
-  return DecodeStartedHeader(octets, available);
 }
 
 // The length that an indefinite header at `position` of an image reports: the offset, counted from
@@ -82,10 +77,10 @@ class ImageReader {
   // The header at a position, an indefinite length resolved as ScanIndefinite does it. All
   // resolving of one image together takes time linear in its size. Throws std::bad_alloc.
   ElementHeader Read(std::uint64_t position) {
-    if (position + 2 > image_.size()) {
+    if (position > image_.size()) {
       return {HeaderState::kTruncated, 0, 0, false, 0};
     }
-    ElementHeader header = DecodeStartedHeader(At(position), image_.size() - position);
+    ElementHeader header = DecodeHeader(At(position), image_.size() - position);
     if (header.indefinite) {
       header.length = Resolve(static_cast<std::uint32_t>(position));
     }
@@ -105,10 +100,11 @@ class ImageReader {
   std::uint32_t firstClosing_ = 0;
 };
 
-// The result of checking the elements of an image, the root header having been found to span it:
-// 0, 1 for an unreadable header, 2 for a header that ends beyond the image, 4 for children that run
-// past the end of their element. Throws std::bad_alloc.
-std::int32_t ValidateImage(ImageReader* reader);
+// Checks the elements of an image, the root header having been found to span it: 0, 1 for an
+// unreadable header, 2 for a header that ends beyond the image, 4 for children that run past the
+// end of their element. For 0, `need` is what the nodes of the image take from a document's memory.
+// Throws std::bad_alloc.
+std::int32_t ValidateImage(ImageReader& reader, std::size_t* need);
 
 }  // namespace zarext
 

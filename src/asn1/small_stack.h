@@ -19,8 +19,6 @@ class SmallStack {
   ~SmallStack() = default;
   SmallStack(const SmallStack&) = delete;
   SmallStack& operator=(const SmallStack&) = delete;
-  SmallStack(SmallStack&&) = delete;
-  SmallStack& operator=(SmallStack&&) = delete;
 
   [[nodiscard]] std::size_t Size() const { return static_cast<std::size_t>(next_ - first_); }
 

@@ -6,6 +6,7 @@
 #include <limits>
 #include <utility>
 
+#include "asn1/copy_octets.h"
 #include "asn1/image_reader.h"
 #include "asn1/oid.h"
 #include "asn1/small_stack.h"
@@ -21,35 +22,15 @@ constexpr std::uint32_t kNumberOctets = 4;
 // A tree's top that lives on the stack until its contents are moved to their place.
 class NodeHolder {
  public:
-  explicit NodeHolder(Release release) : release_(release) {}
+  explicit NodeHolder(DocumentMemory& memory) : memory_(memory) {}
   NodeHolder(const NodeHolder&) = delete;
   NodeHolder& operator=(const NodeHolder&) = delete;
-  ~NodeHolder() { ReleaseContents(&node_, release_); }
+  ~NodeHolder() { ReleaseContents(memory_, &node_); }
   AsnNode* Get() { return &node_; }
 
  private:
+  DocumentMemory& memory_;
   AsnNode node_{};
-  Release release_;
-};
-
-// A zero-filled block for an encoding that is read again.
-class ScratchOctets {
- public:
-  ScratchOctets(std::uint32_t size, Release release)
-      : octets_(AllocateZeroedOctets(size)), size_(size), release_(release) {}
-  ScratchOctets(const ScratchOctets&) = delete;
-  ScratchOctets& operator=(const ScratchOctets&) = delete;
-  ~ScratchOctets() {
-    if (release_ == Release::kWiped) {
-      WipeOctets(octets_.get(), size_);
-    }
-  }
-  [[nodiscard]] std::uint8_t* Get() const { return octets_.get(); }
-
- private:
-  OwnedOctets octets_;
-  std::uint32_t size_;
-  Release release_;
 };
 
 // The outermost element of an image of at most `known` octets; empty when its header is unreadable.
@@ -87,29 +68,24 @@ std::uint8_t UnusedBits(const std::uint8_t* octets, std::uint32_t length) {
   return static_cast<std::uint8_t>(std::countr_zero(octets[length - 1]));
 }
 
-// An INTEGER that was added with a conversion has this much room behind a content on the heap.
-std::uint32_t SpareOctets(std::uint8_t tag) {
-  return (tag & kTagNumberMask) == kTagInteger ? kNumberOctets + 1 : 1;
-}
-
-void FillContent(AsnNode* node, const std::uint8_t* octets, std::uint32_t length) {
-  std::uint8_t* content = PlaceContent(node, length, SpareOctets(TagOf(*node)));
-  if (content != nullptr) {
+void FillContent(DocumentMemory& memory, AsnNode* node, const std::uint8_t* octets,
+                 std::uint32_t length) {
+  if (std::uint8_t* content = PlaceContent(memory, node, length)) {
     std::memcpy(content, octets, length);
   }
 }
 
-// The content of a new node, converted where its tag asks for it.
-void FillValue(AsnNode* node, std::uint32_t length, const void* value) {
+// Gives a new primitive node its content, converted where its tag asks for it.
+void FillValue(DocumentMemory& memory, AsnNode* node, std::uint32_t length, const void* value) {
   const auto* octets = static_cast<const std::uint8_t*>(value);
   const std::uint8_t tag = TagOf(*node);
   if (tag == kTagInteger && length == kNumberOctets) {
     std::uint32_t number = 0;
     std::uint8_t content[kNumberOctets + 1];
     std::memcpy(&number, value, sizeof(number));
-    FillContent(node, content, NumberToContent(number, content));
+    FillContent(memory, node, content, NumberToContent(number, content));
   } else if (tag == kTagBitString) {
-    std::uint8_t* content = PlaceContent(node, length + 1, 1);
+    std::uint8_t* content = PlaceContent(memory, node, length + 1);
     content[0] = UnusedBits(octets, length);
     if (length > 0) {
       std::memcpy(content + 1, octets, length);
@@ -117,18 +93,10 @@ void FillValue(AsnNode* node, std::uint32_t length, const void* value) {
   } else if (tag == kTagObjectIdentifier) {
     std::uint8_t content[kMaxOidContent];
     const std::int32_t used = OidTextToContent(static_cast<const char*>(value), content);
-    FillContent(node, content, static_cast<std::uint32_t>(used));
+    FillContent(memory, node, content, static_cast<std::uint32_t>(used));
   } else {
-    FillContent(node, octets, length);
+    FillContent(memory, node, octets, length);
   }
-}
-
-OwnedNode MakeNode(AsnNode* parent, std::uint8_t tag, std::uint32_t length, const void* value) {
-  OwnedNode node = NewNode(parent, tag);
-  if (!IsConstructed(tag)) {
-    FillValue(node.get(), length, value);
-  }
-  return node;
 }
 
 // How much content a new node has at most; constructed ones and texts leave the length unused.
@@ -141,6 +109,13 @@ std::uint64_t MostContent(std::uint8_t tag, std::uint32_t length) {
 
 bool LacksValue(std::uint8_t tag, std::uint32_t length, const void* value) {
   return value == nullptr && (length != 0 || tag == kTagObjectIdentifier);
+}
+
+template <typename T>
+void Put(T* out, T value) {
+  if (out != nullptr) {
+    *out = value;
+  }
 }
 
 struct NodeValue {
@@ -162,44 +137,33 @@ NodeValue IntegerValue(AsnNode* node) {
   for (std::uint32_t i = 0; i < length; ++i) {
     assembled = assembled << 8U | content[i];
   }
-  // In the inline area also for a joined string that was retagged, whose heap block is full.
-  std::uint8_t* place = InlineContent(node) + length;
+  std::uint8_t* place = node->content + length;
   std::memcpy(place, &assembled, sizeof(assembled));
   return {place, kNumberOctets};
 }
 
-NodeValue BitStringValue(const AsnNode& node) {
-  const std::uint32_t length = ContentLength(node);
-  if (length == 0) {
-    return {nullptr, 0};
-  }
-  return {node.content + 1, length - 1};
-}
-
-NodeValue OidValue(AsnNode* node) {
+NodeValue OidValue(DocumentMemory& memory, AsnNode* node) {
   if (ContentLength(*node) == 0) {
     return {reinterpret_cast<const std::uint8_t*>(""), 0};
   }
   if (node->text == nullptr) {
-    KeepText(node, OidContentToText(node->content, ContentLength(*node)));
+    KeepText(memory, node, OidContentToText(node->content, ContentLength(*node)));
   }
   return {reinterpret_cast<const std::uint8_t*>(node->text),
           static_cast<std::uint32_t>(std::strlen(node->text))};
 }
 
-NodeValue ValueOf(AsnNode* node) {
-  if (IsConstructed(TagOf(*node))) {
-    return {nullptr, ContentLength(*node)};
-  }
+NodeValue ValueOf(DocumentMemory& memory, AsnNode* node) {
+  const std::uint32_t length = ContentLength(*node);
   switch (TagOf(*node)) {
     case kTagInteger:
       return IntegerValue(node);
     case kTagBitString:
-      return BitStringValue(*node);
+      return length == 0 ? NodeValue{nullptr, 0} : NodeValue{node->content + 1, length - 1};
     case kTagObjectIdentifier:
-      return OidValue(node);
+      return OidValue(memory, node);
     default:
-      return {node->content, ContentLength(*node)};
+      return {node->content, length};
   }
 }
 
@@ -216,7 +180,7 @@ std::uint8_t* WriteElement(const AsnNode& node, std::uint8_t* out) {
   if (node.content == nullptr) {
     return out;
   }
-  CopyOctets(out, node.content, length);
+  std::memcpy(out, node.content, length);
   return out + length;
 }
 
@@ -244,46 +208,24 @@ void EncodeTree(const AsnNode& top, std::uint8_t* out) {
 
 }  // namespace
 
-TASN1::TASN1(std::uint8_t rootTag, Release release)
-    : segmentedStrings_(IsSegmentedString(rootTag)), release_(release) {
+TASN1::TASN1(std::uint8_t rootTag, Release release) : memory_(release) {
   WriteHeader(&root_, rootTag, 0);
 }
 
-TASN1::~TASN1() { ReleaseContents(&root_, release_); }
+TASN1::~TASN1() { WipeOctets(&root_, sizeof(root_)); }
 
-std::int32_t TASN1::ReadHeader(const std::uint8_t* octets, std::uint8_t* tag,
-                               std::uint32_t* length) const {
-  ElementHeader header = DecodeHeader(octets, kUnknownSize);
-  if (header.indefinite) {
-    header.length = ScanIndefinite(octets, kUnknownSize, 0);
-  }
-  if (tag != nullptr) {
-    *tag = header.tag;
-  }
-  if (length != nullptr) {
-    *length = header.length;
-  }
-  return header.size;
-}
-
-std::int32_t TASN1::ReadHeader(std::span<const std::uint8_t> image, std::uint8_t* tag,
-                               std::uint32_t* length) const {
-  ElementHeader header = DecodeHeader(image.data(), image.size());
-  if (header.indefinite) {
-    header.length = ScanIndefinite(image.data(), image.size(), 0);
-  }
-  if (tag != nullptr) {
-    *tag = header.tag;
-  }
-  if (length != nullptr) {
-    *length = header.length;
-  }
+std::int32_t TASN1::ReadHeader(const std::uint8_t* octets, std::uint64_t available,
+                               std::uint8_t* tag, std::uint32_t* length) {
+  const ElementHeader header = DecodeHeader(octets, available);
+  Put(tag, header.tag);
+  Put(length, header.indefinite ? ScanIndefinite(octets, available, 0) : header.length);
   return header.size;
 }
 
 std::int32_t TASN1::Load(const std::uint8_t* data, std::uint32_t length) {
   loaded_ = data;
   loadedLength_ = length;
+  loadedNeed_ = 0;
   if (data == nullptr) {
     return kAsnWrongSize;
   }
@@ -295,13 +237,22 @@ std::int32_t TASN1::Load(const std::uint8_t* data, std::uint32_t length) {
   if (std::uint64_t{header.size} + header.length != length) {
     return kAsnWrongSize;
   }
-  return ValidateImage(&reader);
+  return ValidateImage(reader, &loadedNeed_);
 }
 
 void TASN1::Clear() noexcept {
   if (IsConstructed(TagOf(root_))) {
-    ReleaseContents(&root_, release_);
+    ReleaseAll();
   }
+}
+
+// Nothing below the root is left: the memory ends at once, without a walk.
+void TASN1::ReleaseAll() noexcept {
+  const std::uint8_t tag = TagOf(root_);
+  const std::uint32_t length = ContentLength(root_);
+  WipeOctets(&root_, sizeof(root_));
+  WriteHeader(&root_, tag, length);
+  memory_.Clear();
 }
 
 TASN1::Place TASN1::Locate(PathView path) {
@@ -325,11 +276,20 @@ void TASN1::CheckRoom(std::uint64_t size) const {
   CheckedLength(ContentLength(root_) + size + (kMaxPathEntries + 1) * kLongestHeader);
 }
 
-// Room has been reserved: a node that holds a value already must find its place.
-void TASN1::Insert(AsnNode* parent, std::int32_t index, OwnedNode node) noexcept {
-  segmentedStrings_ = segmentedStrings_ || IsSegmentedString(TagOf(*node));
-  const AsnNode* added = InsertNode(parent, index, std::move(node));
-  AdjustLengths(parent, EncodedSize(*added));
+// The value is complete before the tree changes.
+void TASN1::AddNode(AsnNode* parent, std::int32_t index, std::uint8_t tag, std::uint32_t length,
+                    const void* value) {
+  CheckRoom(MostContent(tag, length));
+  NodeHolder holder(memory_);
+  WriteHeader(holder.Get(), tag, 0);
+  if (!IsConstructed(tag)) {
+    FillValue(memory_, holder.Get(), length, value);
+  }
+  ReserveSlot(memory_, parent);
+  AsnNode* node = NewNode(memory_, parent, tag);
+  MoveNode(holder.Get(), node);
+  InsertNode(parent, index, node);
+  AdjustLengths(parent, EncodedSize(*node));
 }
 
 std::int32_t TASN1::AddChildAt(std::uint8_t tag, std::uint32_t length, const void* value,
@@ -344,9 +304,7 @@ std::int32_t TASN1::AddChildAt(std::uint8_t tag, std::uint32_t length, const voi
   if (!IsConstructed(TagOf(*parent))) {
     return kAsnPrimitiveParent;
   }
-  CheckRoom(MostContent(tag, length));
-  ReserveSlot(parent);
-  Insert(parent, parent->count, MakeNode(parent, tag, length, value));
+  AddNode(parent, parent->count, tag, length, value);
   return kAsnOk;
 }
 
@@ -359,10 +317,7 @@ std::int32_t TASN1::InsertBeforeAt(std::uint8_t tag, std::uint32_t length, const
   if (place.node == nullptr || place.node == &root_) {
     return kAsnBadPath;
   }
-  AsnNode* parent = place.node->parent;
-  CheckRoom(MostContent(tag, length));
-  ReserveSlot(parent);
-  Insert(parent, place.index, MakeNode(parent, tag, length, value));
+  AddNode(place.node->parent, place.index, tag, length, value);
   return kAsnOk;
 }
 
@@ -371,19 +326,11 @@ std::int32_t TASN1::GetNodeAt(const NodeOut& out, PathView path) {
   if (node == nullptr) {
     return kAsnBadPath;
   }
-  const NodeValue value = ValueOf(node);
-  if (out.tag != nullptr) {
-    *out.tag = TagOf(*node);
-  }
-  if (out.childCount != nullptr) {
-    *out.childCount = static_cast<std::uint32_t>(node->count);
-  }
-  if (out.length != nullptr) {
-    *out.length = value.length;
-  }
-  if (out.value != nullptr) {
-    *out.value = value.octets;
-  }
+  const NodeValue value = ValueOf(memory_, node);
+  Put(out.tag, TagOf(*node));
+  Put(out.childCount, static_cast<std::uint32_t>(node->count));
+  Put(out.length, value.length);
+  Put(out.value, value.octets);
   return kAsnOk;
 }
 
@@ -393,18 +340,19 @@ std::int32_t TASN1::SetTagAt(std::uint8_t newTag, PathView path) {
     return kAsnBadPath;
   }
   if (IsConstructed(newTag) == IsConstructed(TagOf(*node))) {
-    DropText(node);
+    DropText(memory_, node);
     node->octets[0] = newTag;
-    segmentedStrings_ = segmentedStrings_ || IsSegmentedString(newTag);
     return kAsnOk;
   }
-  // Zero-filled: after Clear the root's size counts children that are gone.
   const std::uint32_t size = EncodedSize(*node);
-  const ScratchOctets image(size, release_);
-  EncodeTree(*node, image.Get());
-  image.Get()[0] = newTag;
+  NodeHolder holder(memory_);
+  std::uint8_t* image = PlaceContent(memory_, holder.Get(), size);
+  // After Clear the root's size counts children that are gone.
+  std::memset(image, 0, size);
+  EncodeTree(*node, image);
+  image[0] = newTag;
   // What cannot be rebuilt is left out without a word; callers rely on 0.
-  Rebuild(node, {image.Get(), size});
+  Rebuild(node, {image, size});
   return kAsnOk;
 }
 
@@ -413,9 +361,7 @@ std::int32_t TASN1::GetEncodedSizeAt(std::uint32_t* size, PathView path) {
   if (node == nullptr) {
     return kAsnBadPath;
   }
-  if (size != nullptr) {
-    *size = EncodedSize(*node);
-  }
+  Put(size, EncodedSize(*node));
   return kAsnOk;
 }
 
@@ -434,14 +380,15 @@ std::int32_t TASN1::DeleteNodeAt(PathView path) {
     return kAsnBadPath;
   }
   if (place.node == &root_) {
-    ReleaseContents(&root_, release_);
+    ReleaseAll();
     WriteHeader(&root_, TagOf(root_), 0);
     return kAsnOk;
   }
   AsnNode* parent = place.node->parent;
-  const OwnedNode deleted = TakeNode(parent, place.index);
+  AsnNode* deleted = TakeNode(parent, place.index);
   AdjustLengths(parent, -std::int64_t{EncodedSize(*deleted)});
-  ReleaseContents(deleted.get(), release_);
+  ReleaseContents(memory_, deleted);
+  memory_.GiveBack(deleted, sizeof(AsnNode));
   return kAsnOk;
 }
 
@@ -452,7 +399,11 @@ std::int32_t TASN1::ParseAt(const std::uint8_t* image, PathView path) {
   }
   // Once only: the next image at this address may be another one.
   const bool known = image == std::exchange(loaded_, nullptr);
-  return Rebuild(node, OutermostElement(image, known ? loadedLength_ : kUnknownSize));
+  memory_.Expect(known ? loadedNeed_ : 0);
+  const std::int32_t result =
+      Rebuild(node, OutermostElement(image, known ? loadedLength_ : kUnknownSize));
+  memory_.Expect(0);
+  return result;
 }
 
 std::int32_t TASN1::ParseIntoAt(const std::uint8_t* image, PathView path) {
@@ -467,18 +418,17 @@ std::int32_t TASN1::ParseIntoAt(std::span<const std::uint8_t> image, PathView pa
   if (!IsConstructed(TagOf(*parent))) {
     return kAsnOk;
   }
-  NodeHolder holder(release_);
+  NodeHolder holder(memory_);
   ImageReader reader(OutermostElement(image.data(), image.size()));
-  const BuildOutcome built = BuildElements(&reader, 0, 1, holder.Get(), parent);
-  segmentedStrings_ = segmentedStrings_ || built.segmentedStrings;
+  const BuildOutcome built = BuildElements(memory_, reader, 0, 1, holder.Get(), parent);
   if (holder.Get()->count > 0) {
     CheckRoom(built.contentLength);
-    ReserveSlot(parent);
-    Insert(parent, parent->count, TakeNode(holder.Get(), 0));
+    ReserveSlot(memory_, parent);
+    AsnNode* node = TakeNode(holder.Get(), 0);
+    InsertNode(parent, parent->count, node);
+    AdjustLengths(parent, EncodedSize(*node));
   }
-  if (segmentedStrings_) {
-    Flatten(parent);
-  }
+  FlattenStrings(memory_, parent);
   return kAsnOk;
 }
 
@@ -495,38 +445,22 @@ std::int32_t TASN1::Rebuild(AsnNode* node, std::span<const std::uint8_t> image) 
     return kAsnUnreadable;
   }
 
-  NodeHolder holder(release_);
-  BuildOutcome built{BuildState::kBuilt, false, header.length};
+  NodeHolder holder(memory_);
+  BuildOutcome built{kAsnOk, false, header.length};
   if (constructed) {
-    built = BuildElements(&reader, header.size, std::uint64_t{header.size} + header.length,
+    built = BuildElements(memory_, reader, header.size, std::uint64_t{header.size} + header.length,
                           holder.Get(), node);
-  } else if (std::uint8_t* content = PlaceContent(holder.Get(), header.length, 1)) {
-    std::memcpy(content, reader.At(header.size), header.length);
+  } else {
+    FillContent(memory_, holder.Get(), reader.At(header.size), header.length);
   }
   CheckRoom(built.contentLength);
   const std::int64_t before = EncodedSize(*node);
-  ReleaseContents(node, release_);
-  MoveContents(holder.Get(), node);
-  WriteHeader(node, header.tag, built.contentLength);
+  WriteHeader(holder.Get(), header.tag, built.contentLength);
+  ReleaseContents(memory_, node);
+  MoveNode(holder.Get(), node);
   AdjustLengths(node->parent, EncodedSize(*node) - before);
-
   const bool flatten = built.segmentedStrings || IsSegmentedString(header.tag);
-  segmentedStrings_ = segmentedStrings_ || flatten;
-  if (built.state == BuildState::kHeaderUnreadable) {
-    return kAsnInnerUnreadable;
-  }
-  if (built.state == BuildState::kElementFailed) {
-    return kAsnInnerFailed;
-  }
-  return flatten ? Flatten(node) : std::int32_t{kAsnOk};
-}
-
-std::int32_t TASN1::Flatten(AsnNode* top) {
-  const std::int32_t result = FlattenStrings(top, release_);
-  if (result == kAsnOk && top == &root_) {
-    segmentedStrings_ = false;
-  }
-  return result;
+  return built.result == kAsnOk && flatten ? FlattenStrings(memory_, node) : built.result;
 }
 
 }  // namespace zarext

@@ -24,7 +24,7 @@
 #include <span>
 #include <utility>
 
-#include "asn1/asn_node.h"
+#include "asn1/node_tree.h"
 #include "asn1/result_codes.h"
 
 namespace zarext {
@@ -39,19 +39,21 @@ class TASN1 {
   ~TASN1();
   TASN1(const TASN1&) = delete;
   TASN1& operator=(const TASN1&) = delete;
-  TASN1(TASN1&&) = delete;
-  TASN1& operator=(TASN1&&) = delete;
 
   // Reads the identifier and length octets at `octets`. Returns their number, 2 to 6, and writes
   // the identifier and the content length; returns 0 with length 0 for a length octet of 0x85 or
   // more. Reads no octet behind the header, except that an indefinite length is looked for up to
   // its closing pair (image_reader.h says what it reports). A null result pointer is left out.
   std::int32_t ReadHeader(const std::uint8_t* octets, std::uint8_t* tag,
-                          std::uint32_t* length) const;
+                          std::uint32_t* length) const {
+    return ReadHeader(octets, UINT64_MAX, tag, length);
+  }
 
   // The same, of an image whose size is known: a header that needs octets beyond it gives 0.
   std::int32_t ReadHeader(std::span<const std::uint8_t> image, std::uint8_t* tag,
-                          std::uint32_t* length) const;
+                          std::uint32_t* length) const {
+    return ReadHeader(image.data(), image.size(), tag, length);
+  }
 
   // Checks an image; builds nothing. kAsnWrongSize unless the outermost element is exactly as long
   // as the image; kAsnUnreadable, kAsnBeyondImage, kAsnBeyondElement for what is inside.
@@ -197,18 +199,23 @@ class TASN1 {
   };
   Place Locate(PathView path);
 
-  void Insert(AsnNode* parent, std::int32_t index, OwnedNode node) noexcept;
+  void AddNode(AsnNode* parent, std::int32_t index, std::uint8_t tag, std::uint32_t length,
+               const void* value);
   void CheckRoom(std::uint64_t size) const;
   std::int32_t Rebuild(AsnNode* node, std::span<const std::uint8_t> image);
-  std::int32_t Flatten(AsnNode* top);
+  void ReleaseAll() noexcept;
+  static std::int32_t ReadHeader(const std::uint8_t* octets, std::uint64_t available,
+                                 std::uint8_t* tag, std::uint32_t* length);
 
+  // Left out: pointers `root` and `second` to the root node, which would always be &root_;
+  // `position`, a cursor, of which each pass has its own; `limit`, 65,535 and then the image
+  // length, which nothing would read; `mode`, which would always be 0, definite lengths.
   AsnNode root_{};
-  // Whether there may be constructed strings in the tree. Without them there is nothing to flatten.
-  bool segmentedStrings_;
-  Release release_;
   // The image that the last Load was given; only compared, never read through.
   const std::uint8_t* loaded_ = nullptr;
   std::uint32_t loadedLength_ = 0;
+  std::size_t loadedNeed_ = 0;  // what its nodes take from memory_
+  DocumentMemory memory_;
 };
 
 }  // namespace zarext

@@ -1,8 +1,8 @@
 #include "asn1/tree_builder.h"
 
 #include <cstring>
-#include <utility>
 
+#include "asn1/copy_octets.h"
 #include "asn1/result_codes.h"
 #include "asn1/small_stack.h"
 
@@ -17,100 +17,35 @@ struct OpenElement {
   std::uint64_t length;  // encoded size of the children so far
 };
 
-class Builder {
- public:
-  Builder(ImageReader* reader, std::uint64_t position) : reader_(*reader), position_(position) {}
+// An empty child with this tag, for the element's owner.
+AsnNode* AppendChild(DocumentMemory& memory, const OpenElement& parent, std::uint8_t tag) {
+  ReserveSlot(memory, parent.node);
+  AsnNode* child = NewNode(memory, parent.owner, tag);
+  parent.node->children[parent.node->count++] = child;
+  return child;
+}
 
-  BuildOutcome Run(const OpenElement& outermost);
-
- private:
-  BuildState BuildChildren();
-  void CloseTop();
-
-  ImageReader& reader_;
-  std::uint64_t position_;
-  SmallStack<OpenElement> open_;
-  bool segmentedStrings_ = false;
-};
-
-BuildOutcome Builder::Run(const OpenElement& outermost) {
-  open_.Push(outermost);
-  BuildState state = BuildState::kBuilt;
-  for (;;) {
-    state = BuildChildren();
-    if (state != BuildState::kBuilt) {
-      break;
+// Gives a new primitive node its content. Returns its encoded size.
+std::uint32_t FillContent(DocumentMemory& memory, AsnNode* node, const std::uint8_t* content,
+                          std::uint32_t length, std::uint64_t available) {
+  if (length >= kInlineOctets || available < kInlineOctets) {
+    if (std::uint8_t* place = PlaceContent(memory, node, length)) {
+      std::memcpy(place, content, length);
     }
-    if (position_ < open_.Top().end) {
-      continue;  // of an element that was opened
-    }
-    if (open_.Size() == 1) {
-      break;
-    }
-    CloseTop();
+    return EncodedSize(*node);
   }
-  while (open_.Size() > 1) {
-    CloseTop();
-  }
-  return {state, segmentedStrings_, CheckedLength(open_.Top().length)};
+  node->octets[1] = static_cast<std::uint8_t>(length);
+  node->content = length == 0 ? nullptr : InlineContent(node);
+  CopyAndClear<kInlineOctets>(InlineContent(node), content, length);
+  return kShortHeader + length;
 }
 
-// An empty child of the element with this tag.
-AsnNode* AppendChild(const OpenElement& parent, std::uint8_t tag) {
-  ReserveSlot(parent.node);
-  return AppendNode(parent.node, NewNode(parent.owner, tag));
-}
-
-// Builds children of the innermost open element up to its end, or up to a constructed one, which
-// then is the innermost.
-BuildState Builder::BuildChildren() {
-  OpenElement& parent = open_.Top();
-  std::uint64_t position = position_;
-  while (position < parent.end) {
-    const ElementHeader header = reader_.Read(position);
-    if (header.state != HeaderState::kReadable) {
-      return open_.Size() == 1 ? BuildState::kHeaderUnreadable : BuildState::kElementFailed;
-    }
-    if (header.tag == 0 && header.length == 0) {
-      // Always two octets, even for a length that was written with more: what follows is then read
-      // from the middle of the header. Compatibility.
-      position += 2;
-      continue;
-    }
-    position += header.size;
-    const bool constructed = IsConstructed(header.tag);
-    if (!constructed && header.length > reader_.Size() - position) {
-      return BuildState::kElementFailed;
-    }
-    AsnNode* node = AppendChild(parent, header.tag);
-    if (constructed) {
-      segmentedStrings_ = segmentedStrings_ || IsSegmentedString(header.tag);
-      open_.Push({node, node, position + header.length, 0});
-      break;
-    }
-    CopyOctets(PlaceContent(node, header.length, 1), reader_.At(position), header.length);
-    parent.length += EncodedSize(*node);
-    position += header.length;
-  }
-  position_ = position;
-  return BuildState::kBuilt;
-}
-
-// The element is complete: its header gets its length, and its parent one child's size more.
-void Builder::CloseTop() {
-  const OpenElement& closed = open_.Top();
-  AsnNode* node = closed.node;
-  WriteHeader(node, TagOf(*node), CheckedLength(closed.length));
-  open_.Pop();
-  open_.Top().length += EncodedSize(*node);
-}
-
-// Makes node a primitive string whose content is the block.
-void BecomePrimitive(AsnNode* node, OwnedOctets block, std::uint32_t length,
-                     Release release) noexcept {
+// Ends the children of a constructed string and makes it a primitive one with this content.
+void BecomePrimitive(DocumentMemory& memory, AsnNode* node, std::uint8_t* content,
+                     std::uint32_t length) noexcept {
   const auto tag = static_cast<std::uint8_t>(TagOf(*node) & ~kConstructedBit);
-  ReleaseContents(node, release);
-  node->content = block.release();
+  ReleaseContents(memory, node);
+  node->content = content;
   WriteHeader(node, tag, length);
 }
 
@@ -139,16 +74,9 @@ std::uint8_t* JoinSegments(const AsnNode& node, std::int32_t count, std::uint8_t
   return out;
 }
 
-std::int32_t FlattenOctetString(AsnNode* node, std::uint32_t total, Release release) {
-  OwnedOctets block = AllocateZeroedOctets(std::size_t{total} + 1);
-  JoinSegments(*node, node->count, block.get());
-  BecomePrimitive(node, std::move(block), total, release);
-  return kAsnOk;
-}
-
 // The last segment that has content gives the unused-bits octet in front. The other segments keep
 // theirs, which so become data. Compatibility: signatures over such strings were made this way.
-std::int32_t FlattenBitString(AsnNode* node, std::uint32_t total, Release release) {
+std::int32_t FlattenBitString(DocumentMemory& memory, AsnNode* node, std::uint32_t total) {
   if (total == 0) {
     return kAsnWrongSegment;
   }
@@ -157,32 +85,37 @@ std::int32_t FlattenBitString(AsnNode* node, std::uint32_t total, Release releas
     --last;
   }
   const AsnNode& final = *node->children[last];
-  OwnedOctets block = AllocateZeroedOctets(std::size_t{total} + 4);
-  block[0] = final.content[0];
-  std::uint8_t* out = JoinSegments(*node, last, block.get() + 1);
+  std::uint8_t* content = TakeContent(memory, total);
+  content[0] = final.content[0];
+  std::uint8_t* out = JoinSegments(*node, last, content + 1);
   std::memcpy(out, final.content + 1, ContentLength(final) - 1);
-  BecomePrimitive(node, std::move(block), total, release);
+  BecomePrimitive(memory, node, content, total);
   return kAsnOk;
 }
 
-std::int32_t FlattenString(AsnNode* node, Release release) {
+std::int32_t FlattenString(DocumentMemory& memory, AsnNode* node) {
   if (ContentLength(*node) == 0 || node->count == 0) {
-    BecomePrimitive(node, nullptr, 0, release);
+    BecomePrimitive(memory, node, nullptr, 0);
     return kAsnOk;
   }
   std::uint32_t total = 0;
   if (!SegmentsMatch(*node, &total)) {
     return kAsnWrongSegment;
   }
-  const bool octets = TagOf(*node) == (kTagOctetString | kConstructedBit);
-  return octets ? FlattenOctetString(node, total, release) : FlattenBitString(node, total, release);
+  if (TagOf(*node) == (kTagBitString | kConstructedBit)) {
+    return FlattenBitString(memory, node, total);
+  }
+  std::uint8_t* content = TakeContent(memory, total);
+  JoinSegments(*node, node->count, content);
+  BecomePrimitive(memory, node, content, total);
+  return kAsnOk;
 }
 
 // The walk down a subtree. Lengths are corrected on the way up, which is also taken when the pass
 // stops early or memory runs out.
 class FlattenPass {
  public:
-  FlattenPass(AsnNode* top, Release release) : top_(top), release_(release) {}
+  FlattenPass(DocumentMemory& memory, AsnNode* top) : memory_(memory), top_(top) {}
   FlattenPass(const FlattenPass&) = delete;
   FlattenPass& operator=(const FlattenPass&) = delete;
   ~FlattenPass() {
@@ -221,7 +154,7 @@ class FlattenPass {
       return kAsnOk;
     }
     const std::int64_t before = EncodedSize(*node);
-    const std::int32_t result = FlattenString(node, release_);
+    const std::int32_t result = FlattenString(memory_, node);
     Carry(std::int64_t{EncodedSize(*node)} - before);
     return result;
   }
@@ -242,21 +175,63 @@ class FlattenPass {
     }
   }
 
+  DocumentMemory& memory_;
   AsnNode* top_;
-  Release release_;
   std::int64_t change_ = 0;
   SmallStack<Step> walk_;
 };
 
 }  // namespace
 
-BuildOutcome BuildElements(ImageReader* reader, std::uint64_t position, std::uint64_t end,
-                           AsnNode* holder, AsnNode* owner) {
-  return Builder(reader, position).Run({holder, owner, end, 0});
+BuildOutcome BuildElements(DocumentMemory& memory, ImageReader& reader, std::uint64_t position,
+                           std::uint64_t end, AsnNode* holder, AsnNode* owner) {
+  SmallStack<OpenElement> open;
+  open.Push({holder, owner, end, 0});
+  BuildOutcome built{kAsnOk, false, 0};
+  for (;;) {
+    OpenElement& parent = open.Top();
+    if (position >= parent.end || built.result != kAsnOk) {
+      built.contentLength = CheckedLength(parent.length);
+      if (open.Size() == 1) {
+        return built;
+      }
+      const std::uint64_t size = std::uint64_t{built.contentLength} +
+                                 WriteHeader(parent.node, TagOf(*parent.node), built.contentLength);
+      open.Pop();
+      open.Top().length += size;
+      continue;
+    }
+    const ElementHeader header = reader.Read(position);
+    if (header.state != HeaderState::kReadable) {
+      built.result = open.Size() == 1 ? kAsnInnerUnreadable : kAsnInnerFailed;
+      continue;
+    }
+    if (header.tag == 0 && header.length == 0) {
+      // Always two octets, even for a length that was written with more: what follows is then read
+      // from the middle of the header. Compatibility.
+      position += 2;
+      continue;
+    }
+    position += header.size;
+    const bool constructed = IsConstructed(header.tag);
+    const std::uint64_t available = reader.Size() - position;
+    if (!constructed && header.length > available) {
+      built.result = kAsnInnerFailed;
+      continue;
+    }
+    AsnNode* node = AppendChild(memory, parent, header.tag);
+    if (constructed) {
+      built.segmentedStrings = built.segmentedStrings || IsSegmentedString(header.tag);
+      open.Push({node, node, position + header.length, 0});
+    } else {
+      parent.length += FillContent(memory, node, reader.At(position), header.length, available);
+      position += header.length;
+    }
+  }
 }
 
-std::int32_t FlattenStrings(AsnNode* top, Release release) {
-  return FlattenPass(top, release).Run();
+std::int32_t FlattenStrings(DocumentMemory& memory, AsnNode* top) {
+  return FlattenPass(memory, top).Run();
 }
 
 }  // namespace zarext

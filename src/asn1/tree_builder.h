@@ -5,20 +5,16 @@
 
 #include <cstdint>
 
-#include "asn1/asn_node.h"
 #include "asn1/image_reader.h"
+#include "asn1/node_tree.h"
 
 namespace zarext {
 
-enum class BuildState : std::uint8_t {
-  kBuilt,
-  kHeaderUnreadable,  // of an element directly below the holder
-  kElementFailed,     // an element further down, or one that ends beyond the image
-};
-
 struct BuildOutcome {
-  BuildState state;
-  bool segmentedStrings;        // whether constructed strings were built
+  // kAsnOk; kAsnInnerUnreadable: the header of an element directly below the holder;
+  // kAsnInnerFailed: an element further down, or one that ends beyond the image.
+  std::int32_t result;
+  bool segmentedStrings;        // whether constructed strings are among what was built
   std::uint32_t contentLength;  // encoded size of everything built below the holder
 };
 
@@ -26,14 +22,14 @@ struct BuildOutcome {
 // `holder`, which has none. Those directly below it name `owner` as their parent: they are built
 // for it, and holder is their place until they are complete. The holder's header is not changed.
 // What was built before a failure stays. Throws std::bad_alloc.
-BuildOutcome BuildElements(ImageReader* reader, std::uint64_t position, std::uint64_t end,
-                           AsnNode* holder, AsnNode* owner);
+BuildOutcome BuildElements(DocumentMemory& memory, ImageReader& reader, std::uint64_t position,
+                           std::uint64_t end, AsnNode* holder, AsnNode* owner);
 
 // Makes the constructed BIT STRINGs and OCTET STRINGs of the subtree primitive, in the order of
 // the document, up to the first with a segment that has not the string's own primitive identifier,
 // which gives kAsnWrongSegment. Corrects the lengths of the subtree and of its ancestors, for any
 // result. Throws std::bad_alloc, the lengths then being correct too.
-std::int32_t FlattenStrings(AsnNode* top, Release release = Release::kPlain);
+std::int32_t FlattenStrings(DocumentMemory& memory, AsnNode* top);
 
 }  // namespace zarext
 

@@ -8,4 +8,4 @@ zarext_add_host_test(asn1_memory_unit
   SOURCES asn1/memory_test.cpp
   LIBS zarext_asn1)
 target_link_options(asn1_memory_unit PRIVATE
-  -Wl,--wrap=malloc,--wrap=calloc,--wrap=realloc,--wrap=free,--wrap=_Znwm)
+  -Wl,--wrap=malloc,--wrap=calloc,--wrap=free,--wrap=_Znwm)

@@ -58,6 +58,41 @@ std::string Hex(const Octets& octets) {
   return text;
 }
 
+class Inspected : public TASN1 {
+ public:
+  using TASN1::Root;
+  using TASN1::TASN1;
+};
+
+// Whether a record of the tree is the one that the naive node stands for.
+bool SameRecord(const AsnNode& real, const AsnNode* parent, const oracle::Node& naive) {
+  const Octets header = oracle::Header(naive);
+  const Octets& content = naive.content;
+  const bool outside = content.size() >= 38 || naive.joined;
+  const std::uint8_t* place = real.octets + 2;
+  return real.parent == parent && std::equal(header.begin(), header.end(), real.octets) &&
+         static_cast<std::size_t>(real.count) == naive.children.size() &&
+         real.capacity == naive.slots && (real.children == nullptr) == (naive.slots == 0) &&
+         (real.children == real.branch.slots) == (naive.slots == 4) &&
+         (real.content == nullptr) == (content.empty() && !outside) &&
+         (content.empty() || (real.content == place) == !outside) &&
+         std::equal(content.begin(), content.end(), real.content) &&
+         (real.text == nullptr || (naive.tag == 6 && real.text == oracle::OidText(content)));
+}
+
+std::string CompareRecords(const AsnNode& real, const AsnNode* parent, const oracle::Node& naive) {
+  if (!SameRecord(real, parent, naive)) {
+    return "the record of a node with tag " + std::to_string(naive.tag) + " differs";
+  }
+  for (std::size_t i = 0; i < naive.children.size(); ++i) {
+    std::string difference = CompareRecords(*real.children[i], &real, *naive.children[i]);
+    if (!difference.empty()) {
+      return difference;
+    }
+  }
+  return "";
+}
+
 class Pair {
  public:
   explicit Pair(std::uint8_t rootTag) : real_(rootTag), naive_(rootTag) {}
@@ -79,7 +114,7 @@ class Pair {
   }
   std::string ParseInto(const Octets& image, const Path& path) {
     const ExactCopy copy(image);
-    const oracle::Header header = oracle::ReadHeader(image, 0);
+    const oracle::ElementHeader header = oracle::ReadHeader(image, 0);
     if (header.size == 0 || header.size + header.length > image.size()) {
       return "";
     }
@@ -120,11 +155,17 @@ class Pair {
     naive_.Clear();
   }
 
-  // Nodes, values, sizes and octets.
+  // All records, and the encoding.
+  std::string CompareTree() {
+    std::string difference = CompareRecords(real_.Root(), nullptr, *naive_.Find({}));
+    return difference.empty() ? CompareEncoding({}) : difference;
+  }
+
+  // What is read of the nodes, too.
   std::string Compare() {
     Path path;
     std::string difference = CompareNode(&path);
-    return difference.empty() ? CompareEncoding({}) : difference;
+    return difference.empty() ? CompareTree() : difference;
   }
 
   oracle::Document& Naive() { return naive_; }
@@ -186,7 +227,7 @@ class Pair {
     return "";
   }
 
-  TASN1 real_;
+  Inspected real_;
   oracle::Document naive_;
 };
 
@@ -300,7 +341,10 @@ std::string CompareScript(std::span<const std::uint8_t> script) {
   OctetSource source(script);
   Pair pair(ChooseTag(&source));
   for (int step = 0; !source.Empty(); ++step) {
-    const std::string difference = Step(&source, &pair);
+    std::string difference = Step(&source, &pair);
+    if (difference.empty()) {
+      difference = pair.CompareTree();
+    }
     if (!difference.empty()) {
       return "step " + std::to_string(step) + ": " + difference;
     }

@@ -28,8 +28,9 @@ class OctetSource {
 // Loads and parses one image with both. Empty, or what differs.
 std::string CompareImage(std::span<const std::uint8_t> image);
 
-// Reads a script of edits from the octets and does each to both, comparing the results, and where
-// the script says so and at the end all nodes. Empty, or what differs.
+// Reads a script of edits from the octets and does each to both, comparing the results and after
+// each the records and the encoding; where the script says so and at the end also what is read of
+// the nodes. Empty, or what differs.
 std::string CompareScript(std::span<const std::uint8_t> script);
 
 // The conversions of object identifiers, both ways. Empty, or what differs.

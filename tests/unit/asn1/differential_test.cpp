@@ -1,6 +1,7 @@
 // Random documents, images and edit scripts against the naive implementation.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <random>
 
 #include "asn1/tasn1.h"
@@ -10,6 +11,13 @@ namespace zarext {
 namespace {
 
 using oracle::Octets;
+
+// How many documents of each kind, as a multiple of the usual number.
+std::uint32_t Times(std::uint32_t usual) {
+  const char* times = std::getenv("ZAREXT_DOCUMENTS");
+  return times == nullptr ? usual
+                          : usual * static_cast<std::uint32_t>(std::strtoul(times, nullptr, 10));
+}
 
 // Random documents as images: any mixture of definite and indefinite lengths and of length forms
 // with more octets than needed.
@@ -109,7 +117,7 @@ class ImageMaker {
 };
 
 TEST(Asn1Differential, DerReencodesToItself) {
-  for (std::uint32_t seed = 0; seed < 3000; ++seed) {
+  for (std::uint32_t seed = 0; seed < Times(3000); ++seed) {
     ImageMaker maker(seed, ImageMaker::Form::kDer);
     const Octets image = maker.Element(6);
     const auto size = static_cast<std::uint32_t>(image.size());
@@ -126,21 +134,21 @@ TEST(Asn1Differential, DerReencodesToItself) {
 }
 
 TEST(Asn1Differential, ImagesGiveWhatTheNaiveParserGives) {
-  for (std::uint32_t seed = 0; seed < 4000; ++seed) {
+  for (std::uint32_t seed = 0; seed < Times(4000); ++seed) {
     ImageMaker maker(seed, ImageMaker::Form::kAny);
     ASSERT_EQ(CompareImage(maker.Element(5)), "") << seed;
   }
 }
 
 TEST(Asn1Differential, SegmentedStringsGiveWhatTheNaiveParserGives) {
-  for (std::uint32_t seed = 0; seed < 4000; ++seed) {
+  for (std::uint32_t seed = 0; seed < Times(4000); ++seed) {
     ImageMaker maker(seed, ImageMaker::Form::kAny);
     ASSERT_EQ(CompareImage(maker.Segmented()), "") << seed;
   }
 }
 
 TEST(Asn1Differential, DamagedImagesGiveWhatTheNaiveParserGives) {
-  for (std::uint32_t seed = 0; seed < 6000; ++seed) {
+  for (std::uint32_t seed = 0; seed < Times(6000); ++seed) {
     ImageMaker maker(seed, ImageMaker::Form::kAny);
     Octets image = maker.Element(5);
     maker.Damage(&image);
@@ -151,7 +159,7 @@ TEST(Asn1Differential, DamagedImagesGiveWhatTheNaiveParserGives) {
 // Parse of images whose Load failed inside, where the tree stays as far as it was built: the outer
 // header is made to fit again, so that the damage is inside.
 TEST(Asn1Differential, ImagesDamagedInsideGiveWhatTheNaiveParserGives) {
-  for (std::uint32_t seed = 0; seed < 6000; ++seed) {
+  for (std::uint32_t seed = 0; seed < Times(6000); ++seed) {
     ImageMaker maker(seed, ImageMaker::Form::kAny);
     Octets content = maker.Element(4);
     const Octets more = maker.Element(3);
@@ -168,7 +176,7 @@ TEST(Asn1Differential, ImagesDamagedInsideGiveWhatTheNaiveParserGives) {
 
 // Around and beyond the first 65,535 octets, where the search for a closing pair has other bounds.
 TEST(Asn1Differential, IndefiniteLengthsFarInsideGiveWhatTheNaiveParserGives) {
-  for (std::uint32_t seed = 0; seed < 300; ++seed) {
+  for (std::uint32_t seed = 0; seed < Times(300); ++seed) {
     ImageMaker maker(seed, ImageMaker::Form::kAny);
     const std::uint32_t filler = 65440 + maker.Below(90);
     Octets content = {0x04, 0x82, static_cast<std::uint8_t>(filler >> 8),
@@ -194,7 +202,7 @@ TEST(Asn1Differential, IndefiniteLengthsFarInsideGiveWhatTheNaiveParserGives) {
 }
 
 TEST(Asn1Differential, ScriptsLeaveWhatTheNaiveDocumentHolds) {
-  for (std::uint32_t seed = 0; seed < 3000; ++seed) {
+  for (std::uint32_t seed = 0; seed < Times(3000); ++seed) {
     std::mt19937 random(seed);
     ImageMaker maker(seed, ImageMaker::Form::kAny);
     Octets script(20 + random() % 400);
@@ -220,7 +228,7 @@ TEST(Asn1Differential, ScriptsLeaveWhatTheNaiveDocumentHolds) {
 }
 
 TEST(Asn1Differential, ObjectIdentifiersGiveWhatTheNaiveConversionsGive) {
-  for (std::uint32_t seed = 0; seed < 6000; ++seed) {
+  for (std::uint32_t seed = 0; seed < Times(6000); ++seed) {
     std::mt19937 random(seed);
     Octets octets(random() % 120);
     for (std::uint8_t& octet : octets) {

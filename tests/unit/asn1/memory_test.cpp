@@ -20,16 +20,24 @@ struct Allocations {
   std::size_t failAt = 0;  // the number of the allocation that fails; 0 for none
 };
 Allocations allocations;
+std::size_t held = 0;  // octets of all blocks of the program
 
 // Four of these in a row are a secret.
 constexpr std::uint8_t kSecret = 0xD5;
 bool watching = false;
 std::size_t secretsGivenBack = 0;
 
-bool HoldsSecret(void* block) {
+// Reads what may be poisoned.
+__attribute__((no_sanitize("address"))) std::size_t CountSecrets(const void* block,
+                                                                 std::size_t size) {
   const auto* octets = static_cast<const std::uint8_t*>(block);
-  const std::uint8_t* end = octets + malloc_usable_size(block);
-  return std::search_n(octets, end, 4, kSecret) != end;
+  std::size_t found = 0;
+  std::size_t run = 0;
+  for (std::size_t i = 0; i < size; ++i) {
+    run = octets[i] == kSecret ? run + 1 : 0;
+    found += run == 4 ? 1 : 0;
+  }
+  return found;
 }
 
 bool Refuse(std::size_t size) {
@@ -38,25 +46,27 @@ bool Refuse(std::size_t size) {
   return ++allocations.count == allocations.failAt;
 }
 
+void* Held(void* block) {
+  held += malloc_usable_size(block);
+  return block;
+}
+
 }  // namespace
 
 // The names are the linker's. NOLINTBEGIN
 extern "C" {
 void* __real_malloc(std::size_t size);
 void* __real_calloc(std::size_t count, std::size_t size);
-void* __real_realloc(void* block, std::size_t size);
 void __real_free(void* block);
 void* __real__Znwm(std::size_t size);
 
-void* __wrap_malloc(std::size_t size) { return Refuse(size) ? nullptr : __real_malloc(size); }
+void* __wrap_malloc(std::size_t size) { return Refuse(size) ? nullptr : Held(__real_malloc(size)); }
 void* __wrap_calloc(std::size_t count, std::size_t size) {
-  return Refuse(count * size) ? nullptr : __real_calloc(count, size);
-}
-void* __wrap_realloc(void* block, std::size_t size) {
-  return Refuse(size) ? nullptr : __real_realloc(block, size);
+  return Refuse(count * size) ? nullptr : Held(__real_calloc(count, size));
 }
 void __wrap_free(void* block) {
-  if (watching && block != nullptr && HoldsSecret(block)) ++secretsGivenBack;
+  if (watching) secretsGivenBack += CountSecrets(block, malloc_usable_size(block));
+  held -= malloc_usable_size(block);
   __real_free(block);
 }
 void* __wrap__Znwm(std::size_t size) {
@@ -79,78 +89,108 @@ Allocations Counted(Act&& act) {
 
 struct CountCase {
   const char* image;
+  const char* repeated;  // behind the image so many times
+  std::size_t times;
   std::size_t allocations;
 };
 
 class ParseCountTest : public testing::TestWithParam<CountCase> {};
 
 TEST_P(ParseCountTest, LoadAndParse) {
-  const Image image(Hex(GetParam().image));
+  const Image image(Hex(GetParam().image) + Repeat(Hex(GetParam().repeated), GetParam().times));
   TASN1 document(0x30);
   const Allocations seen = Counted([&] {
-    document.Load(image.Data(), image.Size());
-    document.Parse(image.Data(), 0xFFFFFF);
+    EXPECT_EQ(document.Load(image.Data(), image.Size()), 0);
+    EXPECT_EQ(document.Parse(image.Data(), 0xFFFFFF), 0);
   });
   EXPECT_EQ(seen.count, GetParam().allocations);
 }
 
+const char kOctets37[] =
+    "01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F 10 11 12 13 14 15 16 17 18 19 1A 1B 1C 1D 1E 1F "
+    "20 21 22 23 24 25";
+
 INSTANTIATE_TEST_SUITE_P(
     Images, ParseCountTest,
     testing::Values(
-        // One for each node below the root, and nothing else for short values.
-        CountCase{"30 00", 0}, CountCase{"04 03 01 02 03", 0},
-        CountCase{"30 09 02 01 05 05 00 30 02 05 00", 4},
-        // The fourth child needs an array.
-        CountCase{"30 06 05 00 05 00 05 00", 3}, CountCase{"30 08 05 00 05 00 05 00 05 00", 5},
-        // A content of 38 octets is a block of its own.
+        // The first 2,048 octets are in the document itself.
+        CountCase{"30 00", "", 0, 0}, CountCase{"04 03 01 02 03", "", 0, 0},
+        CountCase{"30 09 02 01 05 05 00 30 02 05 00", "", 0, 0},
+        CountCase{"30 28 04 26 00", kOctets37, 1, 0},
+        CountCase{"24 06 04 01 AA 04 01 BB", "", 0, 0}, CountCase{"30 18", "05 00", 12, 0},
+        // One block for all the rest, however much it is.
+        CountCase{"30 50", "05 00", 40, 1}, CountCase{"30 82 0F A0", "05 00", 2000, 2},
+        CountCase{"30 81 C8 04 81 C5", "01", 197, 0},
+        CountCase{"30 82 40 04 04 82 40 00", "01", 16384, 1},
         CountCase{
-            "30 27 04 25 01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F 10 11 12 13 14 15 16 17 "
-            "18 19 1A 1B 1C 1D 1E 1F 20 21 22 23 24 25",
-            1},
-        CountCase{
-            "30 28 04 26 01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F 10 11 12 13 14 15 16 17 "
-            "18 19 1A 1B 1C 1D 1E 1F 20 21 22 23 24 25 26",
-            2},
-        // A joined string is a block, whatever its size.
-        CountCase{"24 06 04 01 AA 04 01 BB", 3}));
+            "30 82 7F 80",
+            "04 7E 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 "
+            "01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 "
+            "01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 "
+            "01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 "
+            "01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01",
+            255, 1}));
 
-TEST(MemoryTest, AddingOneNodeIsOneAllocation) {
+// A block is made when there is no room for the next piece.
+TEST(MemoryTest, AddedNodesFillBlocks) {
   TASN1 document(0x30);
   const std::uint32_t number = 5;
-  EXPECT_EQ(Counted([&] { document.AddChild(0x30, 0, nullptr, 0xFFFFFF); }).count, 1U);
-  EXPECT_EQ(Counted([&] { document.AddChild(0x02, 4, &number, 0, 0xFFFFFF); }).count, 1U);
-  EXPECT_EQ(Counted([&] { document.AddChild(0x06, 0, "1.2.643.2.2.19", 0, 0xFFFFFF); }).count, 1U);
-  EXPECT_EQ(
-      Counted([&] { document.GetNode(nullptr, nullptr, nullptr, nullptr, 0, 0, 0xFFFFFF); }).count,
-      0U);
+  const Allocations seen = Counted([&] {
+    for (int i = 0; i < 1000; ++i) document.AddChild(0x02, 4, &number, 0xFFFFFF);
+  });
+  EXPECT_LE(seen.count, 8U);
+  EXPECT_LE(seen.largest, 65536U + 16);
 }
 
-TEST(MemoryTest, BlockSizes) {
-  const Octets value(100, 0x11);
+// A long content is a block of its own, which ends with it.
+TEST(MemoryTest, LongContents) {
+  const Octets value(20000, 0x11);
   TASN1 document(0x30);
-  // One octet behind the content, five behind that of an INTEGER which is added; for the bit string
-  // one more in front.
-  EXPECT_EQ(Counted([&] { document.AddChild(0x04, 100, value.data(), 0xFFFFFF); }).largest, 101U);
-  EXPECT_EQ(Counted([&] { document.AddChild(0x02, 100, value.data(), 0xFFFFFF); }).largest, 105U);
-  EXPECT_EQ(Counted([&] { document.AddChild(0x03, 100, value.data(), 0xFFFFFF); }).largest, 102U);
-  for (const std::uint8_t tag : {std::uint8_t{0x04}, std::uint8_t{0x02}}) {
-    const Image image(Octets{0x30, 102, tag, 100} + value);
-    TASN1 parsed(0x30);
-    EXPECT_EQ(Counted([&] { parsed.Parse(image.Data(), 0xFFFFFF); }).largest, 101U);
-  }
-  const Image bits(Octets{0x23, 102, 0x03, 100} + value);
-  TASN1 parsed(0x30);
-  EXPECT_EQ(Counted([&] { parsed.Parse(bits.Data(), 0xFFFFFF); }).largest, 104U);
+  const std::size_t before = held;
+  const Allocations seen = Counted([&] { document.AddChild(0x04, 20000, value.data(), 0xFFFFFF); });
+  EXPECT_EQ(seen.count, 1U);
+  EXPECT_EQ(seen.largest, 20000U + 5 + 16);
+  document.AddChild(0x04, 30000, Octets(30000, 0x22).data(), 0xFFFFFF);
+  document.DeleteNode(0, 0, 0xFFFFFF);
+  EXPECT_LT(held - before, 30000U + 1000);
+  EXPECT_EQ(Seen(document, 0).value, Octets(30000, 0x22));
+  document.DeleteNode(0, 0xFFFFFF);
+  EXPECT_EQ(held, before);
 }
 
-// A record has 80 octets, as ten slots have; eighteen have 144, and thirty-four 272.
-TEST(MemoryTest, ChildArraySizes) {
+// One document, edited again and again in every way: what it holds is what it held at first.
+TEST(MemoryTest, EditsWithoutEnd) {
+  const Image image(Hex("30 3F 02 01 05 24 06 04 01 AA 04 01 BB 30 04 06 02 2A 03 04 28") +
+                    Octets(40, 0x44) + Hex("05 00 05 00"));
+  const Octets value(700, 0x11);
   TASN1 document(0x30);
-  for (std::size_t child = 1; child <= 17; ++child) {
-    const Allocations made = Counted([&] { document.AddChild(0x05, 0, nullptr, 0xFFFFFF); });
-    EXPECT_EQ(child == 4 || child == 8 || child == 16 ? 2U : 1U, made.count) << child;
-    EXPECT_EQ(child == 8 ? 144U : child == 16 ? 272U : 80U, made.largest) << child;
+  const std::size_t before = held;
+  std::size_t afterThousand = 0;
+  const auto edit = [&](std::uint32_t round) {
+    const std::uint32_t size = round * 7 % 700;
+    document.AddChild(0x04, size, value.data(), 0xFFFFFF);
+    document.InsertBefore(0x30, 0, nullptr, 0, 0xFFFFFF);
+    document.ParseInto(image.Data(), 0, 0xFFFFFF);
+    document.GetNode(nullptr, nullptr, nullptr, nullptr, 0, 0, 2, 0, 0xFFFFFF);
+    document.SetTag(0x04, 0, 0, 0xFFFFFF);
+    document.SetTag(0x30, 0, 0, 0xFFFFFF);
+    document.Load(image.Data(), image.Size());
+    document.Parse(image.Data(), 0, 0xFFFFFF);
+    document.DeleteNode(0, 0, 0xFFFFFF);
+    document.DeleteNode(0, 0, 0xFFFFFF);
+  };
+  for (std::uint32_t round = 0; round < 100000; ++round) {
+    edit(round);
+    if (round % 50 == 49) {
+      document.Load(image.Data(), image.Size());
+      EXPECT_EQ(document.Parse(image.Data(), 0xFFFFFF), 0);
+      EXPECT_EQ(document.Parse(image.Data(), 0xFFFFFF), 0);
+    }
+    if (round == 99) afterThousand = held;
   }
+  EXPECT_LE(held, afterThousand);
+  document.Clear();
+  EXPECT_EQ(held, before);
 }
 
 // A length that the image does not hold asks for nothing.
@@ -174,31 +214,38 @@ TEST(MemoryTest, NoAllocationIsLargerThanTheImageJustifies) {
 }
 
 // Runs an act with its first allocation failing, then its second, and so on until it passes.
-// After each failure the document must be in one piece and usable.
+// After each failure the document must be in one piece and usable. Again and again, with less and
+// less room left in the document, so that each piece in turn is the one that needs a block.
 template <typename Prepare, typename Act>
 void FailEveryAllocation(Prepare&& prepare, Act&& act) {
-  for (std::size_t failAt = 1;; ++failAt) {
-    TASN1 document(0x30);
-    prepare(document);
-    bool failed = false;
-    allocations = {.counting = true, .failAt = failAt};
-    try {
-      act(document);
-    } catch (const std::bad_alloc&) {
-      failed = true;
+  const Octets filler(2000, 0x77);
+  std::size_t failures = 0;
+  for (std::uint32_t filled = 40; filled < 2000; filled += 16) {
+    for (std::size_t failAt = 1;; ++failAt) {
+      TASN1 document(0x30);
+      prepare(document);
+      document.AddChild(0x04, filled, filler.data(), 0xFFFFFF);
+      bool failed = false;
+      allocations = {.counting = true, .failAt = failAt};
+      try {
+        act(document);
+      } catch (const std::bad_alloc&) {
+        failed = true;
+      }
+      allocations.counting = false;
+      if (!failed) {
+        EXPECT_LT(allocations.count, failAt);
+        break;
+      }
+      ++failures;
+      // Either nothing has happened or a part that is consistent: it reads back as it is.
+      const Octets after = EncodingOf(document);
+      TASN1 again(0x30);
+      EXPECT_EQ(LoadOf(again, after), 0) << failAt << testing::PrintToString(after);
+      EXPECT_EQ(document.AddChild(0x05, 0, nullptr, 0xFFFFFF), 0);
     }
-    allocations.counting = false;
-    if (!failed) {
-      EXPECT_LT(allocations.count, failAt);
-      EXPECT_GT(failAt, 1U);
-      return;
-    }
-    // Either nothing has happened or a part that is consistent: it reads back as it is.
-    const Octets after = EncodingOf(document);
-    TASN1 again(0x30);
-    EXPECT_EQ(LoadOf(again, after), 0) << failAt << testing::PrintToString(after);
-    EXPECT_EQ(document.AddChild(0x05, 0, nullptr, 0xFFFFFF), 0);
   }
+  EXPECT_GT(failures, 1U);
 }
 
 void Nothing(TASN1& /*document*/) {}
@@ -249,7 +296,7 @@ TEST(AllocationFailureTest, RetagReadAndEncode) {
     document.SetTag(0x30, 0, 0xFFFFFF);
   });
   FailEveryAllocation(prepare, [](TASN1& document) {
-    Octets octets(200);
+    Octets octets(3000);
     document.Encode(octets.data(), 0xFFFFFF);
   });
   FailEveryAllocation(
@@ -268,17 +315,19 @@ class Plain : public TASN1 {
   Plain() : TASN1(0x30) {}
 };
 
-// What a document gives back to the heap between its beginning and its end with a secret in it.
+// Secrets that a document leaves, in blocks that it gives back to the heap and, at its end, in
+// itself.
 template <typename Document, typename Act>
-std::size_t GivenBack(Act&& act) {
+std::size_t Left(Act&& act) {
+  alignas(Document) static std::uint8_t place[sizeof(Document)];
+  std::fill(std::begin(place), std::end(place), std::uint8_t{0});
   secretsGivenBack = 0;
   watching = true;
-  {
-    Document document;
-    act(document);
-  }
+  auto* document = new (place) Document;
+  act(*document);
+  document->~Document();
   watching = false;
-  return secretsGivenBack;
+  return secretsGivenBack + CountSecrets(place, sizeof(place));
 }
 
 const Octets kShort(20, kSecret);
@@ -297,16 +346,16 @@ void ParseSecrets(TASN1& document) {
 }
 
 TEST(WipeTest, OnlyWhatIsToBeWiped) {
-  EXPECT_EQ(GivenBack<Wiped>(ParseSecrets), 0U);
-  // The records of the short contents, the long one, both joined ones and their segments.
-  EXPECT_EQ(GivenBack<Plain>(ParseSecrets), 7U);
+  EXPECT_EQ(Left<Wiped>(ParseSecrets), 0U);
+  // The short contents, the long one, both joined ones and their segments.
+  EXPECT_EQ(Left<Plain>(ParseSecrets), 7U);
 }
 
 // The number that GetNode keeps behind an INTEGER is as secret as its content, inside the
 // document's own root as in a record that goes back to the heap.
 TEST(WipeTest, NumbersThatWereRead) {
   const Image number(Hex("02 05 00 D5 D5 D5 D5"));
-  EXPECT_EQ(GivenBack<Wiped>([&](TASN1& document) {
+  EXPECT_EQ(Left<Wiped>([&](TASN1& document) {
               for (int i = 0; i < 2; ++i) {
                 document.ParseInto(number.Data(), 0xFFFFFF);
                 EXPECT_EQ(Seen(document, i).value, Octets(4, kSecret));
@@ -321,6 +370,24 @@ TEST(WipeTest, NumbersThatWereRead) {
   EXPECT_EQ(Octets(document.Top().octets + 2, document.Top().octets + 40), Octets(38, 0));
 }
 
+// At once, and not only at the end.
+TEST(WipeTest, WhileTheDocumentLives) {
+  const auto secretsIn = [](const TASN1& document) {
+    return CountSecrets(&document, sizeof(document));
+  };
+  Wiped document;
+  ParseSecrets(document);
+  EXPECT_EQ(secretsIn(document), 5U);
+  document.DeleteNode(0, 0, 0xFFFFFF);
+  EXPECT_EQ(secretsIn(document), 4U);
+  document.SetTag(0x04, 2, 0xFFFFFF);
+  EXPECT_EQ(secretsIn(document), 4U);
+  document.Parse(Hex("05 00").data(), 0, 0xFFFFFF);
+  EXPECT_EQ(secretsIn(document), 3U);
+  document.Clear();
+  EXPECT_EQ(secretsIn(document), 0U);
+}
+
 TEST(WipeTest, EveryWayOut) {
   const auto after = [](auto act) {
     return [act](TASN1& document) {
@@ -330,26 +397,24 @@ TEST(WipeTest, EveryWayOut) {
       document.DeleteNode(0, 0xFFFFFF);
     };
   };
-  EXPECT_EQ(GivenBack<Wiped>(after([](TASN1& document) { document.Clear(); })), 0U);
-  EXPECT_EQ(GivenBack<Wiped>(after([](TASN1& document) { document.DeleteNode(0, 1, 0xFFFFFF); })),
-            0U);
-  EXPECT_EQ(GivenBack<Wiped>(after([](TASN1& document) { document.DeleteNode(0, 3, 0xFFFFFF); })),
-            0U);
-  EXPECT_EQ(GivenBack<Wiped>(after([](TASN1& document) {
+  EXPECT_EQ(Left<Wiped>(after([](TASN1& document) { document.Clear(); })), 0U);
+  EXPECT_EQ(Left<Wiped>(after([](TASN1& document) { document.DeleteNode(0, 1, 0xFFFFFF); })), 0U);
+  EXPECT_EQ(Left<Wiped>(after([](TASN1& document) { document.DeleteNode(0, 3, 0xFFFFFF); })), 0U);
+  EXPECT_EQ(Left<Wiped>(after([](TASN1& document) {
               document.Parse(Secrets().Data(), 3, 0xFFFFFF);
               document.Parse(Secrets().Data(), 3, 0xFFFFFF);
             })),
             0U);
-  EXPECT_EQ(GivenBack<Wiped>(
+  EXPECT_EQ(Left<Wiped>(
                 after([](TASN1& document) { document.ParseInto(Secrets().Data(), 3, 0xFFFFFF); })),
             0U);
-  EXPECT_EQ(GivenBack<Wiped>(after([](TASN1& document) {
+  EXPECT_EQ(Left<Wiped>(after([](TASN1& document) {
               document.SetTag(0x04, 3, 0xFFFFFF);
               document.SetTag(0x30, 3, 0xFFFFFF);
               document.SetTag(0x04, 0xFFFFFF);
             })),
             0U);
-  EXPECT_EQ(GivenBack<Wiped>([](TASN1& document) {
+  EXPECT_EQ(Left<Wiped>([](TASN1& document) {
               document.AddChild(0x04, 60, kLong.data(), 0xFFFFFF);
               document.AddChild(0x03, 20, kShort.data(), 0xFFFFFF);
               document.InsertBefore(0x04, 20, kShort.data(), 0, 0xFFFFFF);
@@ -360,27 +425,31 @@ TEST(WipeTest, EveryWayOut) {
 TEST(WipeTest, WhenMemoryRunsOut) {
   const auto failing = [](auto act) {
     return [act](TASN1& document) {
-      for (std::size_t failAt = 1;; ++failAt) {
-        document.DeleteNode(0, 0xFFFFFF);
-        ParseSecrets(document);
-        allocations = {.counting = true, .failAt = failAt};
-        try {
-          act(document);
-          allocations.counting = false;
-          return;
-        } catch (const std::bad_alloc&) {
+      const Octets filler(2000, 0x77);
+      for (std::uint32_t filled = 40; filled < 2000; filled += 16) {
+        for (std::size_t failAt = 1; failAt != 0;) {
+          document.DeleteNode(0, 0xFFFFFF);
+          ParseSecrets(document);
+          document.AddChild(0x04, filled, filler.data(), 0xFFFFFF);
+          allocations = {.counting = true, .failAt = failAt};
+          try {
+            act(document);
+            failAt = 0;
+          } catch (const std::bad_alloc&) {
+            ++failAt;
+          }
           allocations.counting = false;
         }
       }
     };
   };
-  EXPECT_EQ(GivenBack<Wiped>(failing([](TASN1& document) {
+  EXPECT_EQ(Left<Wiped>(failing([](TASN1& document) {
               for (int i = 0; i < 5; ++i) document.AddChild(0x04, 60, kLong.data(), 0xFFFFFF);
               for (int i = 0; i < 5; ++i)
                 document.InsertBefore(0x04, 20, kShort.data(), 0, 0xFFFFFF);
             })),
             0U);
-  EXPECT_EQ(GivenBack<Wiped>(failing([](TASN1& document) {
+  EXPECT_EQ(Left<Wiped>(failing([](TASN1& document) {
               for (int i = 0; i < 5; ++i) document.ParseInto(Secrets().Data(), 0xFFFFFF);
               document.Parse(Secrets().Data(), 0, 0xFFFFFF);
               document.SetTag(0x04, 0, 0xFFFFFF);

@@ -1,6 +1,6 @@
 // What a record holds inside itself and what on the heap.
 
-#include "asn1/asn_node.h"
+#include "asn1/node_tree.h"
 
 #include <utility>
 
@@ -92,23 +92,54 @@ TEST(NodeTest, TextGoesWithTheTag) {
 }
 
 TEST(NodeTest, NothingIsLeftBehindByAMove) {
+  DocumentMemory memory(Release::kPlain);
   AsnNode from{};
   AsnNode to{};
-  WriteHeader(&from, 0x04, 37);
-  std::uint8_t* content = PlaceContent(&from, 37, 1);
+  AsnNode parent{};
+  to.parent = &parent;
+  from.octets[0] = 0x04;
+  std::uint8_t* content = PlaceContent(memory, &from, 37);
   std::fill(content, content + 37, std::uint8_t{0xD5});
-  KeepText(&from, "1.2");
+  KeepText(memory, &from, "1.2");
   const char* text = from.text;
-  MoveContents(&from, &to);
+  MoveNode(&from, &to);
+  EXPECT_EQ(to.parent, &parent);
   EXPECT_EQ(to.text, text);
-  EXPECT_EQ(from.text, nullptr);
-  DropText(&to);
   EXPECT_EQ(to.content, to.octets + 2);
-  EXPECT_EQ(Octets(to.content, to.content + 37), Octets(37, 0xD5));
-  EXPECT_EQ(from.content, nullptr);
-  EXPECT_EQ(Octets(from.octets, from.octets + 2), Hex("04 25"));
-  EXPECT_EQ(Octets(from.octets + 2, from.octets + 40), Octets(38, 0));
+  EXPECT_EQ(Octets(to.octets, to.octets + 40), Hex("04 25") + Octets(37, 0xD5) + Octets(1, 0));
+  const auto* record = reinterpret_cast<const std::uint8_t*>(&from);
+  EXPECT_EQ(Octets(record, record + 80), Octets(80, 0));
 }
+
+#if ZAREXT_ADDRESS_SANITIZER
+// The sanitizer sees every piece of a document's memory as a block of its own.
+TEST(NodeTest, PiecesArePoisonedAroundAndAfterTheirUse) {
+  const Octets value(100, 0x11);
+  Inspected document;
+  document.AddNulls(4);
+  document.AddChild(0x04, 100, value.data(), 0xFFFFFF);
+  const AsnNode* record = document.Top().children[4];
+  const std::uint8_t* content = record->content;
+  const auto ends = [](const void* piece, std::size_t size) {
+    const auto* octets = static_cast<const std::uint8_t*>(piece);
+    return __asan_region_is_poisoned(const_cast<std::uint8_t*>(octets), size) == nullptr &&
+           __asan_address_is_poisoned(octets + size) != 0;
+  };
+  EXPECT_TRUE(ends(record, 80));
+  EXPECT_TRUE(ends(content, 105));
+  EXPECT_TRUE(ends(document.Top().children, 80));
+  document.DeleteNode(0, 4, 0xFFFFFF);
+  EXPECT_TRUE(__asan_address_is_poisoned(record));
+  EXPECT_TRUE(__asan_address_is_poisoned(content));
+  // What was given back serves the next of its size.
+  document.AddChild(0x04, 100, value.data(), 0xFFFFFF);
+  EXPECT_EQ(document.Top().children[4], record);
+  EXPECT_EQ(record->content, content);
+  EXPECT_TRUE(ends(content, 105));
+  document.Clear();
+  EXPECT_TRUE(__asan_address_is_poisoned(record));
+}
+#endif
 
 TEST(NodeTest, JoinedStringIsOnTheHeap) {
   Parsed document("24 03 04 01 AA");
@@ -183,6 +214,20 @@ TEST(NodeTest, NoSlotNamesAReleasedChild) {
       EXPECT_EQ(Octets(root.octets + 8, root.octets + 40), Octets(32, 0)) << children << clear;
     }
   }
+}
+
+// Of a document that is wiped, too: the inline slots begin behind the longest header.
+TEST(NodeTest, ClearLeavesTheHeaderAsItIs) {
+  class Wiped : public TASN1 {
+   public:
+    Wiped() : TASN1(0x30, Release::kWiped) {}
+  } document;
+  const Octets value(300, 0x11);
+  document.AddChild(0x04, 300, value.data(), 0xFFFFFF);
+  document.Clear();
+  EXPECT_EQ(SizeOf(document), 308U);
+  EXPECT_EQ(document.AddChild(0x05, 0, nullptr, 0xFFFFFF), 0);
+  EXPECT_EQ(SizeOf(document), 310U);
 }
 
 TEST(NodeTest, InsertGrowsLikeAdd) {

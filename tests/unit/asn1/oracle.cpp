@@ -19,6 +19,21 @@ Octets LengthOctets(std::size_t length) {
   return digits;
 }
 
+// The child that fills the last slot makes the array grow.
+void CountSlots(Node* parent) {
+  if (parent->slots == 0) {
+    parent->slots = 4;
+  }
+  if (parent->children.size() == parent->slots) {
+    parent->slots *= 2;
+  }
+}
+
+void DropChildren(Node* node) {
+  node->children.clear();
+  node->slots = 0;
+}
+
 std::uint64_t ScanForEnd(const Octets& image, std::size_t position) {
   const std::int64_t left = 65535 - static_cast<std::int64_t>(position);
   const auto limit = static_cast<std::uint64_t>(left < 1 ? 15 : left);
@@ -39,7 +54,7 @@ std::uint64_t ScanForEnd(const Octets& image, std::size_t position) {
       depth--;
       offset += 2;
     } else {
-      const Header header = ReadHeader(image, at);
+      const ElementHeader header = ReadHeader(image, at);
       if (header.size == 0) {
         return limit;
       }
@@ -54,7 +69,7 @@ std::uint64_t ScanForEnd(const Octets& image, std::size_t position) {
 
 // Checks the element at *position; leaves *position where the check ended.
 std::int32_t Validate(const Octets& image, std::uint64_t* position) {
-  const Header header = ReadHeader(image, *position);
+  const ElementHeader header = ReadHeader(image, *position);
   if (header.size == 0) {
     return header.beyond ? 2 : 1;
   }
@@ -73,7 +88,7 @@ std::int32_t Validate(const Octets& image, std::uint64_t* position) {
 }
 
 std::int32_t BuildNode(const Octets& image, std::uint64_t* position, Node* parent) {
-  const Header header = ReadHeader(image, *position);
+  const ElementHeader header = ReadHeader(image, *position);
   if (header.size == 0) {
     return 1;
   }
@@ -92,11 +107,13 @@ std::int32_t BuildNode(const Octets& image, std::uint64_t* position, Node* paren
     child->content.assign(image.begin() + static_cast<std::ptrdiff_t>(start),
                           image.begin() + static_cast<std::ptrdiff_t>(end));
     parent->children.push_back(std::move(child));
+    CountSlots(parent);
     *position = end;
     return 0;
   }
   Node* built = child.get();
   parent->children.push_back(std::move(child));
+  CountSlots(parent);
   *position = start;
   while (*position < end) {
     if (BuildNode(image, position, built) != 0) {
@@ -136,7 +153,8 @@ bool JoinSegments(Node* node) {
     }
   }
   node->tag = segmentTag;
-  node->children.clear();
+  node->joined = !node->children.empty();
+  DropChildren(node);
   node->content = joined;
   node->stale = 0;
   return true;
@@ -156,7 +174,7 @@ std::int32_t Flatten(Node* node) {
 
 // The image's first element alone.
 Octets OutermostElement(const Octets& image) {
-  const Header header = ReadHeader(image, 0);
+  const ElementHeader header = ReadHeader(image, 0);
   if (header.size == 0) {
     return {};
   }
@@ -251,9 +269,14 @@ std::size_t EncodedSize(const Node& node) {
   return 1 + LengthOctets(length).size() + length;
 }
 
+Octets Header(const Node& node) {
+  Octets header = LengthOctets(ContentLength(node));
+  header.insert(header.begin(), node.tag);
+  return header;
+}
+
 Octets Encode(const Node& node) {
-  Octets out = LengthOctets(ContentLength(node));
-  out.insert(out.begin(), node.tag);
+  Octets out = Header(node);
   out.insert(out.end(), node.content.begin(), node.content.end());
   for (const NodePtr& child : node.children) {
     const Octets inner = Encode(*child);
@@ -262,8 +285,8 @@ Octets Encode(const Node& node) {
   return out;
 }
 
-Header ReadHeader(const Octets& image, std::size_t position) {
-  Header header;
+ElementHeader ReadHeader(const Octets& image, std::size_t position) {
+  ElementHeader header;
   header.beyond = true;
   if (position + 2 > image.size()) {
     return header;
@@ -347,7 +370,7 @@ Octets OidContent(const std::string& text) {
 }
 
 std::int32_t Document::Load(const Octets& image) {
-  const Header header = ReadHeader(image, 0);
+  const ElementHeader header = ReadHeader(image, 0);
   if (header.size == 0 || header.size + header.length != image.size()) {
     return 10;
   }
@@ -362,7 +385,7 @@ std::int32_t Document::Parse(const Octets& image, const Path& path) {
 
 std::int32_t Document::Rebuild(Node* node, const Octets& image) {
   const Octets element = OutermostElement(image);
-  const Header header = ReadHeader(element, 0);
+  const ElementHeader header = ReadHeader(element, 0);
   if (header.size == 0) {
     return 1;
   }
@@ -373,8 +396,9 @@ std::int32_t Document::Rebuild(Node* node, const Octets& image) {
   }
   node->tag = header.tag;
   node->stale = 0;
-  node->children.clear();
+  DropChildren(node);
   node->content.clear();
+  node->joined = false;
   if (!constructed) {
     node->content.assign(element.begin() + static_cast<std::ptrdiff_t>(header.size), element.end());
     return 0;
@@ -413,6 +437,7 @@ std::int32_t Document::AddChild(std::uint8_t tag, const Octets& value, const Pat
     return 1;
   }
   parent->children.push_back(NewNode(tag, value));
+  CountSlots(parent);
   return 0;
 }
 
@@ -422,6 +447,7 @@ std::int32_t Document::InsertBefore(std::uint8_t tag, const Octets& value, const
   }
   Node* parent = Find(Path(path.begin(), path.end() - 1));
   parent->children.insert(parent->children.begin() + path.back(), NewNode(tag, value));
+  CountSlots(parent);
   return 0;
 }
 
@@ -443,9 +469,10 @@ std::int32_t Document::SetTag(std::uint8_t tag, const Path& path) {
 
 std::int32_t Document::DeleteNode(const Path& path) {
   if (path.empty()) {
-    root_.children.clear();
+    DropChildren(&root_);
     root_.content.clear();
     root_.stale = 0;
+    root_.joined = false;
     return 0;
   }
   if (Find(path) == nullptr) {
@@ -459,7 +486,7 @@ std::int32_t Document::DeleteNode(const Path& path) {
 void Document::Clear() {
   if (root_.Constructed()) {
     root_.stale = ContentLength(root_);
-    root_.children.clear();
+    DropChildren(&root_);
   }
 }
 

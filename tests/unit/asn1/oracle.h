@@ -1,7 +1,8 @@
 // A second, deliberately naive implementation of the document tree, against which the tests and the
 // fuzz targets compare the real one: it keeps contents instead of headers, recurses, counts every
-// length anew and scans every indefinite length from its own header on. It shares no code with
-// src/.
+// length anew and scans every indefinite length from its own header on. What the real records say
+// besides (the slots of a child array, which content is outside its record) it only counts. It
+// shares no code with src/.
 #ifndef ZAREXT_TESTS_UNIT_ASN1_ORACLE_H_
 #define ZAREXT_TESTS_UNIT_ASN1_ORACLE_H_
 
@@ -22,15 +23,18 @@ struct Node {
   Octets content;                               // of a primitive node
   std::vector<std::unique_ptr<Node>> children;  // of a constructed node
   std::size_t stale = 0;  // content octets that the header of a cleared root still counts
+  std::size_t slots = 0;  // that are used before the child array grows
+  bool joined = false;    // the content was made of segments
 
   [[nodiscard]] bool Constructed() const { return (tag & 0x20) != 0; }
 };
 
 std::size_t ContentLength(const Node& node);
+Octets Header(const Node& node);
 std::size_t EncodedSize(const Node& node);
 Octets Encode(const Node& node);
 
-struct Header {
+struct ElementHeader {
   std::size_t size = 0;  // 0: not readable
   bool beyond = false;   // not readable because it needs octets behind the image
   std::uint8_t tag = 0;
@@ -38,7 +42,7 @@ struct Header {
 };
 
 // The header at a position of an image.
-Header ReadHeader(const Octets& image, std::size_t position);
+ElementHeader ReadHeader(const Octets& image, std::size_t position);
 
 // What a test reads of a node.
 struct View {

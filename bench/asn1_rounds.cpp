@@ -1,0 +1,82 @@
+#include "bench/asn1_rounds.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <random>
+
+#include "bench/allocation_count.h"
+#include "bench/support/ratio.h"
+#ifndef _WIN32
+#include <sys/resource.h>
+#endif
+
+namespace zarext::bench {
+namespace {
+
+constexpr double kRoundNanoseconds = 500e3;
+
+double PageFaults() {
+#ifdef _WIN32
+  return 0;
+#else
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  return static_cast<double>(usage.ru_minflt);
+#endif
+}
+
+struct Rounds {
+  int calls;
+  std::vector<double> times;
+  double faults;
+  double allocations;
+};
+
+// So many calls that a round is long beside the clock, and whatever one work leaves in the caches
+// counts little for the next.
+Rounds Prepare(const std::function<void()>& work) {
+  work();
+  const auto before = static_cast<double>(AllocationCount());
+  work();
+  const double allocations = static_cast<double>(AllocationCount()) - before;
+  const double each = NanosecondsEach(3, work);
+  return {std::max(1, static_cast<int>(kRoundNanoseconds / each)), {}, 0, allocations};
+}
+
+}  // namespace
+
+void AgeHeap() {
+  static std::vector<void*> blocks(20000);
+  std::minstd_rand random(1);
+  for (void*& block : blocks) {
+    block = std::malloc(16 + random() % 800);
+  }
+  for (std::size_t i = 0; i < blocks.size(); i += 2) {
+    std::free(blocks[i]);
+  }
+}
+
+std::vector<Standing> TakeTurns(const std::vector<Contestant>& contestants, int rounds) {
+  std::vector<Rounds> all;
+  for (const Contestant& contestant : contestants) {
+    all.push_back(Prepare(contestant.work));
+  }
+  for (int round = 0; round < rounds; ++round) {
+    for (std::size_t i = 0; i < all.size(); ++i) {
+      const double before = PageFaults();
+      all[i].times.push_back(NanosecondsEach(all[i].calls, contestants[i].work));
+      all[i].faults += (PageFaults() - before) / all[i].calls / rounds;
+    }
+  }
+  std::vector<Standing> standings;
+  for (const Rounds& each : all) {
+    std::vector<double> ratios;
+    for (std::size_t round = 0; round < each.times.size(); ++round) {
+      ratios.push_back(all[0].times[round] / each.times[round]);
+    }
+    standings.push_back({Median(each.times), Median(ratios), each.faults, each.allocations});
+  }
+  return standings;
+}
+
+}  // namespace zarext::bench

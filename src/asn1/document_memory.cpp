@@ -1,0 +1,108 @@
+#include "asn1/document_memory.h"
+
+#include <cstdlib>
+#include <iterator>
+#include <new>
+
+#include "frame/wipe.h"
+
+namespace zarext {
+
+void ThrowNoMemory() { throw std::bad_alloc(); }
+
+// The lists and the first block get their values when they are used.
+// NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init)
+DocumentMemory::DocumentMemory(Release release) : release_(release) {
+  ASAN_POISON_MEMORY_REGION(first_, kFirstBlock);
+}
+
+DocumentMemory::~DocumentMemory() {
+  Clear();
+  ASAN_UNPOISON_MEMORY_REGION(first_, kFirstBlock);
+}
+
+void DocumentMemory::Wipe(void* octets, std::size_t size) const noexcept {
+  if (release_ == Release::kWiped) {
+    WipeOctets(octets, size);
+  }
+}
+
+DocumentMemory::Block* DocumentMemory::AddBlock(std::size_t size) {
+  auto* block = static_cast<Block*>(
+      std::malloc(sizeof(Block) + size));  // NOLINT(cppcoreguidelines-no-malloc)
+  if (block == nullptr) {
+    ThrowNoMemory();
+  }
+  *block = {blocks_, size};
+  blocks_ = block;
+  return block;
+}
+
+void DocumentMemory::DropBlock(Block** link) noexcept {
+  Block* block = *link;
+  *link = block->next;
+  ASAN_UNPOISON_MEMORY_REGION(block->Octets(), block->size);
+  Wipe(block->Octets(), block->size);
+  std::free(block);  // NOLINT(cppcoreguidelines-no-malloc)
+}
+
+std::uint8_t* DocumentMemory::TakeElsewhere(std::size_t size) {
+  if (size > kLargestPiece) {
+    return AddBlock(size)->Octets();
+  }
+  const SizeClass kind = ClassOf(size);
+  if (anyGivenBack_ && givenBack_[kind.index] != nullptr) {
+    GivenBack* piece = givenBack_[kind.index];
+    ASAN_UNPOISON_MEMORY_REGION(piece, sizeof(GivenBack));
+    givenBack_[kind.index] = piece->next;
+    ASAN_POISON_MEMORY_REGION(piece, sizeof(GivenBack));
+    return reinterpret_cast<std::uint8_t*>(piece);
+  }
+  const std::size_t grown = std::clamp(held_, kLeastBlock, kMostUnexpected);
+  Block* block = AddBlock(std::max({kind.octets, expected_, grown}));
+  expected_ = 0;
+  held_ += block->size;
+  ASAN_POISON_MEMORY_REGION(block->Octets(), block->size);
+  next_ = block->Octets() + kind.octets;
+  end_ = block->Octets() + block->size;
+  return block->Octets();
+}
+
+void DocumentMemory::GiveBack(void* piece, std::size_t size) noexcept {
+  if (size > kLargestPiece) {
+    // Subtrees are released from their end: most often it is the first.
+    Block** link = &blocks_;
+    while (*link != static_cast<Block*>(piece) - 1) {
+      link = &(*link)->next;
+    }
+    DropBlock(link);
+    return;
+  }
+  if (!anyGivenBack_) {
+    std::fill(std::begin(givenBack_), std::end(givenBack_), nullptr);
+    anyGivenBack_ = true;
+  }
+  Wipe(piece, size);
+  const SizeClass kind = ClassOf(size);
+  ASAN_UNPOISON_MEMORY_REGION(piece, sizeof(GivenBack));
+  givenBack_[kind.index] = new (piece) GivenBack{givenBack_[kind.index]};
+  ASAN_POISON_MEMORY_REGION(piece, kind.octets);
+}
+
+void DocumentMemory::Clear() noexcept {
+  while (blocks_ != nullptr) {
+    DropBlock(&blocks_);
+  }
+  const bool moreThanFirst = end_ != first_ + kFirstBlock;
+  const auto used = moreThanFirst ? kFirstBlock : static_cast<std::size_t>(next_ - first_);
+  ASAN_UNPOISON_MEMORY_REGION(first_, kFirstBlock);
+  Wipe(first_, used);
+  ASAN_POISON_MEMORY_REGION(first_, kFirstBlock);
+  next_ = first_;
+  end_ = first_ + kFirstBlock;
+  held_ = kFirstBlock;
+  expected_ = 0;
+  anyGivenBack_ = false;
+}
+
+}  // namespace zarext
