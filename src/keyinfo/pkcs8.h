@@ -78,10 +78,10 @@ class TPKCS8 : private TASN1 {
   std::int32_t Build(const Pkcs8Record* input);
 
   // Reads a document in place of the one that is held. 0; 1: no octets; 2: not loadable; 3: not one
-  // SEQUENCE that spans exactly `size`; 4: the tree cannot be built; 100 and the number of the
+  // SEQUENCE that spans exactly the octets; 4: the tree cannot be built; 100 and the number of the
   // check that failed. After a failure nothing is held. A document of kind kEncoded is not checked
   // further and has no record; an unknown kind is 100. Throws std::bad_alloc.
-  std::int32_t Read(std::uint32_t kind, const std::uint8_t* octets, std::uint32_t size);
+  std::int32_t Read(std::uint32_t kind, OctetSpan octets);
 
   // Octets of the whole document in DER, or -1 if nothing is held.
   [[nodiscard]] std::int64_t EncodedSize();
@@ -105,7 +105,7 @@ class TPKCS8 : private TASN1 {
   // code.
   std::int32_t Settle(std::uint32_t kind, std::int32_t code);
   std::int32_t BuildTree(const Pkcs8Record& input);
-  std::int32_t ReadTree(std::uint32_t kind, const std::uint8_t* octets, std::uint32_t size);
+  std::int32_t ReadTree(std::uint32_t kind, OctetSpan octets);
 
   std::uint32_t kind_ = 0;  // 0: nothing is held
   std::optional<Pkcs8Record> decoded_;

@@ -250,19 +250,19 @@ std::optional<Pkcs8Record> ReadRecord(Reader& read, std::uint32_t kind, const Co
 
 }  // namespace
 
-std::int32_t TPKCS8::ReadTree(std::uint32_t kind, const std::uint8_t* octets, std::uint32_t size) {
+std::int32_t TPKCS8::ReadTree(std::uint32_t kind, OctetSpan octets) {
   constexpr std::int32_t kChecksBase = 100;
-  if (octets == nullptr || size < 1) {
+  if (octets.empty()) {
     return 1;
   }
-  // Also sees to it that the outermost element spans exactly `size`.
-  if (Load(octets, size) != 0) {
+  // Also sees to it that the outermost element spans exactly the octets.
+  if (Load(octets.data(), CheckedSize(octets.size())) != 0) {
     return 2;
   }
   if (octets[0] != kTagSequence) {
     return 3;
   }
-  if (Parse(octets, kPathEnd) != 0) {
+  if (Parse(octets.data(), kPathEnd) != 0) {
     return 4;
   }
   if (kind < kPrivateKeyInfo || kind > kEncoded) {
@@ -277,9 +277,9 @@ std::int32_t TPKCS8::ReadTree(std::uint32_t kind, const std::uint8_t* octets, st
   return 0;
 }
 
-std::int32_t TPKCS8::Read(std::uint32_t kind, const std::uint8_t* octets, std::uint32_t size) {
+std::int32_t TPKCS8::Read(std::uint32_t kind, OctetSpan octets) {
   Clear();
-  return Settle(kind, ReadTree(kind, octets, size));
+  return Settle(kind, ReadTree(kind, octets));
 }
 
 }  // namespace zarext

@@ -53,11 +53,6 @@ DWORD ExportDocument(ExportTrace& trace, HCRYPTKEY key, SecretBuffer& buffer) {
   return size;
 }
 
-bool ReadPrivateKeyInfo(TPKCS8& document, OctetSpan octets) {
-  return document.Read(TPKCS8::kPrivateKeyInfo, octets.data(),
-                       static_cast<std::uint32_t>(octets.size())) == 0;
-}
-
 // What a document, or a blob of another kind, gives out.
 struct ExportedKey {
   const char* oid;
@@ -65,7 +60,7 @@ struct ExportedKey {
 };
 
 ExportedKey OpenDocument(TPKCS8& document, OctetSpan exported) {
-  if (!ReadPrivateKeyInfo(document, exported)) {
+  if (document.Read(TPKCS8::kPrivateKeyInfo, exported) != 0) {
     return {"1.3.6.1.4.1.32473.1.5.8", exported};
   }
   const auto& record = std::get<PrivateKeyRecord>(*document.Decoded());
@@ -128,7 +123,7 @@ std::unique_ptr<SecretBuffer> MakeDocumentBuffer(std::uint64_t size) {
 std::unique_ptr<SecretBuffer> MakeDocument(const CRYPT_PRIVATE_KEY_INFO& info) {
   const OctetSpan key = OctetsOf(info.PrivateKey.pbData, info.PrivateKey.cbData);
   TPKCS8 document;
-  if (ReadPrivateKeyInfo(document, key)) {
+  if (document.Read(TPKCS8::kPrivateKeyInfo, key) == 0) {
     auto copy = MakeDocumentBuffer(key.size());
     std::copy(key.begin(), key.end(), copy->Data());
     return copy;

@@ -36,7 +36,7 @@ const std::string kCrlBag = "3012 060a2a864886f70d01091701 a004 0402c0c1";
 
 std::int32_t CodeOf(std::uint32_t kind, const Octets& octets) {
   TPKCS8 document;
-  return document.Read(kind, octets.data(), static_cast<std::uint32_t>(octets.size()));
+  return document.Read(kind, octets);
 }
 
 // The codes of a document and of all that differ from it in one octet; also of the document cut off

@@ -21,7 +21,7 @@ std::string Text(OctetSpan octets) { return HexText(octets.data(), octets.size()
 template <typename Record>
 Record Decode(TPKCS8& document, std::uint32_t kind, const char* text) {
   const Octets octets = Hex(text);
-  EXPECT_EQ(0, document.Read(kind, octets.data(), static_cast<std::uint32_t>(octets.size())));
+  EXPECT_EQ(0, document.Read(kind, octets));
   return document.Decoded() == nullptr ? Record{} : std::get<Record>(*document.Decoded());
 }
 

@@ -16,8 +16,7 @@ std::string Text(OctetSpan octets) { return HexText(octets.data(), octets.size()
 std::int32_t ReadCode(std::uint32_t kind, std::string_view text) {
   const Octets octets = Hex(text);
   TPKCS8 document;
-  const std::int32_t code =
-      document.Read(kind, octets.data(), static_cast<std::uint32_t>(octets.size()));
+  const std::int32_t code = document.Read(kind, octets);
   if (code != 0) {
     EXPECT_EQ(-1, document.EncodedSize());
     EXPECT_EQ(0u, document.Kind());
@@ -46,8 +45,8 @@ TEST(Read, TheImageIsCheckedFirst) {
   TPKCS8 document;
   const Octets octets = Hex("300300");
   for (std::uint32_t kind = 0; kind < 8; ++kind) {
-    EXPECT_EQ(1, document.Read(kind, nullptr, 5));
-    EXPECT_EQ(1, document.Read(kind, octets.data(), 0));
+    EXPECT_EQ(1, document.Read(kind, {}));
+    EXPECT_EQ(1, document.Read(kind, OctetSpan(octets).first(0)));
     EXPECT_EQ(2, ReadCode(kind, "300300"));
     EXPECT_EQ(2, ReadCode(kind, "30 04 0285 0000"));
     EXPECT_EQ(3, ReadCode(kind, "0400"));
@@ -66,7 +65,7 @@ TEST(Read, UnknownKinds) {
 TEST(Read, AnEncodedDocumentHasNoRecord) {
   const Octets octets = Hex("3003020105");
   TPKCS8 document;
-  ASSERT_EQ(0, document.Read(6, octets.data(), 5));
+  ASSERT_EQ(0, document.Read(6, octets));
   EXPECT_EQ(6u, document.Kind());
   EXPECT_EQ(nullptr, document.Decoded());
   EXPECT_EQ(5, document.EncodedSize());
@@ -113,7 +112,7 @@ TEST(Read, PrivateKeyCodes) {
 // Reads and gives the record, or fails the test.
 template <typename Record>
 const Record& Decode(TPKCS8& document, std::uint32_t kind, const Octets& octets) {
-  EXPECT_EQ(0, document.Read(kind, octets.data(), static_cast<std::uint32_t>(octets.size())));
+  EXPECT_EQ(0, document.Read(kind, octets));
   static const Record kNone;
   const auto* record =
       document.Decoded() == nullptr ? nullptr : std::get_if<Record>(document.Decoded());
@@ -386,7 +385,7 @@ TEST(Read, ReplacesWhatWasThere) {
   TPKCS8 document;
   const Octets key = Hex("300c 020100 300406022a03 0401aa");
   Decode<PrivateKeyRecord>(document, 1, key);
-  EXPECT_EQ(2, document.Read(1, key.data(), 3));
+  EXPECT_EQ(2, document.Read(1, OctetSpan(key).first(3)));
   EXPECT_EQ(nullptr, document.Decoded());
   EXPECT_EQ(-1, document.EncodedSize());
   Decode<SecretBagRecord>(document, 5, Hex("300a 06022a03 a004 0c02c0c1"));

@@ -107,7 +107,7 @@ std::string CheckRoundTrip(std::uint32_t kind, const Pkcs8Record& record) {
   }
   const Octets encoded = Encoding(built);
   TPKCS8 again;
-  if (again.Read(kind, encoded.data(), static_cast<std::uint32_t>(encoded.size())) != 0) {
+  if (again.Read(kind, encoded) != 0) {
     return "not read again: " + HexText(encoded);
   }
   Pkcs8Record reread = *again.Decoded();
@@ -117,8 +117,7 @@ std::string CheckRoundTrip(std::uint32_t kind, const Pkcs8Record& record) {
 
 std::string CheckRead(std::uint32_t kind, std::span<const std::uint8_t> octets) {
   TPKCS8 document;
-  const std::int32_t code =
-      document.Read(kind, octets.data(), static_cast<std::uint32_t>(octets.size()));
+  const std::int32_t code = document.Read(kind, octets);
   const bool record = document.Decoded() != nullptr;
   if (code != 0) {
     return record || document.EncodedSize() != -1 || document.Kind() != 0

@@ -93,8 +93,7 @@ void ReadDocument(TPKCS8& document) {
   BuildDocument(built);
   Octets image(static_cast<std::size_t>(built.EncodedSize()));
   ASSERT_EQ(0, built.Encode(image.data()));
-  ASSERT_EQ(0, document.Read(TPKCS8::kPrivateKeyInfo, image.data(),
-                             static_cast<std::uint32_t>(image.size())));
+  ASSERT_EQ(0, document.Read(TPKCS8::kPrivateKeyInfo, image));
 }
 
 class Wiping : public testing::Test {
@@ -153,7 +152,7 @@ TEST_F(Wiping, ADocumentThatIsReplacedKeepsNothing) {
   auto document = std::make_unique<TPKCS8>();
   ReadDocument(*document);
   looking = true;
-  EXPECT_EQ(1, document->Read(TPKCS8::kPrivateKeyInfo, nullptr, 0));
+  EXPECT_EQ(1, document->Read(TPKCS8::kPrivateKeyInfo, {}));
   document.reset();
   looking = false;
   EXPECT_EQ(0, found);
