@@ -12,7 +12,10 @@ zarext_add_wine_test(ctl_e2e
 zarext_add_wine_test(ctl_trace_e2e
   SOURCES ctl_fixture.cpp ctl_trace_test.cpp
   DEPENDS cpzarvel zarext_framework_patches zarextctl zarextctl_patched)
-foreach(program ctl_e2e ctl_trace_e2e)
+zarext_add_wine_test(ctl_explain_e2e
+  SOURCES ctl_explain_test.cpp ctl_fixture.cpp
+  DEPENDS cpzarvel zarext_framework_patches zarextctl zarextctl_patched)
+foreach(program ctl_e2e ctl_explain_e2e ctl_trace_e2e)
   target_compile_definitions(${program} PRIVATE
     ZAREXT_GOLDEN="Z:${CMAKE_CURRENT_SOURCE_DIR}/zarextctl")
   target_include_directories(${program} SYSTEM PRIVATE ${CMAKE_BINARY_DIR}/host-headers)

@@ -84,7 +84,7 @@ Octets EncodeCommonName(const std::string& name) {
 }
 
 Octets IssueCertificate(const Signer& signer, const std::string& subject, const SubjectKey& key,
-                        std::uint8_t serial) {
+                        std::uint8_t serial, WORD until) {
   Octets issuerName = EncodeCommonName(signer.name);
   Octets subjectName = EncodeCommonName(subject);
   Octets serialOctets = {serial, 0x5A, 0x17};
@@ -95,7 +95,7 @@ Octets IssueCertificate(const Signer& signer, const std::string& subject, const 
   info.Issuer = {static_cast<DWORD>(issuerName.size()), issuerName.data()};
   info.Subject = {static_cast<DWORD>(subjectName.size()), subjectName.data()};
   info.NotBefore = StartOf(2020);
-  info.NotAfter = StartOf(2049);
+  info.NotAfter = StartOf(until);
   info.SubjectPublicKeyInfo = key.Info();
   return Fetch("CryptSignAndEncodeCertificate", [&](BYTE* data, DWORD* size) {
     return CryptSignAndEncodeCertificate(signer.provider, signer.keySpec, X509_ASN_ENCODING,

@@ -45,9 +45,10 @@ struct Signer {
 // DER of the name "CN=name".
 Octets EncodeCommonName(const std::string& name);
 
-// DER of a certificate, valid from 2020 to 2049, signed with CryptSignAndEncodeCertificate.
+// DER of a certificate, valid from 2020 to the start of `until`, signed with
+// CryptSignAndEncodeCertificate.
 Octets IssueCertificate(const Signer& signer, const std::string& subject, const SubjectKey& key,
-                        std::uint8_t serial);
+                        std::uint8_t serial, WORD until = 2049);
 
 // CertCreateSelfSignCertificate: the framework asks the module for the form of the public key.
 UniqueCertContext SelfSignedCertificate(const Signer& signer);

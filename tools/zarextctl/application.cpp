@@ -92,6 +92,8 @@ int RunTool(const std::vector<std::string>& arguments) {
   app.set_version_flag("--version", "zarextctl " ZAREXT_VERSION_TEXT);
   AddStatus(app, session);
   AddTrace(app, session);
+  AddExplain(app, session);
+  AddStore(app, session);
   AddCache(app, session);
   AddOid(app, session);
   AddRegister(app, session);
