@@ -3,12 +3,17 @@
 namespace zarext::provider {
 namespace {
 
+// Up to version 1.10 the library reports harmless facts about the machine on stderr, which belongs
+// to the host program.
+#if GCRYPT_VERSION_NUMBER < 0x010b00
 void DropMessage(void*, int, const char*, va_list) {}
+void SilenceLog() { gcry_set_log_handler(DropMessage, nullptr); }
+#else
+void SilenceLog() {}
+#endif
 
 bool Start() {
-  // The library reports harmless facts about the machine on stderr, which belongs to the host
-  // program.
-  gcry_set_log_handler(DropMessage, nullptr);
+  SilenceLog();
   if (!gcry_check_version(GCRYPT_VERSION)) {
     return false;
   }

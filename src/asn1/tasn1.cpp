@@ -50,7 +50,7 @@ std::span<const std::uint8_t> OutermostElement(const std::uint8_t* image, std::u
 
 // The shortest content of a non-negative INTEGER; returns its length.
 std::uint32_t NumberToContent(std::uint32_t number, std::uint8_t* out) {
-  const unsigned octets = std::max((std::bit_width(number) + 7U) / 8U, 1U);
+  const unsigned octets = std::max((static_cast<unsigned>(std::bit_width(number)) + 7U) / 8U, 1U);
   std::uint32_t length = 0;
   if ((number >> (8 * octets - 1) & 1U) != 0) {
     out[length++] = 0;

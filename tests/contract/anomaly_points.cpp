@@ -359,6 +359,8 @@ const std::set<std::string>& Infallible() {
       // Only at load and unload.
       "CreateFileMappingA", "CreateMutexA", "DeleteCriticalSection", "InitializeCriticalSection",
       "LoadLibraryW", "VirtualProtect",
+      // With g++ 14's runtime: the texts of system errors, and its thread library's clocks.
+      "FormatMessageA", "GetTickCount", "QueryPerformanceCounter", "QueryPerformanceFrequency",
       // The language runtime's thread library, on which no export depends.
       "AddVectoredExceptionHandler", "CreateEventA", "CreateSemaphoreA", "DuplicateHandle",
       "GetHandleInformation", "GetProcessAffinityMask", "GetThreadContext", "GetThreadPriority",

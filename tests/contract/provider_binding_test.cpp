@@ -115,10 +115,17 @@ ZAREXT_CHILD(BindComplete) {
   BindProvider();
   return ProviderModule() == module ? 0 : 2;
 }
-// All six are looked up, in this order, whatever is missing.
+// All six are looked up, in this order, whatever is missing. What is looked up in the system's own
+// modules is the language runtime's affair: g++ 14's finds its clock so.
 std::string lookUps;
 FARPROC WINAPI NoteLookUp(HMODULE module, const char* name) {
-  lookUps += std::string(name) + " ";
+  char path[MAX_PATH] = {};
+  char system[MAX_PATH] = {};
+  GetModuleFileNameA(module, path, MAX_PATH);
+  const UINT length = GetSystemDirectoryA(system, MAX_PATH);
+  if (_strnicmp(path, system, length) != 0) {
+    lookUps += std::string(name) + " ";
+  }
   return GetProcAddress(module, name);
 }
 ZAREXT_CHILD(BindInOrder) {

@@ -3,6 +3,7 @@
 
 #include <deque>
 #include <random>
+#include <span>
 #include <type_traits>
 
 #include "keyinfo/pkcs8.h"
@@ -111,7 +112,7 @@ TEST(Read, PrivateKeyCodes) {
 
 // Reads and gives the record, or fails the test.
 template <typename Record>
-const Record& Decode(TPKCS8& document, std::uint32_t kind, const Octets& octets) {
+const Record& Decode(TPKCS8& document, std::uint32_t kind, std::span<const std::uint8_t> octets) {
   EXPECT_EQ(0, document.Read(kind, octets));
   static const Record kNone;
   const auto* record =
