@@ -6,24 +6,56 @@
 
 namespace zarext {
 
+void ExportTrace::Begin() {
+  text_.Clear();
+  text_.Append("EXT : %s : ", exportName_);
+}
+
+void ExportTrace::Write() { Trace("%s", text_.Text()); }
+
 void ExportTrace::Line(const char* format, ...) {
+  const LastErrorKeeper keeper;
+  Begin();
+  std::va_list arguments;
+  va_start(arguments, format);
+  text_.AppendList(format, arguments);
+  va_end(arguments);
+  Write();
+}
+
+void ExportTrace::WholeLine(const char* format, ...) {
   const LastErrorKeeper keeper;
   text_.Clear();
   std::va_list arguments;
   va_start(arguments, format);
   text_.AppendList(format, arguments);
   va_end(arguments);
-  Trace("%s", text_.Text());
+  Write();
 }
 
-void CallInFrame(Callback<ExportTrace&> work) noexcept {
+void ExportTrace::LineAndThrow(ErrorCode code, const char* format, ...) {
+  Begin();
+  std::va_list arguments;
+  va_start(arguments, format);
+  text_.AppendList(format, arguments);
+  va_end(arguments);
+  Write();
+  throw code;
+}
+
+void CallInFrame(const char* exportName, Callback<ExportTrace&> work) noexcept {
   auto fail = [](ErrorCode code) { SetLastError(code); };
   auto failForMemory = [] { SetLastError(static_cast<DWORD>(NTE_NO_MEMORY)); };
   auto traced = [&] {
-    ExportTrace trace;
+    ExportTrace trace(exportName);
     work(trace);
   };
   CallGuarded(Callback<ErrorCode>(fail), Callback<>(failForMemory), Callback<>(traced));
+}
+
+void ThrowFailedCall(ExportTrace& trace, const char* call) {
+  const ErrorCode code = GetLastError();
+  trace.LineAndThrow(code, "%s = %x.", call, Hex(code));
 }
 
 }  // namespace zarext

@@ -12,44 +12,58 @@
 
 namespace zarext {
 
-// An export's own line buffer. The line is formatted here first and handed to the trace writer as a
-// finished message, so that a caller's text never acts as a format.
+// The lines of one export, or callback, in a buffer of its own. A line is formatted here first and
+// handed to the trace writer as a finished message, so that a caller's text never acts as a format.
+// The thread's last error is as before.
 class ExportTrace {
  public:
-  // Formats one line and writes it. The thread's last error is as before.
+  // `exportName` must outlive the object.
+  explicit ExportTrace(const char* exportName) noexcept : exportName_(exportName) {}
+
+  // Writes "EXT : <export's name> : " and the formatted text.
   void Line(const char* format, ...) ZAREXT_PRINTF(2, 3);
 
+  // Writes the text alone, for lines that begin in another way or carry another name.
+  void WholeLine(const char* format, ...) ZAREXT_PRINTF(2, 3);
+
+  // Writes a line and throws `code`.
+  [[noreturn]] void LineAndThrow(ErrorCode code, const char* format, ...) ZAREXT_PRINTF(3, 4);
+
  private:
+  void Begin();
+  void Write();
+
+  const char* exportName_;
   LineText text_;
 };
 
-// Calls `work` with a line buffer. A thrown ErrorCode becomes the thread's last error, anything
-// else NTE_NO_MEMORY; nothing is traced then: the code that detects a failure traces it before it
-// throws.
-void CallInFrame(Callback<ExportTrace&> work) noexcept;
+// Calls `work` with the lines of the export of that name. A thrown ErrorCode becomes the thread's
+// last error, anything else NTE_NO_MEMORY; nothing is traced then: the code that detects a failure
+// traces it before it throws.
+void CallInFrame(const char* exportName, Callback<ExportTrace&> work) noexcept;
 
 // Returns the result of `work(ExportTrace&)`, or `onFailure` if it throws.
 template <typename Result, typename Work>
-Result RunExport(Result onFailure, Work work) noexcept {
+Result RunExport(const char* exportName, Result onFailure, Work work) noexcept {
   Result result = onFailure;
   auto keepResult = [&](ExportTrace& trace) { result = work(trace); };
-  CallInFrame(Callback<ExportTrace&>(keepResult));
+  CallInFrame(exportName, Callback<ExportTrace&>(keepResult));
   return result;
 }
 
 template <typename Work>
-BOOL RunExport(Work work) noexcept {
-  return RunExport<BOOL>(FALSE, work);
+BOOL RunExport(const char* exportName, Work work) noexcept {
+  return RunExport<BOOL>(exportName, FALSE, work);
 }
 
 // The same for `work(ExportTrace&, Kept&)`. The object outlives the handlers: what it owns is
 // released once the last error is set.
 template <typename Kept, typename Work>
-BOOL RunExportKeeping(Work work) noexcept {
+BOOL RunExportKeeping(const char* exportName, Work work) noexcept {
   BOOL result = FALSE;
   auto keepObject = [&] {
     Kept kept;
-    result = RunExport([&](ExportTrace& trace) { return work(trace, kept); });
+    result = RunExport(exportName, [&](ExportTrace& trace) { return work(trace, kept); });
   };
   CallTranslatingExceptions(Callback<>(keepObject));
   return result;
@@ -61,6 +75,17 @@ BOOL RunExportKeeping(Work work) noexcept {
   const ErrorCode code = GetLastError();
   throw code;
 }
+
+// Throws the thread's last error unless the call `succeeded`.
+inline void RequireSuccess(bool succeeded) {
+  if (!succeeded) {
+    ThrowLastError();
+  }
+}
+
+// Traces "<call> = %x." with the thread's last error and throws that code. To be called right after
+// the failed call.
+[[noreturn]] void ThrowFailedCall(ExportTrace& trace, const char* call);
 
 // Throws ERROR_INVALID_PARAMETER unless `condition` holds.
 inline void RequireParameter(bool condition) {

@@ -13,8 +13,9 @@ struct ForeignException {};
 // destructors run in their order. The foreign object is not destroyed; nobody here knows how. Only
 // the assembly below names the function.
 extern "C" [[gnu::used]] EXCEPTION_DISPOSITION ZarextTranslateException(EXCEPTION_RECORD* exception,
-                                                          void* /*frame*/, CONTEXT* /*context*/,
-                                                          void* /*dispatcher*/) {
+                                                                        void* /*frame*/,
+                                                                        CONTEXT* /*context*/,
+                                                                        void* /*dispatcher*/) {
   constexpr DWORD kForeignException = 0xE06D7363;
   constexpr DWORD kUnwinding = 0x66;
   if (exception->ExceptionCode == kForeignException &&

@@ -18,8 +18,8 @@ BOOL WINAPI ZarCertVerifyCTLUsage(DWORD /*dwEncodingType*/, DWORD dwSubjectType,
                                   void* /*pvSubject*/, PCTL_USAGE /*pSubjectUsage*/,
                                   DWORD /*dwFlags*/, PCTL_VERIFY_USAGE_PARA /*pVerifyUsagePara*/,
                                   PCTL_VERIFY_USAGE_STATUS /*pVerifyUsageStatus*/) {
-  return RunExport<BOOL>(TRUE, [&](ExportTrace& trace) {
-    trace.Line("EXT : ZarCertVerifyCTLUsage : dwSubjectType = %x.", Hex(dwSubjectType));
+  return RunExport<BOOL>("ZarCertVerifyCTLUsage", TRUE, [&](ExportTrace& trace) {
+    trace.Line("dwSubjectType = %x.", Hex(dwSubjectType));
     return TRUE;
   });
 }
@@ -28,12 +28,10 @@ BOOL WINAPI ZarCertVerifyCTLUsage(DWORD /*dwEncodingType*/, DWORD dwSubjectType,
 // type: a compatibility fact. A number in its place counts as none.
 BOOL WINAPI ZarCertVerifyRevocation(DWORD dwCertEncodingType, const CERT_INFO* pCertInfo,
                                     DWORD cCrlInfo, const PCRL_INFO* /*rgpCrlInfo*/) {
-  return RunExport<BOOL>(TRUE, [&](ExportTrace& trace) {
-    trace.Line("EXT : ZarCertVerifyRevocation : dwCertEncodingType = %x, cCrlInfo = %i.",
-               Hex(dwCertEncodingType), Int(cCrlInfo));
+  return RunExport<BOOL>("ZarCertVerifyRevocation", TRUE, [&](ExportTrace& trace) {
+    trace.Line("dwCertEncodingType = %x, cCrlInfo = %i.", Hex(dwCertEncodingType), Int(cCrlInfo));
     if (!IS_INTRESOURCE(pCertInfo)) {
-      trace.Line("EXT : ZarCertVerifyRevocation : Algorithm.pszObjId = %s.",
-                 pCertInfo->SignatureAlgorithm.pszObjId);
+      trace.Line("Algorithm.pszObjId = %s.", pCertInfo->SignatureAlgorithm.pszObjId);
     }
     return TRUE;
   });
@@ -42,9 +40,8 @@ BOOL WINAPI ZarCertVerifyRevocation(DWORD dwCertEncodingType, const CERT_INFO* p
 BOOL WINAPI ZarCryptDecodeObject(DWORD dwCertEncodingType, LPCSTR /*lpszStructType*/,
                                  const BYTE* /*pbEncoded*/, DWORD cbEncoded, DWORD /*dwFlags*/,
                                  void* /*pvStructInfo*/, DWORD* /*pcbStructInfo*/) {
-  return RunExport<BOOL>(TRUE, [&](ExportTrace& trace) {
-    trace.Line("EXT : ZarCryptDecodeObject : dwCertEncodingType = %x (cbEncoded=%i).",
-               Hex(dwCertEncodingType), Int(cbEncoded));
+  return RunExport<BOOL>("ZarCryptDecodeObject", TRUE, [&](ExportTrace& trace) {
+    trace.Line("dwCertEncodingType = %x (cbEncoded=%i).", Hex(dwCertEncodingType), Int(cbEncoded));
     return TRUE;
   });
 }
@@ -55,9 +52,8 @@ BOOL WINAPI ZarCryptDecodeObjectEx(DWORD dwCertEncodingType, LPCSTR /*lpszStruct
                                    const BYTE* /*pbEncoded*/, DWORD cbEncoded, DWORD /*dwFlags*/,
                                    PCRYPT_DECODE_PARA /*pDecodePara*/, void* /*pvStructInfo*/,
                                    DWORD* /*pcbStructInfo*/) {
-  return RunExport<BOOL>(TRUE, [&](ExportTrace& trace) {
-    trace.Line("EXT : ZarCryptDecodeObjectEx : dwCertEncodingType = %x (cbEncoded=%i).",
-               Hex(dwCertEncodingType), Int(cbEncoded));
+  return RunExport<BOOL>("ZarCryptDecodeObjectEx", TRUE, [&](ExportTrace& trace) {
+    trace.Line("dwCertEncodingType = %x (cbEncoded=%i).", Hex(dwCertEncodingType), Int(cbEncoded));
     return TRUE;
   });
 }
@@ -65,8 +61,8 @@ BOOL WINAPI ZarCryptDecodeObjectEx(DWORD dwCertEncodingType, LPCSTR /*lpszStruct
 BOOL WINAPI ZarCryptEncodeObject(DWORD dwCertEncodingType, LPCSTR /*lpszStructType*/,
                                  const void* /*pvStructInfo*/, BYTE* /*pbEncoded*/,
                                  DWORD* /*pcbEncoded*/) {
-  return RunExport<BOOL>(TRUE, [&](ExportTrace& trace) {
-    trace.Line("EXT : ZarCryptEncodeObject : dwCertEncodingType = %x.", Hex(dwCertEncodingType));
+  return RunExport<BOOL>("ZarCryptEncodeObject", TRUE, [&](ExportTrace& trace) {
+    trace.Line("dwCertEncodingType = %x.", Hex(dwCertEncodingType));
     return TRUE;
   });
 }
@@ -75,8 +71,8 @@ BOOL WINAPI ZarCryptEncodeObjectEx(DWORD dwCertEncodingType, LPCSTR /*lpszStruct
                                    const void* /*pvStructInfo*/, DWORD /*dwFlags*/,
                                    PCRYPT_ENCODE_PARA /*pEncodePara*/, void* /*pvEncoded*/,
                                    DWORD* /*pcbEncoded*/) {
-  return RunExport<BOOL>(TRUE, [&](ExportTrace& trace) {
-    trace.Line("EXT : ZarCryptEncodeObjectEx : dwCertEncodingType = %x.", Hex(dwCertEncodingType));
+  return RunExport<BOOL>("ZarCryptEncodeObjectEx", TRUE, [&](ExportTrace& trace) {
+    trace.Line("dwCertEncodingType = %x.", Hex(dwCertEncodingType));
     return TRUE;
   });
 }
@@ -86,9 +82,8 @@ BOOL WINAPI ZarCryptEncodeObjectEx(DWORD dwCertEncodingType, LPCSTR /*lpszStruct
 LPCWSTR WINAPI ZarCryptFindLocalizedName(LPCWSTR pwszCryptName) {
   static constexpr char kEmpty[] = "";
   const auto empty = reinterpret_cast<LPCWSTR>(kEmpty);
-  return RunExport<LPCWSTR>(empty, [&](ExportTrace& trace) {
-    trace.Line("EXT : ZarCryptFindLocalizedName : pwszCryptName = %s.",
-               reinterpret_cast<const char*>(pwszCryptName));
+  return RunExport<LPCWSTR>("ZarCryptFindLocalizedName", empty, [&](ExportTrace& trace) {
+    trace.Line("pwszCryptName = %s.", reinterpret_cast<const char*>(pwszCryptName));
     return empty;
   });
 }
@@ -97,8 +92,8 @@ BOOL WINAPI ZarCryptFormatObject(DWORD dwCertEncodingType, DWORD /*dwFormatType*
                                  DWORD /*dwFormatStrType*/, void* /*pFormatStruct*/,
                                  LPCSTR /*lpszStructType*/, const BYTE* /*pbEncoded*/,
                                  DWORD /*cbEncoded*/, void* /*pbFormat*/, DWORD* /*pcbFormat*/) {
-  return RunExport<BOOL>(TRUE, [&](ExportTrace& trace) {
-    trace.Line("EXT : ZarCryptFormatObject : dwCertEncodingType = %x.", Hex(dwCertEncodingType));
+  return RunExport<BOOL>("ZarCryptFormatObject", TRUE, [&](ExportTrace& trace) {
+    trace.Line("dwCertEncodingType = %x.", Hex(dwCertEncodingType));
     return TRUE;
   });
 }

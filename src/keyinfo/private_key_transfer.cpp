@@ -34,9 +34,7 @@ constexpr DWORD kReportedSize = 2048;
 UniqueCryptKey GetUserKey(ExportTrace& trace, HCRYPTPROV hCryptProv, DWORD dwKeySpec) {
   UniqueCryptKey key;
   if (!CryptGetUserKey(hCryptProv, dwKeySpec, key.Put())) {
-    const ErrorCode error = GetLastError();
-    trace.Line("EXT : ZarExportPrivKeyFunc : CryptGetUserKey = %x.", Hex(error));
-    throw error;
+    ThrowFailedCall(trace, "CryptGetUserKey");
   }
   return key;
 }
@@ -47,8 +45,7 @@ DWORD ExportDocument(ExportTrace& trace, HCRYPTKEY key, SecretBuffer& buffer) {
   if (const ErrorCode error =
           ExportKeyInto(key, kPrivateKeyInfoBlob, {buffer.Data(), buffer.Size()}, &size);
       error != ERROR_SUCCESS) {
-    trace.Line("EXT : ZarExportPrivKeyFunc : CryptExportKey = %x.", Hex(error));
-    throw error;
+    trace.LineAndThrow(error, "CryptExportKey = %x.", Hex(error));
   }
   return size;
 }
@@ -93,7 +90,7 @@ void ExportPrivateKey(ExportTrace& trace, HCRYPTPROV hCryptProv, DWORD dwKeySpec
   const ExportedKey key = OpenDocument(document, OctetSpan(buffer.Data(), size));
   if (pPrivateKeyInfo != nullptr) {
     LayOut(key, pPrivateKeyInfo);
-    trace.Line("EXT : ZarExportPrivKeyFunc : Algorithm.pszObjId = %s, Parameters.cbData = %i.",
+    trace.Line("Algorithm.pszObjId = %s, Parameters.cbData = %i.",
                pPrivateKeyInfo->Algorithm.pszObjId,
                Int(pPrivateKeyInfo->Algorithm.Parameters.cbData));
   } else if (pcbPrivateKeyInfo != nullptr) {
@@ -103,13 +100,13 @@ void ExportPrivateKey(ExportTrace& trace, HCRYPTPROV hCryptProv, DWORD dwKeySpec
 
 void TraceImport(ExportTrace& trace, const CRYPT_PRIVATE_KEY_INFO& info) {
   trace.Line(
-      "EXT : ZarImportPrivKeyFunc : Algorithm.pszObjId = %s, Version = %x, PrivateKey.cbData = %i, "
+      "Algorithm.pszObjId = %s, Version = %x, PrivateKey.cbData = %i, "
       "Attr = %p.",
       info.Algorithm.pszObjId, Hex(info.Version), Int(info.PrivateKey.cbData),
       static_cast<const void*>(info.pAttributes));
   if (info.pAttributes != nullptr) {
-    trace.Line("EXT : ZarImportPrivKeyFunc : cAttr = %i, Parameters.cbData = %i.",
-               Int(info.pAttributes->cAttr), Int(info.Algorithm.Parameters.cbData));
+    trace.Line("cAttr = %i, Parameters.cbData = %i.", Int(info.pAttributes->cAttr),
+               Int(info.Algorithm.Parameters.cbData));
   }
 }
 
@@ -149,7 +146,7 @@ void ImportDocument(ExportTrace& trace, HCRYPTPROV hCryptProv, SecretBuffer& doc
   const auto size = static_cast<DWORD>(document.Size() - 1);
   if (!CryptImportKey(hCryptProv, document.Data(), size, 0, dwFlags, &key)) {
     const ErrorCode error = GetLastError();
-    trace.Line("EXT : ZarImportPrivKeyFunc : CryptImportKey = %x.", Hex(error));
+    trace.Line("CryptImportKey = %x.", Hex(error));
     if (error != static_cast<ErrorCode>(NTE_EXISTS)) {
       throw error;
     }
@@ -161,7 +158,7 @@ void RecordParameter(ExportTrace& trace, HCRYPTPROV hCryptProv, DWORD parameter,
                      void* buffer, DWORD size) {
   if (!CryptGetProvParam(hCryptProv, parameter, static_cast<BYTE*>(buffer), &size, 0)) {
     const ErrorCode error = GetLastError();
-    trace.Line("EXT : ZarImportPrivKeyFunc : CryptGetProvParam(%s) = %x.", name, Hex(error));
+    trace.Line("CryptGetProvParam(%s) = %x.", name, Hex(error));
   }
 }
 
@@ -185,9 +182,8 @@ extern "C" {
 
 BOOL WINAPI ZarImportPrivKeyFunc(HCRYPTPROV hCryptProv, CRYPT_PRIVATE_KEY_INFO* pPrivateKeyInfo,
                                  DWORD dwFlags, void* /*pvAuxInfo*/) {
-  return RunExport([&](ExportTrace& trace) -> BOOL {
-    trace.Line("EXT : ZarImportPrivKeyFunc : hCryptProv = %x, dwFlags = %x.", Hex(hCryptProv),
-               Hex(dwFlags));
+  return RunExport("ZarImportPrivKeyFunc", [&](ExportTrace& trace) -> BOOL {
+    trace.Line("hCryptProv = %x, dwFlags = %x.", Hex(hCryptProv), Hex(dwFlags));
     RequireParameter(pPrivateKeyInfo != nullptr);
     TraceImport(trace, *pPrivateKeyInfo);
     // The code is the result and the last error stays: a caller that compares with FALSE takes
@@ -205,10 +201,9 @@ BOOL WINAPI ZarExportPrivKeyFunc(HCRYPTPROV hCryptProv, DWORD dwKeySpec, LPSTR p
                                  DWORD /*dwFlags*/, void* /*pvAuxInfo*/,
                                  CRYPT_PRIVATE_KEY_INFO* pPrivateKeyInfo,
                                  DWORD* pcbPrivateKeyInfo) {
-  return RunExport([&](ExportTrace& trace) -> BOOL {
-    trace.Line(
-        "EXT : ZarExportPrivKeyFunc : hCryptProv = %x, dwKeySpec = %i, pszPrivateKeyObjId = %s.",
-        Hex(hCryptProv), Int(dwKeySpec), pszPrivateKeyObjId);
+  return RunExport("ZarExportPrivKeyFunc", [&](ExportTrace& trace) -> BOOL {
+    trace.Line("hCryptProv = %x, dwKeySpec = %i, pszPrivateKeyObjId = %s.", Hex(hCryptProv),
+               Int(dwKeySpec), pszPrivateKeyObjId);
     ExportPrivateKey(trace, hCryptProv, dwKeySpec, pPrivateKeyInfo, pcbPrivateKeyInfo);
     return TRUE;
   });

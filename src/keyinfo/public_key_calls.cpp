@@ -11,25 +11,23 @@ void RequireEncodingType(DWORD dwCertEncodingType) {
                    dwCertEncodingType == (X509_ASN_ENCODING | PKCS_7_ASN_ENCODING));
 }
 
-void RequireOwnAlgorithm(ExportTrace& trace, const char* name, const char* label, const char* oid) {
+void RequireOwnAlgorithm(ExportTrace& trace, const char* label, const char* oid) {
   if (!IsOwnAlgorithmOid(oid)) {
     constexpr auto kError = static_cast<ErrorCode>(NTE_BAD_ALGID);
-    trace.Line("EXT : %s : %s = %s, error = %x.", name, label, oid, Hex(kError));
-    throw kError;
+    trace.LineAndThrow(kError, "%s = %s, error = %x.", label, oid, Hex(kError));
   }
 }
 
-void NoteProviderType(ExportTrace& trace, const char* name, HCRYPTPROV hCryptProv) {
+void NoteProviderType(ExportTrace& trace, HCRYPTPROV hCryptProv) {
   DWORD type = 0;
   if (!ReadProviderType(hCryptProv, &type)) {
     const ErrorCode error = GetLastError();
-    trace.Line("EXT : %s : CryptGetProvParam hProv=%x, error = %x.", name, Hex(hCryptProv),
-               Hex(error));
-    throw error;
+    trace.LineAndThrow(error, "CryptGetProvParam hProv=%x, error = %x.", Hex(hCryptProv),
+                       Hex(error));
   }
   if (!IsServedProviderType(type)) {
-    trace.Line("EXT : %s : CryptGetProvParam[%x] : hProv=%x, PP_PROVTYPE=%x.", name,
-               Hex(GetCurrentThreadId()), Hex(hCryptProv), Hex(type));
+    trace.Line("CryptGetProvParam[%x] : hProv=%x, PP_PROVTYPE=%x.", Hex(GetCurrentThreadId()),
+               Hex(hCryptProv), Hex(type));
   }
 }
 

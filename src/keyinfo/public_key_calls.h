@@ -1,5 +1,4 @@
-// Checks and provider calls that the public-key exports have in common. `name` is the export's name
-// as its trace lines carry it.
+// Checks and provider calls that the public-key exports have in common.
 #ifndef ZAREXT_KEYINFO_PUBLIC_KEY_CALLS_H_
 #define ZAREXT_KEYINFO_PUBLIC_KEY_CALLS_H_
 
@@ -16,11 +15,11 @@ void RequireEncodingType(DWORD dwCertEncodingType);
 
 // Traces "<label> = <OID>" and throws NTE_BAD_ALGID unless the OID lies in one of the arcs that the
 // module serves. The OID may be null.
-void RequireOwnAlgorithm(ExportTrace& trace, const char* name, const char* label, const char* oid);
+void RequireOwnAlgorithm(ExportTrace& trace, const char* label, const char* oid);
 
 // Reads the provider's type. One that is not expected is only traced: callers work through
 // providers of other types. Throws the provider's error if there is no type to be had.
-void NoteProviderType(ExportTrace& trace, const char* name, HCRYPTPROV hCryptProv);
+void NoteProviderType(ExportTrace& trace, HCRYPTPROV hCryptProv);
 
 }  // namespace zarext
 

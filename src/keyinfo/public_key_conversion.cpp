@@ -57,13 +57,13 @@ extern "C" {
 BOOL WINAPI ZarConvertPublicKeyInfo(DWORD dwCertEncodingType, PCERT_PUBLIC_KEY_INFO pInfo,
                                     DWORD dwFlags, DWORD /*dwReserved*/, BYTE** ppvBlob,
                                     DWORD* pcbBlob) {
-  return RunExport([&](ExportTrace& trace) -> BOOL {
-    trace.Line("EXT : ZarConvertPublicKeyInfo : dwFlags = %x.", Hex(dwFlags));
+  return RunExport("ZarConvertPublicKeyInfo", [&](ExportTrace& trace) -> BOOL {
+    trace.Line("dwFlags = %x.", Hex(dwFlags));
     RequireEncodingType(dwCertEncodingType);
     RequireParameter(pInfo != nullptr);
     const CRYPT_BIT_BLOB& key = pInfo->PublicKey;
-    trace.Line("EXT : ZarConvertPublicKeyInfo : Algorithm = %s.", pInfo->Algorithm.pszObjId);
-    RequireOwnAlgorithm(trace, "ZarConvertPublicKeyInfo", "pszObjId", pInfo->Algorithm.pszObjId);
+    trace.Line("Algorithm = %s.", pInfo->Algorithm.pszObjId);
+    RequireOwnAlgorithm(trace, "pszObjId", pInfo->Algorithm.pszObjId);
     RequireParameter(key.pbData != nullptr || key.cbData == 0);
     // Refuses a length that no copy has, before any of the octets is read.
     CopySize(key.cbData);
@@ -82,29 +82,25 @@ BOOL WINAPI ZarEncodePublicKeyAndParameters(DWORD dwCertEncodingType, LPSTR pszP
                                             void* /*pvAuxInfo*/, BYTE** ppPublicKey,
                                             DWORD* pcbPublicKey, BYTE** ppbParams,
                                             DWORD* pcbParams) {
-  return RunExport([&](ExportTrace& trace) -> BOOL {
-    trace.Line(
-        "EXT : ZarEncodePublicKeyAndParameters : dwEncodingType=%x, dwFlags = %x, Algorithm = %s.",
-        Hex(dwCertEncodingType), Hex(dwFlags), pszPublicKeyObjId);
+  return RunExport("ZarEncodePublicKeyAndParameters", [&](ExportTrace& trace) -> BOOL {
+    trace.Line("dwEncodingType=%x, dwFlags = %x, Algorithm = %s.", Hex(dwCertEncodingType),
+               Hex(dwFlags), pszPublicKeyObjId);
     RequireEncodingType(dwCertEncodingType);
     RequireParameter(dwFlags == 0);
     RequireParameter(pbPubKey != nullptr && cbPubKey != 0);
-    RequireOwnAlgorithm(trace, "ZarEncodePublicKeyAndParameters", "lpcPublicKeyOID",
-                        pszPublicKeyObjId);
+    RequireOwnAlgorithm(trace, "lpcPublicKeyOID", pszPublicKeyObjId);
     CopySize(cbPubKey);  // as above
     const OctetSpan blob(pbPubKey, cbPubKey);
-    trace.Line("EXT : ZarEncodePublicKeyAndParameters : PublicKey[%i] = ... %x %x %x.",
-               Int(cbPubKey), OctetFromEnd(blob, 3), OctetFromEnd(blob, 2), OctetFromEnd(blob, 1));
+    trace.Line("PublicKey[%i] = ... %x %x %x.", Int(cbPubKey), OctetFromEnd(blob, 3),
+               OctetFromEnd(blob, 2), OctetFromEnd(blob, 1));
     const std::uint8_t type = OctetAt(blob, 0);
     const std::uint8_t version = OctetAt(blob, 1);
     if (type == kPublicKeyBlobType && version == kOwnBlobVersion) {
-      trace.Line("EXT : ZarEncodePublicKeyAndParameters : aiKey = %x, ul = %x, exp = %x.",
-                 Hex(BlobAlgorithm(blob)), Hex(WordAt(blob, kRsaBitLengthOffset)),
-                 Hex(WordAt(blob, kRsaExponentOffset)));
+      trace.Line("aiKey = %x, ul = %x, exp = %x.", Hex(BlobAlgorithm(blob)),
+                 Hex(WordAt(blob, kRsaBitLengthOffset)), Hex(WordAt(blob, kRsaExponentOffset)));
       HandOverBlob(blob, ppPublicKey, pcbPublicKey, ppbParams, pcbParams);
     } else if (type == kPublicKeyBlobType && version == kCryptoProBlobVersion) {
-      trace.Line("EXT : ZarEncodePublicKeyAndParameters : CryptoPro : aiKey = %x.",
-                 Hex(BlobAlgorithm(blob)));
+      trace.Line("CryptoPro : aiKey = %x.", Hex(BlobAlgorithm(blob)));
     }
     return TRUE;
   });

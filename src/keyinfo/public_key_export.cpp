@@ -21,33 +21,21 @@ namespace {
 // A longer blob fails in the provider.
 constexpr DWORD kBlobCapacity = 1024;
 
-struct ExportVariant {
-  const char* name;
-  DWORD blobsInSize;  // how many times the reported size counts the blob
-};
-
-constexpr ExportVariant kPlain = {"ZarExportPublicKeyInfo", 1};
-constexpr ExportVariant kExtended = {"ZarExportPublicKeyInfoEx", 2};
-
-UniqueCryptKey GetUserKey(ExportTrace& trace, const char* name, HCRYPTPROV hCryptProv,
-                          DWORD dwKeySpec) {
+UniqueCryptKey GetUserKey(ExportTrace& trace, HCRYPTPROV hCryptProv, DWORD dwKeySpec) {
   UniqueCryptKey key;
   if (!CryptGetUserKey(hCryptProv, dwKeySpec, key.Put())) {
     const ErrorCode error = GetLastError();
-    trace.Line("EXT : %s : CryptGetUserKey hProv=%x, error = %x.", name, Hex(hCryptProv),
-               Hex(error));
-    throw error;
+    trace.LineAndThrow(error, "CryptGetUserKey hProv=%x, error = %x.", Hex(hCryptProv), Hex(error));
   }
   return key;
 }
 
-std::vector<BYTE> ExportBlob(ExportTrace& trace, const char* name, HCRYPTKEY key) {
+std::vector<BYTE> ExportBlob(ExportTrace& trace, HCRYPTKEY key) {
   std::vector<BYTE> blob(kBlobCapacity);
   DWORD size = 0;
   if (const ErrorCode error = ExportKeyInto(key, PUBLICKEYBLOB, blob, &size);
       error != ERROR_SUCCESS) {
-    trace.Line("EXT : %s : CryptExportKey hKey=%x, error = %x.", name, Hex(key), Hex(error));
-    throw error;
+    trace.LineAndThrow(error, "CryptExportKey hKey=%x, error = %x.", Hex(key), Hex(error));
   }
   blob.resize(size);
   return blob;
@@ -69,22 +57,23 @@ void LayOut(const std::vector<BYTE>& blob, CERT_PUBLIC_KEY_INFO* pInfo) {
 
 // Not what LayOut writes (48 + 32 + the blob): callers have allocated by these two rules for as
 // long as there are callers.
-DWORD ReportedSize(const ExportVariant& variant, const std::vector<BYTE>& blob) {
-  return variant.blobsInSize * static_cast<DWORD>(blob.size()) + 56;
+DWORD ReportedSize(DWORD blobsInSize, const std::vector<BYTE>& blob) {
+  return blobsInSize * static_cast<DWORD>(blob.size()) + 56;
 }
 
-void ExportPublicKey(ExportTrace& trace, const ExportVariant& variant, HCRYPTPROV hCryptProv,
-                     DWORD dwKeySpec, CERT_PUBLIC_KEY_INFO* pInfo, DWORD* pcbInfo) {
-  NoteProviderType(trace, variant.name, hCryptProv);
-  const UniqueCryptKey key = GetUserKey(trace, variant.name, hCryptProv, dwKeySpec);
-  const std::vector<BYTE> blob = ExportBlob(trace, variant.name, key.Get());
+// The size that is reported counts the blob `blobsInSize` times.
+void ExportPublicKey(ExportTrace& trace, DWORD blobsInSize, HCRYPTPROV hCryptProv, DWORD dwKeySpec,
+                     CERT_PUBLIC_KEY_INFO* pInfo, DWORD* pcbInfo) {
+  NoteProviderType(trace, hCryptProv);
+  const UniqueCryptKey key = GetUserKey(trace, hCryptProv, dwKeySpec);
+  const std::vector<BYTE> blob = ExportBlob(trace, key.Get());
   // Both variants write the plain one's name here, as who reads traces knows it.
-  trace.Line("EXT : ZarExportPublicKeyInfo : CryptExportKey hKey=%x, ALG_ID = %x.", Hex(key.Get()),
-             Hex(BlobAlgorithm(blob)));
+  trace.WholeLine("EXT : ZarExportPublicKeyInfo : CryptExportKey hKey=%x, ALG_ID = %x.",
+                  Hex(key.Get()), Hex(BlobAlgorithm(blob)));
   if (pInfo != nullptr) {
     LayOut(blob, pInfo);
   } else if (pcbInfo != nullptr) {
-    *pcbInfo = ReportedSize(variant, blob);
+    *pcbInfo = ReportedSize(blobsInSize, blob);
   }
 }
 
@@ -97,11 +86,11 @@ extern "C" {
 
 BOOL WINAPI ZarExportPublicKeyInfo(HCRYPTPROV hCryptProv, DWORD dwKeySpec, DWORD dwCertEncodingType,
                                    PCERT_PUBLIC_KEY_INFO pInfo, DWORD* pcbInfo) {
-  return RunExport([&](ExportTrace& trace) -> BOOL {
-    trace.Line("EXT : ZarExportPublicKeyInfo : dwKeySpec = %i.", Int(dwKeySpec));
+  return RunExport("ZarExportPublicKeyInfo", [&](ExportTrace& trace) -> BOOL {
+    trace.Line("dwKeySpec = %i.", Int(dwKeySpec));
     RequireEncodingType(dwCertEncodingType);
     RequireParameter(hCryptProv != 0);
-    ExportPublicKey(trace, kPlain, hCryptProv, dwKeySpec, pInfo, pcbInfo);
+    ExportPublicKey(trace, 1, hCryptProv, dwKeySpec, pInfo, pcbInfo);
     return TRUE;
   });
 }
@@ -113,17 +102,17 @@ BOOL WINAPI ZarExportPublicKeyInfoEx(HCRYPTPROV hCryptProv, DWORD dwKeySpec,
                                      DWORD dwCertEncodingType, LPSTR pszPublicKeyObjId,
                                      DWORD dwFlags, void* pvAuxInfo, PCERT_PUBLIC_KEY_INFO pInfo,
                                      DWORD* pcbInfo) {
-  return RunExport([&](ExportTrace& trace) -> BOOL {
+  return RunExport("ZarExportPublicKeyInfoEx", [&](ExportTrace& trace) -> BOOL {
     if (pszPublicKeyObjId == nullptr) {
-      trace.Line("EXT : ZarExportPublicKeyInfoEx : dwKeySpec = %i.", Int(dwKeySpec));
+      trace.Line("dwKeySpec = %i.", Int(dwKeySpec));
     } else {
-      trace.Line("EXT : ZarExportPublicKeyInfoEx : PublicKeyObjId = %s.", pszPublicKeyObjId);
+      trace.Line("PublicKeyObjId = %s.", pszPublicKeyObjId);
     }
     RequireEncodingType(dwCertEncodingType);
     RequireParameter(dwFlags == 0);
     RequireParameter(pvAuxInfo == nullptr);
     RequireParameter(hCryptProv != 0);
-    ExportPublicKey(trace, kExtended, hCryptProv, dwKeySpec, pInfo, pcbInfo);
+    ExportPublicKey(trace, 2, hCryptProv, dwKeySpec, pInfo, pcbInfo);
     return TRUE;
   });
 }

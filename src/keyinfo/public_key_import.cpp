@@ -20,45 +20,42 @@ namespace zarext {
 namespace {
 
 struct ImportVariant {
-  const char* name;
   const char* rebuiltImport;  // what the import of a rebuilt blob is traced as
   void (*traceBits)(ExportTrace& trace, DWORD cbData, OctetSpan bits);
   void (*traceKey)(ExportTrace& trace, OctetSpan key);
 };
 
 // The upper-case R is kept: who reads traces searches for the word as it has always been written.
-constexpr ImportVariant kPlain = {
-    "ZarImportPublicKeyInfo", "CRyptoPro : CryptImportKey",
-    [](ExportTrace& trace, DWORD cbData, OctetSpan bits) {
-      trace.Line("EXT : ZarImportPublicKeyInfo : PublicKey[%i] = ... %x %x %x.", Int(cbData),
-                 OctetFromEnd(bits, 3), OctetFromEnd(bits, 2), OctetFromEnd(bits, 1));
-    },
-    [](ExportTrace&, OctetSpan) {}};
+constexpr ImportVariant kPlain = {"CRyptoPro : CryptImportKey",
+                                  [](ExportTrace& trace, DWORD cbData, OctetSpan bits) {
+                                    trace.Line("PublicKey[%i] = ... %x %x %x.", Int(cbData),
+                                               OctetFromEnd(bits, 3), OctetFromEnd(bits, 2),
+                                               OctetFromEnd(bits, 1));
+                                  },
+                                  [](ExportTrace&, OctetSpan) {}};
 
 constexpr ImportVariant kExtended = {
-    "ZarImportPublicKeyInfoEx", "CryptoPro : CryptImportKey",
+    "CryptoPro : CryptImportKey",
     [](ExportTrace& trace, DWORD cbData, OctetSpan bits) {
-      trace.Line("EXT : ZarImportPublicKeyInfoEx : PublicKey[%i] = %x %x %x %x %x  ...%x %x.",
-                 Int(cbData), OctetAt(bits, 0), OctetAt(bits, 1), OctetAt(bits, 2),
-                 OctetAt(bits, 3), OctetAt(bits, 4), OctetFromEnd(bits, 2), OctetFromEnd(bits, 1));
+      trace.Line("PublicKey[%i] = %x %x %x %x %x  ...%x %x.", Int(cbData), OctetAt(bits, 0),
+                 OctetAt(bits, 1), OctetAt(bits, 2), OctetAt(bits, 3), OctetAt(bits, 4),
+                 OctetFromEnd(bits, 2), OctetFromEnd(bits, 1));
     },
     [](ExportTrace& trace, OctetSpan key) {
-      trace.Line("EXT : ZarImportPublicKeyInfoEx : Data[%i]=%x %x %x %x %x ....", Int(key.size()),
-                 OctetAt(key, 0), OctetAt(key, 1), OctetAt(key, 2), OctetAt(key, 3),
-                 OctetAt(key, 4));
+      trace.Line("Data[%i]=%x %x %x %x %x ....", Int(key.size()), OctetAt(key, 0), OctetAt(key, 1),
+                 OctetAt(key, 2), OctetAt(key, 3), OctetAt(key, 4));
     }};
 
 // Hands the blob to the provider. A failure is traced as `call` and thrown. A null `phKey` is
 // refused here, as the platform does; not every version of it survives one.
-void ImportBlob(ExportTrace& trace, const char* name, const char* call, HCRYPTPROV hCryptProv,
-                OctetSpan blob, HCRYPTKEY* phKey) {
+void ImportBlob(ExportTrace& trace, const char* call, HCRYPTPROV hCryptProv, OctetSpan blob,
+                HCRYPTKEY* phKey) {
   if (phKey != nullptr &&
       CryptImportKey(hCryptProv, blob.data(), static_cast<DWORD>(blob.size()), 0, 0, phKey)) {
     return;
   }
   const ErrorCode error = phKey != nullptr ? GetLastError() : ErrorCode{ERROR_INVALID_PARAMETER};
-  trace.Line("EXT : %s : %s = %x.", name, call, Hex(error));
-  throw error;
+  trace.LineAndThrow(error, "%s = %x.", call, Hex(error));
 }
 
 // The blob for a key that lies in an OCTET STRING. Without memory for the document it is empty, so
@@ -82,20 +79,20 @@ void ImportPublicKey(ExportTrace& trace, const ImportVariant& variant, HCRYPTPRO
                      const CERT_PUBLIC_KEY_INFO& info, HCRYPTKEY* phKey) {
   const char* oid = info.Algorithm.pszObjId;
   const OctetSpan bits = OctetsOf(info.PublicKey.pbData, info.PublicKey.cbData);
-  trace.Line("EXT : %s : Algorithm = %s.", variant.name, oid);
-  RequireOwnAlgorithm(trace, variant.name, "pszObjId", oid);
+  trace.Line("Algorithm = %s.", oid);
+  RequireOwnAlgorithm(trace, "pszObjId", oid);
   const bool asOctetString = TravelsAsOctetString(oid);
   if (asOctetString) {
     // Refuses a length that no blob has, before any of the octets is read.
     ImportBlobSize(info.PublicKey.cbData);
   }
   variant.traceBits(trace, info.PublicKey.cbData, bits);
-  NoteProviderType(trace, variant.name, hCryptProv);
+  NoteProviderType(trace, hCryptProv);
   if (asOctetString) {
-    ImportBlob(trace, variant.name, variant.rebuiltImport, hCryptProv,
-               RebuildBlob(trace, variant, oid, bits), phKey);
+    ImportBlob(trace, variant.rebuiltImport, hCryptProv, RebuildBlob(trace, variant, oid, bits),
+               phKey);
   } else {
-    ImportBlob(trace, variant.name, "CryptImportKey", hCryptProv, bits, phKey);
+    ImportBlob(trace, "CryptImportKey", hCryptProv, bits, phKey);
   }
 }
 
@@ -108,8 +105,8 @@ extern "C" {
 
 BOOL WINAPI ZarImportPublicKeyInfo(HCRYPTPROV hCryptProv, DWORD dwCertEncodingType,
                                    PCERT_PUBLIC_KEY_INFO pInfo, HCRYPTKEY* phKey) {
-  return RunExport([&](ExportTrace& trace) -> BOOL {
-    trace.Line("EXT : ZarImportPublicKeyInfo : hCryptProv = %x.", Hex(hCryptProv));
+  return RunExport("ZarImportPublicKeyInfo", [&](ExportTrace& trace) -> BOOL {
+    trace.Line("hCryptProv = %x.", Hex(hCryptProv));
     RequireEncodingType(dwCertEncodingType);
     RequireParameter(pInfo != nullptr);
     ImportPublicKey(trace, kPlain, hCryptProv, *pInfo, phKey);
@@ -121,9 +118,9 @@ BOOL WINAPI ZarImportPublicKeyInfo(HCRYPTPROV hCryptProv, DWORD dwCertEncodingTy
 BOOL WINAPI ZarImportPublicKeyInfoEx(HCRYPTPROV hCryptProv, DWORD dwCertEncodingType,
                                      PCERT_PUBLIC_KEY_INFO pInfo, ALG_ID aiKeyAlg, DWORD dwFlags,
                                      void* pvAuxInfo, HCRYPTKEY* phKey) {
-  return RunExport([&](ExportTrace& trace) -> BOOL {
-    trace.Line("EXT : ZarImportPublicKeyInfoEx : hCryptProv = %x, aiKeyAlg = %x, dwFlags = %x.",
-               Hex(hCryptProv), Hex(aiKeyAlg), Hex(dwFlags));
+  return RunExport("ZarImportPublicKeyInfoEx", [&](ExportTrace& trace) -> BOOL {
+    trace.Line("hCryptProv = %x, aiKeyAlg = %x, dwFlags = %x.", Hex(hCryptProv), Hex(aiKeyAlg),
+               Hex(dwFlags));
     RequireEncodingType(dwCertEncodingType);
     RequireParameter(dwFlags == 0);
     RequireParameter(pvAuxInfo == nullptr);

@@ -15,9 +15,6 @@
 namespace zarext {
 namespace {
 
-constexpr char kCmsForm[] = "ZarMsgExportKeyTrans";
-constexpr char kOlderForm[] = "ZarExportEncryptKey";
-
 // The provider's own parameter that is set to 1 before the sender's public key is exported.
 constexpr DWORD kSenderKeyExportParameter = 60;
 
@@ -51,16 +48,15 @@ struct SenderBlob {
 };
 
 void TraceExportCall(ExportTrace& trace, const CMSG_CONTENT_ENCRYPT_INFO& info) {
-  trace.Line("EXT : ZarMsgExportKeyTrans : ContentEncryptionAlgorithm = %s.",
-             info.ContentEncryptionAlgorithm.pszObjId);
-  trace.Line("EXT : ZarMsgExportKeyTrans : dwEncryptFlags = %x, dwFlags=%x, pfnAlloc=%p.",
-             Hex(info.dwEncryptFlags), Hex(info.dwFlags), reinterpret_cast<void*>(info.pfnAlloc));
-  trace.Line("EXT : ZarMsgExportKeyTrans : hContentEncryptKey = %x, hCryptProv=%x.",
-             Hex(info.hContentEncryptKey), Hex(info.hCryptProv));
+  trace.Line("ContentEncryptionAlgorithm = %s.", info.ContentEncryptionAlgorithm.pszObjId);
+  trace.Line("dwEncryptFlags = %x, dwFlags=%x, pfnAlloc=%p.", Hex(info.dwEncryptFlags),
+             Hex(info.dwFlags), reinterpret_cast<void*>(info.pfnAlloc));
+  trace.Line("hContentEncryptKey = %x, hCryptProv=%x.", Hex(info.hContentEncryptKey),
+             Hex(info.hCryptProv));
   // The first element decides for every recipient, whatever cRecipients says: a second recipient of
   // another kind is served as the first one is.
   RequireParameter(info.rgCmsRecipients != nullptr);
-  trace.Line("EXT : ZarMsgExportKeyTrans : rgCmsRecipients.dwRecipientChoice = %x.",
+  trace.Line("rgCmsRecipients.dwRecipientChoice = %x.",
              Hex(info.rgCmsRecipients[0].dwRecipientChoice));
 }
 
@@ -71,11 +67,10 @@ void TakeDefaults(ExportTrace& trace, const CMSG_RECIPIENT_ENCODE_INFO& first,
       const auto* const keyTrans = first.pKeyTrans;
       RequireParameter(keyTrans != nullptr);
       recipient.Override(*keyTrans);
-      trace.Line("EXT : ZarMsgExportKeyTrans : pKeyTrans->KeyEncryptionAlgorithm = %s.",
+      trace.Line("pKeyTrans->KeyEncryptionAlgorithm = %s.",
                  keyTrans->KeyEncryptionAlgorithm.pszObjId);
-      trace.Line("EXT : ZarMsgExportKeyTrans : pKeyTrans->hCryptProv = %x.",
-                 Hex(keyTrans->hCryptProv));
-      trace.Line("EXT : ZarMsgExportKeyTrans : pKeyTrans->RecipientPublicKeySize = %i (%p).",
+      trace.Line("pKeyTrans->hCryptProv = %x.", Hex(keyTrans->hCryptProv));
+      trace.Line("pKeyTrans->RecipientPublicKeySize = %i (%p).",
                  Int(keyTrans->RecipientPublicKey.cbData),
                  static_cast<void*>(keyTrans->RecipientPublicKey.pbData));
       break;
@@ -87,12 +82,10 @@ void TakeDefaults(ExportTrace& trace, const CMSG_RECIPIENT_ENCODE_INFO& first,
       const auto* const mailList = first.pMailList;
       RequireParameter(mailList != nullptr);
       recipient.Override(mailList->hCryptProv);
-      trace.Line("EXT : ZarMsgExportKeyTrans : pMailList->KeyEncryptionAlgorithm = %s.",
+      trace.Line("pMailList->KeyEncryptionAlgorithm = %s.",
                  mailList->KeyEncryptionAlgorithm.pszObjId);
-      trace.Line("EXT : ZarMsgExportKeyTrans : pMailList->hCryptProv = %x.",
-                 Hex(mailList->hCryptProv));
-      trace.Line("EXT : ZarMsgExportKeyTrans : pMailList->dwKeyChoice = %i.",
-                 Int(mailList->dwKeyChoice));
+      trace.Line("pMailList->hCryptProv = %x.", Hex(mailList->hCryptProv));
+      trace.Line("pMailList->dwKeyChoice = %i.", Int(mailList->dwKeyChoice));
       break;
     }
     default:
@@ -103,13 +96,11 @@ void TakeDefaults(ExportTrace& trace, const CMSG_RECIPIENT_ENCODE_INFO& first,
 void TakeArgument(ExportTrace& trace, const CMSG_KEY_TRANS_RECIPIENT_ENCODE_INFO& info,
                   Recipient& recipient) {
   recipient.Override(info);
-  trace.Line("EXT : ZarMsgExportKeyTrans : pKeyTransEncodeInfo->KeyEncryptionAlgorithm = %s.",
+  trace.Line("pKeyTransEncodeInfo->KeyEncryptionAlgorithm = %s.",
              info.KeyEncryptionAlgorithm.pszObjId);
-  trace.Line("EXT : ZarMsgExportKeyTrans : pKeyTransEncodeInfo->hCryptProv=%x.",
-             Hex(info.hCryptProv));
-  trace.Line("EXT : ZarMsgExportKeyTrans : pKeyTransEncodeInfo->RecipientId.dwIdChoice = %x.",
-             Hex(info.RecipientId.dwIdChoice));
-  trace.Line("EXT : ZarMsgExportKeyTrans : pKeyTransEncodeInfo->RecipientPublicKeySize = %i (%x).",
+  trace.Line("pKeyTransEncodeInfo->hCryptProv=%x.", Hex(info.hCryptProv));
+  trace.Line("pKeyTransEncodeInfo->RecipientId.dwIdChoice = %x.", Hex(info.RecipientId.dwIdChoice));
+  trace.Line("pKeyTransEncodeInfo->RecipientPublicKeySize = %i (%x).",
              Int(info.RecipientPublicKey.cbData), Hex(info.RecipientPublicKey.pbData));
 }
 
@@ -119,7 +110,7 @@ SenderBlob ExportSenderKey(ExportTrace& trace, HCRYPTPROV hCryptProv, UniqueCryp
   SenderBlob blob;
   HCRYPTKEY key = 0;
   if (!CryptGetUserKey(hCryptProv, AT_KEYEXCHANGE, &key)) {
-    trace.Line("EXT : ZarMsgExportKeyTrans : CryptGetUserKey = %x.", Hex(GetLastError()));
+    trace.Line("CryptGetUserKey = %x.", Hex(GetLastError()));
     return blob;
   }
   senderKey.Reset(key);
@@ -129,7 +120,7 @@ SenderBlob ExportSenderKey(ExportTrace& trace, HCRYPTPROV hCryptProv, UniqueCryp
   blob.length = static_cast<DWORD>(blob.octets.size());
   if (!CryptExportKey(key, 0, PUBLICKEYBLOB, 0, blob.octets.data(), &blob.length)) {
     blob.length = 0;
-    trace.Line("EXT : ZarMsgExportKeyTrans : CryptExportKey = %x.", Hex(GetLastError()));
+    trace.Line("CryptExportKey = %x.", Hex(GetLastError()));
   }
   return blob;
 }
@@ -138,20 +129,18 @@ SenderBlob ExportSenderKey(ExportTrace& trace, HCRYPTPROV hCryptProv, UniqueCryp
 // algorithm alone, so a key that leaves no room for it cannot be handed out at all.
 void AppendSenderBlob(ExportTrace& trace, const SenderBlob& blob, BYTE* buffer, DWORD& length) {
   if (length > kWrapBufferSize - kSenderBlobSize) {
-    RefuseWrappedKey(trace, kCmsForm);
+    RefuseWrappedKey(trace);
   }
   std::memcpy(buffer + length, blob.octets.data(), kSenderBlobSize);
   length += kSenderBlobSize;
 }
 
 void TraceOutput(ExportTrace& trace, const CMSG_KEY_TRANS_ENCRYPT_INFO& output) {
-  trace.Line(
-      "EXT : ZarMsgExportKeyTrans : pKeyTransEncryptInfo->dwFlags = %x, dwRecipientIndex=%x.",
-      Hex(output.dwFlags), Hex(output.dwRecipientIndex));
-  trace.Line("EXT : ZarMsgExportKeyTrans : pKeyTransEncryptInfo->KeyEncryptionAlgorithm=%s.",
+  trace.Line("pKeyTransEncryptInfo->dwFlags = %x, dwRecipientIndex=%x.", Hex(output.dwFlags),
+             Hex(output.dwRecipientIndex));
+  trace.Line("pKeyTransEncryptInfo->KeyEncryptionAlgorithm=%s.",
              output.KeyEncryptionAlgorithm.pszObjId);
-  trace.Line("EXT : ZarMsgExportKeyTrans : pKeyTransEncryptInfo->EncryptedKeySize=%i.",
-             Int(output.EncryptedKey.cbData));
+  trace.Line("pKeyTransEncryptInfo->EncryptedKeySize=%i.", Int(output.EncryptedKey.cbData));
 }
 
 // A blob's data from the caller's allocator, which also sees a request for the blob's descriptor,
@@ -189,8 +178,8 @@ void ExportForMessage(ExportTrace& trace, const Transport& transport, TransportK
   RequireParameter(transport.recipient != nullptr);
   TakeArgument(trace, *transport.recipient, recipient);
 
-  keys.recipient = ImportRecipientKey(trace, kCmsForm, recipient.hCryptProv, recipient.pbData,
-                                      recipient.cbData, 0);
+  keys.recipient =
+      ImportRecipientKey(trace, recipient.hCryptProv, recipient.pbData, recipient.cbData, 0);
   SenderBlob senderBlob;
   if (IsOwnAlgorithmOid(transport.recipient->KeyEncryptionAlgorithm.pszObjId)) {
     senderBlob = ExportSenderKey(trace, recipient.hCryptProv, keys.sender);
@@ -198,29 +187,29 @@ void ExportForMessage(ExportTrace& trace, const Transport& transport, TransportK
   RequireParameter(transport.output != nullptr);
   TraceOutput(trace, *transport.output);
   CRYPT_DATA_BLOB encryptedKey = AllocateEncryptedKey(content->pfnAlloc);
-  encryptedKey.cbData = WrapKey(trace, kCmsForm, content->hContentEncryptKey, keys.recipient.Get(),
-                                encryptedKey.pbData);
+  encryptedKey.cbData =
+      WrapKey(trace, content->hContentEncryptKey, keys.recipient.Get(), encryptedKey.pbData);
   // A sender key whose blob has any other length is left out without a line: receivers take 80
   // octets.
   if (keys.sender && senderBlob.length == kSenderBlobSize) {
     AppendSenderBlob(trace, senderBlob, encryptedKey.pbData, encryptedKey.cbData);
   }
   transport.output->EncryptedKey = encryptedKey;
-  trace.Line("EXT : ZarMsgExportKeyTrans : EncryptedKeySize=%i.", Int(encryptedKey.cbData));
+  trace.Line("EncryptedKeySize=%i.", Int(encryptedKey.cbData));
 }
 
 void ExportForPublicKey(ExportTrace& trace, HCRYPTPROV hCryptProv, HCRYPTKEY hEncryptKey,
                         const CERT_PUBLIC_KEY_INFO* pPublicKeyInfo, BYTE* pbData, DWORD* pcbData,
                         UniqueCryptKey& recipientKey) {
   RequireParameter(pPublicKeyInfo != nullptr);
-  trace.Line("EXT : ZarExportEncryptKey : Algorithm = %s.", pPublicKeyInfo->Algorithm.pszObjId);
+  trace.Line("Algorithm = %s.", pPublicKeyInfo->Algorithm.pszObjId);
   if (!IsRecipientKeyOid(pPublicKeyInfo->Algorithm.pszObjId)) {
     throw static_cast<ErrorCode>(NTE_BAD_ALGID);
   }
-  recipientKey = ImportRecipientKey(trace, kOlderForm, hCryptProv, pPublicKeyInfo->PublicKey.pbData,
+  recipientKey = ImportRecipientKey(trace, hCryptProv, pPublicKeyInfo->PublicKey.pbData,
                                     pPublicKeyInfo->PublicKey.cbData, CRYPT_EXPORTABLE);
   if (!CryptExportKey(hEncryptKey, recipientKey.Get(), SIMPLEBLOB, 0, pbData, pcbData)) {
-    ThrowFailedCall(trace, kOlderForm, pbData == nullptr ? "CryptExportKey 1" : "CryptExportKey 2");
+    ThrowFailedCall(trace, pbData == nullptr ? "CryptExportKey 1" : "CryptExportKey 2");
   }
 }
 
@@ -238,15 +227,16 @@ BOOL WINAPI ZarMsgExportKeyTrans(PCMSG_CONTENT_ENCRYPT_INFO pContentEncryptInfo,
                                  PCMSG_KEY_TRANS_RECIPIENT_ENCODE_INFO pKeyTransEncodeInfo,
                                  PCMSG_KEY_TRANS_ENCRYPT_INFO pKeyTransEncryptInfo, DWORD dwFlags,
                                  void* /*pvReserved*/) {
-  return RunExportKeeping<TransportKeys>([&](ExportTrace& trace, TransportKeys& keys) -> BOOL {
-    ExportForMessage(trace,
-                     {.content = pContentEncryptInfo,
-                      .recipient = pKeyTransEncodeInfo,
-                      .output = pKeyTransEncryptInfo,
-                      .dwFlags = dwFlags},
-                     keys);
-    return TRUE;
-  });
+  return RunExportKeeping<TransportKeys>("ZarMsgExportKeyTrans",
+                                         [&](ExportTrace& trace, TransportKeys& keys) -> BOOL {
+                                           ExportForMessage(trace,
+                                                            {.content = pContentEncryptInfo,
+                                                             .recipient = pKeyTransEncodeInfo,
+                                                             .output = pKeyTransEncryptInfo,
+                                                             .dwFlags = dwFlags},
+                                                            keys);
+                                           return TRUE;
+                                         });
 }
 
 // Framework function CryptMsgDllExportEncryptKey, with the size protocol of CryptExportKey.
@@ -254,7 +244,7 @@ BOOL WINAPI ZarExportEncryptKey(HCRYPTPROV hCryptProv, HCRYPTKEY hEncryptKey,
                                 PCERT_PUBLIC_KEY_INFO pPublicKeyInfo, PBYTE pbData,
                                 PDWORD pcbData) {
   return RunExportKeeping<UniqueCryptKey>(
-      [&](ExportTrace& trace, UniqueCryptKey& recipientKey) -> BOOL {
+      "ZarExportEncryptKey", [&](ExportTrace& trace, UniqueCryptKey& recipientKey) -> BOOL {
         ExportForPublicKey(trace, hCryptProv, hEncryptKey, pPublicKeyInfo, pbData, pcbData,
                            recipientKey);
         return TRUE;

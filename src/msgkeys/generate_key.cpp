@@ -15,9 +15,6 @@
 namespace zarext {
 namespace {
 
-constexpr char kCmsForm[] = "ZarMsgGenContentEncryptKey";
-constexpr char kOlderForm[] = "ZarGenEncryptKey";
-
 struct ContentAlgorithm {
   const char* oid;
   ALG_ID algId;
@@ -32,26 +29,24 @@ constexpr ContentAlgorithm kGeneratedAlgorithms[] = {
 };
 
 // The ALG_ID to generate for a content-encryption OID; throws NTE_BAD_ALGID for any other.
-ALG_ID FindContentAlgorithm(ExportTrace& trace, const char* exportName, const char* oid) {
+ALG_ID FindContentAlgorithm(ExportTrace& trace, const char* oid) {
   for (const ContentAlgorithm& row : kGeneratedAlgorithms) {
     if (SameOid(oid, row.oid)) {
       return row.algId;
     }
   }
   constexpr auto kCode = static_cast<ErrorCode>(NTE_BAD_ALGID);
-  trace.Line("EXT : %s : pszObjId error = %x.", exportName, Hex(kCode));
-  throw kCode;
+  trace.LineAndThrow(kCode, "pszObjId error = %x.", Hex(kCode));
 }
 
 // Refuses a caller's provider whose type is neither the module's own nor PROV_RSA_FULL.
-void CheckProviderType(ExportTrace& trace, const char* exportName, HCRYPTPROV hCryptProv) {
+void CheckProviderType(ExportTrace& trace, HCRYPTPROV hCryptProv) {
   DWORD type = 0;
   if (!ReadProviderType(hCryptProv, &type)) {
-    ThrowFailedCall(trace, exportName, "CryptGetProvParam error");
+    ThrowFailedCall(trace, "CryptGetProvParam error");
   }
   if (!IsServedProviderType(type)) {
-    trace.Line("EXT : %s : CryptGetProvParam[%x] : PP_PROVTYPE=%x.", exportName,
-               Hex(GetCurrentThreadId()), Hex(type));
+    trace.Line("CryptGetProvParam[%x] : PP_PROVTYPE=%x.", Hex(GetCurrentThreadId()), Hex(type));
     // Signed: callers know this failure as NTE_NO_MEMORY.
     throw static_cast<HRESULT>(NTE_BAD_TYPE);
   }
@@ -59,45 +54,40 @@ void CheckProviderType(ExportTrace& trace, const char* exportName, HCRYPTPROV hC
 
 // Checks the provider in *phCryptProv, or acquires one into it if that is 0, and returns whether it
 // was acquired here.
-bool ProvideContext(ExportTrace& trace, const char* exportName, HCRYPTPROV* phCryptProv,
-                    DWORD acquireFlags) {
+bool ProvideContext(ExportTrace& trace, HCRYPTPROV* phCryptProv, DWORD acquireFlags) {
   if (*phCryptProv != 0) {
-    CheckProviderType(trace, exportName, *phCryptProv);
+    CheckProviderType(trace, *phCryptProv);
     return false;
   }
   if (!CryptAcquireContextA(phCryptProv, nullptr, nullptr, kProviderType, acquireFlags)) {
-    ThrowFailedCall(trace, exportName, "CryptAcquireContext");
+    ThrowFailedCall(trace, "CryptAcquireContext");
   }
   return true;
 }
 
-void GenerateKey(ExportTrace& trace, const char* exportName, HCRYPTPROV hCryptProv, ALG_ID algId,
-                 HCRYPTKEY* phKey) {
+void GenerateKey(ExportTrace& trace, HCRYPTPROV hCryptProv, ALG_ID algId, HCRYPTKEY* phKey) {
   if (!CryptGenKey(hCryptProv, algId, CRYPT_EXPORTABLE, phKey)) {
-    ThrowFailedCall(trace, exportName, "CryptGenKey");
+    ThrowFailedCall(trace, "CryptGenKey");
   }
 }
 
 void TraceGenerateCall(ExportTrace& trace, const CMSG_CONTENT_ENCRYPT_INFO& info) {
-  trace.Line("EXT : ZarMsgGenContentEncryptKey : ContentEncryptionAlgorithm = %s.",
-             info.ContentEncryptionAlgorithm.pszObjId);
-  trace.Line("EXT : ZarMsgGenContentEncryptKey : dwEncryptFlags = %x, dwFlags=%x.",
-             Hex(info.dwEncryptFlags), Hex(info.dwFlags));
-  trace.Line("EXT : ZarMsgGenContentEncryptKey : hContentEncryptKey = %x, hCryptProv=%x.",
-             Hex(info.hContentEncryptKey), Hex(info.hCryptProv));
-  trace.Line("EXT : ZarMsgGenContentEncryptKey : cRecipients = %i.", Int(info.cRecipients));
+  trace.Line("ContentEncryptionAlgorithm = %s.", info.ContentEncryptionAlgorithm.pszObjId);
+  trace.Line("dwEncryptFlags = %x, dwFlags=%x.", Hex(info.dwEncryptFlags), Hex(info.dwFlags));
+  trace.Line("hContentEncryptKey = %x, hCryptProv=%x.", Hex(info.hContentEncryptKey),
+             Hex(info.hCryptProv));
+  trace.Line("cRecipients = %i.", Int(info.cRecipients));
 }
 
 void TraceRecipient(ExportTrace& trace, const CMSG_RECIPIENT_ENCODE_INFO& recipient) {
-  trace.Line("EXT : ZarMsgGenContentEncryptKey : rgCmsRecipients.dwRecipientChoice = %i.",
-             Int(recipient.dwRecipientChoice));
+  trace.Line("rgCmsRecipients.dwRecipientChoice = %i.", Int(recipient.dwRecipientChoice));
   if (recipient.dwRecipientChoice == CMSG_KEY_TRANS_RECIPIENT) {
     const auto* keyTrans = recipient.pKeyTrans;
-    trace.Line("EXT : ZarMsgGenContentEncryptKey : CMSG_KEY_TRANS_RECIPIENT = %s.",
+    trace.Line("CMSG_KEY_TRANS_RECIPIENT = %s.",
                keyTrans != nullptr ? keyTrans->KeyEncryptionAlgorithm.pszObjId : nullptr);
   } else if (recipient.dwRecipientChoice == CMSG_KEY_AGREE_RECIPIENT) {
     const auto* keyAgree = recipient.pKeyAgree;
-    trace.Line("EXT : ZarMsgGenContentEncryptKey : CMSG_KEY_AGREE_RECIPIENT = %s.",
+    trace.Line("CMSG_KEY_AGREE_RECIPIENT = %s.",
                keyAgree != nullptr ? keyAgree->KeyEncryptionAlgorithm.pszObjId : nullptr);
   }
 }
@@ -118,7 +108,7 @@ void WrapForRecipient(ExportTrace& trace, CMSG_CONTENT_ENCRYPT_INFO& info,
   // This key stays open, here and on every failure below: who counts the provider's keys sees one
   // for each call until its context is released.
   const HCRYPTKEY recipientKey =
-      ImportRecipientKey(trace, kCmsForm, info.hCryptProv, keyTrans->RecipientPublicKey.pbData,
+      ImportRecipientKey(trace, info.hCryptProv, keyTrans->RecipientPublicKey.pbData,
                          keyTrans->RecipientPublicKey.cbData, 0)
           .Detach();
   // The allocator's owner keeps the block, also where the record has no place for it.
@@ -129,7 +119,7 @@ void WrapForRecipient(ExportTrace& trace, CMSG_CONTENT_ENCRYPT_INFO& info,
   }
   // The key to export is named by the provider's handle, not by hContentEncryptKey. Which key that
   // is, is the provider's affair; advapi32 may refuse it, and messages fail then.
-  const DWORD length = WrapKey(trace, kCmsForm, info.hCryptProv, recipientKey, buffer);
+  const DWORD length = WrapKey(trace, info.hCryptProv, recipientKey, buffer);
   // A zero length field stays zero: the caller then has the block without its length.
   if (hasWrappedKey && info.cbContentEncryptKey != 0) {
     info.cbContentEncryptKey = length;
@@ -145,13 +135,12 @@ void GenerateForMessage(ExportTrace& trace, CMSG_CONTENT_ENCRYPT_INFO* info, DWO
     TraceRecipient(trace, info->rgCmsRecipients[0]);
   }
   RequireParameter(dwFlags == 0);
-  const ALG_ID algId =
-      FindContentAlgorithm(trace, kCmsForm, info->ContentEncryptionAlgorithm.pszObjId);
-  if (ProvideContext(trace, kCmsForm, &info->hCryptProv, CRYPT_VERIFYCONTEXT)) {
+  const ALG_ID algId = FindContentAlgorithm(trace, info->ContentEncryptionAlgorithm.pszObjId);
+  if (ProvideContext(trace, &info->hCryptProv, CRYPT_VERIFYCONTEXT)) {
     // Replaced, not combined: the framework releases the context for this flag.
     info->dwFlags = CMSG_CONTENT_ENCRYPT_RELEASE_CONTEXT_FLAG;
   }
-  GenerateKey(trace, kCmsForm, info->hCryptProv, algId, &info->hContentEncryptKey);
+  GenerateKey(trace, info->hCryptProv, algId, &info->hContentEncryptKey);
   if (!hasRecipients) {
     return;
   }
@@ -178,27 +167,25 @@ void GenerateForPublicKey(ExportTrace& trace, const KeyRequest& request,
                           UniqueCryptKey& recipientKey) {
   RequireParameter(request.pPublicKeyInfo != nullptr);
   const char* const keyOid = request.pPublicKeyInfo->Algorithm.pszObjId;
-  trace.Line("EXT : ZarGenEncryptKey : Algorithm = %s.", keyOid);
+  trace.Line("Algorithm = %s.", keyOid);
   // The exchange key lives in a container, and the default one is opened for it.
   const DWORD acquireFlags = SameOid(keyOid, kExchangeKeyOid) ? 0 : CRYPT_VERIFYCONTEXT;
   RequireParameter(request.paiEncrypt != nullptr);
-  trace.Line("EXT : ZarGenEncryptKey : CryptAlgorithm = %s.", request.paiEncrypt->pszObjId);
-  const ALG_ID algId = FindContentAlgorithm(trace, kOlderForm, request.paiEncrypt->pszObjId);
-  trace.Line("EXT : ZarGenEncryptKey : Flags = %x, tempAlg = %x.", Hex(acquireFlags), Hex(algId));
+  trace.Line("CryptAlgorithm = %s.", request.paiEncrypt->pszObjId);
+  const ALG_ID algId = FindContentAlgorithm(trace, request.paiEncrypt->pszObjId);
+  trace.Line("Flags = %x, tempAlg = %x.", Hex(acquireFlags), Hex(algId));
 
   RequireParameter(request.phCryptProv != nullptr);
   // Nothing tells the framework to release a context that is acquired here: it is the caller's.
-  ProvideContext(trace, kOlderForm, request.phCryptProv, acquireFlags);
+  ProvideContext(trace, request.phCryptProv, acquireFlags);
   const HCRYPTPROV hCryptProv = *request.phCryptProv;
   RequireParameter(request.phEncryptKey != nullptr);
-  GenerateKey(trace, kOlderForm, hCryptProv, algId, request.phEncryptKey);
+  GenerateKey(trace, hCryptProv, algId, request.phEncryptKey);
   const CRYPT_BIT_BLOB& publicKey = request.pPublicKeyInfo->PublicKey;
-  recipientKey =
-      ImportRecipientKey(trace, kOlderForm, hCryptProv, publicKey.pbData, publicKey.cbData, 0);
+  recipientKey = ImportRecipientKey(trace, hCryptProv, publicKey.pbData, publicKey.cbData, 0);
   // Not released when the wrapping fails: there is no function to give it back to `pfnAlloc`.
   auto* const buffer = static_cast<BYTE*>(AllocateForCaller(request.pfnAlloc, kWrapBufferSize));
-  const DWORD length =
-      WrapKey(trace, kOlderForm, *request.phEncryptKey, recipientKey.Get(), buffer);
+  const DWORD length = WrapKey(trace, *request.phEncryptKey, recipientKey.Get(), buffer);
   // Callers find the wrapped key in the slot of the encryption parameters, not encoded parameters.
   if (request.ppbEncryptParameters != nullptr) {
     *request.ppbEncryptParameters = buffer;
@@ -219,7 +206,7 @@ extern "C" {
 // structure stays in place.
 BOOL WINAPI ZarMsgGenContentEncryptKey(PCMSG_CONTENT_ENCRYPT_INFO pContentEncryptInfo,
                                        DWORD dwFlags, void* /*pvReserved*/) {
-  return RunExport([&](ExportTrace& trace) -> BOOL {
+  return RunExport("ZarMsgGenContentEncryptKey", [&](ExportTrace& trace) -> BOOL {
     GenerateForMessage(trace, pContentEncryptInfo, dwFlags);
     return TRUE;
   });
@@ -231,7 +218,7 @@ BOOL WINAPI ZarGenEncryptKey(HCRYPTPROV* phCryptProv, PCRYPT_ALGORITHM_IDENTIFIE
                              PFN_CMSG_ALLOC pfnAlloc, HCRYPTKEY* phEncryptKey,
                              PBYTE* ppbEncryptParameters, PDWORD pcbEncryptParameters) {
   return RunExportKeeping<UniqueCryptKey>(
-      [&](ExportTrace& trace, UniqueCryptKey& recipientKey) -> BOOL {
+      "ZarGenEncryptKey", [&](ExportTrace& trace, UniqueCryptKey& recipientKey) -> BOOL {
         GenerateForPublicKey(trace,
                              {.phCryptProv = phCryptProv,
                               .paiEncrypt = paiEncrypt,

@@ -17,9 +17,6 @@
 namespace zarext {
 namespace {
 
-constexpr char kCmsForm[] = "ZarMsgImportKeyTrans";
-constexpr char kOlderForm[] = "ZarImportEncryptKey";
-
 // The content-encryption algorithms of the older form. Not the list that generation serves:
 // callers can import keys that they cannot generate here, and the other way round.
 constexpr const char* kUnwrappedAlgorithms[] = {
@@ -50,17 +47,16 @@ ErrorCode ImportSenderKey(HCRYPTPROV hCryptProv, const CRYPT_DATA_BLOB& encrypte
 // The record of the recipient, after the lines that describe the call.
 CMSG_KEY_TRANS_RECIPIENT_INFO& TraceImportCall(ExportTrace& trace,
                                                const CMSG_CTRL_KEY_TRANS_DECRYPT_PARA& para) {
-  trace.Line("EXT : ZarMsgImportKeyTrans : hCryptProv=%x.", Hex(para.hCryptProv));
-  trace.Line("EXT : ZarMsgImportKeyTrans : dwKeySpec = %i, dwRecipientIndex=%i.",
-             Int(para.dwKeySpec), Int(para.dwRecipientIndex));
+  trace.Line("hCryptProv=%x.", Hex(para.hCryptProv));
+  trace.Line("dwKeySpec = %i, dwRecipientIndex=%i.", Int(para.dwKeySpec),
+             Int(para.dwRecipientIndex));
   auto* const keyTrans = para.pKeyTrans;
-  trace.Line("EXT : ZarMsgImportKeyTrans : KeyEncryptionAlgorithm = %s.",
+  trace.Line("KeyEncryptionAlgorithm = %s.",
              keyTrans != nullptr ? keyTrans->KeyEncryptionAlgorithm.pszObjId : nullptr);
   RequireParameter(keyTrans != nullptr);
-  trace.Line("EXT : ZarMsgImportKeyTrans : RecipientId.dwIdChoice = %i, dwVersion=%x.",
-             Int(keyTrans->RecipientId.dwIdChoice), Hex(keyTrans->dwVersion));
-  trace.Line("EXT : ZarMsgImportKeyTrans : pKeyTrans->EncryptedKeySize = %i.",
-             Int(keyTrans->EncryptedKey.cbData));
+  trace.Line("RecipientId.dwIdChoice = %i, dwVersion=%x.", Int(keyTrans->RecipientId.dwIdChoice),
+             Hex(keyTrans->dwVersion));
+  trace.Line("pKeyTrans->EncryptedKeySize = %i.", Int(keyTrans->EncryptedKey.cbData));
   return *keyTrans;
 }
 
@@ -68,8 +64,7 @@ BOOL ImportForMessage(ExportTrace& trace, const CRYPT_ALGORITHM_IDENTIFIER* cont
                       const CMSG_CTRL_KEY_TRANS_DECRYPT_PARA* para, DWORD dwFlags,
                       HCRYPTKEY* phContentEncryptKey, UniqueCryptKey& senderKey) {
   RequireParameter(contentAlgorithm != nullptr);
-  trace.Line("EXT : ZarMsgImportKeyTrans : ContentEncryptionAlgorithm = %s.",
-             contentAlgorithm->pszObjId);
+  trace.Line("ContentEncryptionAlgorithm = %s.", contentAlgorithm->pszObjId);
   RequireParameter(dwFlags == 0);
   RequireParameter(para != nullptr);
   CMSG_KEY_TRANS_RECIPIENT_INFO& keyTrans = TraceImportCall(trace, *para);
@@ -77,7 +72,7 @@ BOOL ImportForMessage(ExportTrace& trace, const CRYPT_ALGORITHM_IDENTIFIER* cont
   if (IsOwnAlgorithmOid(keyTrans.KeyEncryptionAlgorithm.pszObjId)) {
     if (const ErrorCode error = ImportSenderKey(para->hCryptProv, encryptedKey, senderKey);
         error != ERROR_SUCCESS) {
-      trace.Line("EXT : ZarMsgImportKeyTrans : CryptImportKey 1 = %x.", Hex(error));
+      trace.Line("CryptImportKey 1 = %x.", Hex(error));
     } else {
       // In the caller's own record, which describes the bare SIMPLEBLOB from here on, also if the
       // import below fails: who tries the same message again starts from there.
@@ -87,9 +82,9 @@ BOOL ImportForMessage(ExportTrace& trace, const CRYPT_ALGORITHM_IDENTIFIER* cont
   RequireParameter(phContentEncryptKey != nullptr);
   if (!CryptImportKey(para->hCryptProv, encryptedKey.pbData, encryptedKey.cbData, senderKey.Get(),
                       0, phContentEncryptKey)) {
-    ThrowFailedCall(trace, kCmsForm, "CryptImportKey");
+    ThrowFailedCall(trace, "CryptImportKey");
   }
-  trace.Line("EXT : ZarMsgImportKeyTrans : CryptImportKey - OK.");
+  trace.Line("CryptImportKey - OK.");
   return *phContentEncryptKey != 0 ? TRUE : FALSE;
 }
 
@@ -98,17 +93,17 @@ void ImportEncodedKey(ExportTrace& trace, HCRYPTPROV hCryptProv,
                       const CRYPT_ALGORITHM_IDENTIFIER* paiPubKey,
                       const CRYPT_DATA_BLOB& encodedKey, HCRYPTKEY* phEncryptKey) {
   RequireParameter(paiPubKey != nullptr);
-  trace.Line("EXT : ZarImportEncryptKey : paiPubKey = %s.", paiPubKey->pszObjId);
+  trace.Line("paiPubKey = %s.", paiPubKey->pszObjId);
   if (!IsRecipientKeyOid(paiPubKey->pszObjId)) {
     throw static_cast<ErrorCode>(NTE_BAD_ALGID);
   }
   RequireParameter(paiEncrypt != nullptr);
-  trace.Line("EXT : ZarImportEncryptKey : paiEncrypt = %s.", paiEncrypt->pszObjId);
+  trace.Line("paiEncrypt = %s.", paiEncrypt->pszObjId);
   if (std::none_of(std::begin(kUnwrappedAlgorithms), std::end(kUnwrappedAlgorithms),
                    [&](const char* oid) { return SameOid(paiEncrypt->pszObjId, oid); })) {
     // The line names the export function, as who reads traces knows it.
     constexpr auto kCode = static_cast<ErrorCode>(NTE_BAD_ALGID);
-    trace.Line("EXT : ZarExportEncryptKey : pszObjId error = %x.", Hex(kCode));
+    trace.WholeLine("EXT : ZarExportEncryptKey : pszObjId error = %x.", Hex(kCode));
     throw kCode;
   }
   RequireParameter(encodedKey.pbData != nullptr && encodedKey.cbData != 0);
@@ -116,7 +111,7 @@ void ImportEncodedKey(ExportTrace& trace, HCRYPTPROV hCryptProv,
   // Without an exchange key: the provider unwraps with the container's own.
   if (!CryptImportKey(hCryptProv, encodedKey.pbData, encodedKey.cbData, 0, CRYPT_EXPORTABLE,
                       phEncryptKey)) {
-    ThrowFailedCall(trace, kOlderForm, "CryptImportKey");
+    ThrowFailedCall(trace, "CryptImportKey");
   }
 }
 
@@ -132,10 +127,11 @@ BOOL WINAPI ZarMsgImportKeyTrans(PCRYPT_ALGORITHM_IDENTIFIER pContentEncryptionA
                                  PCMSG_CTRL_KEY_TRANS_DECRYPT_PARA pKeyTransDecryptPara,
                                  DWORD dwFlags, void* /*pvReserved*/,
                                  HCRYPTKEY* phContentEncryptKey) {
-  return RunExportKeeping<UniqueCryptKey>([&](ExportTrace& trace, UniqueCryptKey& senderKey) {
-    return ImportForMessage(trace, pContentEncryptionAlgorithm, pKeyTransDecryptPara, dwFlags,
-                            phContentEncryptKey, senderKey);
-  });
+  return RunExportKeeping<UniqueCryptKey>(
+      "ZarMsgImportKeyTrans", [&](ExportTrace& trace, UniqueCryptKey& senderKey) {
+        return ImportForMessage(trace, pContentEncryptionAlgorithm, pKeyTransDecryptPara, dwFlags,
+                                phContentEncryptKey, senderKey);
+      });
 }
 
 // Framework function CryptMsgDllImportEncryptKey.
@@ -143,7 +139,7 @@ BOOL WINAPI ZarImportEncryptKey(HCRYPTPROV hCryptProv, DWORD /*dwKeySpec*/,
                                 PCRYPT_ALGORITHM_IDENTIFIER paiEncrypt,
                                 PCRYPT_ALGORITHM_IDENTIFIER paiPubKey, PBYTE pbEncodedKey,
                                 DWORD cbEncodedKey, HCRYPTKEY* phEncryptKey) {
-  return RunExport([&](ExportTrace& trace) -> BOOL {
+  return RunExport("ZarImportEncryptKey", [&](ExportTrace& trace) -> BOOL {
     ImportEncodedKey(trace, hCryptProv, paiEncrypt, paiPubKey,
                      {.cbData = cbEncodedKey, .pbData = pbEncodedKey}, phEncryptKey);
     return TRUE;

@@ -8,15 +8,6 @@ bool IsRecipientKeyOid(const char* oid) noexcept {
   return SameOid(oid, kExchangeKeyOid) || SameOid(oid, kElGamalKeyOid);
 }
 
-void ThrowFailedCall(ExportTrace& trace, const char* exportName, const char* call) {
-  ThrowFailedCall(trace, exportName, call, GetLastError());
-}
-
-void ThrowFailedCall(ExportTrace& trace, const char* exportName, const char* call, ErrorCode code) {
-  trace.Line("EXT : %s : %s = %x.", exportName, call, Hex(code));
-  throw code;
-}
-
 void* AllocateForCaller(PFN_CMSG_ALLOC pfnAlloc, std::size_t size) {
   void* const block = pfnAlloc != nullptr ? pfnAlloc(size) : LocalAlloc(LPTR, size);
   if (block == nullptr) {
@@ -25,27 +16,27 @@ void* AllocateForCaller(PFN_CMSG_ALLOC pfnAlloc, std::size_t size) {
   return block;
 }
 
-UniqueCryptKey ImportRecipientKey(ExportTrace& trace, const char* exportName, HCRYPTPROV hCryptProv,
-                                  const BYTE* pbData, DWORD cbData, DWORD dwFlags) {
+UniqueCryptKey ImportRecipientKey(ExportTrace& trace, HCRYPTPROV hCryptProv, const BYTE* pbData,
+                                  DWORD cbData, DWORD dwFlags) {
   HCRYPTKEY recipientKey = 0;
   if (!CryptImportKey(hCryptProv, pbData, cbData, 0, dwFlags, &recipientKey)) {
-    ThrowFailedCall(trace, exportName, "CryptImportKey");
+    ThrowFailedCall(trace, "CryptImportKey");
   }
   return UniqueCryptKey(recipientKey);
 }
 
-void RefuseWrappedKey(ExportTrace& trace, const char* exportName) {
-  ThrowFailedCall(trace, exportName, "CryptExportKey", static_cast<ErrorCode>(NTE_BAD_LEN));
+void RefuseWrappedKey(ExportTrace& trace) {
+  constexpr auto kCode = static_cast<ErrorCode>(NTE_BAD_LEN);
+  trace.LineAndThrow(kCode, "CryptExportKey = %x.", Hex(kCode));
 }
 
-DWORD WrapKey(ExportTrace& trace, const char* exportName, HCRYPTKEY hKey, HCRYPTKEY hRecipientKey,
-              BYTE* wrapBuffer) {
+DWORD WrapKey(ExportTrace& trace, HCRYPTKEY hKey, HCRYPTKEY hRecipientKey, BYTE* wrapBuffer) {
   DWORD length = kWrapBufferSize;
   if (!CryptExportKey(hKey, hRecipientKey, SIMPLEBLOB, 0, wrapBuffer, &length)) {
-    ThrowFailedCall(trace, exportName, "CryptExportKey");
+    ThrowFailedCall(trace, "CryptExportKey");
   }
   if (length > kWrapBufferSize) {
-    RefuseWrappedKey(trace, exportName);
+    RefuseWrappedKey(trace);
   }
   return length;
 }

@@ -30,31 +30,23 @@ inline constexpr char kElGamalKeyOid[] = "1.3.6.1.4.1.32473.1.3.4";
 // Whether the older export and import forms serve a recipient key of this algorithm (may be null).
 bool IsRecipientKeyOid(const char* oid) noexcept;
 
-// Traces "EXT : <exportName> : <call> = %x." with the thread's last error and throws that code. To
-// be called right after the failed call.
-[[noreturn]] void ThrowFailedCall(ExportTrace& trace, const char* exportName, const char* call);
-// The same with a code of its own.
-[[noreturn]] void ThrowFailedCall(ExportTrace& trace, const char* exportName, const char* call,
-                                  ErrorCode code);
-
 // A block that will belong to the caller: from `pfnAlloc`, or zero-filled from LocalAlloc if that
 // is null. Throws NTE_NO_MEMORY if there is none.
 void* AllocateForCaller(PFN_CMSG_ALLOC pfnAlloc, std::size_t size);
 
 // Hands a recipient's public-key octets to the provider as a key blob, unchanged. `dwFlags` as for
 // CryptImportKey. A failure is traced as "CryptImportKey" and thrown.
-UniqueCryptKey ImportRecipientKey(ExportTrace& trace, const char* exportName, HCRYPTPROV hCryptProv,
-                                  const BYTE* pbData, DWORD cbData, DWORD dwFlags);
+UniqueCryptKey ImportRecipientKey(ExportTrace& trace, HCRYPTPROV hCryptProv, const BYTE* pbData,
+                                  DWORD cbData, DWORD dwFlags);
 
 // A wrapped key of a length that the block has no room for: traced as a failed "CryptExportKey" and
 // thrown, both with NTE_BAD_LEN.
-[[noreturn]] void RefuseWrappedKey(ExportTrace& trace, const char* exportName);
+[[noreturn]] void RefuseWrappedKey(ExportTrace& trace);
 
 // Exports `hKey` under `hRecipientKey` as a SIMPLEBLOB into a block of kWrapBufferSize octets and
 // returns the blob's length. A failure is traced as "CryptExportKey" and thrown; a provider that
 // reports more than it was given room for has not wrapped the key.
-DWORD WrapKey(ExportTrace& trace, const char* exportName, HCRYPTKEY hKey, HCRYPTKEY hRecipientKey,
-              BYTE* wrapBuffer);
+DWORD WrapKey(ExportTrace& trace, HCRYPTKEY hKey, HCRYPTKEY hRecipientKey, BYTE* wrapBuffer);
 
 }  // namespace zarext
 

@@ -9,13 +9,6 @@
 
 namespace zarext {
 
-// Throws the thread's last error unless `result` holds.
-inline void RequireSuccess(BOOL result) {
-  if (result == FALSE) {
-    ThrowLastError();
-  }
-}
-
 // One use of crypt32, from loading to freeing. There is one handle variable for the whole module,
 // without a lock: every use overwrites it, and registering and unregistering at the same time is
 // not provided for.

@@ -33,7 +33,7 @@ decltype(CertRegisterPhysicalStore)* registerPhysicalStore = nullptr;
 void RegisterRecords(OidInfo& info) {
   for (const OidRecord& record : records::kTable) {
     info.SetExtra(record.extra);
-    RequireSuccess(registerOidInfo(info.Fill(record), CRYPT_INSTALL_OID_INFO_BEFORE_FLAG));
+    RequireSuccess(registerOidInfo(info.Fill(record), CRYPT_INSTALL_OID_INFO_BEFORE_FLAG) != FALSE);
   }
   // Whoever kept the address of the values finds the initial ones from here on.
   info.SetExtra(records::kInitialExtra);
@@ -85,6 +85,6 @@ HRESULT RegisterAll() {
 
 extern "C" HRESULT WINAPI DllRegisterServer() {
   using zarext::ExportTrace;
-  return zarext::RunExport<HRESULT>(E_UNEXPECTED,
+  return zarext::RunExport<HRESULT>("DllRegisterServer", E_UNEXPECTED,
                                     [](ExportTrace&) { return zarext::RegisterAll(); });
 }

@@ -44,6 +44,6 @@ HRESULT UnregisterAll() {
 
 extern "C" HRESULT WINAPI DllUnregisterServer() {
   using zarext::ExportTrace;
-  return zarext::RunExport<HRESULT>(E_UNEXPECTED,
+  return zarext::RunExport<HRESULT>("DllUnregisterServer", E_UNEXPECTED,
                                     [](ExportTrace&) { return zarext::UnregisterAll(); });
 }

@@ -37,14 +37,14 @@ BOOL OpenStore(ExportTrace& trace, HCRYPTPROV hCryptProv, HCERTSTORE hCertStore,
   }
   RequireParameter(pStoreProvInfo != nullptr);
   DescribeStore(hCertStore, pStoreProvInfo);
-  trace.Line("EXT : ZarOpenStoreProv : FINISH");
+  trace.Line("FINISH");
   return TRUE;
 }
 
 // Every failure but that of the provider's type ends with the same line.
 BOOL EndFailedOpen(ExportTrace& trace, ErrorCode code) {
   SetLastError(code);
-  trace.Line("EXT : ZarOpenStoreProv : FINISH");
+  trace.Line("FINISH");
   return FALSE;
 }
 
@@ -58,20 +58,20 @@ extern "C" BOOL WINAPI ZarOpenStoreProv(LPCSTR lpszStoreProvider, DWORD /*dwEnco
                                         HCRYPTPROV hCryptProv, DWORD dwFlags,
                                         const void* /*pvPara*/, HCERTSTORE hCertStore,
                                         CERT_STORE_PROV_INFO* pStoreProvInfo) {
-  return zarext::RunExport([&](zarext::ExportTrace& trace) {
+  return zarext::RunExport("ZarOpenStoreProv", [&](zarext::ExportTrace& trace) {
     // The framework's built-in providers have numbers instead of names.
     const char* const name = IS_INTRESOURCE(lpszStoreProvider) ? nullptr : lpszStoreProvider;
-    trace.Line(
+    trace.WholeLine(
         "EXT : ZarOpenStoreProv [lpszStoreProvider = %s] [hCryptProv = %x] [dwFlags = %X] "
         "[hCertStore = %p]",
         name, Hex(hCryptProv), Hex(dwFlags), hCertStore);
     return zarext::RunGuarded(
         [&](ErrorCode code) {
-          trace.Line("EXT : ZarOpenStoreProv : ERROR = %x", Hex(code));
+          trace.Line("ERROR = %x", Hex(code));
           return zarext::EndFailedOpen(trace, code);
         },
         [&] {
-          trace.Line("EXT : ZarOpenStoreProv : ERROR");
+          trace.Line("ERROR");
           return zarext::EndFailedOpen(trace, static_cast<ErrorCode>(NTE_NO_MEMORY));
         },
         [&] { return zarext::OpenStore(trace, hCryptProv, hCertStore, pStoreProvInfo); });

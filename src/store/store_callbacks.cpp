@@ -61,9 +61,9 @@ void DescribeStore(HCERTSTORE hCertStore, CERT_STORE_PROV_INFO* info) noexcept {
 }
 
 BOOL WINAPI CertStoreProvCloseCallback(HCERTSTOREPROV hStoreProv, DWORD dwFlags) {
-  return RunExport([&](ExportTrace& trace) -> BOOL {
-    trace.Line("EXT : CertStoreProvCloseCallback [hCertStore = %X] [dwFlags = %X, hLib = %x]",
-               Hex(hStoreProv), Hex(dwFlags), Hex(ProviderModule()));
+  return RunExport("CertStoreProvCloseCallback", [&](ExportTrace& trace) -> BOOL {
+    trace.WholeLine("EXT : CertStoreProvCloseCallback [hCertStore = %X] [dwFlags = %X, hLib = %x]",
+                    Hex(hStoreProv), Hex(dwFlags), Hex(ProviderModule()));
     if (hStoreProv != nullptr) {
       CertCloseStore(hStoreProv, CERT_CLOSE_STORE_FORCE_FLAG);
     }
@@ -73,18 +73,19 @@ BOOL WINAPI CertStoreProvCloseCallback(HCERTSTOREPROV hStoreProv, DWORD dwFlags)
 
 BOOL WINAPI CertStoreProvReadCertCallback(HCERTSTOREPROV hStoreProv, PCCERT_CONTEXT /*context*/,
                                           DWORD dwFlags, PCCERT_CONTEXT* /*result*/) {
-  return RunExport([&](ExportTrace& trace) -> BOOL {
-    trace.Line("EXT : CertStoreProvReadCertCallback [hCertStore = %X] [dwFlags = %X]",
-               Hex(hStoreProv), Hex(dwFlags));
+  return RunExport("CertStoreProvReadCertCallback", [&](ExportTrace& trace) -> BOOL {
+    trace.WholeLine("EXT : CertStoreProvReadCertCallback [hCertStore = %X] [dwFlags = %X]",
+                    Hex(hStoreProv), Hex(dwFlags));
     return FALSE;
   });
 }
 
 BOOL WINAPI CertStoreProvDeleteCertCallback(HCERTSTOREPROV hStoreProv, PCCERT_CONTEXT pCertContext,
                                             DWORD /*dwFlags*/) {
-  return RunExport([&](ExportTrace& trace) -> BOOL {
-    trace.Line("EXT : CertStoreProvDeleteCertCallback [hCertStore = %X] [pszObjId = %s, size = %i]",
-               Hex(hStoreProv), SignatureOid(pCertContext), EncodedSize(pCertContext));
+  return RunExport("CertStoreProvDeleteCertCallback", [&](ExportTrace& trace) -> BOOL {
+    trace.WholeLine(
+        "EXT : CertStoreProvDeleteCertCallback [hCertStore = %X] [pszObjId = %s, size = %i]",
+        Hex(hStoreProv), SignatureOid(pCertContext), EncodedSize(pCertContext));
     RequireParameter(pCertContext != nullptr);
     return FALSE;
   });
@@ -94,9 +95,9 @@ BOOL WINAPI CertStoreProvFindCert(HCERTSTOREPROV hStoreProv, PCCERT_STORE_PROV_F
                                   PCCERT_CONTEXT pPrevCertContext, DWORD dwFlags,
                                   void** /*ppvStoreProvFindInfo*/,
                                   PCCERT_CONTEXT* ppProvCertContext) {
-  return RunExport([&](ExportTrace& trace) -> BOOL {
-    trace.Line("EXT : CertStoreProvFindCert [hCertStore = %X] [dwFlags = %X]", Hex(hStoreProv),
-               Hex(dwFlags));
+  return RunExport("CertStoreProvFindCert", [&](ExportTrace& trace) -> BOOL {
+    trace.WholeLine("EXT : CertStoreProvFindCert [hCertStore = %X] [dwFlags = %X]", Hex(hStoreProv),
+                    Hex(dwFlags));
     RequireParameter(pFindInfo != nullptr && ppProvCertContext != nullptr);
     // TRUE also when nothing is found: a compatibility fact for the framework, which looks at the
     // context alone.
@@ -109,8 +110,8 @@ BOOL WINAPI CertStoreProvFindCert(HCERTSTOREPROV hStoreProv, PCCERT_STORE_PROV_F
 
 BOOL WINAPI CertStoreProvFreeFindCert(HCERTSTOREPROV /*hStoreProv*/, PCCERT_CONTEXT /*context*/,
                                       void* /*pvStoreProvFindInfo*/, DWORD /*dwFlags*/) {
-  return RunExport([](ExportTrace& trace) -> BOOL {
-    trace.Line("EXT : CertStoreProvFreeFindCert");
+  return RunExport("CertStoreProvFreeFindCert", [](ExportTrace& trace) -> BOOL {
+    trace.WholeLine("EXT : CertStoreProvFreeFindCert");
     return TRUE;
   });
 }
@@ -118,9 +119,9 @@ BOOL WINAPI CertStoreProvFreeFindCert(HCERTSTOREPROV /*hStoreProv*/, PCCERT_CONT
 BOOL WINAPI CertStoreProvGetCertProperty(HCERTSTOREPROV hStoreProv, PCCERT_CONTEXT pCertContext,
                                          DWORD dwPropId, DWORD /*dwFlags*/, void* pvData,
                                          DWORD* pcbData) {
-  return RunExport([&](ExportTrace& trace) -> BOOL {
-    trace.Line("EXT : CertStoreProvGetCertProperty [hCertStore = %X] [dwPropId = %X]",
-               Hex(hStoreProv), Hex(dwPropId));
+  return RunExport("CertStoreProvGetCertProperty", [&](ExportTrace& trace) -> BOOL {
+    trace.WholeLine("EXT : CertStoreProvGetCertProperty [hCertStore = %X] [dwPropId = %X]",
+                    Hex(hStoreProv), Hex(dwPropId));
     RequireParameter(pCertContext != nullptr && pcbData != nullptr);
     return CertGetCertificateContextProperty(pCertContext, dwPropId, pvData, pcbData);
   });
@@ -129,8 +130,8 @@ BOOL WINAPI CertStoreProvGetCertProperty(HCERTSTOREPROV hStoreProv, PCCERT_CONTE
 BOOL WINAPI CertStoreProvSetCertPropertyCallback(HCERTSTOREPROV hStoreProv,
                                                  PCCERT_CONTEXT pCertContext, DWORD dwPropId,
                                                  DWORD /*dwFlags*/, const void* /*pvData*/) {
-  return RunExport([&](ExportTrace& trace) -> BOOL {
-    trace.Line(
+  return RunExport("CertStoreProvSetCertPropertyCallback", [&](ExportTrace& trace) -> BOOL {
+    trace.WholeLine(
         "EXT : CertStoreProvSetCertPropertyCallback [hCertStore = %X] [dwPropId = %X] [pszObjId = "
         "%s, size = %i]",
         Hex(hStoreProv), Hex(dwPropId), SignatureOid(pCertContext), EncodedSize(pCertContext));
@@ -141,8 +142,8 @@ BOOL WINAPI CertStoreProvSetCertPropertyCallback(HCERTSTOREPROV hStoreProv,
 
 BOOL WINAPI CertStoreProvWriteCRLCallback(HCERTSTOREPROV /*hStoreProv*/,
                                           PCCRL_CONTEXT /*pCrlContext*/, DWORD /*dwFlags*/) {
-  return RunExport([](ExportTrace& trace) -> BOOL {
-    trace.Line("CertStoreProvWriteCRLCallback");
+  return RunExport("CertStoreProvWriteCRLCallback", [](ExportTrace& trace) -> BOOL {
+    trace.WholeLine("CertStoreProvWriteCRLCallback");
     return FALSE;
   });
 }

@@ -59,13 +59,6 @@ BOOL RunMaintenance(const char* failureLine, Work work) noexcept {
       });
 }
 
-// Throws the last error unless `succeeded`.
-void Require(bool succeeded) {
-  if (!succeeded) {
-    ThrowLastError();
-  }
-}
-
 SystemStore OpenSystemStore(BOOL bLocalMachine, DWORD dwStore) {
   const DWORD location =
       bLocalMachine != 0 ? CERT_SYSTEM_STORE_LOCAL_MACHINE : CERT_SYSTEM_STORE_CURRENT_USER;
@@ -94,7 +87,8 @@ void TieToContainer(PCCERT_CONTEXT context, const char* szContainer, DWORD dwKey
   info.pwszProvName = provider.Name();
   info.dwProvType = provider.Type();
   info.dwKeySpec = dwKeySpec;
-  Require(CertSetCertificateContextProperty(context, CERT_KEY_PROV_INFO_PROP_ID, 0, &info));
+  RequireSuccess(FALSE !=
+                 CertSetCertificateContextProperty(context, CERT_KEY_PROV_INFO_PROP_ID, 0, &info));
 }
 
 // Deletes through a second reference: the deletion takes it, and the walk needs its own.
@@ -114,10 +108,11 @@ void DeleteOne(PCCERT_CONTEXT context) {
 void SetSelf(BOOL bLocalMachine, const char* szContainer, DWORD dwKeySpec, const BYTE* pbCert,
              DWORD cbCert) {
   const SystemStore store = OpenSystemStore(bLocalMachine, ZAREXT_STORE_MY);
-  Require(static_cast<bool>(store));
+  RequireSuccess(static_cast<bool>(store));
   UniqueCertContext context;
-  Require(CertAddEncodedCertificateToStore(store.Get(), kEncodingType, pbCert, cbCert,
-                                           CERT_STORE_ADD_REPLACE_EXISTING, context.Put()));
+  RequireSuccess(FALSE != CertAddEncodedCertificateToStore(store.Get(), kEncodingType, pbCert,
+                                                           cbCert, CERT_STORE_ADD_REPLACE_EXISTING,
+                                                           context.Put()));
   if (!context) {
     throw SilentFailure();
   }
@@ -127,9 +122,10 @@ void SetSelf(BOOL bLocalMachine, const char* szContainer, DWORD dwKeySpec, const
 void SetOther(BOOL bLocalMachine, DWORD dwStore, const BYTE* pbCert, DWORD cbCert) {
   RequireStoreIndex(dwStore);
   const SystemStore store = OpenSystemStore(bLocalMachine, dwStore);
-  Require(static_cast<bool>(store));
-  Require(CertAddEncodedCertificateToStore(store.Get(), kEncodingType, pbCert, cbCert,
-                                           CERT_STORE_ADD_REPLACE_EXISTING, nullptr));
+  RequireSuccess(static_cast<bool>(store));
+  RequireSuccess(FALSE != CertAddEncodedCertificateToStore(store.Get(), kEncodingType, pbCert,
+                                                           cbCert, CERT_STORE_ADD_REPLACE_EXISTING,
+                                                           nullptr));
 }
 
 void DelOther(BOOL bLocalMachine, DWORD dwStore, const BYTE* pbCert, DWORD cbCert) {

@@ -154,8 +154,8 @@ class CertificateWriter {
 BOOL WriteCertificate(ExportTrace& trace, const CERT_CONTEXT& certificate) {
   const CERT_INFO& info = *certificate.pCertInfo;
   const char* const oid = info.SubjectPublicKeyInfo.Algorithm.pszObjId;
-  trace.Line("EXT : CertStoreProvWriteCertCallback [Algorithm.pszObjId = %s][s/n= %x %x...]", oid,
-             SerialOctet(info, 0), SerialOctet(info, 1));
+  trace.WholeLine("EXT : CertStoreProvWriteCertCallback [Algorithm.pszObjId = %s][s/n= %x %x...]",
+                  oid, SerialOctet(info, 0), SerialOctet(info, 1));
   if (KeyFamilyOf(oid) == KeyFamily::kOther) {
     return FALSE;
   }
@@ -167,9 +167,9 @@ BOOL WriteCertificate(ExportTrace& trace, const CERT_CONTEXT& certificate) {
 
 BOOL WINAPI CertStoreProvWriteCertCallback(HCERTSTOREPROV hStoreProv, PCCERT_CONTEXT pCertContext,
                                            DWORD dwFlags) {
-  return RunExport([&](ExportTrace& trace) {
-    trace.Line("EXT : CertStoreProvWriteCertCallback [hStoreProv = %x] [dwFlags = %X]",
-               Hex(hStoreProv), Hex(dwFlags));
+  return RunExport("CertStoreProvWriteCertCallback", [&](ExportTrace& trace) {
+    trace.WholeLine("EXT : CertStoreProvWriteCertCallback [hStoreProv = %x] [dwFlags = %X]",
+                    Hex(hStoreProv), Hex(dwFlags));
     if (pCertContext == nullptr || hStoreProv == nullptr || pCertContext->pCertInfo == nullptr) {
       return FALSE;
     }

@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "frame/exception_globals.h"
+#include "frame/handles.h"
 #include "frame/module_state.h"
 #include "support/child_process.h"
 #include "support/import_patch.h"
@@ -31,17 +32,19 @@ using testing::ElementsAre;
 
 TEST(ExportFrame, ReturnsTheWorksResultAndLeavesTheLastError) {
   SetLastError(5);
-  EXPECT_EQ(TRUE, RunExport([](ExportTrace&) { return TRUE; }));
-  EXPECT_EQ(FALSE, RunExport([](ExportTrace&) { return FALSE; }));
+  EXPECT_EQ(TRUE, RunExport("Name", [](ExportTrace&) { return TRUE; }));
+  EXPECT_EQ(FALSE, RunExport("Name", [](ExportTrace&) { return FALSE; }));
   EXPECT_EQ(5u, GetLastError());
 }
 
 TEST(ExportFrame, AThrownCodeBecomesTheLastError) {
   TraceCapture capture;
-  EXPECT_EQ(FALSE, RunExport([](ExportTrace&) -> BOOL { throw static_cast<ErrorCode>(87); }));
-  EXPECT_EQ(87u, GetLastError());
   EXPECT_EQ(FALSE,
-            RunExport([](ExportTrace&) -> BOOL { throw static_cast<ErrorCode>(NTE_BAD_ALGID); }));
+            RunExport("Name", [](ExportTrace&) -> BOOL { throw static_cast<ErrorCode>(87); }));
+  EXPECT_EQ(87u, GetLastError());
+  EXPECT_EQ(FALSE, RunExport("Name", [](ExportTrace&) -> BOOL {
+              throw static_cast<ErrorCode>(NTE_BAD_ALGID);
+            }));
   EXPECT_EQ(0x80090008u, GetLastError());
   EXPECT_THAT(capture.Lines(), ElementsAre());
 }
@@ -49,7 +52,7 @@ TEST(ExportFrame, AThrownCodeBecomesTheLastError) {
 TEST(ExportFrame, AnythingElseThatIsThrownIsNoMemory) {
   for (int kind = 0; kind < 4; ++kind) {
     SetLastError(0);
-    EXPECT_EQ(FALSE, RunExport([kind](ExportTrace&) -> BOOL {
+    EXPECT_EQ(FALSE, RunExport("Name", [kind](ExportTrace&) -> BOOL {
                 switch (kind) {
                   case 0:
                     throw std::bad_alloc();
@@ -66,18 +69,18 @@ TEST(ExportFrame, AnythingElseThatIsThrownIsNoMemory) {
 }
 
 TEST(ExportFrame, AConstantResultStaysWhenSomethingIsThrown) {
-  EXPECT_EQ(TRUE,
-            RunExport<BOOL>(TRUE, [](ExportTrace&) -> BOOL { throw static_cast<ErrorCode>(31); }));
+  EXPECT_EQ(TRUE, RunExport<BOOL>("Name", TRUE,
+                                  [](ExportTrace&) -> BOOL { throw static_cast<ErrorCode>(31); }));
   EXPECT_EQ(31u, GetLastError());
 }
 
 TEST(ExportFrame, RequiredParametersFailWith87) {
-  EXPECT_EQ(FALSE, RunExport([](ExportTrace&) -> BOOL {
+  EXPECT_EQ(FALSE, RunExport("Name", [](ExportTrace&) -> BOOL {
               RequireParameter(false);
               return TRUE;
             }));
   EXPECT_EQ(87u, GetLastError());
-  EXPECT_EQ(TRUE, RunExport([](ExportTrace&) -> BOOL {
+  EXPECT_EQ(TRUE, RunExport("Name", [](ExportTrace&) -> BOOL {
               RequireParameter(true);
               return TRUE;
             }));
@@ -116,21 +119,100 @@ TEST(ExceptionGlobals, LeaveTheLastError) {
 TEST(ExportFrame, LinesAreFinishedTextsForTheTrace) {
   TraceCapture capture;
   SetLastError(9);
-  RunExport([](ExportTrace& trace) {
-    trace.Line("EXT : A : %s.", "%s %n %x");
-    trace.Line("EXT : B : %x.", 255u);
+  RunExport("Name", [](ExportTrace& trace) {
+    trace.Line("%s.", "%s %n %x");
+    trace.Line("%x.", 255u);
+    trace.WholeLine("%s", "%s %n %x");
+    trace.WholeLine("EXT : Other [%i]", 5);
     return TRUE;
   });
   EXPECT_EQ(9u, GetLastError());
-  EXPECT_THAT(capture.Messages(), ElementsAre("EXT : A : %s %n %x.", "EXT : B : ff."));
+  EXPECT_THAT(capture.Messages(), ElementsAre("EXT : Name : %s %n %x.", "EXT : Name : ff.",
+                                              "%s %n %x", "EXT : Other [5]"));
+}
+
+TEST(ExportFrame, AFailureIsTracedAndThrown) {
+  TraceCapture capture;
+  EXPECT_EQ(FALSE, RunExport("Name", [](ExportTrace& trace) -> BOOL {
+              trace.LineAndThrow(31, "%s = %x.", "%s", 0xABCu);
+            }));
+  EXPECT_EQ(31u, GetLastError());
+  EXPECT_EQ(FALSE, RunExport("Name", [](ExportTrace& trace) -> BOOL {
+              SetLastError(0x1234);
+              ThrowFailedCall(trace, "Call");
+            }));
+  EXPECT_EQ(0x1234u, GetLastError());
+  EXPECT_THAT(capture.Messages(),
+              ElementsAre("EXT : Name : %s = abc.", "EXT : Name : Call = 1234."));
+}
+
+TEST(ExportFrame, ACallThatMustSucceedFailsWithItsCode) {
+  for (const bool succeeds : {true, false}) {
+    EXPECT_EQ(succeeds ? TRUE : FALSE, RunExport("Name", [&](ExportTrace&) -> BOOL {
+                SetLastError(0x4321);
+                RequireSuccess(succeeds);
+                return TRUE;
+              }));
+    EXPECT_EQ(0x4321u, GetLastError());
+  }
+}
+
+// What is thrown out of the debugger's channel, by a handler of the host.
+TEST(ExportFrame, ATraceThatThrowsIsNoMemory) {
+  const ImportPatch patch(
+      GetModuleHandleA(nullptr), "KERNEL32.dll", "OutputDebugStringA",
+      +[](const char*) WINAPI { throw 5; });
+  EXPECT_EQ(FALSE, RunExport("Name", [](ExportTrace& trace) {
+              trace.Line("line");
+              return TRUE;
+            }));
+  EXPECT_EQ(0x8009000Eu, GetLastError());
+}
+
+// Releases behind the handlers, and out of them.
+struct Thrower {
+  using Type = int;
+  static void Release(int value) {
+    SetLastError(0x99);
+    throw value;
+  }
+};
+
+TEST(ExportFrame, WhatIsKeptIsReleasedBehindTheHandlers) {
+  EXPECT_EQ(FALSE, RunExportKeeping<UniqueHandle<Thrower>>(
+                       "Name", [](ExportTrace&, UniqueHandle<Thrower>& kept) -> BOOL {
+                         kept.Reset(7);
+                         throw static_cast<ErrorCode>(31);
+                       }));
+  EXPECT_EQ(0x99u, GetLastError());
+  EXPECT_EQ(TRUE, RunExportKeeping<UniqueHandle<Thrower>>(
+                      "Name", [](ExportTrace&, UniqueHandle<Thrower>& kept) -> BOOL {
+                        kept.Reset(7);
+                        return TRUE;
+                      }));
+}
+
+TEST(ExportFrame, AnExceptionOfAnotherCompilerIsNoMemory) {
+  bool released = false;
+  struct Note {
+    bool& released;
+    ~Note() { released = true; }
+  };
+  EXPECT_EQ(FALSE, RunExport("Name", [&](ExportTrace&) -> BOOL {
+              const Note note{released};
+              RaiseException(0xE06D7363, EXCEPTION_NONCONTINUABLE, 0, nullptr);
+              return TRUE;
+            }));
+  EXPECT_EQ(0x8009000Eu, GetLastError());
+  EXPECT_TRUE(released);
 }
 
 TEST(ExportFrame, ALongLineIsWhole) {
   const std::string text(20000, 'z');
   TraceCapture capture;
-  RunExport([&](ExportTrace& trace) {
-    trace.Line("%s", text.c_str());
-    trace.Line("short");
+  RunExport("Name", [&](ExportTrace& trace) {
+    trace.WholeLine("%s", text.c_str());
+    trace.WholeLine("short");
     return TRUE;
   });
   EXPECT_THAT(capture.Messages(), ElementsAre(text, "short"));
@@ -151,10 +233,10 @@ TEST(ExportFrame, WithoutMemoryALongLineIsCutToItsBuffer) {
   TraceCapture capture;
   const ImportPatch patch(GetModuleHandleA(nullptr), "msvcrt.dll", "malloc", &RefuseLargeBlocks);
   SetLastError(9);
-  RunExport([&](ExportTrace& trace) {
-    trace.Line("%s", text.c_str());
+  RunExport("Name", [&](ExportTrace& trace) {
+    trace.WholeLine("%s", text.c_str());
     EXPECT_EQ(9u, GetLastError());
-    trace.Line("short");
+    trace.WholeLine("short");
     return TRUE;
   });
   EXPECT_THAT(capture.Messages(), ElementsAre(std::string(4095, 'z'), "short"));
