@@ -53,6 +53,10 @@ TEST(Read, TheImageIsCheckedFirst) {
     EXPECT_EQ(3, ReadCode(kind, "0400"));
     EXPECT_EQ(3, ReadCode(kind, "3103020105"));
     EXPECT_EQ(3, ReadCode(kind, "a000"));
+    // The number of a SEQUENCE in other classes, and primitive.
+    EXPECT_EQ(3, ReadCode(kind, "7000"));
+    EXPECT_EQ(3, ReadCode(kind, "b000"));
+    EXPECT_EQ(3, ReadCode(kind, "1000"));
     EXPECT_EQ(4, ReadCode(kind, "3005 2403 020105"));
   }
 }
