@@ -1,8 +1,5 @@
 #include "frame/module_state.h"
 
-#include <cstdlib>
-#include <new>
-
 #include "frame/trace.h"
 
 namespace zarext {
@@ -13,43 +10,7 @@ constexpr DWORD kHostPathSize = 260;
 HINSTANCE moduleInstance = nullptr;
 char hostPath[kHostPathSize];
 
-// Makes the objects at load, before the attach notification.
-[[maybe_unused]] const StoreObjects& atLoad = StoreObjects::Instance();
-
 }  // namespace
-
-StoreObjects& StoreObjects::Instance() noexcept {
-  alignas(StoreObjects) static unsigned char storage[sizeof(StoreObjects)];
-  static StoreObjects& instance = *new (storage) StoreObjects;
-  return instance;
-}
-
-StoreObjects::StoreObjects() noexcept
-    : mutex_(CreateMutexA(nullptr, FALSE, kStoreMutexName)),
-      mapping_(CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
-                                  kStoreMappingSize, kStoreMappingName)) {
-  InitializeCriticalSection(&openSection_);
-  std::atexit(&Exit);
-}
-
-void StoreObjects::Exit() {
-  StoreObjects& objects = Instance();
-  objects.mutex_.Reset();
-  DeleteCriticalSection(&objects.openSection_);
-  objects.exited_ = true;
-}
-
-void StoreObjects::EnterOpenSection() noexcept {
-  if (!exited_) {
-    EnterCriticalSection(&openSection_);
-  }
-}
-
-void StoreObjects::LeaveOpenSection() noexcept {
-  if (!exited_) {
-    LeaveCriticalSection(&openSection_);
-  }
-}
 
 HINSTANCE ModuleInstance() noexcept { return moduleInstance; }
 

@@ -1,7 +1,6 @@
 #include "store/cache_block.h"
 
 #include <cstring>
-#include <string>
 
 #include "asn1/tags.h"
 #include "asn1/tasn1.h"
@@ -28,53 +27,14 @@ bool AddEntry(TASN1& block, std::int32_t index, const CNT_KEY_INFO& record) {
          AddElement(block, index, algorithm, sizeof algorithm);
 }
 
-// One node of a parsed block.
-struct Element {
+// Whether the elements of entry `index` can be read. They cannot: their number is compared with 3,
+// while an entry has 4, and one of 3 lacks the ALG_ID.
+bool ReadEntry(TASN1& block, std::int32_t index) {
   std::uint8_t tag = 0;
   std::uint32_t count = 0;
-  std::uint32_t length = 0;
-  const std::uint8_t* content = nullptr;
-
-  template <typename... Path>
-  bool Read(TASN1& block, Path... path) {
-    return block.GetNode(&tag, &count, &length, &content, path..., kPathEnd) == 0;
-  }
-  [[nodiscard]] bool HasOctets() const { return tag == kTagOctetString && length != 0; }
-};
-
-// Reads entry `index` and adds its record; false ends the reading.
-bool ReadEntry(TASN1& block, std::int32_t index, KeyRecordList& list) {
-  Element entry;
-  if (!entry.Read(block, index) || entry.tag != kTagSequence || entry.count != 3) {
-    return false;
-  }
-  Element name;
-  Element serial;
-  Element certificate;
-  Element algorithm;
-  if (!name.Read(block, index, 0) || !serial.Read(block, index, 1) ||
-      !certificate.Read(block, index, 2) || !algorithm.Read(block, index, 3)) {
-    return false;
-  }
-  CNT_KEY_INFO record = {};
-  std::string nameText;
-  if (name.HasOctets()) {
-    nameText.assign(name.content, name.content + name.length);
-    record.pszContainer = nameText.data();
-  }
-  if (serial.HasOctets()) {
-    record.pbSerial = const_cast<std::uint8_t*>(serial.content);
-    record.cbSerial = serial.length;
-  }
-  if (certificate.HasOctets()) {
-    record.pbCert = const_cast<std::uint8_t*>(certificate.content);
-    record.cbCert = certificate.length;
-  }
-  if (algorithm.HasOctets() && algorithm.length >= sizeof record.algId) {
-    std::memcpy(&record.algId, algorithm.content, sizeof record.algId);
-  }
-  list.Add(record);
-  return true;
+  return block.GetNode(&tag, &count, nullptr, nullptr, index, kPathEnd) == 0 &&
+         tag == kTagSequence && count == 3 &&
+         block.GetNode(&tag, nullptr, nullptr, nullptr, index, 3, kPathEnd) == 0;
 }
 
 }  // namespace
@@ -102,22 +62,20 @@ std::vector<std::uint8_t> BuildCacheBlock(const KeyRecordList& list) {
   return encoded;
 }
 
-void ReadCacheBlock(std::span<const std::uint8_t> block, KeyRecordList& list) {
+std::int32_t ReadCacheBlock(std::span<const std::uint8_t> block) {
   TASN1 tree(kTagSequence);
   if (block.empty() || block[0] != kTagSequence ||
       tree.Load(block.data(), static_cast<std::uint32_t>(block.size())) != 0 ||
       tree.Parse(block.data(), kPathEnd) != 0) {
-    return;
+    return 0;
   }
-  Element root;
-  if (!root.Read(tree) || root.tag != kTagSequence) {
-    return;
+  std::uint32_t count = 0;
+  tree.GetNode(nullptr, &count, nullptr, nullptr, kPathEnd);
+  std::int32_t index = 0;
+  while (index < static_cast<std::int32_t>(count) && ReadEntry(tree, index)) {
+    ++index;
   }
-  for (std::int32_t index = 0; index < static_cast<std::int32_t>(root.count); ++index) {
-    if (!ReadEntry(tree, index, list)) {
-      return;
-    }
-  }
+  return index;
 }
 
 }  // namespace zarext

@@ -1,4 +1,5 @@
-// The cached listing as it lies in the shared section: an eight-octet header, then a DER block,
+// The cached listing as it lies in the section that the session's processes share, with a mutex
+// beside it: an eight-octet header, then a DER block,
 //   SEQUENCE OF SEQUENCE { container name, serial number, certificate, ALG_ID }
 // of OCTET STRINGs, with NULL where a record has none. The ALG_ID is four octets, little-endian.
 #ifndef ZAREXT_STORE_CACHE_BLOCK_H_
@@ -13,6 +14,11 @@
 
 namespace zarext {
 
+inline constexpr char kStoreMutexName[] = "$zarvel_csp_store_mutex_name";
+inline constexpr char kStoreMappingName[] = "$zarvel_csp_store_map_name";
+// Size of the section in octets.
+inline constexpr std::uint32_t kStoreMappingSize = 0x40000;
+
 struct CacheHeader {
   std::uint32_t stamp;   // low 32 bits of the time of writing, in seconds
   std::uint32_t cbData;  // length of the block; 0 in a section never written
@@ -22,10 +28,10 @@ static_assert(sizeof(CacheHeader) == 8);
 // Seconds for which a listing is used, in the process and across processes.
 inline constexpr std::uint32_t kCacheLifetime = 60;
 
-// The longest block that a reader takes, and that a writer publishes. The writer's bound is the
-// larger one by 16: a compatibility fact. What lies between has no room in the section.
-inline constexpr std::size_t kLongestReadBlock = 0x3FFF8;
-inline constexpr std::size_t kLongestWrittenBlock = 0x40008;
+// The longest block that a reader takes, and that a writer builds. The writer's bound is the larger
+// one by 16, as it always was; what lies between has no room in the section and is not published.
+inline constexpr std::size_t kLongestReadBlock = kStoreMappingSize - sizeof(CacheHeader);
+inline constexpr std::size_t kLongestWrittenBlock = kLongestReadBlock + 16;
 
 // Whether the block behind `header` is there, has a length that can be, and is at most 60 seconds
 // old. The age is a difference modulo 2^32: a stamp from the future is old.
@@ -34,10 +40,10 @@ bool IsBlockUsable(const CacheHeader& header, std::int64_t now) noexcept;
 // The DER block of the list; empty if it is longer than a writer publishes.
 std::vector<std::uint8_t> BuildCacheBlock(const KeyRecordList& list);
 
-// Adds the records of a block, from whatever source, to the list. No record has ever passed: the
-// element count of an entry is compared with 3, and an entry of 3 has no fourth element to read. A
-// compatibility fact: a shared listing keeps its age but is walked anew.
-void ReadCacheBlock(std::span<const std::uint8_t> block, KeyRecordList& list);
+// Reads the entries of a block, from whatever source, up to the first that cannot be read, and says
+// how many that were: none of any block. A listing of another process therefore gives its age
+// alone, and each process shows only certificates that it has seen at the provider itself.
+std::int32_t ReadCacheBlock(std::span<const std::uint8_t> block);
 
 }  // namespace zarext
 

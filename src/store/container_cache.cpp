@@ -5,34 +5,30 @@
 #include <ctime>
 #include <memory>
 #include <new>
+#include <utility>
 #include <vector>
 
 #include "frame/handles.h"
-#include "frame/module_state.h"
-#include "store/cache_block.h"
 
 namespace zarext {
 namespace {
 
-// Made at load.
-[[maybe_unused]] const TContainerCache& atLoad = TContainerCache::Instance();
+alignas(TContainerCache) unsigned char storage[sizeof(TContainerCache)];
 
-static_assert(kLongestReadBlock == kStoreMappingSize - sizeof(CacheHeader));
-static_assert(kLongestWrittenBlock == kLongestReadBlock + 16);
+CRITICAL_SECTION openSection;
+bool isOpenSectionThere = false;
 
 // The turn at the section. An owner that died leaves it free; without a mutex there are no turns.
-class SectionTurn {
- public:
-  explicit SectionTurn(HANDLE mutex) : mutex_(mutex) { WaitForSingleObject(mutex_, INFINITE); }
-  ~SectionTurn() { ReleaseMutex(mutex_); }
-  SectionTurn(const SectionTurn&) = delete;
-  SectionTurn& operator=(const SectionTurn&) = delete;
-  SectionTurn(SectionTurn&&) = delete;
-  SectionTurn& operator=(SectionTurn&&) = delete;
-
- private:
-  HANDLE mutex_;
+struct SectionTurnTraits {
+  using Type = HANDLE;
+  static void Release(Type mutex) { ReleaseMutex(mutex); }
 };
+using SectionTurn = UniqueHandle<SectionTurnTraits>;
+
+SectionTurn TakeTurn(HANDLE mutex) {
+  WaitForSingleObject(mutex, INFINITE);
+  return SectionTurn(mutex);
+}
 
 // A view of the whole section, as large as whoever created it made it. Whoever did may have made it
 // of a file and cut the file since: the platform copies in and out, and reports the pages that are
@@ -44,25 +40,13 @@ class SectionView {
     MEMORY_BASIC_INFORMATION region = {};
     if (view_ && VirtualQuery(view_.Get(), &region, sizeof region) != 0 &&
         region.State == MEM_COMMIT) {
-      size_ = std::min<std::size_t>(region.RegionSize, kStoreMappingSize);
+      room_ = std::min<std::size_t>(region.RegionSize, kStoreMappingSize) - sizeof(CacheHeader);
     }
   }
 
-  [[nodiscard]] bool HasRoomFor(std::size_t blockSize) const noexcept {
-    return size_ >= sizeof(CacheHeader) && blockSize <= size_ - sizeof(CacheHeader);
-  }
-  // Stamp and length go together, in one copy of eight octets.
-  bool ReadHeader(CacheHeader* header) const { return Read(0, header, sizeof *header); }
-  bool WriteHeader(const CacheHeader& header) const { return Write(0, &header, sizeof header); }
-  // As many octets as there is room for.
-  bool ReadBlock(void* block, std::size_t size) const {
-    return Read(sizeof(CacheHeader), block, size);
-  }
-  bool WriteBlock(const void* block, std::size_t size) const {
-    return Write(sizeof(CacheHeader), block, size);
-  }
+  // Octets behind the header; 0 where there is no section.
+  [[nodiscard]] std::size_t Room() const noexcept { return room_; }
 
- private:
   bool Read(std::size_t offset, void* octets, std::size_t size) const {
     SIZE_T copied = 0;
     return ReadProcessMemory(GetCurrentProcess(), At(offset), octets, size, &copied) != FALSE &&
@@ -73,12 +57,14 @@ class SectionView {
     return WriteProcessMemory(GetCurrentProcess(), At(offset), octets, size, &copied) != FALSE &&
            copied == size;
   }
+
+ private:
   [[nodiscard]] void* At(std::size_t offset) const noexcept {
     return static_cast<std::uint8_t*>(view_.Get()) + offset;
   }
 
   UniqueView view_;
-  std::size_t size_ = 0;
+  std::size_t room_ = 0;
 };
 
 struct BlockCopy {
@@ -86,45 +72,59 @@ struct BlockCopy {
   std::unique_ptr<std::uint8_t[]> octets;  // null for none
 };
 
-// Copies a usable block out of the section. Throws nothing of its own while it has the turn.
+// Copies a usable block out of the section. While it has the turn, nothing throws for want of
+// memory.
 BlockCopy CopyBlock(HANDLE mapping, HANDLE mutex) {
-  BlockCopy copy;
   const SectionView view(mapping);
-  if (!view.HasRoomFor(0)) {
-    return copy;
+  if (view.Room() == 0) {
+    return {};
   }
   const std::int64_t now = std::time(nullptr);
-  const SectionTurn turn(mutex);
-  if (!view.ReadHeader(&copy.header) || !IsBlockUsable(copy.header, now) ||
-      !view.HasRoomFor(copy.header.cbData)) {
-    return copy;
+  const SectionTurn turn = TakeTurn(mutex);
+  BlockCopy copy;
+  // Stamp and length go together, in one copy of eight octets.
+  if (!view.Read(0, &copy.header, sizeof copy.header) || !IsBlockUsable(copy.header, now) ||
+      copy.header.cbData > view.Room()) {
+    return {};
   }
   copy.octets.reset(new (std::nothrow) std::uint8_t[copy.header.cbData + 1]());
-  if (copy.octets && !view.ReadBlock(copy.octets.get(), copy.header.cbData)) {
-    copy.octets.reset();
-  }
-  return copy;
+  return copy.octets && view.Read(sizeof copy.header, copy.octets.get(), copy.header.cbData)
+             ? std::move(copy)
+             : BlockCopy();
 }
 
 }  // namespace
 
-std::int64_t CacheLoadTime = 0;
+TContainerCache& TContainerCache::instance_ = *new (storage) TContainerCache;
 
-TContainerCache& TContainerCache::Instance() noexcept {
-  alignas(TContainerCache) static unsigned char storage[sizeof(TContainerCache)];
-  static TContainerCache& instance = *new (storage) TContainerCache;
-  return instance;
-}
-
-// The exit routine of the objects that are used here is registered first, so it runs last.
-TContainerCache::TContainerCache() noexcept
-    : hMapping_(StoreObjects::Instance().Mapping()), hMutex_(StoreObjects::Instance().Mutex()) {
+TContainerCache::TContainerCache() noexcept {
+  hMutex_ = CreateMutexA(nullptr, FALSE, kStoreMutexName);
+  hMapping_ = CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
+                                 kStoreMappingSize, kStoreMappingName);
+  InitializeCriticalSection(&openSection);
+  isOpenSectionThere = true;
   std::atexit(&Exit);
 }
 
 void TContainerCache::Exit() {
-  Instance().Clear();
-  Instance().hMutex_ = nullptr;
+  instance_.Clear();
+  if (instance_.hMutex_ != nullptr) {
+    CloseHandle(std::exchange(instance_.hMutex_, nullptr));
+  }
+  isOpenSectionThere = false;
+  DeleteCriticalSection(&openSection);
+}
+
+void TContainerCache::EnterOpenSection() {
+  if (isOpenSectionThere) {
+    EnterCriticalSection(&openSection);
+  }
+}
+
+void TContainerCache::LeaveOpenSection() {
+  if (isOpenSectionThere) {
+    LeaveCriticalSection(&openSection);
+  }
 }
 
 void TContainerCache::ReadShared() noexcept {
@@ -134,8 +134,8 @@ void TContainerCache::ReadShared() noexcept {
     if (!block.octets) {
       return;
     }
-    CacheLoadTime = block.header.stamp;
-    ReadCacheBlock({block.octets.get(), block.header.cbData}, list_);
+    MarkFilled(block.header.stamp);
+    ReadCacheBlock({block.octets.get(), block.header.cbData});
   } catch (...) {
     // Without memory the list stays as far as it came, and the provider is asked.
     return;
@@ -148,18 +148,18 @@ void TContainerCache::WriteShared() const noexcept {
   }
   try {
     const SectionView view(hMapping_);
-    if (!view.HasRoomFor(0)) {
+    if (view.Room() == 0) {
       return;
     }
     const std::vector<std::uint8_t> block = BuildCacheBlock(list_);
-    if (block.empty() || !view.HasRoomFor(block.size())) {
+    if (block.empty() || block.size() > view.Room()) {
       return;
     }
     const CacheHeader header = {static_cast<std::uint32_t>(std::time(nullptr)),
                                 static_cast<std::uint32_t>(block.size())};
-    const SectionTurn turn(hMutex_);
-    if (view.WriteHeader(header)) {
-      view.WriteBlock(block.data(), block.size());
+    const SectionTurn turn = TakeTurn(hMutex_);
+    if (view.Write(0, &header, sizeof header)) {
+      view.Write(sizeof header, block.data(), block.size());
     }
   } catch (...) {
     // Without memory nothing is published.

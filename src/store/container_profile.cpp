@@ -20,13 +20,13 @@ bool HasSecondText(const CNT_PROFILE& record) noexcept { return record.secondTex
 
 }  // namespace
 
-bool PrepareProfile(std::string_view url, CNT_PROFILE* record) noexcept {
-  *record = {};
-  if (url.size() >= sizeof record->containerUrl) {
-    return false;
+std::optional<CNT_PROFILE> PrepareProfile(std::string_view url) noexcept {
+  CNT_PROFILE record = {};
+  if (url.size() >= sizeof record.containerUrl) {
+    return std::nullopt;
   }
-  std::memcpy(record->containerUrl, url.data(), url.size());
-  return true;
+  url.copy(record.containerUrl, url.size());
+  return record;
 }
 
 bool IsProfileWellFormed(const CNT_PROFILE& record) noexcept {

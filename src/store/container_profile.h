@@ -2,15 +2,15 @@
 #ifndef ZAREXT_STORE_CONTAINER_PROFILE_H_
 #define ZAREXT_STORE_CONTAINER_PROFILE_H_
 
+#include <optional>
 #include <string_view>
 
 #include "store/provider_records.h"
 
 namespace zarext {
 
-// Makes the zeroed record that asks for the container `url`. False if the address has no room
-// there.
-bool PrepareProfile(std::string_view url, CNT_PROFILE* record) noexcept;
+// The zeroed record that asks for the container `url`; none if the address has no room there.
+std::optional<CNT_PROFILE> PrepareProfile(std::string_view url) noexcept;
 
 // Whether each of the three texts ends within its field. Only then may they be read as texts.
 bool IsProfileWellFormed(const CNT_PROFILE& record) noexcept;

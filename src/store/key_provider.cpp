@@ -20,4 +20,13 @@ KeyProvider::KeyProvider(const char* publicKeyOid) {
   }
 }
 
+CRYPT_KEY_PROV_INFO KeyProvider::Info(wchar_t* container, DWORD keySpec) noexcept {
+  CRYPT_KEY_PROV_INFO info = {};
+  info.pwszContainerName = container;
+  info.pwszProvName = name_[0] == L'\0' ? nullptr : name_;
+  info.dwProvType = type_;
+  info.dwKeySpec = keySpec;
+  return info;
+}
+
 }  // namespace zarext

@@ -29,9 +29,8 @@ class KeyProvider {
 
   // False if the name could not be converted; the object is then of no use.
   [[nodiscard]] bool IsValid() const noexcept { return valid_; }
-  // Null for none. Lives as long as the object.
-  [[nodiscard]] wchar_t* Name() noexcept { return name_[0] == L'\0' ? nullptr : name_; }
-  [[nodiscard]] DWORD Type() const noexcept { return type_; }
+  // The property for a key in this container. The texts are the caller's and the object's.
+  [[nodiscard]] CRYPT_KEY_PROV_INFO Info(wchar_t* container, DWORD keySpec) noexcept;
 
  private:
   wchar_t name_[256] = {};

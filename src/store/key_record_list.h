@@ -40,8 +40,6 @@ class KeyRecordList {
   ~KeyRecordList() { Clear(); }
   KeyRecordList(const KeyRecordList&) = delete;
   KeyRecordList& operator=(const KeyRecordList&) = delete;
-  KeyRecordList(KeyRecordList&&) = delete;
-  KeyRecordList& operator=(KeyRecordList&&) = delete;
 
   // Appends a deep copy. A record without a certificate or without a serial number is not kept, nor
   // is one for which there is no memory.

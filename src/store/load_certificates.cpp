@@ -4,11 +4,15 @@
 #include <utility>
 
 #include "frame/export_frame.h"
-#include "store/cache_block.h"
+#include "store/certificates.h"
 #include "store/container_cache.h"
+#include "store/container_profile.h"
+#include "store/container_walk.h"
 #include "store/key_address.h"
 #include "store/key_provider.h"
-#include "store/provider_walk.h"
+#include "store/key_value.h"
+#include "store/provider_context.h"
+#include "store/readable_memory.h"
 
 namespace zarext {
 namespace {
@@ -16,7 +20,7 @@ namespace {
 constexpr DWORD kContainerNameSize = 260;
 
 // A root that is there already is refused by the store and only traced.
-void AddRoots(HCERTSTORE message, HCERTSTORE root, DWORD chainSize) {
+void AddRoots(HCERTSTORE message, HCERTSTORE root, std::size_t chainSize) {
   ForEachCertificate(message, [&](PCCERT_CONTEXT context) {
     const CERT_INFO& info = *context->pCertInfo;
     Trace(
@@ -35,26 +39,27 @@ void AddRoots(HCERTSTORE message, HCERTSTORE root, DWORD chainSize) {
 
 // Puts the self-signed certificates of a key's chain into the user's "ROOT" store.
 void TrustChain(HCRYPTPROV container, HCRYPTKEY key) {
-  KeyBlob chain;
-  if (chain.Read(container, key, KP_CERT_CHAIN) != KeyBlob::Outcome::kRead) {
+  const KeyValue value(container, key, KP_CERT_CHAIN);
+  const auto chain = value.Octets();
+  if (!chain) {
     return;
   }
-  const UniqueMessageStore message = OpenChain(chain);
+  const UniqueForcedStore message = OpenChain(*chain);
   if (!message) {
     Trace(
         "EXT : load_certs_from_CSP [cbCert = %i, CryptGetMessageCertificates(hPKCS7Store) : error "
         "= %X]",
-        Int(chain.Size()), Hex(GetLastError()));
+        Int(chain->size()), Hex(GetLastError()));
     return;
   }
-  const UniqueCertStore<CERT_CLOSE_STORE_FORCE_FLAG> root(
+  const UniqueForcedStore root(
       CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, CERT_SYSTEM_STORE_CURRENT_USER, L"ROOT"));
   if (!root) {
     Trace("EXT : load_certs_from_CSP [CertOpenStore(hRootStore) : error = %X]",
           Hex(GetLastError()));
     return;
   }
-  AddRoots(message.Get(), root.Get(), chain.Size());
+  AddRoots(message.Get(), root.Get(), chain->size());
 }
 
 Walk ListKey(HCRYPTPROV container, char* name, CNT_KEY_INFO& record, DWORD returnedSize) {
@@ -66,8 +71,8 @@ Walk ListKey(HCRYPTPROV container, char* name, CNT_KEY_INFO& record, DWORD retur
   }
   Trace("EXT : load_certs_from_CSP : algID=%x (%s).", record.algId, name);
   if (record.hKey == 0) {
-    // The record has been listed all the same: a compatibility fact for providers that end a
-    // container's list with the certificate of a key that they cannot open.
+    // The record has been listed all the same, for providers that end a container's list with the
+    // certificate of a key that they cannot open.
     return Walk::kStop;
   }
   TrustChain(container, record.hKey);
@@ -76,14 +81,17 @@ Walk ListKey(HCRYPTPROV container, char* name, CNT_KEY_INFO& record, DWORD retur
 
 void ListContainer(HCRYPTPROV provider, char* name) {
   auto url = ContainerUrl<kKeyUrlSize>(name);
-  CNT_PROFILE profile;
-  if (!QueryProfile(provider, url.View(), &profile)) {
+  const auto profile = QueryProfile(provider, url.View());
+  if (!profile) {
     return;
   }
-  Trace("EXT : load_certs_from_CSP : URL = %s (%s : %s).", url.Text(), profile.tokenKind,
-        profile.thirdText);
-  UniqueProviderContext container;
-  if (!IsProfileOpened(profile) || !OpenContainer(url.Text(), &container)) {
+  Trace("EXT : load_certs_from_CSP : URL = %s (%s : %s).", url.Text(), profile->tokenKind,
+        profile->thirdText);
+  if (!IsProfileOpened(*profile)) {
+    return;
+  }
+  const UniqueProviderContext container = OpenContainer(url.Text());
+  if (!container) {
     return;
   }
   ForEachKey(*container.Get(), [&](CNT_KEY_INFO& record, DWORD returnedSize) {
@@ -91,21 +99,15 @@ void ListContainer(HCRYPTPROV provider, char* name) {
   });
 }
 
-void WalkProvider() {
-  TContainerCache& cache = TContainerCache::Instance();
-  cache.Clear();
-  RequireProvider();
-  {
-    UniqueProviderContext provider;
-    if (AcquireVerifyContext(&provider)) {
-      ForEachContainer<kContainerNameSize>(*provider.Get(), [&](char* name) {
-        ListContainer(*provider.Get(), name);
-        return Walk::kGoOn;
-      });
-    }
+void WalkContainers() {
+  const UniqueProviderContext provider = AcquireVerifyContext();
+  if (!provider) {
+    return;
   }
-  CacheLoadTime = std::time(nullptr);
-  cache.WriteShared();
+  ForEachContainer<kContainerNameSize>(*provider.Get(), [&](char* name) {
+    ListContainer(*provider.Get(), name);
+    return Walk::kGoOn;
+  });
 }
 
 void AddCertificate(HCERTSTORE hCertStore, const CNT_KEY_INFO& record) {
@@ -122,12 +124,8 @@ void AddCertificate(HCERTSTORE hCertStore, const CNT_KEY_INFO& record) {
   if (!provider.IsValid()) {
     throw static_cast<ErrorCode>(3);
   }
-  CRYPT_KEY_PROV_INFO info = {};
-  info.pwszContainerName = wideUrl;
-  info.pwszProvName = provider.Name();
-  info.dwProvType = provider.Type();
+  CRYPT_KEY_PROV_INFO info = provider.Info(wideUrl, KeySpecOf(record.algId));
   info.dwFlags = CERT_SET_KEY_CONTEXT_PROP_ID;
-  info.dwKeySpec = KeySpecOf(record.algId);
   Trace(
       "EXT : load_certs_from_CSP_CACHE : dwKeySpec = %x (%x), dwProvType = %x, size = %i, "
       "szwContainer = %s (%s).",
@@ -146,8 +144,6 @@ class RunningLoad {
   ~RunningLoad() { runs_ = isNested_; }
   RunningLoad(const RunningLoad&) = delete;
   RunningLoad& operator=(const RunningLoad&) = delete;
-  RunningLoad(RunningLoad&&) = delete;
-  RunningLoad& operator=(RunningLoad&&) = delete;
 
   [[nodiscard]] bool IsNested() const noexcept { return isNested_; }
 
@@ -159,15 +155,17 @@ class RunningLoad {
 // Sees to it that the list is fresh.
 void Refresh(TContainerCache& cache) {
   const std::int64_t now = std::time(nullptr);
-  const auto isFresh = [&] {
-    return !cache.List().IsEmpty() && now - CacheLoadTime <= kCacheLifetime;
-  };
-  if (!isFresh()) {
+  if (!cache.IsFresh(now)) {
     cache.ReadShared();
   }
-  if (!isFresh()) {
-    WalkProvider();
+  if (cache.IsFresh(now)) {
+    return;
   }
+  cache.Clear();
+  RequireProvider();
+  WalkContainers();
+  TContainerCache::MarkFilled(std::time(nullptr));
+  cache.WriteShared();
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 #include "frame/export_frame.h"
-#include "frame/module_state.h"
 #include "frame/provider_type.h"
+#include "store/container_cache.h"
 #include "store/load_certificates.h"
 #include "store/store_callbacks.h"
 
@@ -16,20 +16,19 @@ bool IsServedProvider(HCRYPTPROV hCryptProv) {
 }
 
 // No owner type holds the section: a load that throws leaves it entered, and opens of other threads
-// wait from then on. A compatibility fact.
+// wait from then on.
 bool LoadCertificates(HCERTSTORE hCertStore) {
-  StoreObjects& objects = StoreObjects::Instance();
-  objects.EnterOpenSection();
+  TContainerCache::EnterOpenSection();
   const std::int32_t loaded = load_certs_from_CSP(hCertStore);
-  objects.LeaveOpenSection();
+  TContainerCache::LeaveOpenSection();
   return loaded == 1;
 }
 
 BOOL OpenStore(ExportTrace& trace, HCRYPTPROV hCryptProv, HCERTSTORE hCertStore,
                CERT_STORE_PROV_INFO* pStoreProvInfo) {
   if (hCryptProv != 0 && !IsServedProvider(hCryptProv)) {
-    // No closing line and no last error, unlike any other failure: a compatibility fact for callers
-    // who try the store with every provider that they have.
+    // No closing line and no last error, unlike any other failure: callers try the store with every
+    // provider that they have.
     return FALSE;
   }
   if (!LoadCertificates(hCertStore)) {

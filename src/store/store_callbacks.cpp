@@ -14,10 +14,9 @@ void* Slot(Function* function) {
   return reinterpret_cast<void*>(function);
 }
 
-// In the framework's order of slots; null where it keeps the matter to itself. That the slots for a
-// certificate's properties and for writing a revocation list are null, although there are functions
-// for them, is a compatibility fact: for callers who set properties on the store's certificates, or
-// add lists to it, the framework's own store does it.
+// In the framework's order of slots. Null where the framework's own store does the work, also for
+// the two functions that are not in the table: callers who set properties on the store's
+// certificates, or add revocation lists to it, would see the difference.
 void* callbackTable[] = {
     Slot(CertStoreProvCloseCallback),
     Slot(CertStoreProvReadCertCallback),
@@ -99,8 +98,7 @@ BOOL WINAPI CertStoreProvFindCert(HCERTSTOREPROV hStoreProv, PCCERT_STORE_PROV_F
     trace.WholeLine("EXT : CertStoreProvFindCert [hCertStore = %X] [dwFlags = %X]", Hex(hStoreProv),
                     Hex(dwFlags));
     RequireParameter(pFindInfo != nullptr && ppProvCertContext != nullptr);
-    // TRUE also when nothing is found: a compatibility fact for the framework, which looks at the
-    // context alone.
+    // TRUE also when nothing is found: the framework looks at the context alone.
     *ppProvCertContext = CertFindCertificateInStore(hStoreProv, pFindInfo->dwMsgAndCertEncodingType,
                                                     pFindInfo->dwFindFlags, pFindInfo->dwFindType,
                                                     pFindInfo->pvFindPara, pPrevCertContext);

@@ -12,7 +12,7 @@ namespace zarext {
 // Fills all 40 octets: the table of callbacks, and the framework's store as the provider's handle.
 void DescribeStore(HCERTSTORE hCertStore, CERT_STORE_PROV_INFO* info) noexcept;
 
-// Closes the framework's store although the framework will close it too: a compatibility fact.
+// Closes the framework's store by force; the framework closes it once more.
 BOOL WINAPI CertStoreProvCloseCallback(HCERTSTOREPROV hStoreProv, DWORD dwFlags);
 
 // Always FALSE.

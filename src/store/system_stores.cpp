@@ -11,15 +11,15 @@
 #include "frame/export_frame.h"
 #include "frame/handles.h"
 #include "frame/trace.h"
+#include "store/certificates.h"
 #include "store/key_provider.h"
 #include "store/log_file.h"
-#include "store/provider_walk.h"
 
 namespace zarext {
 namespace {
 
 constexpr char kSelfFailure[] = "SetSelfCert : Error = %x.";
-// Also of the deleting export: a compatibility fact for whoever reads the log.
+// Also of the deleting export, as readers of the log know it.
 constexpr char kOtherFailure[] = "SetOtherCert : Error = %x.";
 
 // By the callers' store index.
@@ -33,18 +33,27 @@ using SystemStore = UniqueCertStore<CERT_CLOSE_STORE_CHECK_FLAG>;
 // name that does not convert.
 struct SilentFailure {};
 
-// What a 32-bit code becomes where the log's text has room for a string.
-class HexText {
- public:
-  explicit HexText(DWORD code) noexcept { FormatText(text_, "%x", Hex(code)); }
-  [[nodiscard]] const char* Text() const noexcept { return text_; }
+void RequireSilently(bool condition) {
+  if (!condition) {
+    throw SilentFailure();
+  }
+}
 
- private:
-  char text_[16] = {};
-};
+// Logs a line of its own for a call that did not succeed, and throws the last error. The line has
+// room for a text: the code in hexadecimal.
+void RequireLogged(bool succeeded, const char* line) {
+  if (succeeded) {
+    return;
+  }
+  const ErrorCode code = GetLastError();
+  char text[16] = {};
+  FormatText(text, "%x", Hex(code));
+  FileLog(kLogFile, line, text);
+  throw code;
+}
 
-// Sets no last error, a compatibility fact: what a caller finds there is what the last call into
-// the platform left, the log's and the closing of the store among them.
+// Sets no last error: what a caller finds there is what the last call into the platform left, the
+// log's and the closing of the store among them.
 template <typename Work>
 BOOL RunMaintenance(const char* failureLine, Work work) noexcept {
   return RunGuarded(
@@ -60,33 +69,20 @@ BOOL RunMaintenance(const char* failureLine, Work work) noexcept {
 }
 
 SystemStore OpenSystemStore(BOOL bLocalMachine, DWORD dwStore) {
+  RequireSilently(dwStore < std::size(kStoreNames));
   const DWORD location =
       bLocalMachine != 0 ? CERT_SYSTEM_STORE_LOCAL_MACHINE : CERT_SYSTEM_STORE_CURRENT_USER;
   return SystemStore(CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, location, kStoreNames[dwStore]));
 }
 
-void RequireStoreIndex(DWORD dwStore) {
-  if (dwStore >= std::size(kStoreNames)) {
-    throw SilentFailure();
-  }
-}
-
+// Name and key specification as given, no "profile://" address and nothing derived: installers
+// bring the name that the provider is to open.
 void TieToContainer(PCCERT_CONTEXT context, const char* szContainer, DWORD dwKeySpec) {
   wchar_t container[256] = {};
-  if (!ToWide(szContainer, container)) {
-    throw SilentFailure();
-  }
+  RequireSilently(ToWide(szContainer, container));
   KeyProvider provider(context->pCertInfo->SubjectPublicKeyInfo.Algorithm.pszObjId);
-  if (!provider.IsValid()) {
-    throw SilentFailure();
-  }
-  CRYPT_KEY_PROV_INFO info = {};
-  // Name and key specification as given, no "profile://" address and nothing derived: a
-  // compatibility fact for installers, which bring the name that the provider is to open.
-  info.pwszContainerName = container;
-  info.pwszProvName = provider.Name();
-  info.dwProvType = provider.Type();
-  info.dwKeySpec = dwKeySpec;
+  RequireSilently(provider.IsValid());
+  const CRYPT_KEY_PROV_INFO info = provider.Info(container, dwKeySpec);
   RequireSuccess(FALSE !=
                  CertSetCertificateContextProperty(context, CERT_KEY_PROV_INFO_PROP_ID, 0, &info));
 }
@@ -113,14 +109,11 @@ void SetSelf(BOOL bLocalMachine, const char* szContainer, DWORD dwKeySpec, const
   RequireSuccess(FALSE != CertAddEncodedCertificateToStore(store.Get(), kEncodingType, pbCert,
                                                            cbCert, CERT_STORE_ADD_REPLACE_EXISTING,
                                                            context.Put()));
-  if (!context) {
-    throw SilentFailure();
-  }
+  RequireSilently(static_cast<bool>(context));
   TieToContainer(context.Get(), szContainer, dwKeySpec);
 }
 
 void SetOther(BOOL bLocalMachine, DWORD dwStore, const BYTE* pbCert, DWORD cbCert) {
-  RequireStoreIndex(dwStore);
   const SystemStore store = OpenSystemStore(bLocalMachine, dwStore);
   RequireSuccess(static_cast<bool>(store));
   RequireSuccess(FALSE != CertAddEncodedCertificateToStore(store.Get(), kEncodingType, pbCert,
@@ -129,20 +122,11 @@ void SetOther(BOOL bLocalMachine, DWORD dwStore, const BYTE* pbCert, DWORD cbCer
 }
 
 void DelOther(BOOL bLocalMachine, DWORD dwStore, const BYTE* pbCert, DWORD cbCert) {
-  RequireStoreIndex(dwStore);
   const SystemStore store = OpenSystemStore(bLocalMachine, dwStore);
-  if (!store) {
-    const ErrorCode code = GetLastError();
-    FileLog(kLogFile, "DelOtherCert : CertOpenStore error = %s.", HexText(code).Text());
-    throw code;
-  }
+  RequireLogged(static_cast<bool>(store), "DelOtherCert : CertOpenStore error = %s.");
   const UniqueCertContext given(CertCreateCertificateContext(kEncodingType, pbCert, cbCert));
-  if (!given) {
-    const ErrorCode code = GetLastError();
-    FileLog(kLogFile, "DelOtherCert : CertCreateCertificateContext error = %s.",
-            HexText(code).Text());
-    throw code;
-  }
+  RequireLogged(static_cast<bool>(given),
+                "DelOtherCert : CertCreateCertificateContext error = %s.");
   ForEachCertificate(store.Get(), [&](PCCERT_CONTEXT context) {
     if (CertCompareCertificate(X509_ASN_ENCODING, given.Get()->pCertInfo, context->pCertInfo)) {
       DeleteOne(context);

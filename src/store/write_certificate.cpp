@@ -1,36 +1,78 @@
 #include <algorithm>
-#include <cstring>
+#include <span>
 #include <string_view>
 
 #include "frame/export_frame.h"
 #include "keyinfo/last_import.h"
+#include "store/certificates.h"
+#include "store/container_profile.h"
+#include "store/container_walk.h"
 #include "store/key_address.h"
-#include "store/provider_walk.h"
+#include "store/key_value.h"
+#include "store/provider_context.h"
 #include "store/store_callbacks.h"
 
 namespace zarext {
 namespace {
 
 constexpr DWORD kContainerNameSize = 1024;
+constexpr std::size_t kUrlSize = 2048;
 
-using WriteUrl = FixedText<2048>;
+// The address under which the container can be written; empty for none. A container on a token is
+// written only if the last private-key import put its key there.
+FixedText<kUrlSize> WritableUrl(const char* name, const FixedText<kUrlSize>& url,
+                                const CNT_PROFILE& profile) {
+  if (IsProfileWritable(profile)) {
+    return url;
+  }
+  FixedText<kUrlSize> imported;
+  imported.Append(LastContainerUrlText());
+  const bool isThisOne = imported.View().find(name) != std::string_view::npos &&
+                         imported.View().find(profile.tokenKind) != std::string_view::npos;
+  return isThisOne ? imported : FixedText<kUrlSize>();
+}
 
-// What one key made of the certificate, and where the search goes on.
-enum class Written {
-  kNo,             // with the next key
-  kHeldAlready,    // with the next key
-  kContainerDone,  // with the next container
-  kAllDone,
-};
+// The context of a container that can be written.
+UniqueProviderContext OpenWritable(HCRYPTPROV provider, const char* name) {
+  const auto url = ContainerUrl<kUrlSize>(name);
+  Trace("EXT : CertStoreProvWriteCertCallback [URL = %s]", url.Text());
+  const auto profile = QueryProfile(provider, url.View());
+  if (!profile) {
+    return {};
+  }
+  auto writable = WritableUrl(name, url, *profile);
+  return writable.View().empty() ? UniqueProviderContext() : OpenContainer(writable.Text());
+}
 
-bool SetKeyCertificate(HCRYPTPROV container, HCRYPTKEY key, DWORD parameter,
-                       const CERT_CONTEXT& certificate) {
+// Calls visit(container) for every container that can be written.
+template <typename Visit>
+void ForEachWritableContainer(Visit visit) {
+  const UniqueProviderContext provider = AcquireVerifyContext();
+  if (!provider) {
+    return;
+  }
+  ForEachContainer<kContainerNameSize>(*provider.Get(), [&](const char* name) {
+    const UniqueProviderContext container = OpenWritable(*provider.Get(), name);
+    return container ? visit(*container.Get()) : Walk::kGoOn;
+  });
+}
+
+// Calls visit(key) for the keys of a container, up to a record without a handle.
+template <typename Visit>
+void ForEachKeyHandle(HCRYPTPROV container, Visit visit) {
+  ForEachKey(container, [&](const CNT_KEY_INFO& record, DWORD /*returnedLength*/) {
+    return record.hKey == 0 ? Walk::kStop : visit(HCRYPTKEY{record.hKey});
+  });
+}
+
+bool SetKeyValue(HCRYPTPROV container, HCRYPTKEY key, DWORD parameter,
+                 const CERT_CONTEXT& certificate) {
   return Provider().CPSetKeyParam(container, key, parameter, certificate.pbCertEncoded, 0) != FALSE;
 }
 
 // The self-signed certificate of the same holder. The octets of issuer and subject are compared
-// over the length of the new certificate's issuer: a compatibility fact for containers that were
-// filled by that rule. A name that is shorter is another one.
+// over the length of the new certificate's issuer, as they were when the chains in use were filled.
+// A name that is shorter is another one.
 bool IsSameRoot(const CERT_INFO& held, const CERT_INFO& added) noexcept {
   const DWORD length = added.Issuer.cbData;
   return held.Issuer.cbData == held.Subject.cbData && length <= held.Issuer.cbData &&
@@ -38,8 +80,8 @@ bool IsSameRoot(const CERT_INFO& held, const CERT_INFO& added) noexcept {
          IsSameBlob(held.Subject, added.Subject);
 }
 
-bool ChainHolds(const KeyBlob& chain, const CERT_INFO& added) {
-  const UniqueMessageStore message = OpenChain(chain);
+bool ChainHolds(std::span<const BYTE> chain, const CERT_INFO& added) {
+  const UniqueForcedStore message = OpenChain(chain);
   if (!message) {
     return false;
   }
@@ -49,107 +91,64 @@ bool ChainHolds(const KeyBlob& chain, const CERT_INFO& added) {
     Trace(
         "EXT : CertStoreProvWriteCertCallback : CertEnumCertificatesInStore : size = %i, oid = "
         "%s, [s/n= %x %x...]",
-        Int(chain.Size()), held.SignatureAlgorithm.pszObjId, SerialOctet(held, 0),
+        Int(chain.size()), held.SignatureAlgorithm.pszObjId, SerialOctet(held, 0),
         SerialOctet(held, 1));
     holds = holds || IsSameRoot(held, added);
   });
   return holds;
 }
 
-Written AddToChain(HCRYPTPROV container, HCRYPTKEY key, const CERT_CONTEXT& certificate) {
-  KeyBlob chain;
-  if (chain.Read(container, key, KP_CERT_CHAIN) == KeyBlob::Outcome::kUnusable) {
-    return Written::kNo;
-  }
-  if (ChainHolds(chain, *certificate.pCertInfo)) {
-    return Written::kHeldAlready;
-  }
-  return SetKeyCertificate(container, key, KP_ADD_CHAIN_CERT, certificate) ? Written::kContainerDone
-                                                                           : Written::kNo;
-}
-
-Written GiveToKey(HCRYPTPROV container, HCRYPTKEY key, const CERT_CONTEXT& certificate) {
-  KeyBlob held;
-  if (held.Read(container, key, KP_CERTIFICATE) == KeyBlob::Outcome::kUnusable) {
-    return Written::kNo;
-  }
-  if (held.Size() != 0) {
-    const bool isSame = held.Size() == certificate.cbCertEncoded &&
-                        std::memcmp(held.Data(), certificate.pbCertEncoded, held.Size()) == 0;
-    return isSame ? Written::kAllDone : Written::kNo;
-  }
-  return SetKeyCertificate(container, key, KP_CERTIFICATE, certificate) ? Written::kAllDone
-                                                                        : Written::kNo;
-}
-
-// The address under which the container can be written; empty for none. A container on a token is
-// written only if the last private-key import put its key there.
-WriteUrl WritableUrl(const char* name, const WriteUrl& url, const CNT_PROFILE& profile) {
-  if (IsProfileWritable(profile)) {
-    return url;
-  }
-  WriteUrl imported;
-  imported.Append(LastContainerUrlText());
-  const bool isThisOne = imported.View().find(name) != std::string_view::npos &&
-                         imported.View().find(profile.tokenKind) != std::string_view::npos;
-  return isThisOne ? imported : WriteUrl();
-}
-
-// The search for a place for one certificate.
-class CertificateWriter {
- public:
-  explicit CertificateWriter(const CERT_CONTEXT& certificate) noexcept
-      : certificate_(certificate), isSelfSigned_(IsSelfSigned(*certificate.pCertInfo)) {}
-
-  // TRUE if a key has it now.
-  BOOL Run() {
-    UniqueProviderContext provider;
-    if (!AcquireVerifyContext(&provider)) {
-      return FALSE;
-    }
-    ForEachContainer<kContainerNameSize>(
-        *provider.Get(), [&](const char* name) { return VisitContainer(*provider.Get(), name); });
-    return result_;
-  }
-
- private:
-  Walk VisitContainer(HCRYPTPROV provider, const char* name) {
-    const WriteUrl url = ContainerUrl<2048>(name);
-    Trace("EXT : CertStoreProvWriteCertCallback [URL = %s]", url.Text());
-    CNT_PROFILE profile;
-    if (!QueryProfile(provider, url.View(), &profile)) {
-      return Walk::kGoOn;
-    }
-    WriteUrl writable = WritableUrl(name, url, profile);
-    UniqueProviderContext container;
-    if (writable.View().empty() || !OpenContainer(writable.Text(), &container)) {
-      return Walk::kGoOn;
-    }
-    Walk walk = Walk::kGoOn;
-    ForEachKey(*container.Get(), [&](const CNT_KEY_INFO& record, DWORD /*returnedSize*/) {
-      if (record.hKey == 0) {
-        return Walk::kStop;
+// Adds a self-signed certificate, in every container, to the chain of the first key that lacks it
+// and takes it. TRUE if the chain of a key has it now.
+BOOL WriteRoot(const CERT_CONTEXT& root) {
+  BOOL result = FALSE;
+  ForEachWritableContainer([&](HCRYPTPROV container) {
+    ForEachKeyHandle(container, [&](HCRYPTKEY key) {
+      const KeyValue chain(container, key, KP_CERT_CHAIN);
+      if (chain.IsTooLong()) {
+        return Walk::kGoOn;
       }
-      const Written written = VisitKey(*container.Get(), record.hKey);
-      if (written != Written::kNo) {
-        result_ = TRUE;
+      if (ChainHolds(chain.Octets().value_or(std::span<const BYTE>()), *root.pCertInfo)) {
+        result = TRUE;
+        return Walk::kGoOn;
       }
-      walk = written == Written::kAllDone ? Walk::kStop : Walk::kGoOn;
-      return written == Written::kAllDone || written == Written::kContainerDone ? Walk::kStop
-                                                                                : Walk::kGoOn;
+      if (!SetKeyValue(container, key, KP_ADD_CHAIN_CERT, root)) {
+        return Walk::kGoOn;
+      }
+      result = TRUE;
+      return Walk::kStop;
+    });
+    return Walk::kGoOn;
+  });
+  return result;
+}
+
+// Whether the key has the certificate, which it is given if it has none.
+bool HasOrTakes(HCRYPTPROV container, HCRYPTKEY key, const CERT_CONTEXT& certificate) {
+  const KeyValue value(container, key, KP_CERTIFICATE);
+  if (value.IsTooLong()) {
+    return false;
+  }
+  const auto held = value.Octets();
+  if (held && !held->empty()) {
+    return std::equal(held->begin(), held->end(), certificate.pbCertEncoded,
+                      certificate.pbCertEncoded + certificate.cbCertEncoded);
+  }
+  return SetKeyValue(container, key, KP_CERTIFICATE, certificate);
+}
+
+// Gives any other certificate to the first key without one that takes it. TRUE if a key has it now.
+BOOL WriteEndCertificate(const CERT_CONTEXT& certificate) {
+  Walk walk = Walk::kGoOn;
+  ForEachWritableContainer([&](HCRYPTPROV container) {
+    ForEachKeyHandle(container, [&](HCRYPTKEY key) {
+      walk = HasOrTakes(container, key, certificate) ? Walk::kStop : Walk::kGoOn;
+      return walk;
     });
     return walk;
-  }
-
-  Written VisitKey(HCRYPTPROV container, HCRYPTKEY key) const {
-    return isSelfSigned_ ? AddToChain(container, key, certificate_)
-                         : GiveToKey(container, key, certificate_);
-  }
-
-  const CERT_CONTEXT& certificate_;
-  bool isSelfSigned_;
-  BOOL result_ = FALSE;
-};
+  });
+  return walk == Walk::kStop ? TRUE : FALSE;
+}
 
 BOOL WriteCertificate(ExportTrace& trace, const CERT_CONTEXT& certificate) {
   const CERT_INFO& info = *certificate.pCertInfo;
@@ -160,7 +159,7 @@ BOOL WriteCertificate(ExportTrace& trace, const CERT_CONTEXT& certificate) {
     return FALSE;
   }
   RequireProvider();
-  return CertificateWriter(certificate).Run();
+  return IsSelfSigned(info) ? WriteRoot(certificate) : WriteEndCertificate(certificate);
 }
 
 }  // namespace
@@ -178,7 +177,7 @@ BOOL WINAPI CertStoreProvWriteCertCallback(HCERTSTOREPROV hStoreProv, PCCERT_CON
           SetLastError(code);
           return FALSE;
         },
-        // Unlike an export, this one leaves the last error alone: a compatibility fact.
+        // Unlike an export, this one leaves the last error alone.
         []() -> BOOL { return FALSE; }, [&] { return WriteCertificate(trace, *pCertContext); });
   });
 }

@@ -501,22 +501,19 @@ TEST(AnomalyBinding, TheFirstOpen) {
                         " [lpszStoreProvider = Zarvel Store Provider] [hCryptProv = 0] "
                         "[dwFlags = 0] [hCertStore = *]",
                     own + " : FINISH"};
-  // The provider's module stays loaded, and the list of its functions.
+  // The provider's module stays loaded.
   const Leftovers bound = {{"module", 1}};
   scenario.left = bound;
   Effect unbound;
   unbound.error = kInjectedError;
   unbound.lines = {scenario.lines[0], own + " : ERROR = 5a5a", own + " : FINISH"};
   unbound.left = {{"section", 1}};
-  Effect noMemory = unbound;
-  noMemory.error = kNoMemory;
-  noMemory.lines = {scenario.lines[0], own + " : ERROR", own + " : FINISH"};
   scenario.rules = {{"MapViewOfFile", 1, GoesOn()},       {"VirtualQuery", 1, GoesOn()},
                     {"WaitForSingleObject", 1, GoesOn()}, {"ReadProcessMemory", 1, GoesOn()},
                     {"RegOpenKeyExA", 1, GoesOn()},       {"RegQueryValueExA", 1, GoesOn()},
-                    {"LoadLibraryA", 1, unbound},         {"allocation", 0, noMemory},
-                    {"GetProcAddress", 6, GoesOn()},      {"GetProcAddress", 0, unbound},
-                    {"CPAcquireContext", 1, GoesOn()},    {"CPGetProvParam 57", 1, GoesOn()}};
+                    {"LoadLibraryA", 1, unbound},         {"GetProcAddress", 6, GoesOn()},
+                    {"GetProcAddress", 0, unbound},       {"CPAcquireContext", 1, GoesOn()},
+                    {"CPGetProvParam 57", 1, GoesOn()}};
   // Without its registration the provider is looked for by its file's name.
   scenario.check = [](const FailurePoint* point, long) {
     const std::string function = point == nullptr ? "" : point->function;

@@ -12,12 +12,11 @@ namespace zarext {
 namespace {
 
 TEST(ContainerProfile, IsZeroButForTheAddress) {
-  CNT_PROFILE record;
-  std::memset(&record, 0x5A, sizeof record);
-  ASSERT_TRUE(PrepareProfile("profile://c", &record));
-  const auto* const octets = reinterpret_cast<const char*>(&record);
+  const auto record = PrepareProfile("profile://c");
+  ASSERT_TRUE(record);
+  const auto* const octets = reinterpret_cast<const char*>(&*record);
   EXPECT_EQ(0, std::memcmp("profile://c", octets + 944, 12));
-  for (std::size_t i = 0; i < sizeof record; ++i) {
+  for (std::size_t i = 0; i < sizeof *record; ++i) {
     if (i < 944 || i >= 944 + 11) {
       EXPECT_EQ(0, octets[i]) << i;
     }
@@ -25,12 +24,12 @@ TEST(ContainerProfile, IsZeroButForTheAddress) {
 }
 
 TEST(ContainerProfile, HasRoomFor511Characters) {
-  CNT_PROFILE record;
-  EXPECT_TRUE(PrepareProfile(std::string(511, 'x'), &record));
-  EXPECT_EQ('x', reinterpret_cast<const char*>(&record)[1454]);
-  EXPECT_EQ('\0', reinterpret_cast<const char*>(&record)[1455]);
-  EXPECT_FALSE(PrepareProfile(std::string(512, 'x'), &record));
-  EXPECT_FALSE(PrepareProfile(std::string(5000, 'x'), &record));
+  const auto record = PrepareProfile(std::string(511, 'x'));
+  ASSERT_TRUE(record);
+  EXPECT_EQ('x', reinterpret_cast<const char*>(&*record)[1454]);
+  EXPECT_EQ('\0', reinterpret_cast<const char*>(&*record)[1455]);
+  EXPECT_FALSE(PrepareProfile(std::string(512, 'x')));
+  EXPECT_FALSE(PrepareProfile(std::string(5000, 'x')));
 }
 
 TEST(ContainerProfile, IsWellFormedIfItsTextsEndInTheirFields) {

@@ -2,7 +2,6 @@
 #include <nlohmann/json.hpp>
 
 #include "CLI/CLI.hpp"
-#include "frame/module_state.h"
 #include "store/cache_block.h"
 #include "zarextctl/command.h"
 #include "zarextctl/session_objects.h"

@@ -6,7 +6,7 @@
 #include <ctime>
 
 #include "frame/handles.h"
-#include "frame/module_state.h"
+#include "store/cache_block.h"
 #include "zarextctl/text.h"
 #include "zarextctl/windows_text.h"
 

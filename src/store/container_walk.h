@@ -1,0 +1,63 @@
+// The walk over the provider's containers and their keys. What the provider returns is data from
+// outside: an item that is not well-formed is passed over, and a list that does not end is left.
+#ifndef ZAREXT_STORE_CONTAINER_WALK_H_
+#define ZAREXT_STORE_CONTAINER_WALK_H_
+
+#include <windows.h>
+
+#include <wincrypt.h>
+
+#include <cstring>
+#include <optional>
+#include <string_view>
+
+#include "frame/provider_binding.h"
+#include "store/provider_records.h"
+
+namespace zarext {
+
+enum class Walk { kGoOn, kStop };
+
+// Where a list that does not end is left.
+inline constexpr int kLongestWalk = 65536;
+
+// Calls visit(name) for every container; names fit a buffer of `nameSize` octets. The name lives
+// until the next call.
+template <DWORD nameSize, typename Visit>
+void ForEachContainer(HCRYPTPROV provider, Visit visit) {
+  char name[nameSize];
+  DWORD flags = CRYPT_FIRST;
+  for (int item = 0; item < kLongestWalk; ++item, flags = 0) {
+    std::memset(name, 0, nameSize);
+    DWORD size = nameSize;
+    if (!Provider().CPGetProvParam(provider, PP_ENUM_CNT, reinterpret_cast<BYTE*>(name), &size,
+                                   flags)) {
+      return;
+    }
+    if (std::memchr(name, '\0', nameSize) != nullptr && visit(name) == Walk::kStop) {
+      return;
+    }
+  }
+}
+
+// The provider's profile of the container `url`; none if it fails or is not well-formed.
+std::optional<CNT_PROFILE> QueryProfile(HCRYPTPROV provider, std::string_view url);
+
+// Calls visit(record, returnedLength) for every key of a container.
+template <typename Visit>
+void ForEachKey(HCRYPTPROV container, Visit visit) {
+  DWORD flags = CRYPT_FIRST;
+  for (int item = 0; item < kLongestWalk; ++item, flags = 0) {
+    CNT_KEY_INFO record = {};
+    DWORD size = sizeof record;
+    if (!Provider().CPGetProvParam(container, PP_ENUM_CNT_KEYS, reinterpret_cast<BYTE*>(&record),
+                                   &size, flags) ||
+        visit(record, size) == Walk::kStop) {
+      return;
+    }
+  }
+}
+
+}  // namespace zarext
+
+#endif  // ZAREXT_STORE_CONTAINER_WALK_H_
