@@ -99,11 +99,9 @@ void ExportPrivateKey(ExportTrace& trace, HCRYPTPROV hCryptProv, DWORD dwKeySpec
 }
 
 void TraceImport(ExportTrace& trace, const CRYPT_PRIVATE_KEY_INFO& info) {
-  trace.Line(
-      "Algorithm.pszObjId = %s, Version = %x, PrivateKey.cbData = %i, "
-      "Attr = %p.",
-      info.Algorithm.pszObjId, Hex(info.Version), Int(info.PrivateKey.cbData),
-      static_cast<const void*>(info.pAttributes));
+  trace.Line("Algorithm.pszObjId = %s, Version = %x, PrivateKey.cbData = %i, Attr = %p.",
+             info.Algorithm.pszObjId, Hex(info.Version), Int(info.PrivateKey.cbData),
+             static_cast<const void*>(info.pAttributes));
   if (info.pAttributes != nullptr) {
     trace.Line("cAttr = %i, Parameters.cbData = %i.", Int(info.pAttributes->cAttr),
                Int(info.Algorithm.Parameters.cbData));
