@@ -87,17 +87,18 @@ TEST_F(BuildPrivateKey, ALongElementThatDoesNotEndAddsNothing) {
   EXPECT_EQ(Plain("3012 020100 3008 06062a8503020213 0403a1b2c3"), Built());
 }
 
-// NULL after NULL, up to where an indefinite length is looked for, and the octets around that.
+// NULL after NULL, up to where an indefinite length is looked for, and the octets around that: the
+// tags of NULL at even places, or at odd ones behind a first element of three octets.
 TEST_F(BuildPrivateKey, AnElementWithoutItsClosingPairAddsNothing) {
-  for (const std::size_t size : {65534u, 65535u, 65536u, 65537u, 65538u, 70000u}) {
-    Octets parameters(size, 0x00);
-    for (std::size_t i = 2; i < size; i += 2) {
-      parameters[i] = 0x05;
+  for (const Octets& head : {Hex("3080"), Hex("3080 0401aa")}) {
+    for (const std::size_t size : {65534u, 65535u, 65536u, 65537u, 65538u, 70000u}) {
+      Octets parameters = head;
+      while (parameters.size() < size) {
+        parameters.push_back(parameters.size() % 2 == head.size() % 2 ? 0x05 : 0x00);
+      }
+      record.parameters = parameters;
+      EXPECT_EQ(Plain("3012 020100 3008 06062a8503020213 0403a1b2c3"), Built()) << size;
     }
-    parameters[0] = 0x30;
-    parameters[1] = 0x80;
-    record.parameters = parameters;
-    EXPECT_EQ(Plain("3012 020100 3008 06062a8503020213 0403a1b2c3"), Built()) << size;
   }
 }
 
