@@ -6,6 +6,7 @@
 
 #include <wincrypt.h>
 
+#include <filesystem>
 #include <fstream>
 #include <string>
 
@@ -77,17 +78,18 @@ class InStore {
   UniqueCertContext added_;
 };
 
-inline std::string WriteOctets(const std::string& path, const Octets& octets) {
+inline std::string WriteOctets(const std::filesystem::path& path, const Octets& octets) {
   std::ofstream(path, std::ios::binary)
       .write(reinterpret_cast<const char*>(octets.data()),
              static_cast<std::streamsize>(octets.size()));
-  return path;
+  return path.string();
 }
 
 // Times, thumbprints, handles and keys differ between runs.
 inline const Replacements kOfThisRun = {
     {"[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9:]{8}", "<time>"},
     {"[0-9A-F]{40}", "<thumbprint>"},
+    {"[0-9A-F]{32}", "<serial number>"},
     {"[0-9]+ ms", "<n> ms"},
     {"\"milliseconds\": [0-9]+", "\"milliseconds\": <n>"},
     {"hCryptProv = [0-9a-f]+", "hCryptProv = <handle>"},

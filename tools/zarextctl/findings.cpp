@@ -386,14 +386,17 @@ const char* SeverityName(Severity severity) {
 std::span<const Check> Checks() { return kChecks; }
 
 std::vector<Finding> RunChecks(const StatusFacts& facts) {
-  Findings findings;
+  Findings found;
   for (const Check& check : kChecks) {
-    check.run(facts, findings);
+    check.run(facts, found);
   }
-  std::ranges::stable_sort(findings, [](const Finding& left, const Finding& right) {
-    return left.severity > right.severity;
-  });
-  return findings;
+  // The worst first, otherwise in the order of the checks.
+  Findings sorted;
+  for (const Severity severity : {Severity::kError, Severity::kWarning, Severity::kNote}) {
+    std::ranges::copy_if(found, std::back_inserter(sorted),
+                         [=](const Finding& finding) { return finding.severity == severity; });
+  }
+  return sorted;
 }
 
 bool IsAes256Content(const Binding& binding) {

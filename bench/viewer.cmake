@@ -1,0 +1,6 @@
+if(WIN32 AND NOT ZAREXT_RELEASE)
+  zarext_add_program(viewer_bench SOURCES viewer_bench.cpp LIBS zarext_test_support)
+  target_include_directories(viewer_bench PRIVATE ${PROJECT_SOURCE_DIR})
+  set_target_properties(viewer_bench PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+  add_dependencies(viewer_bench zarext zarextctl)
+endif()
