@@ -174,10 +174,14 @@ Work Libtasn1(const Document& document) {
           [element, out] { element->Encode(out.get()); }};
 }
 
-Work Botan2(const Octets& image) {
+Work Botan2([[maybe_unused]] const Octets& image) {
+#ifdef ZAREXT_BOTAN
   const auto tree = std::make_shared<BotanTree>(image);
   return {[&image] { const BotanTree parsed(image); },
           [tree, &image] { Require(tree->Encode().size() == image.size()); }};
+#else
+  return {};
+#endif
 }
 
 Work Floors(const Document& document) {

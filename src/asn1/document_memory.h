@@ -71,7 +71,7 @@ class DocumentMemory {
   void Expect(std::size_t octets) { expected_ = octets; }
 
  private:
-  static constexpr std::size_t kFirstBlock = 2048;  // holds a private key
+  static constexpr std::size_t kFirstBlock = 8192;  // holds a certificate
   static constexpr std::size_t kLeastBlock = 4096;
   static constexpr std::size_t kMostUnexpected = std::size_t{64} * 1024;
   static constexpr std::size_t kLargestPiece = std::size_t{16} * 1024;

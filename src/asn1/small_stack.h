@@ -5,8 +5,9 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <memory>
 #include <type_traits>
-#include <vector>
+#include <utility>
 
 namespace zarext {
 
@@ -38,17 +39,17 @@ class SmallStack {
  private:
   void Grow() {
     const std::size_t size = Size();
-    std::vector<T> larger(size * 2);
-    std::copy(first_, next_, larger.begin());
-    far_.swap(larger);
-    first_ = far_.data();
+    auto larger = std::make_unique_for_overwrite<T[]>(size * 4);
+    std::copy(first_, next_, larger.get());
+    far_ = std::move(larger);
+    first_ = far_.get();
     next_ = first_ + size;
-    limit_ = first_ + far_.size();
+    limit_ = first_ + size * 4;
   }
 
-  // Left as it is: an entry is written before it is read.
+  // Left as they are: an entry is written before it is read.
   T near_[kInline];
-  std::vector<T> far_;
+  std::unique_ptr<T[]> far_;
   T* first_ = near_;
   T* next_ = near_;  // behind the last entry
   T* limit_ = near_ + kInline;

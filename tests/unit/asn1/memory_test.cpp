@@ -113,13 +113,13 @@ const char kOctets37[] =
 INSTANTIATE_TEST_SUITE_P(
     Images, ParseCountTest,
     testing::Values(
-        // The first 2,048 octets are in the document itself.
+        // The first 8,192 octets are in the document itself.
         CountCase{"30 00", "", 0, 0}, CountCase{"04 03 01 02 03", "", 0, 0},
         CountCase{"30 09 02 01 05 05 00 30 02 05 00", "", 0, 0},
         CountCase{"30 28 04 26 00", kOctets37, 1, 0},
-        CountCase{"24 06 04 01 AA 04 01 BB", "", 0, 0}, CountCase{"30 18", "05 00", 12, 0},
+        CountCase{"24 06 04 01 AA 04 01 BB", "", 0, 0}, CountCase{"30 50", "05 00", 40, 0},
         // One block for all the rest, however much it is.
-        CountCase{"30 50", "05 00", 40, 1}, CountCase{"30 82 0F A0", "05 00", 2000, 2},
+        CountCase{"30 82 01 2C", "05 00", 150, 1}, CountCase{"30 82 0F A0", "05 00", 2000, 2},
         CountCase{"30 81 C8 04 81 C5", "01", 197, 0},
         CountCase{"30 82 40 04 04 82 40 00", "01", 16384, 1},
         CountCase{
@@ -218,9 +218,9 @@ TEST(MemoryTest, NoAllocationIsLargerThanTheImageJustifies) {
 // less room left in the document, so that each piece in turn is the one that needs a block.
 template <typename Prepare, typename Act>
 void FailEveryAllocation(Prepare&& prepare, Act&& act) {
-  const Octets filler(2000, 0x77);
+  const Octets filler(8200, 0x77);
   std::size_t failures = 0;
-  for (std::uint32_t filled = 40; filled < 2000; filled += 16) {
+  for (std::uint32_t filled = 5800; filled < 8150; filled += 16) {
     for (std::size_t failAt = 1;; ++failAt) {
       TASN1 document(0x30);
       prepare(document);
@@ -296,7 +296,7 @@ TEST(AllocationFailureTest, RetagReadAndEncode) {
     document.SetTag(0x30, 0, 0xFFFFFF);
   });
   FailEveryAllocation(prepare, [](TASN1& document) {
-    Octets octets(3000);
+    Octets octets(10000);
     document.Encode(octets.data(), 0xFFFFFF);
   });
   FailEveryAllocation(
@@ -425,8 +425,8 @@ TEST(WipeTest, EveryWayOut) {
 TEST(WipeTest, WhenMemoryRunsOut) {
   const auto failing = [](auto act) {
     return [act](TASN1& document) {
-      const Octets filler(2000, 0x77);
-      for (std::uint32_t filled = 40; filled < 2000; filled += 16) {
+      const Octets filler(8200, 0x77);
+      for (std::uint32_t filled = 5800; filled < 8150; filled += 16) {
         for (std::size_t failAt = 1; failAt != 0;) {
           document.DeleteNode(0, 0xFFFFFF);
           ParseSecrets(document);
