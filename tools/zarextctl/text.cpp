@@ -127,7 +127,8 @@ bool SameIgnoringCase(std::string_view left, std::string_view right) {
 }
 
 bool ContainsIgnoringCase(std::string_view text, std::string_view part) {
-  return part.empty() || !std::ranges::search(text, part, SameLetter).empty();
+  return part.empty() ||
+         std::search(text.begin(), text.end(), part.begin(), part.end(), SameLetter) != text.end();
 }
 
 std::string Count(std::size_t count, std::string_view noun) {
