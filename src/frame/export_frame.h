@@ -42,6 +42,10 @@ class ExportTrace {
 // traces it before it throws.
 void CallInFrame(const char* exportName, Callback<ExportTrace&> work) noexcept;
 
+// clang-tidy takes what a lambda throws for thrown where it is written; CallInFrame and
+// CallTranslatingExceptions run it, and catch.
+// NOLINTBEGIN(bugprone-exception-escape)
+
 // Returns the result of `work(ExportTrace&)`, or `onFailure` if it throws.
 template <typename Result, typename Work>
 Result RunExport(const char* exportName, Result onFailure, Work work) noexcept {
@@ -68,6 +72,8 @@ BOOL RunExportKeeping(const char* exportName, Work work) noexcept {
   CallTranslatingExceptions(Callback<>(keepObject));
   return result;
 }
+
+// NOLINTEND(bugprone-exception-escape)
 
 // Throws the thread's last error. The code is taken first: making room for what is thrown can
 // change it.
