@@ -5,6 +5,7 @@
 
 #include <array>
 
+#include "support/import_patch.h"
 #include "support/module_under_test.h"
 #include "support/trace_capture.h"
 
@@ -160,6 +161,27 @@ TEST(PassThrough, TheLastErrorIsLeftAlone) {
   SetLastError(4711);
   EXPECT_EQ(1, function(1, nullptr, nullptr, nullptr, nullptr));
   EXPECT_EQ(4711u, GetLastError());
+}
+
+// Out of the debugger's channel, by a handler of the host: the last error tells, the result does
+// not.
+TEST(PassThrough, SucceedsEvenIfSomethingIsThrown) {
+  const ImportPatch patch(
+      Module(), "KERNEL32.dll", "OutputDebugStringA", +[](const char*) WINAPI { throw 5; });
+  for (const char* name :
+       {"ZarCertVerifyCTLUsage", "ZarCertVerifyRevocation", "ZarCryptDecodeObject",
+        "ZarCryptEncodeObject", "ZarCryptEncodeObjectEx", "ZarCryptFormatObject"}) {
+    SetLastError(0);
+    EXPECT_EQ(
+        1,
+        (Export<BOOL WINAPI(DWORD, const void*, DWORD, DWORD, void*, void*, DWORD, void*, void*)>(
+            name)(1, nullptr, 0, 0, nullptr, nullptr, 0, nullptr, nullptr)))
+        << name;
+    EXPECT_EQ(0x8009000Eu, GetLastError()) << name;
+  }
+  SetLastError(0);
+  EXPECT_STREQ("", Export<const char * WINAPI(const wchar_t*)>("ZarCryptFindLocalizedName")(L"MY"));
+  EXPECT_EQ(0x8009000Eu, GetLastError());
 }
 
 }  // namespace
