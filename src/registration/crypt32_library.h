@@ -6,20 +6,15 @@
 #include <windows.h>
 
 #include "frame/export_frame.h"
+#include "frame/handles.h"
 
 namespace zarext {
 
-// One use of crypt32, from loading to freeing. There is one handle variable for the whole module,
-// without a lock: every use overwrites it, and registering and unregistering at the same time is
-// not provided for.
+// One use of crypt32, from loading to freeing.
 class Crypt32Library {
  public:
   // Throws the last error if crypt32 cannot be loaded.
   Crypt32Library();
-  // Frees what the handle variable holds, unless `StayLoaded` was called.
-  ~Crypt32Library();
-  Crypt32Library(const Crypt32Library&) = delete;
-  Crypt32Library& operator=(const Crypt32Library&) = delete;
 
   // Puts the address of `name` into `function`, null if there is none, and then throws the last
   // error.
@@ -30,12 +25,12 @@ class Crypt32Library {
   }
 
   // crypt32 keeps the reference that this use took.
-  void StayLoaded() noexcept { stayLoaded_ = true; }
+  void StayLoaded() noexcept { static_cast<void>(library_.Detach()); }
 
  private:
-  static void* Address(const char* name) noexcept;
+  [[nodiscard]] void* Address(const char* name) const;
 
-  bool stayLoaded_ = false;
+  UniqueModule library_;
 };
 
 }  // namespace zarext

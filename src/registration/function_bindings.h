@@ -34,10 +34,17 @@ struct FunctionBindings {
   // So many OIDs at the head of the list are registered with encoding type 0x10001, whatever
   // `encodingType` says of the rest. The framework looks at its low half alone.
   std::size_t forBothEncodings = 0;
+  // What unregistering leaves bound, and what it removes twice, each time in its place.
+  OidSpan leftBound = {};
+  OidSpan removedTwice = {};
 
   [[nodiscard]] constexpr Binding At(std::size_t index) const {
     return {index < forBothEncodings ? X509_ASN_ENCODING | PKCS_7_ASN_ENCODING : encodingType,
             function, oids[index], exportName};
+  }
+  // How often unregistering removes it.
+  [[nodiscard]] constexpr int RemovalsOf(const char* oid) const {
+    return Contains(leftBound, oid) ? 0 : Contains(removedTwice, oid) ? 2 : 1;
   }
 };
 
@@ -55,12 +62,12 @@ inline constexpr FunctionBindings kStore = {"CertDllOpenStoreProv", "ZarOpenStor
 // Bound after the store provider and its physical store, in this order.
 // clang-format off
 inline constexpr FunctionBindings kKeys[] = {
-    {"CryptDllImportPrivateKeyInfoEx", "ZarImportPrivKeyFunc", kCertificates, oids::kPrivateKey},
-    {"CryptDllExportPrivateKeyInfoEx", "ZarExportPrivKeyFunc", kCertificates, oids::kPrivateKey},
-    {"CryptDllImportPublicKeyInfoEx", "ZarImportPublicKeyInfoEx", kCertificates, oids::kPublicKey},
-    {"CryptDllImportPublicKeyInfo", "ZarImportPublicKeyInfo", kCertificates, oids::kPublicKey},
-    {"CryptDllExportPublicKeyInfoEx", "ZarExportPublicKeyInfoEx", kCertificates, oids::kPublicKey},
-    {"CryptDllExportPublicKeyInfo", "ZarExportPublicKeyInfo", kCertificates, oids::kPublicKey},
+    {"CryptDllImportPrivateKeyInfoEx", "ZarImportPrivKeyFunc", kCertificates, oids::kPrivateKey, 0, oids::kLeftBound, oids::kRemovedTwice},
+    {"CryptDllExportPrivateKeyInfoEx", "ZarExportPrivKeyFunc", kCertificates, oids::kPrivateKey, 0, oids::kLeftBound},
+    {"CryptDllImportPublicKeyInfoEx", "ZarImportPublicKeyInfoEx", kCertificates, oids::kPublicKey, 0, oids::kLeftBound},
+    {"CryptDllImportPublicKeyInfo", "ZarImportPublicKeyInfo", kCertificates, oids::kPublicKey, 0, oids::kLeftBound},
+    {"CryptDllExportPublicKeyInfoEx", "ZarExportPublicKeyInfoEx", kCertificates, oids::kPublicKey, 0, oids::kLeftBound},
+    {"CryptDllExportPublicKeyInfo", "ZarExportPublicKeyInfo", kCertificates, oids::kPublicKey, 0, oids::kLeftBound},
     {"CryptDllConvertPublicKeyInfo", "ZarConvertPublicKeyInfo", kCertificates, oids::kPublicKey},
     {"CryptDllEncodePublicKeyAndParameters", "ZarEncodePublicKeyAndParameters", kCertificates, oids::kPublicKey},
     {"CryptMsgDllGenContentEncryptKey", "ZarMsgGenContentEncryptKey", kCertificates, oids::kContentKey},

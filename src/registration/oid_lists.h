@@ -129,6 +129,17 @@ inline constexpr std::array kContentKey = std::to_array<const char*>(
 inline constexpr std::array kOlderContentKey = std::to_array<const char*>(
     {"2.16.840.1.101.3.4.1.42", "1.3.6.1.4.1.32473.1.2.4", "1.2.643.2.2.21"});
 
+// Four OIDs of lists A and B that unregistering leaves bound to some of the functions, and two that
+// it removes twice from one.
+inline constexpr std::array kLeftBound = std::to_array<const char*>({
+    "1.2.398.3.10.1.1.2.1.1",
+    "1.2.398.3.10.1.4.1.1.1",
+    "1.2.398.3.10.1.1.2.2.1",
+    "1.2.398.3.10.1.4.1.2.1",
+});
+inline constexpr std::array kRemovedTwice =
+    std::to_array<const char*>({"1.3.6.1.4.1.32473.1.8.11", "1.3.6.1.4.1.32473.1.8.12"});
+
 static_assert(kPublicKey.size() == 41);
 static_assert(kPrivateKey.size() == 33);
 static_assert(kKeyTransport.size() == 39);

@@ -17,6 +17,16 @@ namespace zarext {
 // ALG_ID of the public key that goes with the algorithm (0: none), the third the provider type.
 using ExtraValues = std::array<DWORD, 3>;
 
+struct OidRecord;
+
+// What unregistering does with a record, where it is not simply removed. Installers and
+// administrators have met systems in exactly this state.
+struct Removal {
+  bool isLeft = false;   // its row removes nothing
+  ALG_ID algorithm = 0;  // unless 0: named in place of the row's own; the framework ignores it
+  const OidRecord* behind = nullptr;  // one more that is removed behind it
+};
+
 struct OidRecord {
   int number;  // position in the order of registration, from 1
   DWORD group;
@@ -24,6 +34,7 @@ struct OidRecord {
   const wchar_t* name;
   ALG_ID algorithm;
   ExtraValues extra;
+  Removal removal = {};
 };
 
 namespace records {
@@ -37,6 +48,18 @@ inline constexpr DWORD kKeyUsage = CRYPT_ENHKEY_USAGE_OID_GROUP_ID;
 // Provider types, as the third extra value states them.
 inline constexpr DWORD kZarvel = kProviderType;
 inline constexpr DWORD kRsa = PROV_RSA_FULL;
+
+// The extra values before the first record and after the last.
+inline constexpr ExtraValues kInitialExtra = {0, 0, kZarvel};
+
+// A record that registration never writes and unregistration removes all the same.
+inline constexpr OidRecord kUnwritten = {
+    0,      kSignature,   "1.3.6.1.4.1.32473.1.6.2", L"Алгоритм подписи ГОСТ 34.310 (4).",
+    0x800E, kInitialExtra};
+
+// Rows 30, 46 and 49 repeat OID and group of an earlier row, so nothing of them stays behind; the
+// records of rows 35 and 38 stay registered.
+inline constexpr Removal kLeft = {.isLeft = true};
 
 // In the order of registration, which decides: an OID and group that stand here twice end up with
 // the later row. Compatibility facts, all of them visible to whoever lists the framework's records:
@@ -56,12 +79,12 @@ inline constexpr OidRecord kTable[] = {
     {8, kHash, "1.2.398.3.10.1.3.3", L"Алгоритм ГОСТ 34.11-2015", 0x8023, {0, 0, kZarvel}},
     {9, kHash, "1.2.643.2.2.9", L"Алгоритм хеширования ГОСТ Р 34.11.", 0x8015, {0, 0, kZarvel}},
     {10, kHash, "1.3.6.1.4.1.32473.1.2.5", L"Алгоритм ГОСТ Р 34.11-2012", 0x8022, {0, 0, kZarvel}},
-    {11, kHash, "1.3.6.1.4.1.32473.1.2.6", L"Алгоритм ГОСТ Р 34.11-2012", 0x8023, {0, 0, kZarvel}},
+    {11, kHash, "1.3.6.1.4.1.32473.1.2.6", L"Алгоритм ГОСТ Р 34.11-2012", 0x8023, {0, 0, kZarvel}, {.algorithm = 0x8022}},
     {12, kSignature, "1.3.6.1.4.1.32473.1.2.2", L"Алгоритм подписи ГОСТ 34.310.", 0x801D, {0x201D, 0, kZarvel}},
     {13, kSignature, "1.2.398.3.10.1.1.1.2", L"Алгоритм подписи ГОСТ 34.310.", 0x801D, {0x201D, 0, kZarvel}},
     {14, kSignature, "1.2.643.2.2.3", L"Алгоритм подписи ГОСТ Р 34.10.", 0x8015, {0x201D, 0, kZarvel}},
     {15, kSignature, "1.3.6.1.4.1.32473.1.2.8", L"Алгоритм ГОСТ Р 34.10-2012.", 0x8022, {0x201D, 0, kZarvel}},
-    {16, kSignature, "1.3.6.1.4.1.32473.1.2.7", L"Алгоритм ГОСТ Р 34.10-2012.", 0x8023, {0x201E, 0, kZarvel}},
+    {16, kSignature, "1.3.6.1.4.1.32473.1.2.7", L"Алгоритм ГОСТ Р 34.10-2012.", 0x8023, {0x201E, 0, kZarvel}, {.behind = &kUnwritten}},
     {17, kSignature, "1.2.398.3.10.1.1.2.3.1", L"Алгоритм ГОСТ 34.10-2015/kz", 0x8022, {0x201D, 0, kZarvel}},
     {18, kSignature, "1.2.398.3.10.1.1.2.3.2", L"Алгоритм ГОСТ 34.10-2015/kz", 0x8023, {0x201E, 0, kZarvel}},
     {19, kEncryption, "2.16.840.1.101.3.4.1.42", L"Алгоритм шифрования AES.", 0x6610, {0, 0, kZarvel}},
@@ -75,15 +98,15 @@ inline constexpr OidRecord kTable[] = {
     {27, kPublicKey, "1.3.6.1.4.1.32473.1.2.7", L"ГОСТ Р 34.10-2012.", 0x201E, {0x201E, 0, kZarvel}},
     {28, kPublicKey, "1.3.6.1.4.1.32473.1.4.4", L"Алгоритм Диффи - Хеллмана. Открытый ключ.", 0xAA21, {0xAA21, 0, kZarvel}},
     {29, kPublicKey, "1.3.6.1.4.1.32473.1.3.4", L"Алгоритм Эль-Гамаля. Открытый ключ.", 0xA020, {0xA020, 0, kZarvel}},
-    {30, kPublicKey, "1.3.6.1.4.1.32473.1.2.2", L"Алгоритм ГОСТ 34.310.", 0x201D, {0x201D, 0, kZarvel}},
+    {30, kPublicKey, "1.3.6.1.4.1.32473.1.2.2", L"Алгоритм ГОСТ 34.310.", 0x201D, {0x201D, 0, kZarvel}, kLeft},
     {31, kPublicKey, "1.3.6.1.4.1.32473.1.5.8", L"Ключ ГОСТ 34.310-2004", 0xAA3A, {0xAA3A, 0, kZarvel}},
     {32, kPublicKey, "1.3.6.1.4.1.32473.1.5.17", L"Ключ ГОСТ Р 34.10-2012", 0xAA4C, {0xAA4C, 0, kZarvel}},
     {33, kPublicKey, "1.2.398.3.10.1.1.1.1.1", L"Ключ ГОСТ 34.310-2004/kz", 0x2A3A, {0xAA3A, 0, kZarvel}},
     {34, kPublicKey, "1.2.398.3.10.1.1.2.1.1", L"Ключ ГОСТ 34.10-2015/kz", 0x2A4A, {0x2A4A, 0, kZarvel}},
-    {35, kPublicKey, "1.2.398.3.10.1.4.1.1", L"Ключ ГОСТ 34.10-2015/kz", 0xA055, {0xA055, 0, kZarvel}},
+    {35, kPublicKey, "1.2.398.3.10.1.4.1.1", L"Ключ ГОСТ 34.10-2015/kz", 0xA055, {0xA055, 0, kZarvel}, kLeft},
     {36, kPublicKey, "1.2.398.3.10.1.4.1.1.1", L"Ключ ГОСТ 34.10-2015/kz", 0xA055, {0xA055, 0, kZarvel}},
     {37, kPublicKey, "1.2.398.3.10.1.1.2.2.1", L"Ключ ГОСТ 34.10-2015/kz", 0x2A4C, {0x2A4C, 0, kZarvel}},
-    {38, kPublicKey, "1.2.398.3.10.1.4.1.2", L"Ключ ГОСТ 34.10-2015/kz", 0xA04B, {0xA04B, 0, kZarvel}},
+    {38, kPublicKey, "1.2.398.3.10.1.4.1.2", L"Ключ ГОСТ 34.10-2015/kz", 0xA04B, {0xA04B, 0, kZarvel}, kLeft},
     {39, kPublicKey, "1.2.398.3.10.1.4.1.2.1", L"Ключ ГОСТ 34.10-2015/kz", 0xA04B, {0xA04B, 0, kZarvel}},
     {40, kPublicKey, "1.3.6.1.4.1.32473.1.5.14", L"Ключ ГОСТ 34.310-2004", 0xAA40, {0xAA40, 0, kZarvel}},
     {41, kPublicKey, "1.3.6.1.4.1.32473.1.5.18", L"Ключ ГОСТ Р 34.10-2012", 0xAA4D, {0xAA4D, 0, kZarvel}},
@@ -91,15 +114,15 @@ inline constexpr OidRecord kTable[] = {
     {43, kPublicKey, "1.3.6.1.4.1.32473.1.5.15", L"Ключ ГОСТ 34.310-2004", 0xAA41, {0xAA41, 0, kZarvel}},
     {44, kPublicKey, "1.2.398.3.10.1.1.1.1.3", L"Ключ ГОСТ 34.310-2004/kz", 0x2A41, {0xAA41, 0, kZarvel}},
     {45, kPublicKey, "1.3.6.1.4.1.32473.1.8.8", L"Ключ ГОСТ 34.310-2004", 0xA045, {0xA045, 0, kZarvel}},
-    {46, kPublicKey, "1.2.398.3.10.1.4.1.1.1", L"Ключ ГОСТ 34.10-2015/kz", 0xA055, {0xA055, 0, kZarvel}},
+    {46, kPublicKey, "1.2.398.3.10.1.4.1.1.1", L"Ключ ГОСТ 34.10-2015/kz", 0xA055, {0xA055, 0, kZarvel}, kLeft},
     {47, kPublicKey, "1.3.6.1.4.1.32473.1.8.14", L"Ключ ГОСТ 34.310-2004", 0xA046, {0xA046, 0, kZarvel}},
     {48, kPublicKey, "1.3.6.1.4.1.32473.1.8.11", L"Ключ ГОСТ 34.10-2012", 0xA04E, {0xA04E, 0, kZarvel}},
-    {49, kPublicKey, "1.2.398.3.10.1.4.1.2.1", L"Ключ ГОСТ 34.10-2015/kz", 0xA04B, {0xA04B, 0, kZarvel}},
+    {49, kPublicKey, "1.2.398.3.10.1.4.1.2.1", L"Ключ ГОСТ 34.10-2015/kz", 0xA04B, {0xA04B, 0, kZarvel}, kLeft},
     {50, kPublicKey, "1.3.6.1.4.1.32473.1.8.12", L"Ключ ГОСТ 34.10-2012", 0xA04F, {0xA04F, 0, kZarvel}},
     {51, kPublicKey, "1.3.6.1.4.1.32473.1.5.12", L"Ключ ГОСТ 34.310 (FIPS PUB 180-2)", 0xAA3E, {0xAA3E, 0, kZarvel}},
     {52, kPublicKey, "1.3.6.1.4.1.32473.1.5.13", L"Ключ ГОСТ 34.310 (FIPS PUB 180-2)", 0xAA3F, {0xAA3F, 0, kZarvel}},
     {53, kPublicKey, "1.3.6.1.4.1.32473.1.5.9", L"Ключ ГОСТ 34.310 (FIPS PUB 180-2)", 0xAA3B, {0xAA3B, 0, kZarvel}},
-    {54, kPublicKey, "1.3.6.1.4.1.32473.1.8.9", L"Ключ ГОСТ 34.310 (FIPS PUB 180-2)", 0xA049, {0xA049, 0, kZarvel}},
+    {54, kPublicKey, "1.3.6.1.4.1.32473.1.8.9", L"Ключ ГОСТ 34.310 (FIPS PUB 180-2)", 0xA049, {0xA049, 0, kZarvel}, {.algorithm = 0xAA3B}},
     {55, kPublicKey, "1.3.6.1.4.1.32473.1.5.10", L"Ключ ГОСТ 34.310 (FIPS PUB 180-2)", 0xAA3C, {0xAA3C, 0, kZarvel}},
     {56, kPublicKey, "1.3.6.1.4.1.32473.1.8.10", L"Ключ ГОСТ 34.310 (FIPS PUB 180-2)", 0xA047, {0xA047, 0, kZarvel}},
     {57, kPublicKey, "1.3.6.1.4.1.32473.1.5.11", L"Ключ ГОСТ 34.310 (FIPS PUB 180-2)", 0xAA3D, {0xAA3D, 0, kZarvel}},
@@ -116,9 +139,6 @@ inline constexpr OidRecord kTable[] = {
     {68, kPublicKey, "1.3.6.1.4.1.32473.1.8.24", L"Ключ RSA (4096 bits)", 0xA054, {0xA054, 0, kRsa}},
 };
 // clang-format on
-
-// The extra values before the first record and after the last.
-inline constexpr ExtraValues kInitialExtra = {0, 0, kZarvel};
 
 consteval bool IsNumberedInOrder() {
   int expected = 1;

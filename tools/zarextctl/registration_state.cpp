@@ -4,6 +4,7 @@
 #include <cstring>
 #include <map>
 #include <set>
+#include <string_view>
 
 #include "registration/physical_store.h"
 #include "registration/removals.h"
@@ -224,6 +225,11 @@ bool StaysBehind(const OidRecord& record) {
   return !removed;
 }
 
-bool StaysBehind(const Binding& binding) { return removals::Times(binding) == 0; }
+bool StaysBehind(const Binding& binding) {
+  const auto row = std::ranges::find_if(bindings::kKeys, [&](const FunctionBindings& candidate) {
+    return std::string_view(candidate.function) == binding.function;
+  });
+  return row != std::end(bindings::kKeys) && row->RemovalsOf(binding.oid) == 0;
+}
 
 }  // namespace zarext::ctl
