@@ -26,9 +26,10 @@ class Contents(unittest.TestCase):
 
     def test_the_zip_has_every_file_with_its_sum(self):
         expected = ["CHANGELOG.md", "SECURITY.md", "SHA256SUMS", "ZAREXT.dll", "docs/compatibility.md",
-                    "docs/install.md", "docs/reference.md", "include/zarext.h", "lib/libZAREXT.dll.a",
-                    "licences/GPL-3.txt", "licences/README.txt", "licences/gcc-runtime.txt",
-                    "licences/mingw-w64-runtime.txt", "zarext-user-store.reg", *TOOL]
+                    "docs/install.md", "docs/reference.md", "docs/support.md", "include/zarext.h",
+                    "lib/libZAREXT.dll.a", "licences/GPL-3.txt", "licences/README.txt", "licences/cli11.txt",
+                    "licences/gcc-runtime.txt", "licences/mingw-w64-runtime.txt", "licences/nlohmann-json.txt",
+                    "zarext-user-store.reg", *TOOL]
         found = sorted(str(p.relative_to(self.folder)) for p in self.folder.rglob("*") if p.is_file())
         self.assertEqual(sorted(expected), found)
         run("sha256sum", "--quiet", "-c", "SHA256SUMS", cwd=self.folder)
@@ -36,7 +37,8 @@ class Contents(unittest.TestCase):
 
     def test_the_licences_are_the_runtimes_own(self):
         for file, text in (("gcc-runtime.txt", "GCC RUNTIME LIBRARY EXCEPTION"),
-                           ("mingw-w64-runtime.txt", "winpthreads"), ("GPL-3.txt", "GNU GENERAL PUBLIC LICENSE")):
+                           ("mingw-w64-runtime.txt", "winpthreads"), ("GPL-3.txt", "GNU GENERAL PUBLIC LICENSE"),
+                           ("cli11.txt", "BSD-3-clause"), ("nlohmann-json.txt", "Expat")):
             self.assertIn(text, (self.folder / "licences" / file).read_text(), file)
 
     def test_links_of_the_documents_lead_to_documents_of_the_package(self):
@@ -56,7 +58,8 @@ class Contents(unittest.TestCase):
         packages = {package["name"]: package for package in document["packages"]}
         self.assertEqual(VERSION, packages["ZAREXT"]["versionInfo"])
         for name, debian in (("libstdc++ and libgcc", "gcc-mingw-w64-x86-64-posix-runtime"),
-                             ("mingw-w64 runtime and winpthreads", "mingw-w64-x86-64-dev")):
+                             ("mingw-w64 runtime and winpthreads", "mingw-w64-x86-64-dev"),
+                             ("CLI11", "libcli11-dev"), ("JSON for Modern C++", "nlohmann-json3-dev")):
             installed = run("dpkg-query", "-W", "-f", "${Version}", debian)[1]
             self.assertEqual(installed, packages[name]["versionInfo"])
         sums = {entry["fileName"]: entry["checksums"][0]["checksumValue"] for entry in document["files"]}
@@ -76,6 +79,9 @@ class Contents(unittest.TestCase):
         text = run("x86_64-w64-mingw32-objdump", "-p", self.folder / "ZAREXT.dll")[1]
         self.assertEqual(["ADVAPI32.dll", "CRYPT32.dll", "KERNEL32.dll", "msvcrt.dll"],
                          sorted(re.findall(r"DLL Name: (\S+)", text)))
+        text = run("x86_64-w64-mingw32-objdump", "-p", self.folder / "zarextctl.exe")[1]
+        self.assertEqual(["ADVAPI32.dll", "CRYPT32.dll", "KERNEL32.dll", "SHELL32.dll", "VERSION.dll", "WINTRUST.dll",
+                          "msvcrt.dll"], sorted(re.findall(r"DLL Name: (\S+)", text)))
 
     def test_a_program_builds_and_runs_with_the_package_alone(self):
         work = self.folder

@@ -16,7 +16,7 @@ PATCHES = ROOT / "build/windows/bin/patches.dll"
 OWN = r"Software\ZAREXT"
 ACTIVE_SETUP = r"Software\Microsoft\Active Setup\Installed Components\{B6B0F1D4-92D5-5E0A-A2C7-0C5D8E7F6A33}"
 FILES = ["CHANGELOG.md", "SECURITY.md", "ZAREXT.dll", "docs/compatibility.md", "docs/install.md",
-         "docs/reference.md", "licences.txt", "zarext-user-store.reg"]
+         "docs/reference.md", "docs/support.md", "licences.txt", "zarext-user-store.reg"]
 if (ROOT / "tools/zarextctl").is_dir():
     FILES.append("zarextctl.exe")
 # 1603, and what Wine says instead (1627), modulo 256.
