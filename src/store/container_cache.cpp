@@ -95,15 +95,17 @@ BlockCopy CopyBlock(HANDLE mapping, HANDLE mutex) {
 
 }  // namespace
 
-TContainerCache& TContainerCache::instance_ = *new (storage) TContainerCache;
+TContainerCache& TContainerCache::instance_ = Make();
 
-TContainerCache::TContainerCache() noexcept {
-  hMutex_ = CreateMutexA(nullptr, FALSE, kStoreMutexName);
-  hMapping_ = CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
-                                 kStoreMappingSize, kStoreMappingName);
+TContainerCache& TContainerCache::Make() {
+  auto& cache = *new (storage) TContainerCache;
+  cache.hMutex_ = CreateMutexA(nullptr, FALSE, kStoreMutexName);
+  cache.hMapping_ = CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
+                                       kStoreMappingSize, kStoreMappingName);
   InitializeCriticalSection(&openSection);
   isOpenSectionThere = true;
-  std::atexit(&Exit);
+  static_cast<void>(std::atexit(&Exit));
+  return cache;
 }
 
 void TContainerCache::Exit() {

@@ -56,16 +56,17 @@ class TContainerCache {
   void WriteShared() const noexcept;
 
  private:
-  TContainerCache() noexcept;
+  TContainerCache() = default;
   ~TContainerCache() = default;
+  static TContainerCache& Make();
   static void Exit();
 
   static TContainerCache& instance_;
   static inline std::int64_t loadTime_ = 0;
 
   KeyRecordList list_;  // head and tail
-  HANDLE hMapping_;
-  HANDLE hMutex_;
+  HANDLE hMapping_ = nullptr;
+  HANDLE hMutex_ = nullptr;
 };
 
 }  // namespace zarext

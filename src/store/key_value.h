@@ -9,15 +9,21 @@
 #include <optional>
 #include <span>
 
+#include "frame/provider_binding.h"
+
 namespace zarext {
 
 // A parameter of a key in a buffer of its own.
 class KeyValue {
  public:
-  KeyValue(HCRYPTPROV container, HCRYPTKEY key, DWORD parameter);
+  KeyValue(HCRYPTPROV container, HCRYPTKEY key, DWORD parameter)
+      : isGiven_(Provider().CPGetKeyParam(container, key, parameter, octets_, &size_, 0) != FALSE) {
+  }
 
   // None if the provider gave none, or more than there is room for.
-  [[nodiscard]] std::optional<std::span<const BYTE>> Octets() const;
+  [[nodiscard]] std::optional<std::span<const BYTE>> Octets() const {
+    return isGiven_ && !IsTooLong() ? std::optional(std::span(octets_).first(size_)) : std::nullopt;
+  }
 
   // Whether the provider reports more than there is room for. Nothing is known of such a key, and
   // nothing is written to it.

@@ -27,14 +27,32 @@ class StoreCallbacks : public StoreTest {
     provider.ClearCalls();
     trace.Clear();
     handle = UpperHex(store.Get());
+    locks_ = 0;
     SetLastError(4711);
   }
-  ~StoreCallbacks() override { EXPECT_THAT(provider.Calls(), IsEmpty()); }
+  ~StoreCallbacks() override {
+    EXPECT_THAT(provider.Calls(), IsEmpty());
+    EXPECT_EQ(0, locks_);
+  }
 
   MemoryStore store;
   const Octets encoded = MakeCertificate({.signatureOid = "1.2.643.2.2.3"});
   UniqueCertContext context = MakeContext(encoded);
   std::string handle;
+
+ private:
+  // None of these waits for anybody.
+  static void WINAPI CountEnter(LPCRITICAL_SECTION section) {
+    ++locks_;
+    EnterCriticalSection(section);
+  }
+  static DWORD WINAPI CountWait(HANDLE object, DWORD milliseconds) {
+    ++locks_;
+    return WaitForSingleObject(object, milliseconds);
+  }
+  static inline int locks_;
+  const ImportPatch enter_{Module(), "KERNEL32.dll", "EnterCriticalSection", &CountEnter};
+  const ImportPatch wait_{Module(), "KERNEL32.dll", "WaitForSingleObject", &CountWait};
 };
 
 using CloseFunction = BOOL WINAPI(HCERTSTOREPROV, DWORD);

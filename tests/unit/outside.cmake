@@ -11,7 +11,7 @@ zarext_add_objects(zarext_hosted
   ${sources}/msgkeys/import_key.cpp ${sources}/msgkeys/message_keys.cpp
   ${sources}/store/certificates.cpp ${sources}/store/container_cache.cpp
   ${sources}/store/container_walk.cpp ${sources}/store/key_provider.cpp
-  ${sources}/store/key_value.cpp ${sources}/store/load_certificates.cpp
+  ${sources}/store/load_certificates.cpp
   ${sources}/store/provider_context.cpp ${sources}/store/readable_memory.cpp
   ${sources}/store/write_certificate.cpp)
 target_include_directories(zarext_hosted PRIVATE ${PROJECT_SOURCE_DIR}/tests)
