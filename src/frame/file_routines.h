@@ -15,8 +15,8 @@ std::int32_t QueryFileSize(const char* path, std::uint32_t* size) noexcept;
 std::int32_t ReadWholeFile(const char* path, void* buffer, std::uint32_t size) noexcept;
 
 // Creates or truncates the file and writes `size` octets. 0; 1: cannot be created; 2: fewer
-// written. Sets the C runtime's default file mode of the process to binary and leaves it so: a
-// compatibility fact.
+// written. Sets the C runtime's default file mode to binary and leaves it so; code that shares the
+// C runtime sees it.
 std::int32_t WriteWholeFile(const char* path, const void* data, std::uint32_t size) noexcept;
 
 }  // namespace zarext

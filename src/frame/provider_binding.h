@@ -26,7 +26,7 @@ struct ProviderFunctions {
 // Binds the provider module unless it is bound: the file named by the registered provider's
 // "Image Path", or "cpzarvel.dll". Throws the last error as an ErrorCode if the file cannot be
 // loaded. A module without one of the first five functions is freed again, no error is thrown, and
-// the next call tries again; one that only lacks CPGetUserKey stays bound: compatibility facts.
+// the next call tries again; one that only lacks CPGetUserKey stays bound.
 // Once bound the module is never freed. Threads may bind at once.
 void BindProvider();
 

@@ -110,10 +110,9 @@ void AppendLine(const char* path, const Timestamp& timestamp, const char* messag
 
 template <typename MakeMessage>
 void LogToFile(const char* path, const char* lockFileName, MakeMessage makeMessage) noexcept {
-  // An early stop closes descriptor 0, whatever the host has there: the descriptor's initial
-  // value. A compatibility fact. A second such close finds it closed, which the C runtime that the
-  // module is linked with reports by its result alone; the same for -1, where there is no lock
-  // file.
+  // An early stop closes descriptor 0, the initial value: a host that uses the module's C runtime
+  // loses what it has there. A second such close finds it closed, which that runtime reports by its
+  // result alone; the same for -1, where there is no lock file.
   int lockFile = 0;
   if (IsRegularFile(path)) {
     LineText message;
@@ -121,7 +120,7 @@ void LogToFile(const char* path, const char* lockFileName, MakeMessage makeMessa
     const Timestamp timestamp;
     lockFile = OpenLockFile(lockFileName);
     if (lockFile != -1) {
-      // Zero octets, result unchecked: a compatibility fact for whoever shares the lock file.
+      // Zero octets, result unchecked: whoever else uses the lock file locks it in the same way.
       _locking(lockFile, _LK_LOCK, 0);
     }
     AppendLine(path, timestamp, message.Text());

@@ -13,10 +13,10 @@ namespace zarext {
 void Trace(const char* format, ...) ZAREXT_PRINTF(1, 2);
 
 // Appends "thid=%i : time=%s : %s\n" to the log file `path`, if that file exists and is a regular
-// file; it is never created here, so that an administrator decides whether there is a log: a
-// compatibility fact. Writers of all processes lock "zarext.lock" in the temporary directory and
-// take turns by a lock far behind the log's end; who does not get its turn within ten seconds
-// writes all the same. The last error is left to the calls made here. Never throws.
+// file; it is never created here, so that an administrator decides whether there is a log. Writers
+// of all processes lock "zarext.lock" in the temporary directory and take turns by a lock far
+// behind the log's end; who does not get its turn within ten seconds writes all the same. The last
+// error is left to the calls made here. Never throws.
 void FileLog(const char* path, const char* format, ...) noexcept ZAREXT_PRINTF(2, 3);
 
 // The same for a finished message, with the lock file "zarint.lock". For internal diagnostics.

@@ -13,8 +13,8 @@ inline constexpr DWORD kModulePathSize = 260;
 using WideModulePath = std::array<wchar_t, kModulePathSize>;
 
 // The module's full path, read in the ANSI code page and then widened: a folder whose name that
-// code page cannot spell is registered with replacement characters. A compatibility fact. Throws
-// the last error of the call that fails, std::bad_alloc without memory.
+// code page cannot spell is registered with replacement characters, and the framework does not find
+// it. Throws the last error of the call that fails, std::bad_alloc without memory.
 WideModulePath ReadModulePath();
 
 }  // namespace zarext

@@ -25,9 +25,12 @@ static_assert(sizeof(ExtraValues) == 12);
 class OidInfo {
  public:
   OidInfo() = default;
+  ~OidInfo() = default;
   // The structure points into the object.
   OidInfo(const OidInfo&) = delete;
   OidInfo& operator=(const OidInfo&) = delete;
+  OidInfo(OidInfo&&) = delete;
+  OidInfo& operator=(OidInfo&&) = delete;
 
   void SetExtra(const ExtraValues& extra) noexcept { extra_ = extra; }
 

@@ -122,8 +122,9 @@ inline constexpr std::array kKeyTransport =
                                                    })));
 
 // The content-encryption functions, each in its own order. Not the OIDs that these functions
-// accept, a compatibility fact: the last two of the first list are bound and refused, and
-// "2.16.840.1.101.3.4.1.2" and "1.3.6.1.4.1.32473.1.20.1" are accepted and never bound.
+// accept, as whoever envelopes a message notices: the last two of the first list are bound and
+// refused, and "2.16.840.1.101.3.4.1.2" and "1.3.6.1.4.1.32473.1.20.1" are accepted and never
+// bound.
 inline constexpr std::array kContentKey = std::to_array<const char*>(
     {"1.3.6.1.4.1.32473.1.2.4", "1.2.643.2.2.21", "2.16.840.1.101.3.4.1.42"});
 inline constexpr std::array kOlderContentKey = std::to_array<const char*>(

@@ -62,7 +62,7 @@ inline constexpr OidRecord kUnwritten = {
 inline constexpr Removal kLeft = {.isLeft = true};
 
 // In the order of registration, which decides: an OID and group that stand here twice end up with
-// the later row. Compatibility facts, all of them visible to whoever lists the framework's records:
+// the later row. Kept, and visible to whoever lists the framework's records:
 // rows 22 and 30 give one key two names (the second wins); rows 36/46 and 39/49 repeat themselves;
 // row 16 and row 27 are one OID as signature and as key; row 19 names AES-256 in CBC mode, although
 // of AES the content-key functions generate for 128 bits only; the first extra value of rows 33, 42

@@ -14,8 +14,8 @@ namespace zarext::physical_store {
 inline constexpr wchar_t kSystemStore[] = L"MY";
 inline constexpr DWORD kLocation = CERT_SYSTEM_STORE_CURRENT_USER;
 inline constexpr DWORD kOpenEncodingType = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
-// The location bits of a service's store, although the store is the current user's: a
-// compatibility fact, shown by whatever lists physical stores.
+// The location bits of a service's store, although the store is the current user's: whatever lists
+// physical stores shows them.
 inline constexpr DWORD kOpenFlags = CERT_SYSTEM_STORE_SERVICES;
 // The parameters are narrow characters, without the zero.
 inline constexpr DWORD kParametersSize = sizeof kStoreProvider - 1;

@@ -70,8 +70,7 @@ HRESULT RegisterAll() {
   RegisterRecords(info);
   const WideModulePath path = ReadModulePath();
   if (!Register(bindings::kStore.At(0), path)) {
-    // The one failure that leaves crypt32 loaded: a compatibility fact, seen in the reference
-    // count.
+    // The one failure that leaves crypt32 loaded, as its reference count shows.
     crypt32.StayLoaded();
     return E_UNEXPECTED;
   }

@@ -30,8 +30,8 @@ HRESULT UnregisterAll() {
                           physical_store::kLocation | CERT_STORE_DELETE_FLAG, kStoreProviderWide);
   OidInfo info;
   ForEachRemovedRecord([&](const OidRecord& record) { unregisterOidInfo(info.Fill(record)); });
-  // Nothing below needs the path. That it must be readable all the same is a compatibility fact: a
-  // failure ends the call here, with the bindings still in place.
+  // Nothing below needs the path. A path that cannot be read ends the call all the same, and an
+  // administrator finds the bindings still in place.
   static_cast<void>(ReadModulePath());
   ForEachRemovedBinding([](const Binding& binding) {
     unregisterOidFunction(binding.encodingType, binding.function, binding.oid);
