@@ -29,8 +29,8 @@ std::string SerialText(const CRYPT_INTEGER_BLOB& serial) {
 }
 
 std::vector<BYTE> ReadFileOctets(const std::string& path) {
-  const HANDLE handle = CreateFileW(Wide(path).c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
-                                    OPEN_EXISTING, 0, nullptr);
+  HANDLE handle = CreateFileW(Wide(path).c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                              OPEN_EXISTING, 0, nullptr);
   const DWORD code = GetLastError();
   const UniqueKernelObject file(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
   if (!file) {

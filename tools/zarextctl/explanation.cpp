@@ -98,7 +98,8 @@ class Walk {
   }
 
  private:
-  void Add(Step (Walk::*check)()) {
+  template <typename Check>
+  void Add(Check check) {
     trace_.Take();
     Step step = (this->*check)();
     if (step.trace.empty()) {
@@ -136,7 +137,7 @@ class Walk {
   }
 
   // Without the record the framework does not know the signature's hash.
-  Step CheckRecord() {
+  [[nodiscard]] Step CheckRecord() const {
     Step step{"record"};
     std::string oid = text_.signatureOid;
     const PCCRYPT_OID_INFO info =

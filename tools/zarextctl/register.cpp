@@ -34,7 +34,7 @@ void Confirm(const Session& session, const Options& options, const std::string& 
   if (options.yes) {
     return;
   }
-  const HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
+  HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
   DWORD mode = 0;
   if (session.json || !session.Messages().IsConsole() || !GetConsoleMode(input, &mode)) {
     throw Failure("ask \"" + question + "\" without a console", 0,

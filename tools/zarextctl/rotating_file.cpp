@@ -13,7 +13,7 @@ RotatingFile::RotatingFile(std::string path, std::uint64_t size, unsigned count)
 }
 
 void RotatingFile::Open() {
-  const HANDLE file =
+  HANDLE file =
       CreateFileW(Wide(path_).c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_DELETE,
                   nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (file == INVALID_HANDLE_VALUE) {

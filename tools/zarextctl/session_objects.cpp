@@ -77,7 +77,7 @@ bool CopySection(const void* view, std::size_t size, std::vector<std::uint8_t>* 
 
 bool HasModule(DWORD process) {
   const UniqueKernelObject snapshot([&] {
-    const HANDLE handle = CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, process);
+    HANDLE handle = CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, process);
     return handle == INVALID_HANDLE_VALUE ? nullptr : handle;
   }());
   MODULEENTRY32W entry = {};
@@ -94,7 +94,7 @@ bool HasModule(DWORD process) {
 template <typename Visit>
 void ForEachProcess(Visit visit) {
   const UniqueKernelObject snapshot([] {
-    const HANDLE handle = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
+    HANDLE handle = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
     return handle == INVALID_HANDLE_VALUE ? nullptr : handle;
   }());
   PROCESSENTRY32W entry = {};

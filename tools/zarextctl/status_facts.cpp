@@ -68,8 +68,8 @@ LogFacts ReadLog() {
   if (!facts.isFile) {
     return facts;
   }
-  const HANDLE file = CreateFileA(kLogFile, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                                  nullptr, OPEN_EXISTING, 0, nullptr);
+  HANDLE file = CreateFileA(kLogFile, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                            OPEN_EXISTING, 0, nullptr);
   facts.writeCode = file == INVALID_HANDLE_VALUE ? GetLastError() : 0;
   if (file != INVALID_HANDLE_VALUE) {
     CloseHandle(file);
