@@ -53,6 +53,9 @@ endif()
 # the file's header is a hash of the contents.
 function(zarext_hand_out target)
   get_target_property(name ${target} OUTPUT_NAME)
+  if(NOT name)
+    set(name ${target})
+  endif()
   target_link_options(${target} PRIVATE -flto -Wl,--icf=all -Wl,--pdb=bin/${name}.pdb
     -Wl,-Xlink=-pdbaltpath:${name}.pdb -Wl,-Xlink=-pdbsourcepath:. -Wl,-Xlink=-Brepro)
   add_custom_command(TARGET ${target} POST_BUILD
@@ -67,5 +70,7 @@ if(WIN32)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     # libstdc++ locks with winpthreads, which clang does not link by itself.
     link_libraries(pthread)
+    # Its std::stable_sort uses a function that it deprecates itself.
+    add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-Wno-deprecated-declarations>)
   endif()
 endif()

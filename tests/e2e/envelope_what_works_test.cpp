@@ -28,12 +28,7 @@ constexpr char kNationalOid[] = "1.2.398.3.10.1.4.1.1.1";
 // content algorithms that the module does not register: for AES-128 with the ALG_ID of Windows' own
 // record.
 void RegisterModule() {
-  if (!ApplyFrameworkPatches()) {
-    throw std::runtime_error("the framework's registration functions cannot be completed");
-  }
-  if (test::Export<HRESULT WINAPI()>("DllRegisterServer")() != S_OK) {
-    throw std::runtime_error("DllRegisterServer failed");
-  }
+  RegisterInThisProcess(test::Export<HRESULT WINAPI()>("DllRegisterServer"));
   RegisterOidInfo(kAes128, 2, L"AES-128-CBC", 0x660E);
   RegisterOidInfo(kSecondBlockCipher, 2, L"1.3.6.1.4.1.32473.1.20.1", 0x6620);
   for (const char* oid : {kAes128, kBlockCipher, kSecondBlockCipher}) {

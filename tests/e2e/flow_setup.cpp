@@ -1,19 +1,12 @@
 #include "e2e/flow_setup.h"
 
-#include <stdexcept>
-
 #include "support/prepared_process.h"
 #include "support/regsvr32.h"
 
 namespace zarext::test {
 namespace {
 
-void RegisterModule() {
-  if (Regsvr32(PatchedModule()) != 0) {
-    throw std::runtime_error("regsvr32 failed");
-  }
-}
-const PreparedProcess prepared(&RegisterModule);
+const PreparedProcess prepared(&RegisterPatchedModule);
 
 }  // namespace
 

@@ -5,6 +5,7 @@
 
 #include "e2e/flow_setup.h"
 #include "support/openssl_fixtures.h"
+#include "support/platform.h"
 #include "support/signed_message.h"
 
 namespace zarext::test {
@@ -66,6 +67,16 @@ class StoreFlow : public FlowTest {
       ", szwContainer = profile://bob/?sn=175A03 (1.3.6.1.4.1.32473.1.5.8).";
   const Octets content = {'c', 'o', 'n', 't', 'e', 'n', 't'};
 };
+
+// What registration is for: the user's own store shows the certificates of the containers. Wine
+// does not open physical stores; of Windows it is known from its documentation.
+TEST_F(StoreFlow, TheUsersMyShowsThemWherePhysicalStoresAreOpened) {
+  const UniqueCertStore<0> my(
+      CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0,
+                    CERT_SYSTEM_STORE_CURRENT_USER | CERT_STORE_READONLY_FLAG, L"MY"));
+  ASSERT_NE(nullptr, my.Get());
+  EXPECT_EQ(!IsWine(), static_cast<bool>(Find(my, L"Alice")));
+}
 
 TEST_F(StoreFlow, AnOpenWalksTheContainersAndListsTheirCertificates) {
   TraceCapture trace;

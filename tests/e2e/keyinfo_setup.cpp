@@ -19,12 +19,7 @@ void Bind(const char* function, const char* oid, const char* exportName) {
 // The module's own registration, and an identifier for each function that the framework would
 // otherwise not choose.
 void Prepare() {
-  if (!ApplyFrameworkPatches()) {
-    throw std::runtime_error("the framework's registration functions cannot be completed");
-  }
-  if (test::Export<HRESULT WINAPI()>("DllRegisterServer")() != S_OK) {
-    throw std::runtime_error("DllRegisterServer failed");
-  }
+  RegisterInThisProcess(test::Export<HRESULT WINAPI()>("DllRegisterServer"));
   Bind("CryptDllExportPublicKeyInfoEx", kExportOnlyOid, "ZarExportPublicKeyInfoEx");
   Bind("CryptDllImportPublicKeyInfoEx", kImportOnlyOid, "ZarImportPublicKeyInfoEx");
   Bind("CryptDllConvertPublicKeyInfo", kConvertOnlyOid, "ZarConvertPublicKeyInfo");

@@ -14,7 +14,8 @@ namespace {
 using testing::IsEmpty;
 
 void RegisterAndRemove() {
-  if (Regsvr32(PatchedModule()) != 0 || Regsvr32("/u " + PatchedModule()) != 0) {
+  RegisterPatchedModule();
+  if (Regsvr32("/u " + PatchedModule()) != 0) {
     throw std::runtime_error("regsvr32 failed");
   }
 }

@@ -9,6 +9,7 @@
 
 #include "frame/handles.h"
 #include "support/child_process.h"
+#include "support/platform.h"
 
 namespace zarext::test {
 namespace {
@@ -33,6 +34,12 @@ const BYTE* Octets(const Char* text) {
 void SetText(const UniqueRegistryKey& key, const char* name, const std::string& text) {
   RegSetValueExA(key.Get(), name, 0, REG_SZ, Octets(text.c_str()),
                  static_cast<DWORD>(text.size() + 1));
+}
+
+void Say(const std::string& text) {
+  DWORD written = 0;
+  WriteFile(GetStdHandle(STD_ERROR_HANDLE), text.data(), static_cast<DWORD>(text.size()), &written,
+            nullptr);
 }
 
 DWORD RunAgain() {
@@ -67,11 +74,11 @@ PreparedProcess::PreparedProcess(void (*prepare)()) {
     prepare();
     SetEnvironmentVariableA(kVariable, "1");
     code = RunAgain();
+  } catch (const PlatformRefuses& refusal) {
+    code = kRefusedExitCode;
+    Say(std::string("no test was run, as expected: ") + refusal.what() + "\n");
   } catch (const std::exception& error) {
-    const std::string text = std::string("preparing the tests failed: ") + error.what() + "\n";
-    DWORD written = 0;
-    WriteFile(GetStdHandle(STD_ERROR_HANDLE), text.data(), static_cast<DWORD>(text.size()),
-              &written, nullptr);
+    Say(std::string("preparing the tests failed: ") + error.what() + "\n");
   }
   ExitProcess(code);
 }

@@ -1,5 +1,7 @@
 #include "support/regsvr32.h"
 
+#include <stdexcept>
+
 #include "support/child_process.h"
 #include "support/platform.h"
 
@@ -11,9 +13,20 @@ DWORD Regsvr32(const std::string& arguments) {
 
 std::string QuotedInProgramFolder(const char* file) { return "\"" + ProgramFolder() + file + "\""; }
 
-std::string PatchedModule() {
-  return (IsWine() ? QuotedInProgramFolder("patches.dll") + " " : std::string()) +
-         QuotedInProgramFolder("ZAREXT.dll");
+std::string Patches() {
+  return PatchesWanted() ? QuotedInProgramFolder("patches.dll") + " " : std::string();
+}
+
+std::string PatchedModule() { return Patches() + QuotedInProgramFolder("ZAREXT.dll"); }
+
+void RegisterPatchedModule() {
+  const DWORD code = Regsvr32(PatchedModule());
+  if (code == kRegistrationFailed && IsWine() && !PatchesWanted()) {
+    throw PlatformRefuses("regsvr32 ends with 5: Wine refuses the records of 48 octets");
+  }
+  if (code != 0) {
+    throw std::runtime_error("regsvr32 failed: " + std::to_string(code));
+  }
 }
 
 }  // namespace zarext::test

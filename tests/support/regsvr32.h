@@ -16,6 +16,15 @@ std::string QuotedInProgramFolder(const char* file);
 
 // "patches.dll ZAREXT.dll" with their paths, or the module alone where nothing needs patching.
 std::string PatchedModule();
+// The first half of it: empty, or the patches and a blank.
+std::string Patches();
+
+// regsvr32's exit code where the module reports a failure.
+inline constexpr DWORD kRegistrationFailed = 5;
+
+// Registers the module with what the platform needs; throws where that fails, PlatformRefuses where
+// it is known to.
+void RegisterPatchedModule();
 
 }  // namespace zarext::test
 

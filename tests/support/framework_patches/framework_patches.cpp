@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <stdexcept>
 #include <string>
 
 #include "support/platform.h"
@@ -170,6 +171,19 @@ bool ApplyFrameworkPatches() {
          Redirect(crypt32, "CryptUnregisterOIDInfo", address(&UnregisterOidInfo)) &&
          Redirect(crypt32, "CertRegisterPhysicalStore", address(&RegisterPhysicalStore)) &&
          Redirect(crypt32, "CertUnregisterPhysicalStore", address(&UnregisterPhysicalStore));
+}
+
+void RegisterInThisProcess(HRESULT WINAPI registerServer()) {
+  if (PatchesWanted() && !ApplyFrameworkPatches()) {
+    throw std::runtime_error("the framework's registration functions cannot be completed");
+  }
+  const HRESULT result = registerServer();
+  if (result != S_OK && IsWine() && !PatchesWanted()) {
+    throw PlatformRefuses("registration fails: Wine refuses the records of 48 octets");
+  }
+  if (result != S_OK) {
+    throw std::runtime_error("DllRegisterServer failed");
+  }
 }
 
 }  // namespace zarext::test

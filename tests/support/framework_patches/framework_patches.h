@@ -3,6 +3,8 @@
 #ifndef ZAREXT_TESTS_SUPPORT_FRAMEWORK_PATCHES_FRAMEWORK_PATCHES_H_
 #define ZAREXT_TESTS_SUPPORT_FRAMEWORK_PATCHES_FRAMEWORK_PATCHES_H_
 
+#include <windows.h>
+
 namespace zarext::test {
 
 // Sends the own process' calls of CryptRegisterOIDInfo, CryptUnregisterOIDInfo,
@@ -10,6 +12,10 @@ namespace zarext::test {
 // bound callers and for run-time look-ups alike, and keeps crypt32 loaded. Once for the process;
 // not to be undone. False, with nothing changed, where the platform is not Wine.
 bool ApplyFrameworkPatches();
+
+// Calls DllRegisterServer with the patches where they are wanted; throws where it fails,
+// PlatformRefuses where the platform is known to refuse it.
+void RegisterInThisProcess(HRESULT WINAPI registerServer());
 
 }  // namespace zarext::test
 
