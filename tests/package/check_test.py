@@ -24,11 +24,11 @@ class Check(unittest.TestCase):
     def check(self, *options):
         """Exit code, output, names of the logs; nothing of the registration may be left."""
         with wine.prefix() as prefix:
-            # Somebody else's provider, and a key and a value of a registration.
-            prefix.run("reg", "add", r"HKLM\SOFTWARE\Microsoft\Cryptography\Defaults\Provider\Zarvel CSP", "/v",
+            # The maker's RSA provider, and somebody else's binding.
+            prefix.run("reg", "add", r"HKLM\SOFTWARE\Microsoft\Cryptography\Defaults\Provider\Zarvel CSP RSA", "/v",
                        "Image Path", "/d", r"C:\Maker\cpzarvel.dll", "/f", "/reg:64")
             prefix.run("reg", "add", r"HKLM\SOFTWARE\Microsoft\Cryptography\OID\EncodingType 1"
-                       r"\CryptDllImportPublicKeyInfoEx\1.2.643.2.2.19", "/v", "Dll", "/d", r"C:\Maker\old.dll", "/f", "/reg:64")
+                       r"\CryptDllImportPublicKeyInfoEx\1.2.3.4", "/v", "Dll", "/d", r"C:\Maker\old.dll", "/f", "/reg:64")
             machine, user = prefix.keys("system.reg", *KEPT), prefix.keys("user.reg", wine.STORES)
             with handed_out.scratch() as work:
                 result = subprocess.run(

@@ -105,9 +105,9 @@ class ReleaseImage(unittest.TestCase):
     def test_inlined_functions_have_frames_of_their_own(self):
         start = self.image.exports()["ZarOpenStoreProv"]
         deepest = max(symbolize(self.dll, *range(start, start + 400, 4)), key=len)
-        self.assertGreaterEqual(len(deepest), 2)
+        self.assertGreaterEqual(len(deepest), 3)
         self.assertTrue(all(line > 0 for _, _, line in deepest), deepest)
-        self.assertEqual(("ZarOpenStoreProv", "src/store/open_store.cpp"), deepest[-1][:2])
+        self.assertTrue(deepest[-1][1].startswith("src/"), deepest)
 
     def test_no_folder_of_the_build_machine_is_in_it(self):
         for file in (self.dll, self.pdb):

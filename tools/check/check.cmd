@@ -61,7 +61,7 @@ set filter=%3
 echo %1
 "%bin%\zarext-check.exe" restore
 set options="--gtest_filter=%filter%" "--gtest_output=xml:%logs%\%1.xml"
-if "%1"=="zarext-demo" set options=
+if "%1"=="zarext-demo" set options="--certificates=%bin%\..\certificates"
 "%bin%\%1.exe" %options% >"%logs%\%1.log" 2>&1
 set code=%errorlevel%
 >"%logs%\%1.exit" echo %code%

@@ -17,6 +17,9 @@ std::string ReadFile(const std::filesystem::path& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
+// What the text begins with; 0 where that is no number.
+int Number(const char* text) { return static_cast<int>(std::strtol(text, nullptr, 10)); }
+
 // The number in NAME="number" of the report's first element, or -1.
 int Attribute(const std::string& report, const std::string& name) {
   const std::size_t element = report.find("<testsuites");
@@ -26,7 +29,7 @@ int Attribute(const std::string& report, const std::string& name) {
   if (element == std::string::npos || place >= end) {
     return -1;
   }
-  return std::atoi(report.c_str() + place + key.size());
+  return Number(report.c_str() + place + key.size());
 }
 
 int Count(const std::string& text, const std::string& part) {
@@ -77,7 +80,7 @@ Totals AddUp(const std::filesystem::path& logs) {
   }
   Totals totals;
   for (std::filesystem::path path : exits) {
-    const int code = std::atoi(ReadFile(path).c_str());
+    const int code = Number(ReadFile(path).c_str());
     const std::string name = path.stem().string();
     Judge(name, code, ReadFile(path.replace_extension(".xml")), totals);
   }
