@@ -28,7 +28,7 @@ class Check(unittest.TestCase):
             prefix.run("reg", "add", r"HKLM\SOFTWARE\Microsoft\Cryptography\Defaults\Provider\Zarvel CSP RSA", "/v",
                        "Image Path", "/d", r"C:\Maker\cpzarvel.dll", "/f", "/reg:64")
             prefix.run("reg", "add", r"HKLM\SOFTWARE\Microsoft\Cryptography\OID\EncodingType 1"
-                       r"\CryptDllImportPublicKeyInfoEx\1.2.3.4", "/v", "Dll", "/d", r"C:\Maker\old.dll", "/f", "/reg:64")
+                       r"\CheckOfTheCheck\1.2.3.4", "/v", "Dll", "/d", r"C:\Maker\old.dll", "/f", "/reg:64")
             machine, user = prefix.keys("system.reg", *KEPT), prefix.keys("user.reg", wine.STORES)
             with handed_out.scratch() as work:
                 result = subprocess.run(
