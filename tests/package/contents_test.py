@@ -9,7 +9,6 @@ import handed_out
 from handed_out import FOLDER, NAME, ROOT, VERSION, run
 
 
-
 class Contents(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
@@ -28,7 +27,7 @@ class Contents(unittest.TestCase):
                     "docs/install.md", "docs/reference.md", "docs/support.md", "include/zarext.h",
                     "lib/libZAREXT.dll.a", "licences/GPL-3.txt", "licences/README.txt", "licences/cli11.txt",
                     "licences/gcc-runtime.txt", "licences/mingw-w64-runtime.txt", "licences/nlohmann-json.txt",
-                    "zarext-user-store.reg", *TOOL]
+                    "zarext-user-store.reg", "zarextctl.exe"]
         found = sorted(str(p.relative_to(self.folder)) for p in self.folder.rglob("*") if p.is_file())
         self.assertEqual(sorted(expected), found)
         run("sha256sum", "--quiet", "-c", "SHA256SUMS", cwd=self.folder)
