@@ -3,6 +3,7 @@
 #define ZAREXT_ASN1_COPY_OCTETS_H_
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 
@@ -35,7 +36,7 @@ template <std::uint32_t kRoom>
 void CopyAndClear(std::uint8_t* to, const std::uint8_t* from, std::uint32_t count) {
   static_assert(kRoom > 32 && kRoom <= 48);
   static constexpr auto kMask = [] {
-    std::array<std::uint8_t, 2 * kRoom> mask{};
+    std::array<std::uint8_t, std::size_t{2} * kRoom> mask{};
     for (std::uint32_t i = 0; i < kRoom; ++i) {
       mask[i] = 0xFF;
     }
