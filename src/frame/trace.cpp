@@ -70,9 +70,10 @@ class LogFileTurn {
  public:
   explicit LogFileTurn(std::FILE* file) noexcept
       : file_(reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(file)))) {
-    constexpr int kTries = 10'000;
+    constexpr ULONGLONG kLongestWait = 10'000;  // milliseconds
     position_.OffsetHigh = 0x7FFFFFFF;
-    for (int attempt = 0; !(locked_ = TryLock()) && attempt < kTries; ++attempt) {
+    const ULONGLONG start = GetTickCount64();
+    while (!(locked_ = TryLock()) && GetTickCount64() - start < kLongestWait) {
       Sleep(1);
     }
   }
