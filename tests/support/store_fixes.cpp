@@ -5,6 +5,7 @@
 #include <mutex>
 #include <set>
 
+#include "support/certificates.h"
 #include "support/platform.h"
 
 namespace zarext::test {
@@ -104,6 +105,21 @@ long long ModuleTime(long long* out) {
 
 }  // namespace
 
+bool EnumerationRepeatsADeletedCertificate() {
+  const std::vector<std::uint8_t> octets = MakeCertificate({});
+  const HCERTSTORE store = CertOpenStore(CERT_STORE_PROV_MEMORY, 0, 0, 0, nullptr);
+  CertAddEncodedCertificateToStore(store, X509_ASN_ENCODING, octets.data(),
+                                   static_cast<DWORD>(octets.size()), CERT_STORE_ADD_ALWAYS,
+                                   nullptr);
+  const PCCERT_CONTEXT only = CertEnumCertificatesInStore(store, nullptr);
+  // Deleting takes one reference on Windows, going on the other.
+  CertDeleteCertificateFromStore(CertDuplicateCertificateContext(only));
+  const PCCERT_CONTEXT next = CertEnumCertificatesInStore(store, only);
+  CertFreeCertificateContext(next);
+  CertCloseStore(store, 0);
+  return next != nullptr;
+}
+
 StoreFixes::StoreFixes(HMODULE module) {
   if (!IsWine()) {
     return;
@@ -115,8 +131,11 @@ StoreFixes::StoreFixes(HMODULE module) {
   patches_.push_back(std::make_unique<ImportPatch>(module, kCrypt, "CertCloseStore", &CloseFix));
   patches_.push_back(
       std::make_unique<ImportPatch>(module, kCrypt, "CertDeleteCertificateFromStore", &DeleteFix));
-  patches_.push_back(
-      std::make_unique<ImportPatch>(module, kCrypt, "CertEnumCertificatesInStore", &EnumFix));
+  static const bool repeats = EnumerationRepeatsADeletedCertificate();
+  if (repeats) {
+    patches_.push_back(
+        std::make_unique<ImportPatch>(module, kCrypt, "CertEnumCertificatesInStore", &EnumFix));
+  }
 }
 
 StoreFixes::~StoreFixes() = default;

@@ -159,18 +159,47 @@ bool Redirect(HMODULE library, const char* function, void* replacement) {
   return VirtualProtect(start, sizeof jump, protection, &protection) != FALSE;
 }
 
+HMODULE Crypt32() {
+  static const HMODULE library = LoadLibraryA("crypt32");
+  return library;
+}
+
 }  // namespace
+
+bool RefusesShortRecords() {
+  CRYPT_OID_INFO info = {};
+  info.cbSize = 48;
+  info.pszOID = "1.2.3.4.5.6.7.8.9";
+  info.pwszName = L"no such record";
+  info.dwGroupId = CRYPT_PUBKEY_ALG_OID_GROUP_ID;
+  const auto unregister = reinterpret_cast<decltype(&CryptUnregisterOIDInfo)>(
+      reinterpret_cast<void*>(GetProcAddress(Crypt32(), "CryptUnregisterOIDInfo")));
+  return unregister(&info) == FALSE && GetLastError() == static_cast<DWORD>(E_INVALIDARG);
+}
+
+bool HasNoPhysicalStores() {
+  const auto unregister = reinterpret_cast<decltype(&CertUnregisterPhysicalStore)>(
+      reinterpret_cast<void*>(GetProcAddress(Crypt32(), "CertUnregisterPhysicalStore")));
+  return unregister(L"MY", CERT_SYSTEM_STORE_CURRENT_USER, L"no such physical store") != FALSE;
+}
 
 bool ApplyFrameworkPatches() {
   if (!IsWine()) {
     return false;
   }
-  const HMODULE crypt32 = LoadLibraryA("crypt32");
   const auto address = [](auto* function) { return reinterpret_cast<void*>(function); };
-  return Redirect(crypt32, "CryptRegisterOIDInfo", address(&RegisterOidInfo)) &&
-         Redirect(crypt32, "CryptUnregisterOIDInfo", address(&UnregisterOidInfo)) &&
-         Redirect(crypt32, "CertRegisterPhysicalStore", address(&RegisterPhysicalStore)) &&
-         Redirect(crypt32, "CertUnregisterPhysicalStore", address(&UnregisterPhysicalStore));
+  bool applied = true;
+  if (RefusesShortRecords()) {
+    applied = Redirect(Crypt32(), "CryptRegisterOIDInfo", address(&RegisterOidInfo)) &&
+              Redirect(Crypt32(), "CryptUnregisterOIDInfo", address(&UnregisterOidInfo));
+  }
+  if (HasNoPhysicalStores()) {
+    applied =
+        Redirect(Crypt32(), "CertRegisterPhysicalStore", address(&RegisterPhysicalStore)) &&
+        Redirect(Crypt32(), "CertUnregisterPhysicalStore", address(&UnregisterPhysicalStore)) &&
+        applied;
+  }
+  return applied;
 }
 
 void RegisterInThisProcess(HRESULT WINAPI registerServer()) {
