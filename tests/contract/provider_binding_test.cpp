@@ -115,21 +115,17 @@ ZAREXT_CHILD(BindComplete) {
   BindProvider();
   return ProviderModule() == module ? 0 : 2;
 }
-// All six are looked up, in this order, whatever is missing. What is looked up in the system's own
-// modules is the language runtime's affair: g++ 14's finds its clock so.
+// All six are looked up, in this order, whatever is missing. A call by name from here may go
+// through the slot that is patched, and would come back.
 std::string lookUps;
+decltype(&GetProcAddress) realGetProcAddress = nullptr;
 FARPROC WINAPI NoteLookUp(HMODULE module, const char* name) {
-  char path[MAX_PATH] = {};
-  char system[MAX_PATH] = {};
-  GetModuleFileNameA(module, path, MAX_PATH);
-  const UINT length = GetSystemDirectoryA(system, MAX_PATH);
-  if (_strnicmp(path, system, length) != 0) {
-    lookUps += std::string(name) + " ";
-  }
-  return GetProcAddress(module, name);
+  lookUps += std::string(name) + " ";
+  return realGetProcAddress(module, name);
 }
 ZAREXT_CHILD(BindInOrder) {
   const ImportPatch patch(GetModuleHandleA(nullptr), "KERNEL32.dll", "GetProcAddress", &NoteLookUp);
+  realGetProcAddress = patch.Original<decltype(GetProcAddress)>();
   BindProvider();
   return lookUps ==
                  "CPAcquireContext CPReleaseContext CPGetProvParam CPGetKeyParam CPSetKeyParam "
