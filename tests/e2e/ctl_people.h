@@ -89,7 +89,7 @@ inline std::string WriteOctets(const std::filesystem::path& path, const Octets& 
 inline const Replacements kOfThisRun = {
     {"[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9:]{8}", "<time>"},
     {"[0-9A-F]{40}", "<thumbprint>"},
-    {"[0-9A-F]{32}", "<serial number>"},
+    {"serial      [0-9A-F]{20,34}", "serial      <serial number>"},
     {"[0-9]+ ms", "<n> ms"},
     {"\"milliseconds\": [0-9]+", "\"milliseconds\": <n>"},
     {"hCryptProv = [0-9a-f]+", "hCryptProv = <handle>"},
