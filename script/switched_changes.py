@@ -1,0 +1,119 @@
+"""Many changes in one build, each behind a switch: with ZAREXT_CHANGE=17 in its environment a process
+runs change 17, without it the sources as they are. A change then costs a test run, and no build.
+
+Only changes of expressions can be switched; what stands in a constant expression cannot, and is
+dropped when the compiler refuses it.
+"""
+import re
+
+OPERATORS = ("argument", "operand", "conversion", "variable", "return", "cast")
+
+SWITCH = """#ifndef ZAREXT_SWITCH_H_
+#define ZAREXT_SWITCH_H_
+#include <cstdlib>
+namespace zarext_switch {
+inline const int change = [] {
+  const char* const text = std::getenv("ZAREXT_CHANGE");
+  return text == nullptr ? 0 : std::atoi(text);
+}();
+}
+#define ZAREXT_CHANGED(n) (::zarext_switch::change == (n))
+#endif
+"""
+
+LITERALS = re.compile(r'"(?:\\.|[^"\\\n])*"(?:\s+"(?:\\.|[^"\\\n])*")*')
+
+
+class Switched:
+    """A change with the part of the source that it exchanges as a whole."""
+
+    def __init__(self, number, change, source):
+        self.number, self.change = number, change
+        start, end, new = change.at, change.at + change.length, change.new
+        self.is_statement = change.kind == "return"
+        if self.is_statement:
+            begin = source.rfind("return", 0, start)
+            stop = source.index(";", end)
+            self.usable = source[begin + 6:start].strip() == "" and source[end:stop].strip() == ""
+            start, end, new = begin, stop + 1, "return %s;" % new
+        elif change.kind == "conversion":
+            literal = next((m for m in LITERALS.finditer(source) if m.start() < start < m.end()), None)
+            self.usable = literal is not None and source[literal.start() - 1] not in "LuUR"
+            if literal:
+                new = source[literal.start():start] + new + source[end:literal.end()]
+                start, end = literal.span()
+        else:
+            # Two arguments are no expression.
+            self.usable = not (change.kind == "argument" and top_level_comma(new))
+        self.start, self.end, self.new = start, end, new
+
+    def render(self, original):
+        if self.is_statement:
+            return "{ if (ZAREXT_CHANGED(%d)) { %s } %s }" % (self.number, self.new, original)
+        return "(ZAREXT_CHANGED(%d) ? (%s) : (%s))" % (self.number, self.new, original)
+
+
+def top_level_comma(text):
+    depth = 0
+    for c in text:
+        depth += (c in "([{") - (c in ")]}")
+        if c == "," and depth == 0:
+            return True
+    return False
+
+
+def nested(switched):
+    """Those that lie in one another or apart: outermost first."""
+    chosen = []
+    for s in sorted(switched, key=lambda s: (s.start, -s.end)):
+        if all(s.start >= o.end or s.end <= o.end for o in chosen):
+            chosen.append(s)
+    return chosen
+
+
+def render(source, switched, header):
+    """The source with all of them; and for each the lines that it takes there."""
+    chosen = nested(switched)
+    out, lines = [], {}
+
+    def emit(text):
+        out.append(text)
+
+    def line():
+        return "".join(out).count("\n") + 1
+
+    def part(start, end, inner):
+        position = start
+        i = 0
+        while i < len(inner):
+            outer = inner[i]
+            j = i + 1
+            while j < len(inner) and inner[j].start < outer.end:
+                j += 1
+            emit(source[position:outer.start])
+            first = line()
+            marker = outer.render("\0").split("\0")
+            emit(marker[0])
+            part(outer.start, outer.end, inner[i + 1:j])
+            emit(marker[1])
+            lines[outer.number] = (first, line())
+            position = outer.end
+            i = j
+        emit(source[position:end])
+
+    emit('#include "%s"\n' % header)
+    part(0, len(source), chosen)
+    return "".join(out), lines
+
+
+def refused(output, places):
+    """The numbers of the changes on the lines of which the compiler found an error. `places`: by path,
+    the lines of each change."""
+    numbers = set()
+    for path, ranges in places.items():
+        for found in re.finditer(r"%s:(\d+):\d+: (?:fatal )?(?:error|note)|%s:(\d+):\d+:   required" % ((re.escape(path),) * 2), output):
+            at = int(found.group(1) or found.group(2))
+            inside = [(last - first, n) for n, (first, last) in ranges.items() if first <= at <= last]
+            # All that end on that line: which of them it was is not said.
+            numbers.update(n for _, n in inside if ranges[n][1] - ranges[n][0] <= min(inside)[0])
+    return numbers
