@@ -45,6 +45,9 @@ class Switched:
         else:
             # Two arguments are no expression.
             self.usable = not (change.kind == "argument" and top_level_comma(new))
+            # Both sides of a switch get one type, which would be another for what follows.
+            if re.match(r"(static|reinterpret|const)_cast|[\w:]+[({]", source[start:end]) and change.kind == "cast":
+                self.usable = False
         self.start, self.end, self.new = start, end, new
 
     def render(self, original):
@@ -111,9 +114,13 @@ def refused(output, places):
     the lines of each change."""
     numbers = set()
     for path, ranges in places.items():
-        for found in re.finditer(r"%s:(\d+):\d+: (?:fatal )?(?:error|note)|%s:(\d+):\d+:   required" % ((re.escape(path),) * 2), output):
+        for found in re.finditer(r"%s:(\d+):\d+: (?:fatal )?error|%s:(\d+):\d+:   required" % ((re.escape(path),) * 2), output):
             at = int(found.group(1) or found.group(2))
             inside = [(last - first, n) for n, (first, last) in ranges.items() if first <= at <= last]
             # All that end on that line: which of them it was is not said.
+            if not inside:
+                # The cause stands before it: a variable of another type.
+                inside = sorted((at - last, n) for n, (first, last) in ranges.items() if last < at)[:3]
+                numbers.update(n for _, n in inside)
             numbers.update(n for _, n in inside if ranges[n][1] - ranges[n][0] <= min(inside)[0])
     return numbers
