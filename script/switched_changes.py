@@ -114,8 +114,9 @@ def refused(output, places):
     the lines of each change."""
     numbers = set()
     for path, ranges in places.items():
-        for found in re.finditer(r"%s:(\d+):\d+: (?:fatal )?error|%s:(\d+):\d+:   required" % ((re.escape(path),) * 2), output):
-            at = int(found.group(1) or found.group(2))
+        for found in re.finditer(r"%s:(\d+):\d+: (?:(?:fatal )?error|note: in expansion of macro)|%s:(\d+):\d+:   required" %
+                                 ((re.escape(path),) * 2), output):
+            at = int(next(filter(None, found.groups())))
             inside = [(last - first, n) for n, (first, last) in ranges.items() if first <= at <= last]
             # All that end on that line: which of them it was is not said.
             if not inside:
