@@ -1,6 +1,7 @@
 #include "keyinfo/public_key_calls.h"
 
 #include "asn1/oid.h"
+#include "frame/encoding_type.h"
 #include "frame/provider_type.h"
 
 namespace zarext {
@@ -8,7 +9,7 @@ namespace zarext {
 void RequireEncodingType(DWORD dwCertEncodingType) {
   RequireParameter(dwCertEncodingType == X509_ASN_ENCODING ||
                    dwCertEncodingType == PKCS_7_ASN_ENCODING ||
-                   dwCertEncodingType == (X509_ASN_ENCODING | PKCS_7_ASN_ENCODING));
+                   dwCertEncodingType == kBothEncodings);
 }
 
 void RequireOwnAlgorithm(ExportTrace& trace, const char* label, const char* oid) {

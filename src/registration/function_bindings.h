@@ -9,6 +9,7 @@
 #include <array>
 #include <cstddef>
 
+#include "frame/encoding_type.h"
 #include "registration/oid_lists.h"
 
 namespace zarext {
@@ -39,8 +40,8 @@ struct FunctionBindings {
   OidSpan removedTwice = {};
 
   [[nodiscard]] constexpr Binding At(std::size_t index) const {
-    return {index < forBothEncodings ? X509_ASN_ENCODING | PKCS_7_ASN_ENCODING : encodingType,
-            function, oids[index], exportName};
+    return {index < forBothEncodings ? kBothEncodings : encodingType, function, oids[index],
+            exportName};
   }
   // How often unregistering removes it.
   [[nodiscard]] constexpr int RemovalsOf(const char* oid) const {
@@ -53,7 +54,6 @@ namespace bindings {
 inline constexpr std::array kStoreOids = std::to_array<const char*>({kStoreProvider});
 inline constexpr DWORD kNone = 0;
 inline constexpr DWORD kCertificates = X509_ASN_ENCODING;
-inline constexpr DWORD kBoth = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
 inline constexpr std::size_t kFirst = oids::kKeyTransportFirst.size();
 
 inline constexpr FunctionBindings kStore = {"CertDllOpenStoreProv", "ZarOpenStoreProv", kNone,
@@ -71,7 +71,7 @@ inline constexpr FunctionBindings kKeys[] = {
     {"CryptDllConvertPublicKeyInfo", "ZarConvertPublicKeyInfo", kCertificates, oids::kPublicKey},
     {"CryptDllEncodePublicKeyAndParameters", "ZarEncodePublicKeyAndParameters", kCertificates, oids::kPublicKey},
     {"CryptMsgDllGenContentEncryptKey", "ZarMsgGenContentEncryptKey", kCertificates, oids::kContentKey},
-    {"CryptMsgDllGenEncryptKey", "ZarGenEncryptKey", kBoth, oids::kOlderContentKey},
+    {"CryptMsgDllGenEncryptKey", "ZarGenEncryptKey", kBothEncodings, oids::kOlderContentKey},
     {"CryptMsgDllImportEncryptKey", "ZarImportEncryptKey", kCertificates, oids::kKeyTransport, kFirst},
     {"CryptMsgDllImportKeyTrans", "ZarMsgImportKeyTrans", kCertificates, oids::kKeyTransport, kFirst},
     {"CryptMsgDllExportEncryptKey", "ZarExportEncryptKey", kCertificates, oids::kKeyTransport, kFirst},

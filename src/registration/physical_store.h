@@ -6,6 +6,7 @@
 
 #include <wincrypt.h>
 
+#include "frame/encoding_type.h"
 #include "registration/function_bindings.h"
 
 namespace zarext::physical_store {
@@ -13,7 +14,7 @@ namespace zarext::physical_store {
 // Its name, the provider that opens it and its parameters are the store provider's name.
 inline constexpr wchar_t kSystemStore[] = L"MY";
 inline constexpr DWORD kLocation = CERT_SYSTEM_STORE_CURRENT_USER;
-inline constexpr DWORD kOpenEncodingType = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
+inline constexpr DWORD kOpenEncodingType = kBothEncodings;
 // The location bits of a service's store, although the store is the current user's: whatever lists
 // physical stores shows them.
 inline constexpr DWORD kOpenFlags = CERT_SYSTEM_STORE_SERVICES;

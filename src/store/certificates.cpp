@@ -7,7 +7,7 @@ namespace zarext {
 UniqueForcedStore OpenChain(std::span<const BYTE> chain) {
   return chain.empty() ? UniqueForcedStore()
                        : UniqueForcedStore(CryptGetMessageCertificates(
-                             kEncodingType, 0, 0, chain.data(), static_cast<DWORD>(chain.size())));
+                             kBothEncodings, 0, 0, chain.data(), static_cast<DWORD>(chain.size())));
 }
 
 unsigned int SerialOctet(const CERT_INFO& certificate, DWORD index) noexcept {

@@ -8,12 +8,10 @@
 
 #include <span>
 
+#include "frame/encoding_type.h"
 #include "frame/handles.h"
 
 namespace zarext {
-
-// Encoding type of every certificate and message that the module reads.
-inline constexpr DWORD kEncodingType = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
 
 using UniqueForcedStore = UniqueCertStore<CERT_CLOSE_STORE_FORCE_FLAG>;
 

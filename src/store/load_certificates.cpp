@@ -112,7 +112,7 @@ void WalkContainers() {
 
 void AddCertificate(HCERTSTORE hCertStore, const CNT_KEY_INFO& record) {
   const UniqueCertContext context(
-      CertCreateCertificateContext(kEncodingType, record.pbCert, record.cbCert));
+      CertCreateCertificateContext(kBothEncodings, record.pbCert, record.cbCert));
   if (!context) {
     return;
   }

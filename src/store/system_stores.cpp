@@ -106,7 +106,7 @@ void SetSelf(BOOL bLocalMachine, const char* szContainer, DWORD dwKeySpec, const
   const SystemStore store = OpenSystemStore(bLocalMachine, ZAREXT_STORE_MY);
   RequireSuccess(static_cast<bool>(store));
   UniqueCertContext context;
-  RequireSuccess(FALSE != CertAddEncodedCertificateToStore(store.Get(), kEncodingType, pbCert,
+  RequireSuccess(FALSE != CertAddEncodedCertificateToStore(store.Get(), kBothEncodings, pbCert,
                                                            cbCert, CERT_STORE_ADD_REPLACE_EXISTING,
                                                            context.Put()));
   RequireSilently(static_cast<bool>(context));
@@ -116,7 +116,7 @@ void SetSelf(BOOL bLocalMachine, const char* szContainer, DWORD dwKeySpec, const
 void SetOther(BOOL bLocalMachine, DWORD dwStore, const BYTE* pbCert, DWORD cbCert) {
   const SystemStore store = OpenSystemStore(bLocalMachine, dwStore);
   RequireSuccess(static_cast<bool>(store));
-  RequireSuccess(FALSE != CertAddEncodedCertificateToStore(store.Get(), kEncodingType, pbCert,
+  RequireSuccess(FALSE != CertAddEncodedCertificateToStore(store.Get(), kBothEncodings, pbCert,
                                                            cbCert, CERT_STORE_ADD_REPLACE_EXISTING,
                                                            nullptr));
 }
@@ -124,7 +124,7 @@ void SetOther(BOOL bLocalMachine, DWORD dwStore, const BYTE* pbCert, DWORD cbCer
 void DelOther(BOOL bLocalMachine, DWORD dwStore, const BYTE* pbCert, DWORD cbCert) {
   const SystemStore store = OpenSystemStore(bLocalMachine, dwStore);
   RequireLogged(static_cast<bool>(store), "DelOtherCert : CertOpenStore error = %s.");
-  const UniqueCertContext given(CertCreateCertificateContext(kEncodingType, pbCert, cbCert));
+  const UniqueCertContext given(CertCreateCertificateContext(kBothEncodings, pbCert, cbCert));
   RequireLogged(static_cast<bool>(given),
                 "DelOtherCert : CertCreateCertificateContext error = %s.");
   ForEachCertificate(store.Get(), [&](PCCERT_CONTEXT context) {

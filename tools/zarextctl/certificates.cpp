@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "frame/encoding_type.h"
 #include "registration/function_bindings.h"
 #include "zarextctl/der_kind.h"
 #include "zarextctl/failure.h"
@@ -12,12 +13,11 @@
 namespace zarext::ctl {
 namespace {
 
-constexpr DWORD kEncoding = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
 constexpr DWORD kLargestFile = 1U << 20U;
 
 std::string NameText(CERT_NAME_BLOB name) {
   std::vector<wchar_t> text(1024);
-  const DWORD size = CertNameToStrW(kEncoding, &name, CERT_X500_NAME_STR, text.data(),
+  const DWORD size = CertNameToStrW(kBothEncodings, &name, CERT_X500_NAME_STR, text.data(),
                                     static_cast<DWORD>(text.size()));
   return size <= 1 ? "(no name)" : Printable(Utf8(text.data()));
 }
@@ -68,7 +68,7 @@ std::vector<std::vector<BYTE>> DecodePem(const std::vector<BYTE>& octets) {
 
 UniqueCertContext Decode(const std::vector<BYTE>& der) {
   return UniqueCertContext(
-      CertCreateCertificateContext(kEncoding, der.data(), static_cast<DWORD>(der.size())));
+      CertCreateCertificateContext(kBothEncodings, der.data(), static_cast<DWORD>(der.size())));
 }
 
 [[noreturn]] void RefuseFile(const std::string& path, const std::string& why, DWORD code) {
