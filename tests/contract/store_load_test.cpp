@@ -546,23 +546,26 @@ TEST_F(StoreLoad, TracesARootStoreThatDoesNotOpen) {
 }
 
 TEST_F(StoreLoad, ClosesTheStoresOfAChainByForceAndRootFirst) {
-  const RecordedImport<"CryptGetMessageCertificates", decltype(CryptGetMessageCertificates)>
-      message(Module(), "CRYPT32.dll",
-              [](DWORD encoding, HCRYPTPROV_LEGACY context, DWORD flags, const BYTE*, DWORD) {
-                EXPECT_EQ(0x10001u, encoding);
-                EXPECT_EQ(0u, context);
-                EXPECT_EQ(0u, flags);
-                return std::string();
-              });
-  const RecordedImport<"CertOpenStore", decltype(CertOpenStore)> root(
+  using MessageImport =
+      RecordedImport<"CryptGetMessageCertificates", decltype(CryptGetMessageCertificates)>;
+  using RootImport = RecordedImport<"CertOpenStore", decltype(CertOpenStore)>;
+  const MessageImport message(
       Module(), "CRYPT32.dll",
-      [](LPCSTR storeProvider, DWORD, HCRYPTPROV_LEGACY, DWORD, const void*) {
-        EXPECT_EQ(CERT_STORE_PROV_SYSTEM_W, storeProvider);
+      [](DWORD encoding, HCRYPTPROV_LEGACY context, DWORD flags, const BYTE*, DWORD) {
+        EXPECT_EQ(0x10001u, encoding);
+        EXPECT_EQ(0u, context);
+        EXPECT_EQ(0u, flags);
         return std::string();
       });
+  const RootImport root(Module(), "CRYPT32.dll",
+                        [](LPCSTR storeProvider, DWORD, HCRYPTPROV_LEGACY, DWORD, const void*) {
+                          EXPECT_EQ(CERT_STORE_PROV_SYSTEM_W, storeProvider);
+                          return std::string();
+                        });
   const auto name = [&](HCERTSTORE store) -> std::string {
-    return store == root.LastResult() ? "ROOT"
-                                      : (store == message.LastResult() ? "message" : "another");
+    return store == RootImport::LastResult()
+               ? "ROOT"
+               : (store == MessageImport::LastResult() ? "message" : "another");
   };
   const RecordedImport<"CertAddEncodedCertificateToStore",
                        decltype(CertAddEncodedCertificateToStore)>
