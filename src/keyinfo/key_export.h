@@ -8,6 +8,7 @@
 #include <wincrypt.h>
 
 #include <cstddef>
+#include <optional>
 #include <span>
 
 #include "frame/export_frame.h"
@@ -18,15 +19,19 @@ namespace zarext {
 // behind it.
 inline constexpr std::size_t kOidAreaSize = 32;
 
-// Exports the key as a blob of the given type and stores the blob's size. ERROR_SUCCESS, or the
-// provider's error; ERROR_MORE_DATA for a provider that reports more than it was given room for: it
-// has not exported the key.
-inline ErrorCode ExportKeyInto(HCRYPTKEY key, DWORD blobType, std::span<BYTE> buffer, DWORD* size) {
+// Exports the key as a blob of the given type and stores the blob's size. Nothing if it succeeded,
+// else the provider's error, which is 0 where the provider sets none; ERROR_MORE_DATA for a
+// provider that reports more than it was given room for: it has not exported the key.
+inline std::optional<ErrorCode> ExportKeyInto(HCRYPTKEY key, DWORD blobType, std::span<BYTE> buffer,
+                                              DWORD* size) {
   *size = static_cast<DWORD>(buffer.size());
   if (!CryptExportKey(key, 0, blobType, 0, buffer.data(), size)) {
     return GetLastError();
   }
-  return *size <= buffer.size() ? ErrorCode{ERROR_SUCCESS} : ErrorCode{ERROR_MORE_DATA};
+  if (*size > buffer.size()) {
+    return ErrorCode{ERROR_MORE_DATA};
+  }
+  return std::nullopt;
 }
 
 }  // namespace zarext

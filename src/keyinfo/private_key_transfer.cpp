@@ -32,20 +32,19 @@ constexpr DWORD kExportCapacity = 4096;
 constexpr DWORD kReportedSize = 2048;
 
 UniqueCryptKey GetUserKey(ExportTrace& trace, HCRYPTPROV hCryptProv, DWORD dwKeySpec) {
-  UniqueCryptKey key;
-  if (!CryptGetUserKey(hCryptProv, dwKeySpec, key.Put())) {
+  HCRYPTKEY key = 0;
+  if (!CryptGetUserKey(hCryptProv, dwKeySpec, &key)) {
     ThrowFailedCall(trace, "CryptGetUserKey");
   }
-  return key;
+  return UniqueCryptKey(key);
 }
 
 // Fills the buffer and returns the blob's size.
 DWORD ExportDocument(ExportTrace& trace, HCRYPTKEY key, SecretBuffer& buffer) {
   DWORD size = 0;
-  if (const ErrorCode error =
-          ExportKeyInto(key, kPrivateKeyInfoBlob, {buffer.Data(), buffer.Size()}, &size);
-      error != ERROR_SUCCESS) {
-    trace.LineAndThrow(error, "CryptExportKey = %x.", Hex(error));
+  if (const auto error =
+          ExportKeyInto(key, kPrivateKeyInfoBlob, {buffer.Data(), buffer.Size()}, &size)) {
+    trace.LineAndThrow(*error, "CryptExportKey = %x.", Hex(*error));
   }
   return size;
 }

@@ -22,20 +22,19 @@ namespace {
 constexpr DWORD kBlobCapacity = 1024;
 
 UniqueCryptKey GetUserKey(ExportTrace& trace, HCRYPTPROV hCryptProv, DWORD dwKeySpec) {
-  UniqueCryptKey key;
-  if (!CryptGetUserKey(hCryptProv, dwKeySpec, key.Put())) {
+  HCRYPTKEY key = 0;
+  if (!CryptGetUserKey(hCryptProv, dwKeySpec, &key)) {
     const ErrorCode error = GetLastError();
     trace.LineAndThrow(error, "CryptGetUserKey hProv=%x, error = %x.", Hex(hCryptProv), Hex(error));
   }
-  return key;
+  return UniqueCryptKey(key);
 }
 
 std::vector<BYTE> ExportBlob(ExportTrace& trace, HCRYPTKEY key) {
   std::vector<BYTE> blob(kBlobCapacity);
   DWORD size = 0;
-  if (const ErrorCode error = ExportKeyInto(key, PUBLICKEYBLOB, blob, &size);
-      error != ERROR_SUCCESS) {
-    trace.LineAndThrow(error, "CryptExportKey hKey=%x, error = %x.", Hex(key), Hex(error));
+  if (const auto error = ExportKeyInto(key, PUBLICKEYBLOB, blob, &size)) {
+    trace.LineAndThrow(*error, "CryptExportKey hKey=%x, error = %x.", Hex(key), Hex(*error));
   }
   blob.resize(size);
   return blob;

@@ -8,6 +8,7 @@
 #include <array>
 #include <cstring>
 #include <iterator>
+#include <optional>
 
 #include "asn1/oid.h"
 #include "frame/export_frame.h"
@@ -25,10 +26,10 @@ constexpr const char* kUnwrappedAlgorithms[] = {
     "1.2.643.2.2.21",
 };
 
-// Imports the sender blob that ends the encrypted key. ERROR_SUCCESS or the provider's error;
-// NTE_BAD_DATA for a key too short to hold one.
-ErrorCode ImportSenderKey(HCRYPTPROV hCryptProv, const CRYPT_DATA_BLOB& encryptedKey,
-                          UniqueCryptKey& senderKey) {
+// Imports the sender blob that ends the encrypted key. Nothing if it succeeded, else the provider's
+// error, which is 0 where the provider sets none; NTE_BAD_DATA for a key too short to hold one.
+std::optional<ErrorCode> ImportSenderKey(HCRYPTPROV hCryptProv, const CRYPT_DATA_BLOB& encryptedKey,
+                                         UniqueCryptKey& senderKey) {
   if (encryptedKey.pbData == nullptr || encryptedKey.cbData < kSenderBlobSize) {
     return static_cast<ErrorCode>(NTE_BAD_DATA);
   }
@@ -41,7 +42,7 @@ ErrorCode ImportSenderKey(HCRYPTPROV hCryptProv, const CRYPT_DATA_BLOB& encrypte
     return GetLastError();
   }
   senderKey.Reset(key);
-  return ERROR_SUCCESS;
+  return std::nullopt;
 }
 
 // The record of the recipient, after the lines that describe the call.
@@ -70,9 +71,8 @@ BOOL ImportForMessage(ExportTrace& trace, const CRYPT_ALGORITHM_IDENTIFIER* cont
   CMSG_KEY_TRANS_RECIPIENT_INFO& keyTrans = TraceImportCall(trace, *para);
   CRYPT_DATA_BLOB& encryptedKey = keyTrans.EncryptedKey;
   if (IsOwnAlgorithmOid(keyTrans.KeyEncryptionAlgorithm.pszObjId)) {
-    if (const ErrorCode error = ImportSenderKey(para->hCryptProv, encryptedKey, senderKey);
-        error != ERROR_SUCCESS) {
-      trace.Line("CryptImportKey 1 = %x.", Hex(error));
+    if (const auto error = ImportSenderKey(para->hCryptProv, encryptedKey, senderKey)) {
+      trace.Line("CryptImportKey 1 = %x.", Hex(*error));
     } else {
       // In the caller's own record, which describes the bare SIMPLEBLOB from here on, also if the
       // import below fails: who tries the same message again starts from there.

@@ -221,6 +221,18 @@ TEST_P(PublicKeyExport, FailedExportDestroysTheKeyOnce) {
   EXPECT_EQ(Octets(180, 0xCC), block.Content());
 }
 
+// A provider that sets no error has failed all the same.
+TEST_P(PublicKeyExport, FailedExportWithoutAnErrorFails) {
+  provider_.FailCall("ExportKey", 1, 0);
+  const GuardedMemory block(Octets(180, 0xCC));
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call(block.As<CERT_PUBLIC_KEY_INFO>(), nullptr));
+  EXPECT_EQ(0u, GetLastError());
+  EXPECT_EQ("EXT : " + Name() + " : CryptExportKey hKey=" + H(userKey) + ", error = 0.",
+            trace.Messages().back());
+  EXPECT_EQ(Octets(180, 0xCC), block.Content());
+}
+
 TEST_P(PublicKeyExport, FailedDestroyLeavesTheResultAlone) {
   provider_.FailCall("DestroyKey", 1, 0x80090003);
   provider_.FailCall("ExportKey", 2, 0x8009000B);

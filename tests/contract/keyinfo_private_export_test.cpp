@@ -196,6 +196,17 @@ TEST_F(PrivateKeyExport, FailedExportDestroysTheKeyOnce) {
   EXPECT_EQ(Octets(120, 0xCC), block.Content());
 }
 
+TEST_F(PrivateKeyExport, FailedExportWithoutAnErrorFails) {
+  provider_.FailCall("ExportKey", 1, 0);
+  const GuardedMemory block(Octets(120, 0xCC));
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, export_(Provider(), 1, nullptr, 0, nullptr, block.As<CRYPT_PRIVATE_KEY_INFO>(),
+                           nullptr));
+  EXPECT_EQ(0u, GetLastError());
+  EXPECT_EQ("EXT : ZarExportPrivKeyFunc : CryptExportKey = 0.", trace.Messages().back());
+  EXPECT_EQ(Octets(120, 0xCC), block.Content());
+}
+
 TEST_F(PrivateKeyExport, BlobsOf4096OctetsPassLongerOnesFail) {
   provider_.blobs[0x30] = PrivateKeyInfo(Counted(4096 - 23));
   ASSERT_EQ(4096u, provider_.blobs[0x30].size());

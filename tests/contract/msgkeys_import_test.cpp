@@ -120,16 +120,28 @@ TEST_F(ImportForMessageTest, EveryOwnArcIsSplit) {
 }
 
 TEST_F(ImportForMessageTest, GoesOnWithTheWholeBlobWithoutASenderKey) {
-  provider.FailCall("ImportKey", 1, 0x80090015);
-  TraceCapture trace;
-  EXPECT_EQ(TRUE, Call());
-  EXPECT_THAT(provider.Calls(), ElementsAre(Import(Sequence(80, 100), "0", "! 80090015"),
-                                            Import(Sequence(180, 0), "0", "= 3001")));
-  EXPECT_EQ(180u, keyTrans.EncryptedKey.cbData);
-  const auto messages = trace.Messages();
-  ASSERT_EQ(8u, messages.size());
-  EXPECT_EQ("EXT : ZarMsgImportKeyTrans : CryptImportKey 1 = 80090015.", messages[6]);
-  EXPECT_EQ("EXT : ZarMsgImportKeyTrans : CryptImportKey - OK.", messages[7]);
+  const struct {
+    DWORD error;
+    const char* result;
+    const char* line;
+  } rows[] = {{0x80090015, "! 80090015", "CryptImportKey 1 = 80090015."},
+              {0, "! 0", "CryptImportKey 1 = 0."}};
+  int call = 1;
+  for (const auto& row : rows) {
+    provider.FailCall("ImportKey", call, row.error);
+    TraceCapture trace;
+    EXPECT_EQ(TRUE, Call());
+    const auto calls = provider.Calls();
+    ASSERT_EQ(static_cast<std::size_t>(call + 1), calls.size());
+    EXPECT_EQ(Import(Sequence(80, 100), "0", row.result), calls[calls.size() - 2]);
+    EXPECT_EQ(180u, keyTrans.EncryptedKey.cbData);
+    const auto messages = trace.Messages();
+    ASSERT_EQ(8u, messages.size());
+    EXPECT_EQ(std::string("EXT : ZarMsgImportKeyTrans : ") + row.line, messages[6]);
+    EXPECT_EQ("EXT : ZarMsgImportKeyTrans : CryptImportKey - OK.", messages[7]);
+    call += 2;
+  }
+  EXPECT_THAT(provider.Calls(), testing::Contains(Import(Sequence(180, 0), "0", "= 3001")));
 }
 
 // What lies before the encrypted key is a forbidden page.

@@ -73,13 +73,14 @@ BOOL RecordingProvider::Record(const std::string& function, const std::string& a
   const int count = ++counts_[function];
   const auto& failures = failures_[function];
   const auto failure = failures.find(count);
-  const DWORD error = failure != failures.end() ? failure->second : work(text);
-  RecordEvent(EventKind::kProvider, this,
-              error == ERROR_SUCCESS ? text : text + " ! " + HexNumber(error));
-  if (error != ERROR_SUCCESS) {
+  const bool isScripted = failure != failures.end();
+  const DWORD error = isScripted ? failure->second : work(text);
+  const bool succeeded = !isScripted && error == ERROR_SUCCESS;
+  RecordEvent(EventKind::kProvider, this, succeeded ? text : text + " ! " + HexNumber(error));
+  if (!succeeded) {
     SetLastError(error);
   }
-  return error == ERROR_SUCCESS;
+  return succeeded;
 }
 
 BOOL RecordingProvider::AcquireContext(HCRYPTPROV* provider, const char* container, DWORD flags,
