@@ -59,8 +59,9 @@ std::uint8_t* DocumentMemory::TakeElsewhere(std::size_t size) {
     return reinterpret_cast<std::uint8_t*>(piece);
   }
   const std::size_t grown = std::clamp(held_, kLeastBlock, kMostUnexpected);
-  Block* block = AddBlock(std::max({kind.octets, expected_, grown}));
-  expected_ = 0;
+  const std::size_t announced = std::min(expected_, kMostExpected);
+  Block* block = AddBlock(std::max({kind.octets, announced, grown}));
+  expected_ -= std::min(expected_, block->size);
   held_ += block->size;
   ASAN_POISON_MEMORY_REGION(block->Octets(), block->size);
   next_ = block->Octets() + kind.octets;

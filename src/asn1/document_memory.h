@@ -67,13 +67,16 @@ class DocumentMemory {
   // Ends all pieces.
   void Clear() noexcept;
 
-  // The next block has at least this many octets: the pieces to come need them together.
+  // The pieces to come need so many octets together: the next blocks are made for them.
   void Expect(std::size_t octets) { expected_ = octets; }
 
  private:
   static constexpr std::size_t kFirstBlock = 8192;  // holds a certificate
   static constexpr std::size_t kLeastBlock = 4096;
   static constexpr std::size_t kMostUnexpected = std::size_t{64} * 1024;
+  // Longer blocks go back to the system with each document, and are slow to come again: Wine's heap
+  // decommits them.
+  static constexpr std::size_t kMostExpected = std::size_t{192} * 1024;
   static constexpr std::size_t kLargestPiece = std::size_t{16} * 1024;
   static constexpr std::size_t kClasses = 112;
   static constexpr std::size_t kMargin = ZAREXT_ADDRESS_SANITIZER ? 16 : 0;

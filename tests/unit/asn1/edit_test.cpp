@@ -412,7 +412,7 @@ TEST(GetNodeTest, BadPathWritesNothing) {
   EXPECT_EQ(octet, 0x22);
 }
 
-TEST(GetNodeTest, TextEndsWithNul) {
+TEST(GetNodeTest, TextEndsWithNulAndNoBitsHaveAPlace) {
   Parsed document("30 05 06 03 2A 86 48");
   const std::uint8_t* value = nullptr;
   EXPECT_EQ(document.GetNode(nullptr, nullptr, nullptr, &value, 0, kEnd), 0);
@@ -420,6 +420,10 @@ TEST(GetNodeTest, TextEndsWithNul) {
   const std::uint8_t* again = nullptr;
   EXPECT_EQ(document.GetNode(nullptr, nullptr, nullptr, &again, 0, kEnd), 0);
   EXPECT_EQ(value, again);
+  // A bit string of no bits: the place behind its unused-bits octet.
+  Parsed bits("30 03 03 01 00");
+  EXPECT_EQ(bits.GetNode(nullptr, nullptr, nullptr, &value, 0, kEnd), 0);
+  EXPECT_NE(value, nullptr);
   // An identifier without content is an empty text, not none.
   Parsed empty("06 00");
   EXPECT_EQ(empty.GetNode(nullptr, nullptr, nullptr, &value, kEnd), 0);
@@ -583,12 +587,15 @@ TEST(ClearTest, DocumentIsUsedAgain) {
 
 // A constructed string whose children are gone: the length that is left does not become content.
 TEST(ClearTest, StringRootWithoutChildren) {
-  TASN1 document(0x24);
-  EXPECT_EQ(document.AddChild(0x04, 3, "abc", kEnd), 0);
-  document.Clear();
-  EXPECT_EQ(SizeOf(document), 7U);
-  EXPECT_EQ(document.ParseInto(Image(Hex("00 00")).Data(), kEnd), 0);
-  EXPECT_EQ(EncodingOf(document), Hex("04 00"));
+  for (const std::uint8_t kind : {std::uint8_t{0x04}, std::uint8_t{0x03}}) {
+    TASN1 document(kind | 0x20U);
+    EXPECT_EQ(document.AddChild(kind, 3, "abcdef", kEnd), 0);
+    const std::uint32_t size = SizeOf(document);
+    document.Clear();
+    EXPECT_EQ(SizeOf(document), size);
+    EXPECT_EQ(document.ParseInto(Image(Hex("00 00")).Data(), kEnd), 0);
+    EXPECT_EQ(EncodingOf(document), (Octets{kind, 0}));
+  }
 }
 
 TEST(EncodeTest, Subtrees) {

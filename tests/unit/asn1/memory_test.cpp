@@ -118,8 +118,8 @@ INSTANTIATE_TEST_SUITE_P(
         CountCase{"30 09 02 01 05 05 00 30 02 05 00", "", 0, 0},
         CountCase{"30 28 04 26 00", kOctets37, 1, 0},
         CountCase{"24 06 04 01 AA 04 01 BB", "", 0, 0}, CountCase{"30 50", "05 00", 40, 0},
-        // One block for all the rest, however much it is.
-        CountCase{"30 82 01 2C", "05 00", 150, 1}, CountCase{"30 82 0F A0", "05 00", 2000, 2},
+        // One block for all the rest, up to 196,608 octets; long child arrays have their own.
+        CountCase{"30 82 01 2C", "05 00", 150, 1}, CountCase{"30 82 0F A0", "05 00", 2000, 3},
         CountCase{"30 81 C8 04 81 C5", "01", 197, 0},
         CountCase{"30 82 40 04 04 82 40 00", "01", 16384, 1},
         CountCase{
@@ -142,18 +142,31 @@ TEST(MemoryTest, AddedNodesFillBlocks) {
   EXPECT_LE(seen.largest, 65536U + 16);
 }
 
-// What was expected is there once: the blocks that follow are as large as others.
-TEST(MemoryTest, OneBlockIsAsLargeAsExpected) {
+// What was expected is there once, in blocks of at most 192 KB: those that follow are as large as
+// others.
+TEST(MemoryTest, BlocksForWhatIsExpected) {
+  const auto nextBlock = [](DocumentMemory& memory, int pieces) {
+    return Counted([&] {
+             for (int i = 0; i < pieces; ++i) memory.Take(9000);
+           })
+        .largest;
+  };
   DocumentMemory memory(Release::kPlain);
-  memory.Expect(200000);
-  EXPECT_EQ(Counted([&] { memory.Take(9000); }).largest, 200000U + 16);
-  EXPECT_LE(Counted([&] {
-              for (int i = 0; i < 30; ++i) memory.Take(9000);
-            }).largest,
-            65536U + 16);
-  memory.Expect(200000);
-  memory.Clear();
-  EXPECT_LE(Counted([&] { memory.Take(9000); }).largest, 9600U + 16);
+  memory.Expect(150000);
+  EXPECT_EQ(nextBlock(memory, 1), 150000U + 16);
+  EXPECT_LE(nextBlock(memory, 30), 65536U + 16);
+
+  DocumentMemory longer(Release::kPlain);
+  longer.Expect(500000);
+  EXPECT_EQ(nextBlock(longer, 1), 196608U + 16);
+  EXPECT_EQ(nextBlock(longer, 21), 196608U + 16);
+  EXPECT_EQ(nextBlock(longer, 21), 106784U + 16);
+  EXPECT_LE(nextBlock(longer, 30), 65536U + 16);
+
+  DocumentMemory cleared(Release::kPlain);
+  cleared.Expect(200000);
+  cleared.Clear();
+  EXPECT_LE(nextBlock(cleared, 1), 9600U + 16);
 }
 
 // A long content is a block of its own, which ends with it.
