@@ -80,6 +80,8 @@ INSTANTIATE_TEST_SUITE_P(
         // Other constructed elements are descended into; context tags are not strings.
         ParseCase{"30 0C A0 0A 24 03 04 01 AA 23 03 03 01 00", 0, "30 08 A0 06 04 01 AA 03 01 00"},
         ParseCase{"A4 03 04 01 AA", 0, "A4 03 04 01 AA"},
+        ParseCase{"A3 03 03 01 00", 0, "A3 03 03 01 00"},
+        ParseCase{"30 05 63 03 03 01 00", 0, "30 05 63 03 03 01 00"},
         ParseCase{"30 0A 64 03 04 01 AA 24 03 04 01 AA", 0, "30 08 64 03 04 01 AA 04 01 AA"},
         // The pass stops at the first failure: what comes before is joined, what follows is not.
         ParseCase{"30 0F 24 03 04 01 AA 24 03 02 01 05 24 03 04 01 BB", 21,
