@@ -125,7 +125,7 @@ TEST_F(Certificates, AMakersKeySignsItself) {
   EXPECT_EQ(kBadSignature, CertificateSignatureCode(Renamed(certificate).Get(), certificate.Get()));
 }
 
-// Compatibility fact: what the framework makes for itself holds the provider's blob as it is, and
+// What the framework makes for itself holds the provider's blob as it is, and
 // the import takes a national key in an OCTET STRING only. The blob begins with 06.
 TEST_F(Certificates, ANationalKeyInTheMakersFormIsRefused) {
   const Person owner("owner", kNationalKey);

@@ -195,7 +195,7 @@ TEST_F(StoreFlow, AContainerThatGoesAwayInTheMiddleOfTheWalkIsPassedOver) {
   EXPECT_TRUE(Find(store, L"Bob"));
 }
 
-// Compatibility fact: for a minute the listing outlives the container, and the key is missed only
+// For a minute the listing outlives the container, and the key is missed only
 // where it is needed.
 TEST_F(StoreFlow, AContainerThatGoesAwayAfterTheWalkStaysListedForAMinute) {
   { const auto store = OpenStore(); }

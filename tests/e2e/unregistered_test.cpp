@@ -47,7 +47,7 @@ DWORD ImportCode(const Context& context, const SubjectKey& key) {
   return CodeOf(CryptImportPublicKeyInfo(context.Get(), X509_ASN_ENCODING, &info, imported.Out()));
 }
 
-// Compatibility fact: four national keys stay bound.
+// Four national keys stay bound, as after every removal.
 TEST_F(Unregistered, NationalKeysAreStillImported) {
   const Context context = NewContainer("national");
   const SubjectKey key = SubjectKey::National("1.2.398.3.10.1.1.2.1.1", Generate(context, 0x2A4A));
