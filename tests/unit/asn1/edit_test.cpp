@@ -541,6 +541,18 @@ TEST(DeleteTest, FollowingSiblingsMoveDown) {
   EXPECT_EQ(EncodingOf(document), Hex("30 00"));
 }
 
+// What goes has headers of every length.
+TEST(DeleteTest, LongNodes) {
+  TASN1 document(0x30);
+  document.AddChild(0x30, 0, nullptr, kEnd);
+  for (const std::uint32_t length : {127U, 128U, 256U, 65536U}) {
+    const Octets value(length, 0x11);
+    EXPECT_EQ(document.AddChild(0x04, length, value.data(), 0, kEnd), 0);
+    EXPECT_EQ(document.DeleteNode(0, 0, 0, kEnd), 0);
+    EXPECT_EQ(EncodingOf(document), Hex("30 02 30 00")) << length;
+  }
+}
+
 TEST(DeleteTest, RootKeepsItsTag) {
   Parsed document("31 05 30 03 02 01 05");
   EXPECT_EQ(document.DeleteNode(0, kEnd), 0);
@@ -572,6 +584,16 @@ TEST(ClearTest, HeaderStays) {
   // A primitive root has nothing below it.
   document.Clear();
   EXPECT_EQ(EncodingOf(document), Hex("04 05 00 00 00 00 00"));
+}
+
+// Nor does anything come back of a content that does not fit into the record.
+TEST(ClearTest, RetaggedRootIsZero) {
+  TASN1 document(0x30);
+  const Octets value(100, 0x11);
+  EXPECT_EQ(document.AddChild(0x04, 100, value.data(), kEnd), 0);
+  document.Clear();
+  EXPECT_EQ(document.SetTag(0x04, kEnd), 0);
+  EXPECT_EQ(EncodingOf(document), Hex("04 66") + Octets(102, 0));
 }
 
 TEST(ClearTest, DocumentIsUsedAgain) {

@@ -79,6 +79,7 @@ INSTANTIATE_TEST_SUITE_P(
         ParseCase{"23 06 03 01 00 04 01 AA", 21, "23 06 03 01 00 04 01 AA"},
         // Other constructed elements are descended into; context tags are not strings.
         ParseCase{"30 0C A0 0A 24 03 04 01 AA 23 03 03 01 00", 0, "30 08 A0 06 04 01 AA 03 01 00"},
+        ParseCase{"30 07 24 03 04 01 AA 30 00", 0, "30 05 04 01 AA 30 00"},
         ParseCase{"A4 03 04 01 AA", 0, "A4 03 04 01 AA"},
         ParseCase{"A3 03 03 01 00", 0, "A3 03 03 01 00"},
         ParseCase{"30 05 63 03 03 01 00", 0, "30 05 63 03 03 01 00"},
