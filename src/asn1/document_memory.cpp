@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <iterator>
 #include <new>
+#include <utility>
 
 #include "frame/wipe.h"
 
@@ -59,9 +60,11 @@ std::uint8_t* DocumentMemory::TakeElsewhere(std::size_t size) {
     return reinterpret_cast<std::uint8_t*>(piece);
   }
   const std::size_t grown = std::clamp(held_, kLeastBlock, kMostUnexpected);
-  const std::size_t announced = std::min(expected_, kMostExpected);
+  // Forgotten first: what is refused now is not asked for again.
+  const std::size_t expected = std::exchange(expected_, 0);
+  const std::size_t announced = std::min(expected, kMostExpected);
   Block* block = AddBlock(std::max({kind.octets, announced, grown}));
-  expected_ -= std::min(expected_, block->size);
+  expected_ = expected - std::min(expected, block->size);
   held_ += block->size;
   ASAN_POISON_MEMORY_REGION(block->Octets(), block->size);
   next_ = block->Octets() + kind.octets;

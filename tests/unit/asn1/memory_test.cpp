@@ -309,6 +309,23 @@ TEST(AllocationFailureTest, LoadAndParse) {
   });
 }
 
+// Without room for a whole document there is still room for small ones.
+TEST(AllocationFailureTest, ABlockThatIsRefusedIsNotAskedForAgain) {
+  const Image image(Nested(1, Repeat(Hex("05 00"), 2000)));
+  TASN1 document(0x30);
+  ASSERT_EQ(document.Load(image.Data(), image.Size()), 0);
+  allocations = {.counting = true, .failAt = 1};
+  EXPECT_THROW(document.Parse(image.Data(), 0xFFFFFF), std::bad_alloc);
+  EXPECT_GT(allocations.largest, 65536U);
+  allocations.counting = false;
+  const Octets value(900, 0x11);
+  const Allocations seen = Counted([&] {
+    for (int i = 0; i < 10; ++i) document.AddChild(0x04, 900, value.data(), 0xFFFFFF);
+  });
+  EXPECT_GT(seen.count, 0U);
+  EXPECT_LT(seen.largest, 32768U);
+}
+
 TEST(AllocationFailureTest, FlattenAtEveryDepth) {
   // A string on each of 50 levels.
   Octets content;
