@@ -179,6 +179,8 @@ TEST(NodeTest, ArrayGrowsWithTheChildThatFillsIt) {
   document.AddNulls(8);
   EXPECT_EQ(root.capacity, 32U);
   EXPECT_EQ(root.count, 16);
+  document.AddNulls(16);
+  EXPECT_EQ(root.capacity, 64U);
 }
 
 TEST(NodeTest, ArrayStaysWhenChildrenGo) {
