@@ -99,9 +99,12 @@ RunningTool::RunningTool(const std::vector<std::string>& arguments, ToolBuild bu
   startup.hStdError = err.write.Get();
   std::wstring line = ToolCommandLine(arguments, build);
   PROCESS_INFORMATION information = {};
-  Must(CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, creationFlags, nullptr, nullptr,
-                      &startup, &information),
-       "CreateProcess");
+  const auto start = [&] {
+    return CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, creationFlags, nullptr,
+                          nullptr, &startup, &information) != FALSE;
+  };
+  // Seen once of Wine on a busy machine: the first process of a prefix ended before it began.
+  Must(start() || (GetLastError() == ERROR_INTERNAL_ERROR && start()), "CreateProcess");
   process_.Reset(information.hProcess);
   CloseHandle(information.hThread);
   id_ = information.dwProcessId;

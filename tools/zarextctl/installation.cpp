@@ -78,8 +78,9 @@ bool IsEmptyWithout(const std::string& functionKey, const std::set<std::string>&
   if (!key) {
     return false;
   }
+  const std::string folder = functionKey + "\\";
   for (const std::string& oid : key.Keys()) {
-    if (!going.contains(functionKey + "\\" + oid)) {
+    if (!going.contains(folder + oid)) {
       return false;
     }
   }
@@ -98,7 +99,7 @@ std::string PathToRegister(const std::string& dll) {
     throw Failure("find ZarOpenStoreProv in \"" + dll + "\"", ERROR_PROC_NOT_FOUND,
                   "name the module with --dll \"PATH OF ZAREXT.dll\"");
   }
-  const std::string path = ModulePath(module.Get());
+  std::string path = ModulePath(module.Get());
   // The module registers its path by way of the ANSI code page, and 260 octets of it.
   if (Utf8FromAnsi(Ansi(path)) != path || Ansi(path).size() >= MAX_PATH) {
     throw Failure("spell the path \"" + path + "\" in the ANSI code page", 0,
