@@ -76,12 +76,15 @@ std::vector<ForeignBinding> FindForeign() {
     own.insert(BindingKey(binding));
   }
   std::vector<ForeignBinding> foreign;
-  const auto path = [](const std::string& below) { return std::string(kOidKey) + "\\" + below; };
+  const auto inside = [](const std::string& key, const std::string& name) {
+    return key + "\\" + name;
+  };
+  const auto path = [&](const std::string& below) { return inside(kOidKey, below); };
   for (const std::string& type : RegistryKey(HKEY_LOCAL_MACHINE, kOidKey).Keys()) {
     for (const std::string& function : RegistryKey(HKEY_LOCAL_MACHINE, path(type)).Keys()) {
-      const std::string functionKey = type + "\\" + function;
+      const std::string functionKey = inside(type, function);
       for (const std::string& oid : RegistryKey(HKEY_LOCAL_MACHINE, path(functionKey)).Keys()) {
-        const std::string below = functionKey + "\\" + oid;
+        const std::string below = inside(functionKey, oid);
         const RegistryKey key(HKEY_LOCAL_MACHINE, path(below));
         const std::string dll = key.Text("Dll").value_or("");
         const bool isOwn = std::ranges::any_of(
