@@ -48,7 +48,8 @@ configure_and_build() {
 }
 
 is_installed() { [ "$(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null)" = installed ]; }
-is_offered() { apt-cache policy "$1" 2>/dev/null | grep -q '^ *Candidate: [^(]'; }
+# Read whole: apt-cache ends with an error where nobody reads on, and that would count as "no".
+is_offered() { [[ $(apt-cache policy "$1" 2>/dev/null) =~ Candidate:\ [^\(] ]]; }
 
 # One line in 60 of apt's, so that it is seen to go on.
 thin_out() { awk '/^(Get:|Unpacking|Setting up)/ { if (++n % 60 == 0) { print "   " substr($0, 1, 90); fflush() } }'; }
