@@ -272,8 +272,8 @@ TASN1::Place TASN1::Locate(PathView path) {
 }
 
 // Every header above the change may grow, too.
-void TASN1::CheckRoom(std::uint64_t size) const {
-  CheckedLength(ContentLength(root_) + size + (kMaxPathEntries + 1) * kLongestHeader);
+void TASN1::CheckRoom(std::uint64_t size, std::uint32_t replaced) const {
+  CheckedLength(ContentLength(root_) - replaced + size + (kMaxPathEntries + 1) * kLongestHeader);
 }
 
 // The value is complete before the tree changes.
@@ -453,12 +453,12 @@ std::int32_t TASN1::Rebuild(AsnNode* node, std::span<const std::uint8_t> image) 
   } else {
     FillContent(memory_, holder.Get(), reader.At(header.size), header.length);
   }
-  CheckRoom(built.contentLength);
-  const std::int64_t before = EncodedSize(*node);
+  const std::uint32_t before = EncodedSize(*node);
+  CheckRoom(built.contentLength, node == &root_ ? ContentLength(root_) : before);
   WriteHeader(holder.Get(), header.tag, built.contentLength);
   ReleaseContents(memory_, node);
   MoveNode(holder.Get(), node);
-  AdjustLengths(node->parent, EncodedSize(*node) - before);
+  AdjustLengths(node->parent, std::int64_t{EncodedSize(*node)} - before);
   const bool flatten = built.segmentedStrings || IsSegmentedString(header.tag);
   return built.result == kAsnOk && flatten ? FlattenStrings(memory_, node) : built.result;
 }

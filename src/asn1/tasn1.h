@@ -201,7 +201,7 @@ class TASN1 {
 
   void AddNode(AsnNode* parent, std::int32_t index, std::uint8_t tag, std::uint32_t length,
                const void* value);
-  void CheckRoom(std::uint64_t size) const;
+  void CheckRoom(std::uint64_t size, std::uint32_t replaced = 0) const;
   std::int32_t Rebuild(AsnNode* node, std::span<const std::uint8_t> image);
   void ReleaseAll() noexcept;
   static std::int32_t ReadHeader(const std::uint8_t* octets, std::uint64_t available,

@@ -222,6 +222,37 @@ TEST(MemoryTest, EditsWithoutEnd) {
   EXPECT_EQ(held, before);
 }
 
+// A cleared document that still counts so many octets, of which it has none.
+class Claiming : public TASN1 {
+ public:
+  explicit Claiming(std::uint32_t length) : TASN1(0x30) {
+    WriteHeader(const_cast<AsnNode*>(&Root()), 0x30, length);
+  }
+};
+
+// What is replaced takes no part of the 4 GiB.
+TEST(MemoryTest, ReplacedContentsLeaveTheirRoom) {
+  const Image image(Hex("04 82 75 30") + Octets(30000, 0x11));
+  Claiming document(0xFFFFFFFF - 50000);
+  ASSERT_EQ(document.AddChild(0x04, 20000, image.Data(), 0xFFFFFF), 0);
+  EXPECT_EQ(document.Parse(image.Data(), 0, 0xFFFFFF), 0);
+  EXPECT_EQ(SizeOf(document), 0xFFFFFFFF - 50000 + 30004 + 6);
+  EXPECT_EQ(document.Parse(image.Data(), 0, 0xFFFFFF), 0);
+  EXPECT_THROW(document.ParseInto(image.Data(), 0xFFFFFF), std::bad_alloc);
+  EXPECT_THROW(document.AddChild(0x04, 20000, image.Data(), 0xFFFFFF), std::bad_alloc);
+  EXPECT_EQ(SizeOf(document), 0xFFFFFFFF - 50000 + 30004 + 6);
+
+  Claiming root(0xFFFFFFFF - 10000);
+  EXPECT_EQ(root.Parse(image.Data(), 0xFFFFFF), 0);
+  EXPECT_EQ(SizeOf(root), 30004U);
+
+  // Without room for what is longer than what it replaces.
+  Claiming full(0xFFFFFFFF - 11000);
+  ASSERT_EQ(full.AddChild(0x04, 10000, image.Data(), 0xFFFFFF), 0);
+  EXPECT_THROW(full.Parse(image.Data(), 0, 0xFFFFFF), std::bad_alloc);
+  EXPECT_EQ(Seen(full, 0).length, 10000U);
+}
+
 // A length that the image does not hold asks for nothing.
 TEST(MemoryTest, NoAllocationIsLargerThanTheImageJustifies) {
   for (const char* text :
