@@ -6,6 +6,9 @@
 
 #include <wincrypt.h>
 
+#include <cstddef>
+#include <cstring>
+
 #include "frame/encoding_type.h"
 #include "registration/function_bindings.h"
 
@@ -22,6 +25,30 @@ inline constexpr DWORD kOpenFlags = CERT_SYSTEM_STORE_SERVICES;
 inline constexpr DWORD kParametersSize = sizeof kStoreProvider - 1;
 inline constexpr DWORD kFlags = CERT_PHYSICAL_STORE_ADD_ENABLE_FLAG;
 inline constexpr DWORD kPriority = 1;
+
+static_assert(sizeof(CERT_PHYSICAL_STORE_INFO) == 48);
+static_assert(offsetof(CERT_PHYSICAL_STORE_INFO, pszOpenStoreProvider) == 8);
+static_assert(offsetof(CERT_PHYSICAL_STORE_INFO, dwOpenEncodingType) == 16);
+static_assert(offsetof(CERT_PHYSICAL_STORE_INFO, dwOpenFlags) == 20);
+static_assert(offsetof(CERT_PHYSICAL_STORE_INFO, OpenParameters) == 24);
+static_assert(offsetof(CERT_PHYSICAL_STORE_INFO, dwFlags) == 40);
+static_assert(offsetof(CERT_PHYSICAL_STORE_INFO, dwPriority) == 44);
+
+// Registers it for the user who runs, by the framework's function: the module looks that up at run
+// time, the tool links to it. FALSE with the function's last error.
+inline BOOL Register(decltype(CertRegisterPhysicalStore)* registerPhysicalStore) {
+  char provider[sizeof kStoreProvider];
+  std::memcpy(provider, kStoreProvider, sizeof provider);
+  CERT_PHYSICAL_STORE_INFO info = {};
+  info.cbSize = sizeof info;
+  info.pszOpenStoreProvider = provider;
+  info.dwOpenEncodingType = kOpenEncodingType;
+  info.dwOpenFlags = kOpenFlags;
+  info.OpenParameters = {kParametersSize, reinterpret_cast<BYTE*>(provider)};
+  info.dwFlags = kFlags;
+  info.dwPriority = kPriority;
+  return registerPhysicalStore(kSystemStore, kLocation, kStoreProviderWide, &info, nullptr);
+}
 
 }  // namespace zarext::physical_store
 

@@ -5,8 +5,6 @@
 
 #include <wincrypt.h>
 
-#include <cstring>
-
 #include "frame/export_frame.h"
 #include "registration/crypt32_library.h"
 #include "registration/function_bindings.h"
@@ -17,14 +15,6 @@
 
 namespace zarext {
 namespace {
-
-static_assert(sizeof(CERT_PHYSICAL_STORE_INFO) == 48);
-static_assert(offsetof(CERT_PHYSICAL_STORE_INFO, pszOpenStoreProvider) == 8);
-static_assert(offsetof(CERT_PHYSICAL_STORE_INFO, dwOpenEncodingType) == 16);
-static_assert(offsetof(CERT_PHYSICAL_STORE_INFO, dwOpenFlags) == 20);
-static_assert(offsetof(CERT_PHYSICAL_STORE_INFO, OpenParameters) == 24);
-static_assert(offsetof(CERT_PHYSICAL_STORE_INFO, dwFlags) == 40);
-static_assert(offsetof(CERT_PHYSICAL_STORE_INFO, dwPriority) == 44);
 
 decltype(CryptRegisterOIDInfo)* registerOidInfo = nullptr;
 decltype(CryptRegisterOIDFunction)* registerOidFunction = nullptr;
@@ -44,21 +34,6 @@ BOOL Register(const Binding& binding, const WideModulePath& path) {
                              binding.exportName);
 }
 
-BOOL RegisterPhysicalStore() {
-  char provider[sizeof kStoreProvider];
-  std::memcpy(provider, kStoreProvider, sizeof provider);
-  CERT_PHYSICAL_STORE_INFO info = {};
-  info.cbSize = sizeof info;
-  info.pszOpenStoreProvider = provider;
-  info.dwOpenEncodingType = physical_store::kOpenEncodingType;
-  info.dwOpenFlags = physical_store::kOpenFlags;
-  info.OpenParameters = {physical_store::kParametersSize, reinterpret_cast<BYTE*>(provider)};
-  info.dwFlags = physical_store::kFlags;
-  info.dwPriority = physical_store::kPriority;
-  return registerPhysicalStore(physical_store::kSystemStore, physical_store::kLocation,
-                               kStoreProviderWide, &info, nullptr);
-}
-
 // Stops at the first failure and takes nothing back.
 HRESULT RegisterAll() {
   Crypt32Library crypt32;
@@ -74,7 +49,7 @@ HRESULT RegisterAll() {
     crypt32.StayLoaded();
     return E_UNEXPECTED;
   }
-  RequireSuccess(RegisterPhysicalStore());
+  RequireSuccess(physical_store::Register(registerPhysicalStore));
   ForEachKeyBinding([&](const Binding& binding) { RequireSuccess(Register(binding, path)); });
   return S_OK;
 }

@@ -1,6 +1,5 @@
 #include "zarextctl/installation.h"
 
-#include <cstring>
 #include <set>
 
 #include "frame/handles.h"
@@ -110,18 +109,7 @@ std::string PathToRegister(const std::string& dll) {
 }
 
 void RegisterUserStore() {
-  char provider[sizeof kStoreProvider];
-  std::memcpy(provider, kStoreProvider, sizeof provider);
-  CERT_PHYSICAL_STORE_INFO info = {};
-  info.cbSize = sizeof info;
-  info.pszOpenStoreProvider = provider;
-  info.dwOpenEncodingType = physical_store::kOpenEncodingType;
-  info.dwOpenFlags = physical_store::kOpenFlags;
-  info.OpenParameters = {physical_store::kParametersSize, reinterpret_cast<BYTE*>(provider)};
-  info.dwFlags = physical_store::kFlags;
-  info.dwPriority = physical_store::kPriority;
-  if (!CertRegisterPhysicalStore(physical_store::kSystemStore, physical_store::kLocation,
-                                 kStoreProviderWide, &info, nullptr)) {
+  if (!physical_store::Register(&CertRegisterPhysicalStore)) {
     FailStep("register this user's physical store with CertRegisterPhysicalStore");
   }
 }
