@@ -1,12 +1,12 @@
 """Many changes in one build, each behind a switch: with ZAREXT_CHANGE=17 in its environment a process
 runs change 17, without it the sources as they are. A change then costs a test run, and no build.
 
-Only changes of expressions can be switched; what stands in a constant expression cannot, and is
-dropped when the compiler refuses it.
+Only changes of expressions, returns and exchanges of statements that declare nothing can be switched;
+what stands in a constant expression cannot, and is dropped when the compiler refuses it.
 """
 import re
 
-OPERATORS = ("argument", "operand", "conversion", "variable", "return", "cast")
+OPERATORS = ("argument", "operand", "conversion", "variable", "return", "cast", "exchange")
 
 SWITCH = """#ifndef ZAREXT_SWITCH_H_
 #define ZAREXT_SWITCH_H_
@@ -30,8 +30,11 @@ class Switched:
     def __init__(self, number, change, source):
         self.number, self.change = number, change
         start, end, new = change.at, change.at + change.length, change.new
-        self.is_statement = change.kind == "return"
-        if self.is_statement:
+        self.usable = change.kind in OPERATORS
+        self.is_statement = change.kind in ("return", "exchange")
+        if change.kind == "exchange":
+            self.usable = not change.declares
+        elif self.is_statement:
             begin = source.rfind("return", 0, start)
             stop = source.index(";", end)
             self.usable = source[begin + 6:start].strip() == "" and source[end:stop].strip() == ""
@@ -44,7 +47,7 @@ class Switched:
                 start, end = literal.span()
         else:
             # Two arguments are no expression.
-            self.usable = not (change.kind == "argument" and top_level_comma(new))
+            self.usable = self.usable and not (change.kind == "argument" and top_level_comma(new))
             # Both sides of a switch get one type, which would be another for what follows.
             if re.match(r"(static|reinterpret|const)_cast|[\w:]+[({]", source[start:end]) and change.kind == "cast":
                 self.usable = False
@@ -52,7 +55,7 @@ class Switched:
 
     def render(self, original):
         if self.is_statement:
-            return "{ if (ZAREXT_CHANGED(%d)) { %s } %s }" % (self.number, self.new, original)
+            return "{ if (ZAREXT_CHANGED(%d)) { %s } else { %s } }" % (self.number, self.new, original)
         return "(ZAREXT_CHANGED(%d) ? (%s) : (%s))" % (self.number, self.new, original)
 
 

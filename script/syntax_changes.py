@@ -3,7 +3,7 @@ changed compiles.
 
   argument    an argument of a call becomes another argument of that call that has the same type
   operand     one side of && or || goes
-  exchange    two neighbouring statements change places
+  exchange    two neighbouring statements change places; not where nobody could tell
   scope       an owner is declared in a block of its own, or in front of the block that it is in
   conversion  %i, %u, %x, %X, %p or %s of a format becomes another of them
   variable    a variable, parameter or member becomes another of its type that is in scope
@@ -165,16 +165,56 @@ def binary_changes(file, cursor):
         yield ("cast", *file.place(*span(cursor), file.text(*left)))
 
 
+LABELS = (Kind.CASE_STMT, Kind.DEFAULT_STMT)
+DOING = (Kind.CALL_EXPR, Kind.CXX_NEW_EXPR, Kind.CXX_DELETE_EXPR, Kind.CXX_THROW_EXPR, Kind.ASM_STMT)
+
+
+def below(cursor):
+    return [c for child in cursor.get_children() for c in child.walk_preorder()]
+
+
+def writes(file, statement):
+    """What a statement that only declares or assigns gives a value, as texts; None for other statements."""
+    if any(c.kind in DOING for c in below(statement)):
+        return None
+    if statement.kind == Kind.DECL_STMT:
+        return [c.spelling for c in statement.get_children() if c.spelling]
+    if statement.kind == Kind.BINARY_OPERATOR:
+        left = file.of(list(statement.get_children())[0])
+        return [left] if re.fullmatch(r"[\w.]+|\w+->[\w.]+", left) else None
+    return None
+
+
+def is_constant(statement):
+    """A declaration that reads nothing."""
+    return statement.kind == Kind.DECL_STMT and not any(
+        c.kind in (*DOING, Kind.DECL_REF_EXPR, Kind.MEMBER_REF_EXPR) for c in below(statement))
+
+
+def cannot_be_told_apart(file, first, second):
+    """Whether the order of two statements shows nowhere: the cases of a switch, two that give values to what
+    the other does not name, a declaration that reads nothing."""
+    if first.kind in LABELS and second.kind in LABELS:
+        return True
+    if is_constant(first) or is_constant(second):
+        return True
+    mine, other = writes(file, first), writes(file, second)
+    if mine is None or other is None:
+        return False
+    return not any(names(file.of(second), w) for w in mine) and not any(names(file.of(first), w) for w in other)
+
+
 def exchange_changes(file, block):
     statements = list(block.get_children())
     for first, second in zip(statements, statements[1:]):
-        if first.kind in LEAVES or second.kind in LEAVES:
+        if first.kind in LEAVES or second.kind in LEAVES or cannot_be_told_apart(file, first, second):
             continue
         a, b = (span(first)[0], statement_end(file, first)), (span(second)[0], statement_end(file, second))
         if a[1] > b[0] or any(names(file.text(*b), v.spelling) for v in declared(first)):
             continue
         between = file.text(a[1], b[0])
-        yield ("exchange", *file.place(a[0], b[1], file.text(*b) + between + file.text(*a)))
+        declares = any(s.kind == Kind.DECL_STMT or s.kind in LABELS for s in (first, second))
+        yield ("exchange", *file.place(a[0], b[1], file.text(*b) + between + file.text(*a)), declares)
 
 
 def scope_changes(file, block, holder):
@@ -308,7 +348,8 @@ def walk(file, cursor, scope, holder):
 
 
 def changes_of(root, path, arguments):
-    """Every change of the file: (kind, offset, length, replacement)."""
+    """Every change of the file: (kind, offset, length, replacement), and for an exchange whether one of the
+    statements is a declaration or a case."""
     file = File(root, path, arguments)
     found, seen = [], set()
     for change in walk(file, file.top, [], None):
