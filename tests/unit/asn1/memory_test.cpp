@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <memory>
 #include <new>
 #include <string>
 
@@ -447,12 +448,15 @@ TEST(WipeTest, NumbersThatWereRead) {
   EXPECT_EQ(Octets(document.Top().octets + 2, document.Top().octets + 40), Octets(38, 0));
 }
 
-// At once, and not only at the end.
+// At once, and not only at the end. On the stack the document could lie on what earlier tests left.
 TEST(WipeTest, WhileTheDocumentLives) {
   const auto secretsIn = [](const TASN1& document) {
     return CountSecrets(&document, sizeof(document));
   };
-  Wiped document;
+  alignas(Wiped) static std::uint8_t place[sizeof(Wiped)] = {};
+  const std::unique_ptr<Wiped, void (*)(Wiped*)> owner(
+      new (place) Wiped, [](Wiped* wiped) { std::destroy_at(wiped); });
+  Wiped& document = *owner;
   ParseSecrets(document);
   EXPECT_EQ(secretsIn(document), 5U);
   document.DeleteNode(0, 0, 0xFFFFFF);
