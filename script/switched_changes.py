@@ -11,13 +11,28 @@ OPERATORS = ("argument", "operand", "conversion", "variable", "return", "cast", 
 SWITCH = """#ifndef ZAREXT_SWITCH_H_
 #define ZAREXT_SWITCH_H_
 #include <cstdlib>
+#include <type_traits>
 namespace zarext_switch {
+template <typename Original, typename Result>
+struct Same {};
+template <typename Original, typename Result>
+  requires std::is_same_v<Original, Result> ||
+           (std::is_same_v<std::remove_cvref_t<Original>, std::remove_cvref_t<Result>> &&
+            std::is_scalar_v<std::remove_cvref_t<Original>>)
+struct Same<Original, Result> {
+  static constexpr int kChecked = 0;
+};
 inline const int change = [] {
   const char* const text = std::getenv("ZAREXT_CHANGE");
   return text == nullptr ? 0 : std::atoi(text);
 }();
 }
 #define ZAREXT_CHANGED(n) (::zarext_switch::change == (n))
+// One of two expressions. Refused where the result is not of the original's type, or a copy of an object.
+#define ZAREXT_PICK(n, changed, original)                                                          \\
+  (::zarext_switch::Same<decltype((original)),                                                     \\
+                         decltype((ZAREXT_CHANGED(n) ? changed : original))>::kChecked,            \\
+   ZAREXT_CHANGED(n) ? changed : original)
 #endif
 """
 
@@ -56,7 +71,7 @@ class Switched:
     def render(self, original):
         if self.is_statement:
             return "{ if (ZAREXT_CHANGED(%d)) { %s } else { %s } }" % (self.number, self.new, original)
-        return "(ZAREXT_CHANGED(%d) ? (%s) : (%s))" % (self.number, self.new, original)
+        return "ZAREXT_PICK(%d, (%s), (%s))" % (self.number, self.new, original)
 
 
 def top_level_comma(text):

@@ -140,6 +140,9 @@ def names(text, name):
 
 
 def argument_changes(file, call):
+    if re.match(r"operator\W*=$", call.spelling) and call.spelling not in ("operator==", "operator!=", "operator<=",
+                                                                          "operator>="):
+        return
     arguments = [a for a in call.get_arguments() if a is not None and span(a)[1] > span(a)[0]]
     seen = [(type_of(bare(a)), file.of(a), a) for a in arguments]
     for i, (kind, text, argument) in enumerate(seen):

@@ -7,6 +7,7 @@
 #include <io.h>
 #include <stdio.h>
 
+#include <cstring>
 #include <fstream>
 #include <map>
 #include <regex>
@@ -16,7 +17,9 @@
 #include "frame/handles.h"
 #include "frame/trace.h"
 #include "support/child_process.h"
+#include "support/event_log.h"
 #include "support/import_patch.h"
+#include "support/recorded_import.h"
 
 namespace zarext::test {
 namespace {
@@ -181,22 +184,22 @@ TEST_F(FileLogTest, ALogThatCannotBeWrittenIsLeftAlone) {
   EXPECT_EQ(std::vector<std::string>{"before\r"}, ReadLines());
 }
 
-// The calls by which other writers see this one, in order.
-std::string steps;
-int NoteOpen(const char* /*path*/, int flags, int share, int mode) {
+// The calls by which other writers see this one, and when the line's time is taken.
+int NoteOpen(const char* path, int flags, int share, int mode) {
   char text[64] = {};
-  snprintf(text, sizeof text, "_sopen(%x, %x, %o) ", static_cast<unsigned>(flags),
-           static_cast<unsigned>(share), static_cast<unsigned>(mode));
-  steps += text;
+  snprintf(text, sizeof text, "_sopen(%s, %x, %x, %o)", std::strrchr(path, '\\') + 1,
+           static_cast<unsigned>(flags), static_cast<unsigned>(share), static_cast<unsigned>(mode));
+  RecordEvent(EventKind::kPlatform, nullptr, text);
   return 77;
 }
 int NoteLocking(int file, int mode, long size) {
-  steps += "_locking(" + std::to_string(file) + ", " + std::to_string(mode) + ", " +
-           std::to_string(size) + ") ";
+  RecordEvent(EventKind::kPlatform, nullptr,
+              "_locking(" + std::to_string(file) + ", " + std::to_string(mode) + ", " +
+                  std::to_string(size) + ")");
   return -1;
 }
 int NoteClose(int file) {
-  steps += "_close(" + std::to_string(file) + ")";
+  RecordEvent(EventKind::kPlatform, nullptr, "_close(" + std::to_string(file) + ")");
   return 0;
 }
 ZAREXT_CHILD(LogInSteps) {
@@ -204,20 +207,44 @@ ZAREXT_CHILD(LogInSteps) {
   const ImportPatch open(program, "msvcrt.dll", "_sopen", &NoteOpen);
   const ImportPatch locking(program, "msvcrt.dll", "_locking", &NoteLocking);
   const ImportPatch close(program, "msvcrt.dll", "_close", &NoteClose);
-  FileLog(kLog, "stepwise");
-  if (arguments.at(0) == "absent") {
-    return steps == "_close(0)" ? 0 : 1;
+  const RecordedImport<"GetSystemTimeAsFileTime", decltype(GetSystemTimeAsFileTime)> time(
+      program, "KERNEL32.dll");
+  const RecordedImport<"GetTempPathA", decltype(GetTempPathA)> folder(
+      program, "KERNEL32.dll", [](DWORD size, char*) { return std::to_string(size); });
+  const RecordedImport<"fopen", decltype(fopen)> log(
+      program, "msvcrt.dll",
+      [](const char* path, const char* mode) { return std::string(path) + ", " + mode; });
+  const EventView events;
+  if (arguments.at(0) == "internal") {
+    InternalFileLog(kLog, "stepwise");
+  } else {
+    FileLog(kLog, "%s", "stepwise");
   }
-  printf("%s\n", steps.c_str());
-  return steps == "_sopen(302, 40, 600) _locking(77, 1, 0) _locking(77, 0, 0) _close(77)" ? 0 : 2;
+  std::string all;
+  for (const std::string& line : events.Lines()) {
+    all += line.substr(sizeof "platform: " - 1) + "\n";
+  }
+  printf("%s", all.c_str());
+  if (arguments.at(0) == "absent") {
+    return all == "_close(0)\n" ? 0 : 1;
+  }
+  const std::string lock = arguments.at(0) == "internal" ? "zarint.lock" : "zarext.lock";
+  return all == "GetSystemTimeAsFileTime()\nGetSystemTimeAsFileTime()\nGetTempPathA(520)\n_sopen(" +
+                     lock +
+                     ", 302, 40, 600)\n_locking(77, 1, 0)\nfopen(c:\\zarext_test.log, at)\n"
+                     "_locking(77, 0, 0)\n_close(77)\n"
+             ? 0
+             : 2;
 }
 
 TEST_F(FileLogTest, TheLockFileIsLockedOverNoOctetsAndClosedLast) {
   EXPECT_EQ(0u, Run("LogInSteps", {"absent"}));
   WriteFileText(kLog, "");
   EXPECT_EQ(0u, Run("LogInSteps", {"present"}));
-  ASSERT_EQ(1u, ReadLines().size());
+  EXPECT_EQ(0u, Run("LogInSteps", {"internal"}));
+  ASSERT_EQ(2u, ReadLines().size());
   EXPECT_EQ("stepwise", Message(ReadLines()[0]));
+  EXPECT_EQ("stepwise", Message(ReadLines()[1]));
 }
 
 // A nap of a millisecond lasts until the next tick of the platform's clock, up to 15 of them.

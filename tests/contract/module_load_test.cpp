@@ -6,10 +6,12 @@
 
 #include <algorithm>
 #include <string>
+#include <vector>
 
 #include "frame/handles.h"
 #include "support/child_process.h"
 #include "support/debug_channel.h"
+#include "support/event_log.h"
 #include "support/import_patch.h"
 #include "support/trace_capture.h"
 
@@ -205,8 +207,6 @@ TEST(ModuleLoad, ExportsNeedNoThreadLocalSlot) {
 }
 
 // What the module does with its objects when it is unloaded, in order.
-std::string unloadCalls;
-
 bool MutexExists() {
   return static_cast<bool>(UniqueKernelObject(OpenMutexA(SYNCHRONIZE, FALSE, kMutex)));
 }
@@ -215,12 +215,13 @@ bool MutexExists() {
 BOOL WINAPI NoteCloseHandle(HANDLE handle) {
   const bool existed = MutexExists();
   const BOOL closed = CloseHandle(handle);
-  unloadCalls += existed && !MutexExists() ? "close mutex;" : "close other;";
+  RecordEvent(EventKind::kPlatform, nullptr,
+              existed && !MutexExists() ? "CloseHandle(mutex)" : "CloseHandle(another)");
   return closed;
 }
 
 void WINAPI NoteDeleteCriticalSection(CRITICAL_SECTION* section) {
-  unloadCalls += "delete critical section;";
+  RecordEvent(EventKind::kPlatform, nullptr, "DeleteCriticalSection()");
   DeleteCriticalSection(section);
 }
 
@@ -229,10 +230,13 @@ ZAREXT_CHILD(UnloadOrder) {
   // The patches go with the module's memory.
   new ImportPatch(module, "KERNEL32.dll", "CloseHandle", &NoteCloseHandle);
   new ImportPatch(module, "KERNEL32.dll", "DeleteCriticalSection", &NoteDeleteCriticalSection);
+  const EventView events;
   FreeLibrary(module);
-  printf("%s\n", unloadCalls.c_str());
   // The runtime deletes a critical section of its own before.
-  return unloadCalls == "delete critical section;close mutex;delete critical section;" ? 0 : 1;
+  return events.Texts() == std::vector<std::string>{"DeleteCriticalSection()", "CloseHandle(mutex)",
+                                                    "DeleteCriticalSection()"}
+             ? 0
+             : 1;
 }
 
 TEST(ModuleLoad, UnloadingClosesTheMutexAndThenDeletesTheCriticalSection) {

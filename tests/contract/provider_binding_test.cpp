@@ -6,11 +6,14 @@
 
 #include <stdexcept>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "frame/export_frame.h"
 #include "frame/handles.h"
 #include "support/child_process.h"
-#include "support/import_patch.h"
+#include "support/event_log.h"
+#include "support/recorded_import.h"
 
 namespace zarext::test {
 namespace {
@@ -115,23 +118,58 @@ ZAREXT_CHILD(BindComplete) {
   BindProvider();
   return ProviderModule() == module ? 0 : 2;
 }
-// All six are looked up, in this order, whatever is missing. A call by name from here may go
-// through the slot that is patched, and would come back.
-std::string lookUps;
-decltype(&GetProcAddress) realGetProcAddress = nullptr;
-FARPROC WINAPI NoteLookUp(HMODULE module, const char* name) {
-  lookUps += std::string(name) + " ";
-  return realGetProcAddress(module, name);
-}
+// The registry key is open until the file is loaded, and all six are looked up, in this order,
+// whatever is missing. The argument: which file is loaded, and what comes last.
 ZAREXT_CHILD(BindInOrder) {
-  const ImportPatch patch(GetModuleHandleA(nullptr), "KERNEL32.dll", "GetProcAddress", &NoteLookUp);
-  realGetProcAddress = patch.Original<decltype(GetProcAddress)>();
-  BindProvider();
-  return lookUps ==
-                 "CPAcquireContext CPReleaseContext CPGetProvParam CPGetKeyParam CPSetKeyParam "
-                 "CPGetUserKey "
-             ? 0
-             : 1;
+  const HMODULE program = GetModuleHandleA(nullptr);
+  const RecordedImport<"RegOpenKeyExA", decltype(RegOpenKeyExA)> open(
+      program, "ADVAPI32.dll", [](HKEY root, const char* name, DWORD options, DWORD access, HKEY*) {
+        char text[128] = {};
+        snprintf(text, sizeof text, "%s, %s, %lx, %lx", root == HKEY_LOCAL_MACHINE ? "HKLM" : "?",
+                 name, options, access);
+        return std::string(text);
+      });
+  const RecordedImport<"RegQueryValueExA", decltype(RegQueryValueExA)> query(
+      program, "ADVAPI32.dll",
+      [](HKEY, const char* name, DWORD*, DWORD* type, BYTE*, const DWORD* size) {
+        return std::string(name) + ", " + (type == nullptr ? "null" : "?") + ", " +
+               std::to_string(*size);
+      });
+  const RecordedImport<"RegCloseKey", decltype(RegCloseKey)> close(program, "ADVAPI32.dll");
+  const RecordedImport<"LoadLibraryA", decltype(LoadLibraryA)> load(
+      program, "KERNEL32.dll", [](const char* path) {
+        const std::string text = path;
+        return text.substr(text.rfind('\\') + 1);
+      });
+  const RecordedImport<"GetProcAddress", decltype(GetProcAddress)> look(
+      program, "KERNEL32.dll", [](HMODULE, const char* name) { return std::string(name); });
+  const RecordedImport<"FreeLibrary", decltype(FreeLibrary)> free(program, "KERNEL32.dll");
+  const EventView events;
+  BindingError();
+  const std::string& file = arguments.at(0);
+  const std::string& end = arguments.at(1);
+  std::vector<std::string> expected = {std::string("platform: RegOpenKeyExA(HKLM, ") + kKey +
+                                       ", 0, 20019)"};
+  if (file != "cpzarvel.dll") {
+    expected.emplace_back("platform: RegQueryValueExA(Image Path, null, 256)");
+  }
+  expected.push_back("platform: LoadLibraryA(" + file + ")");
+  if (file != "cpzarvel.dll") {
+    expected.emplace_back("platform: RegCloseKey()");
+  }
+  if (end != "refused") {
+    for (const char* name : {"CPAcquireContext", "CPReleaseContext", "CPGetProvParam",
+                             "CPGetKeyParam", "CPSetKeyParam", "CPGetUserKey"}) {
+      expected.push_back(std::string("platform: GetProcAddress(") + name + ")");
+    }
+  }
+  if (end == "freed") {
+    expected.emplace_back("platform: FreeLibrary()");
+  }
+  for (const std::string& line : events.Lines()) {
+    printf("%s\n", line.c_str());
+  }
+  return events.Lines() == expected ? 0 : 1;
 }
 // Threads that bind at once all find the module bound, and one reference each at the most.
 DWORD WINAPI BindInThread(void* start) {
@@ -258,11 +296,20 @@ INSTANTIATE_TEST_SUITE_P(FirstFive, MissingEntryPoint,
                          testing::Values("CPAcquireContext", "CPReleaseContext", "CPGetProvParam",
                                          "CPGetKeyParam", "CPSetKeyParam"));
 
-TEST(BindProvider, LooksUpAllSixInOrder) {
-  for (const char* missing : {"none", "CPAcquireContext", "CPGetKeyParam"}) {
-    WriteImagePath(REG_SZ, Text(ProviderWithout(missing)));
-    EXPECT_EQ(0u, RunInChild("BindInOrder")) << missing;
+TEST(BindProvider, KeepsTheKeyUntilTheFileIsLoadedAndLooksUpAllSixInOrder) {
+  for (const auto& [missing, end] : {std::pair{"none", "kept"},
+                                     {"CPAcquireContext", "freed"},
+                                     {"CPGetKeyParam", "freed"},
+                                     {"CPGetUserKey", "kept"}}) {
+    const std::string path = ProviderWithout(missing);
+    WriteImagePath(REG_SZ, Text(path));
+    EXPECT_EQ(0u, RunInChild("BindInOrder", path.substr(path.rfind('\\') + 1) + " " + end))
+        << missing;
   }
+  WriteImagePath(REG_SZ, Text("c:\\nowhere\\missing.dll"));
+  EXPECT_EQ(0u, RunInChild("BindInOrder", "missing.dll refused"));
+  DeleteProviderKey();
+  EXPECT_EQ(0u, RunInChild("BindInOrder", "cpzarvel.dll refused"));
 }
 
 TEST(BindProvider, ThreadsMayBindAtOnce) {
