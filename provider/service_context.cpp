@@ -46,6 +46,12 @@ ContainerName NameOrDefault(LPCSTR pszContainer) {
   return name;
 }
 
+// A token that would ask for its password, for callers that must be shown the refusal.
+bool AsksForPassword(const ContainerName& name) {
+  return GetEnvironmentVariableA("ZARVEL_DEV_TOKEN_ASKS", nullptr, 0) != 0 &&
+         LoadProfile(name).kind != kFileKind;
+}
+
 Bytes Text(const std::string& text) {
   Bytes out = ToBytes(AsView(text));
   out.push_back(0);
@@ -263,6 +269,8 @@ void AcquireContext(HCRYPTPROV* phProv, LPCSTR pszContainer, DWORD dwFlags,
       return;
     }
   }
+  Require(action != 0 || (dwFlags & CRYPT_SILENT) == 0 || !AsksForPassword(name),
+          NTE_SILENT_CONTEXT);
   const HCRYPTPROV self = Handles().Reserve();
   Handles().Put(self,
                 std::make_shared<Context>(self, caller.providerName, caller.providerType, name));

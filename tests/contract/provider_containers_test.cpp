@@ -325,6 +325,23 @@ TEST_F(Containers, OnATokenAreSlow) {
   EXPECT_GE(card, 200U);  // one access for the profile, one for the key
 }
 
+TEST_F(Containers, OnATokenThatAsksDoNotOpenSilently) {
+  NewContainer("profile://card/?kind=idcard");
+  NewContainer("box");
+  const auto opened = [](const char* name, DWORD flags) {
+    HCRYPTPROV context = 0;
+    const DWORD code = CodeOf(CryptAcquireContextA(&context, name, "Zarvel CSP", 25, flags));
+    CryptReleaseContext(context, 0);
+    return code;
+  };
+  SetEnvironmentVariableA("ZARVEL_DEV_TOKEN_ASKS", "1");
+  EXPECT_EQ(opened("card", CRYPT_SILENT), 0x80090022);
+  EXPECT_EQ(opened("card", 0), 0U);
+  EXPECT_EQ(opened("box", CRYPT_SILENT), 0U);
+  SetEnvironmentVariableA("ZARVEL_DEV_TOKEN_ASKS", nullptr);
+  EXPECT_EQ(opened("card", CRYPT_SILENT), 0U);
+}
+
 TEST_F(Containers, ThatAreDamagedAreReportedAndHideNoOthers) {
   NewContainer("a");
   NewContainer("b");

@@ -3,7 +3,6 @@
 
 #include "contract/store_fixture.h"
 #include "e2e/ctl_fixture.h"
-#include "support/child_process.h"
 
 namespace zarext::test {
 namespace {
@@ -84,22 +83,10 @@ TEST_F(Cache, EveryDamageIsNamed) {
   SharedSection().Wipe();
 }
 
-// A child that takes the mutex and keeps it until it is ended.
-ZAREXT_CHILD(HoldMutex) {
-  const HANDLE mutex = CreateMutexA(nullptr, TRUE, "$zarvel_csp_store_mutex_name");
-  const HANDLE held = OpenEventA(EVENT_MODIFY_STATE, FALSE, "ctl_test_mutex_held");
-  WaitForSingleObject(mutex, INFINITE);
-  SetEvent(held);
-  Sleep(60000);
-  return 0;
-}
-
 TEST_F(Cache, AHeldMutexIsReportedAndTheListingReadAllTheSame) {
   Module();
   SharedSection().Put(Now(), kBlock);
-  const UniqueKernelObject held(CreateEventA(nullptr, TRUE, FALSE, "ctl_test_mutex_held"));
-  const ChildProcess holder("HoldMutex");
-  ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(held.Get(), 20000));
+  const ChildProcess holder = HoldMutex();
   const ToolResult result = RunTool({"cache"});
   EXPECT_EQ(1u, result.exitCode);
   EXPECT_THAT(result.out, HasSubstr("mutex: held"));

@@ -3,7 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "e2e/ctl_people.h"
-#include "support/child_process.h"
+#include "support/certificates.h"
 #include "support/openssl_fixtures.h"
 
 namespace zarext::test {
@@ -38,6 +38,19 @@ class Explain : public CtlTest {
 
 using StoreCommand = Explain;
 
+Octets Pem(const std::vector<Octets>& certificates) {
+  std::string all;
+  for (const Octets& certificate : certificates) {
+    std::string text(certificate.size() * 2 + 200, '\0');
+    auto size = static_cast<DWORD>(text.size());
+    Must(CryptBinaryToStringA(certificate.data(), static_cast<DWORD>(certificate.size()),
+                              CRYPT_STRING_BASE64HEADER, text.data(), &size),
+         "CryptBinaryToString");
+    all.append(text, 0, size);
+  }
+  return {all.begin(), all.end()};
+}
+
 TEST_F(Explain, ACertificateThatIsAccepted) {
   ExpectGolden("explain-accepted", OfUser(), kOfThisRun);
 }
@@ -68,35 +81,31 @@ TEST_F(Explain, JsonHasEveryField) {
               HasSubstr("EXT : ZarImportPublicKeyInfoEx : hCryptProv = "));
 }
 
-TEST_F(Explain, WithoutItsBinding) {
-  const std::string key =
+TEST_F(Explain, EveryDamageOfTheInstallationIsFound) {
+  const std::string binding =
       std::string(kOidRoot) + "EncodingType 1\\CryptDllImportPublicKeyInfoEx\\" + kMakersOid;
-  {
-    const auto damage = RegistryDamage::RemoveKey(HKEY_LOCAL_MACHINE, key);
-    ExpectGolden("explain-binding-missing", OfUser(), kOfThisRun);
+  const std::string record =
+      std::string(kOidRoot) + "EncodingType 0\\CryptDllFindOIDInfo\\" + kMakersSignature + "!4";
+  const std::string provider = std::string(kProviderRoot) + "Zarvel CSP";
+  const HKEY machine = HKEY_LOCAL_MACHINE;
+  const auto image = [&](const std::string& path) {
+    return Changed(machine, provider, "Image Path", REG_SZ, TextOctets(path));
+  };
+  const auto dll = [&](const char* path) {
+    return Changed(machine, binding, "Dll", REG_SZ, TextOctets(path));
+  };
+  const std::vector<Damaged> cases = {
+      {"explain-binding-missing", Removed(machine, binding)},
+      {"explain-binding-other-dll", dll("C:\\other\\other.dll")},
+      {"explain-binding-file-gone", dll("C:\\gone\\ZAREXT.dll")},
+      {"explain-record-missing", Removed(machine, record)},
+      {"explain-provider-missing", image("C:\\nowhere\\cpzarvel.dll")},
+      {"explain-entry-point-missing", image(ProgramFolder() + "ZAREXT.dll")},
+  };
+  for (const Damaged& damaged : cases) {
+    const RegistryDamage damage = damaged.damage();
+    ExpectGolden(damaged.golden, OfUser(), kOfThisRun);
   }
-  const auto damage = RegistryDamage::SetValue(HKEY_LOCAL_MACHINE, key, "Dll", REG_SZ,
-                                               TextOctets("C:\\other\\other.dll"));
-  ExpectGolden("explain-binding-other-dll", OfUser(), kOfThisRun);
-}
-
-TEST_F(Explain, WithoutTheRecordOfItsSignature) {
-  const auto damage = RegistryDamage::RemoveKey(
-      HKEY_LOCAL_MACHINE,
-      std::string(kOidRoot) + "EncodingType 0\\CryptDllFindOIDInfo\\" + kMakersSignature + "!4");
-  ExpectGolden("explain-record-missing", OfUser(), kOfThisRun);
-}
-
-TEST_F(Explain, WithoutTheProvidersModuleOrItsEntryPoints) {
-  const std::string key = std::string(kProviderRoot) + "Zarvel CSP";
-  {
-    const auto damage = RegistryDamage::SetValue(HKEY_LOCAL_MACHINE, key, "Image Path", REG_SZ,
-                                                 TextOctets("C:\\nowhere\\cpzarvel.dll"));
-    ExpectGolden("explain-provider-missing", OfUser(), kOfThisRun);
-  }
-  const auto damage = RegistryDamage::SetValue(HKEY_LOCAL_MACHINE, key, "Image Path", REG_SZ,
-                                               TextOctets(ProgramFolder() + "ZAREXT.dll"));
-  ExpectGolden("explain-entry-point-missing", OfUser(), kOfThisRun);
 }
 
 // A national key in the maker's form: what the framework makes for itself.
@@ -108,6 +117,25 @@ TEST_F(Explain, AKeyInAFormThatIsNotItsOwn) {
   const Octets octets(made.Get()->pbCertEncoded,
                       made.Get()->pbCertEncoded + made.Get()->cbCertEncoded);
   ExpectGolden("explain-import", Patched({"explain", File("national.cer", octets)}), kOfThisRun);
+}
+
+// A key of the right kind and of the wrong size, and an algorithm of nobody's.
+TEST_F(Explain, KeysAndAlgorithmsThatAreRefused) {
+  const struct {
+    const char* golden;
+    const char* keyOid;
+    const char* signatureOid;
+  } rows[] = {
+      {"explain-import-refused", kMakersOid, kMakersSignature},
+      {"explain-record-foreign", "1.2.840.10045.2.1", "1.2.643.7.1.1.3.2"},
+  };
+  for (const auto& row : rows) {
+    CertificateOrder order;
+    order.publicKeyOid = row.keyOid;
+    order.signatureOid = row.signatureOid;
+    ExpectGolden(row.golden, Patched({"explain", File("made.cer", MakeCertificate(order))}),
+                 kOfThisRun);
+  }
 }
 
 TEST_F(Explain, WithOneBitOfTheSignatureChanged) {
@@ -130,22 +158,67 @@ TEST_F(Explain, Expired) {
                Patched({"explain", File("old.cer", authority.Issue(user, 5, 2021))}), kOfThisRun);
 }
 
-TEST_F(Explain, TiedToAContainerThatIsGoneOrDamagedOrAnothers) {
+// The user's certificate with an issuer between it and the root, which has these extensions.
+TEST_F(Explain, IssuersThatMayNotIssue) {
+  const Octets isAuthority = {0x30, 0x03, 0x01, 0x01, 0xFF};
+  const Octets signsData = {0x03, 0x02, 0x07, 0x80};
+  const Octets nothing = {0x05, 0x00};
+  const struct {
+    const char* golden;
+    CertificateExtensions extensions;
+  } rows[] = {
+      {"explain-issuer-no-authority", {}},
+      {"explain-issuer-usage",
+       {{szOID_BASIC_CONSTRAINTS2, true, isAuthority}, {szOID_KEY_USAGE, true, signsData}}},
+      {"explain-issuer-extension",
+       {{szOID_BASIC_CONSTRAINTS2, true, isAuthority}, {"1.2.3.4.5", true, nothing}}},
+  };
+  const Owner25 middle("middle");
+  for (const auto& row : rows) {
+    const std::string file =
+        File("chain.pem",
+             Pem({middle.Issue(user, 8), authority.Issue(middle, 9, 2049, row.extensions)}));
+    ExpectGolden(row.golden, Patched({"explain", file}), kOfThisRun);
+  }
+  ExpectGolden("explain-circle",
+               Patched({"explain",
+                        File("circle.pem", Pem({middle.Issue(user, 10), user.Issue(middle, 11)}))}),
+               kOfThisRun);
+}
+
+TEST_F(Explain, TiedToAContainerThatDoesNotServe) {
   const Owner25 other("other");
-  const auto explained = [&](const char* golden, const wchar_t* container) {
-    const InStore mine(L"MY", certificate, container);
+  const Owner25 token("profile://token/?kind=kztoken");
+  const auto explained = [&](const char* golden, const Tie& tie) {
+    const InStore mine(L"MY", certificate, tie);
     ExpectGolden(golden, Patched({"explain", "--store", "MY", "--subject", "user"}), kOfThisRun);
   };
-  explained("explain-container-gone", L"profile://nobody");
-  explained("explain-container-other", L"profile://other");
+  explained("explain-container-gone", {L"profile://nobody"});
+  explained("explain-container-other", {L"profile://other"});
+  explained("explain-container-no-key", {L"profile://user", AT_KEYEXCHANGE});
+  explained("explain-container-no-provider", {L"profile://user", AT_SIGNATURE, nullptr});
+  SetEnvironmentVariableA("ZARVEL_DEV_TOKEN_ASKS", "1");
+  explained("explain-container-asks", {L"profile://token"});
+  SetEnvironmentVariableA("ZARVEL_DEV_TOKEN_ASKS", nullptr);
   WriteOctets(home_.Path() + "\\c-other\\signature.key", {1, 2, 3});
-  explained("explain-container-damaged", L"profile://other");
+  explained("explain-container-damaged", {L"profile://other"});
 }
 
 TEST_F(Explain, AnRsaCertificateIsTheFrameworks) {
   ExpectGolden("explain-rsa",
                Patched({"explain", File("rsa.cer", FromHex(openssl::kRsaCertificate))}),
                kOfThisRun);
+}
+
+// What the ANSI code page cannot spell is found all the same.
+TEST_F(Explain, PathsInCyrillicLetters) {
+  WriteOctets(std::filesystem::path(home_.Path()) / L"Иван.cer", user.Issue(user, 12));
+  const ToolResult explained =
+      RunTool({"explain", "--no-containers", "--json", home_.Path() + "\\Иван.cer"});
+  EXPECT_EQ(1u, explained.exitCode);
+  EXPECT_EQ("trust", json::parse(explained.out).at("firstFailure"));
+  EXPECT_THAT(RunTool({"explain", home_.Path() + "\\Нет.cer"}).err,
+              HasSubstr("\\Нет.cer\".\n  0x2 ERROR_FILE_NOT_FOUND"));
 }
 
 struct NoCertificate {
@@ -196,7 +269,7 @@ TEST_F(Explain, WhichOneIsMeant) {
 }
 
 TEST_F(StoreCommand, ListsTheProvidersStoreAndMy) {
-  const InStore mine(L"MY", authority.Issue(user, 7), L"profile://nobody");
+  const InStore mine(L"MY", authority.Issue(user, 7), {L"profile://nobody"});
   ExpectGolden("store-list", Patched({"store"}), kOfThisRun);
   ExpectGolden("store-show", Patched({"store", "show", "--subject", "user", "--store", "provider"}),
                kOfThisRun);

@@ -9,7 +9,6 @@
 #include <thread>
 
 #include "frame/handles.h"
-#include "support/child_process.h"
 #include "support/prepared_process.h"
 #include "support/regsvr32.h"
 
@@ -76,6 +75,17 @@ void RegisterModule() {
   }
 }
 const PreparedProcess prepared(&RegisterModule);
+
+constexpr char kMutexIsHeld[] = "ctl_test_mutex_held";
+
+ZAREXT_CHILD(KeepMutex) {
+  const HANDLE mutex = CreateMutexA(nullptr, TRUE, "$zarvel_csp_store_mutex_name");
+  const HANDLE held = OpenEventA(EVENT_MODIFY_STATE, FALSE, kMutexIsHeld);
+  WaitForSingleObject(mutex, INFINITE);
+  SetEvent(held);
+  Sleep(60000);
+  return 0;
+}
 
 }  // namespace
 
@@ -230,6 +240,22 @@ Octets TextOctets(const std::string& utf8) {
   const std::wstring wide = Wide(utf8);
   const auto* start = reinterpret_cast<const BYTE*>(wide.c_str());
   return {start, start + (wide.size() + 1) * sizeof(wchar_t)};
+}
+
+std::function<RegistryDamage()> Removed(HKEY root, const std::string& path) {
+  return [=] { return RegistryDamage::RemoveKey(root, path); };
+}
+
+std::function<RegistryDamage()> Changed(HKEY root, const std::string& path, const char* name,
+                                        DWORD type, const Octets& octets) {
+  return [=] { return RegistryDamage::SetValue(root, path, name, type, octets); };
+}
+
+ChildProcess HoldMutex() {
+  const UniqueKernelObject held(CreateEventA(nullptr, TRUE, FALSE, kMutexIsHeld));
+  ChildProcess holder("KeepMutex");
+  Must(WaitForSingleObject(held.Get(), 20000) == WAIT_OBJECT_0, "WaitForSingleObject");
+  return holder;
 }
 
 }  // namespace zarext::test

@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <windows.h>
 
+#include <functional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -13,6 +14,7 @@
 
 #include "contract/provider_fixture.h"
 #include "frame/handles.h"
+#include "support/child_process.h"
 #include "support/module_under_test.h"
 
 namespace zarext::test {
@@ -64,6 +66,10 @@ std::wstring ToolCommandLine(const std::vector<std::string>& arguments, ToolBuil
 // What differs between runs of the tests: regular expressions and what stands in their place.
 using Replacements = std::vector<std::pair<std::string, std::string>>;
 
+// The test's home.
+inline const Replacements kHome = {{"devhome[0-9]+-[0-9]+", "<home>"},
+                                   {"C:\\\\[^\"\n]*\\\\(<home>)", "<temp>\\$1"}};
+
 // Compares with the golden file, after the replacements and with the program's folder as
 // "<folder>\".
 void ExpectGolden(const std::string& name, const ToolResult& result,
@@ -107,6 +113,18 @@ class RegistryDamage {
 
 // REG_SZ octets of a text.
 Octets TextOctets(const std::string& utf8);
+
+// A damage of the registration, and the golden file of what the tool says of it.
+struct Damaged {
+  const char* golden;
+  std::function<RegistryDamage()> damage;
+};
+std::function<RegistryDamage()> Removed(HKEY root, const std::string& path);
+std::function<RegistryDamage()> Changed(HKEY root, const std::string& path, const char* name,
+                                        DWORD type, const Octets& octets);
+
+// A process that has taken the mutex of the shared listing and keeps it until it is killed.
+ChildProcess HoldMutex();
 
 inline constexpr char kOidRoot[] = "SOFTWARE\\Microsoft\\Cryptography\\OID\\";
 inline constexpr char kProviderRoot[] = "SOFTWARE\\Microsoft\\Cryptography\\Defaults\\Provider\\";

@@ -31,8 +31,9 @@ struct Owner25 {
   [[nodiscard]] Signer AsSigner() const {
     return {context.Get(), AT_SIGNATURE, kMakersSignature, name};
   }
-  [[nodiscard]] Octets Issue(const Owner25& owner, std::uint8_t serial, WORD until = 2049) const {
-    return IssueCertificate(AsSigner(), owner.name, owner.subject, serial, until);
+  [[nodiscard]] Octets Issue(const Owner25& owner, std::uint8_t serial, WORD until = 2049,
+                             const CertificateExtensions& extensions = {}) const {
+    return IssueCertificate(AsSigner(), owner.name, owner.subject, serial, until, extensions);
   }
   // Puts the certificate into the container.
   void Keep(const Octets& certificate) const {
@@ -45,19 +46,26 @@ struct Owner25 {
   SubjectKey subject;
 };
 
+// What a certificate in a store says of its key.
+struct Tie {
+  const wchar_t* container;
+  DWORD keySpec = AT_SIGNATURE;
+  const wchar_t* provider = L"Zarvel CSP";
+};
+
 // A certificate in one of the user's stores while the object lives, tied to a container or not.
 class InStore {
  public:
-  InStore(const wchar_t* store, const Octets& certificate, const wchar_t* container = nullptr)
+  InStore(const wchar_t* store, const Octets& certificate, const Tie& tie = {nullptr})
       : store_(
             CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, CERT_SYSTEM_STORE_CURRENT_USER, store)) {
     const UniqueCertContext context = CertificateContext(certificate);
-    if (container != nullptr) {
+    if (tie.container != nullptr) {
       CRYPT_KEY_PROV_INFO info = {};
-      info.pwszContainerName = const_cast<wchar_t*>(container);
-      info.pwszProvName = const_cast<wchar_t*>(L"Zarvel CSP");
+      info.pwszContainerName = const_cast<wchar_t*>(tie.container);
+      info.pwszProvName = const_cast<wchar_t*>(tie.provider);
       info.dwProvType = 25;
-      info.dwKeySpec = AT_SIGNATURE;
+      info.dwKeySpec = tie.keySpec;
       Must(CertSetCertificateContextProperty(context.Get(), CERT_KEY_PROV_INFO_PROP_ID, 0, &info),
            "CertSetCertificateContextProperty");
     }

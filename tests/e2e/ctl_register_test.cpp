@@ -1,4 +1,5 @@
 // zarextctl register and unregister. Each test leaves the module registered.
+#include <filesystem>
 #include <nlohmann/json.hpp>
 
 #include "contract/store_fixture.h"
@@ -73,6 +74,14 @@ TEST_F(Register, WithoutAConsoleNothingIsAsked) {
 TEST_F(Register, AnotherFileIsRefused) {
   ExpectGolden("register-no-file", Patched({"register", "--yes", "--dll", "C:\\nowhere.dll"}));
   ExpectGolden("register-other-file", Patched({"register", "--yes", "--dll", DevProviderPath()}));
+  // No ANSI code page has both letters; the module would register another path.
+  const std::filesystem::path folder = std::filesystem::path(home_.Path()) / L"\u0416\u00E9";
+  std::filesystem::create_directory(folder);
+  std::filesystem::copy_file(ProgramFolder() + "ZAREXT.dll", folder / "ZAREXT.dll");
+  const RegistryLines before = ReadRegistry();
+  ExpectGolden("register-path",
+               Patched({"register", "--yes", "--dll", home_.Path() + "\\Жé\\ZAREXT.dll"}), kHome);
+  EXPECT_EQ(before, ReadRegistry());
 }
 
 TEST_F(Register, TheUsersStoreAlone) {

@@ -4,12 +4,10 @@
 
 #include <cstdio>
 #include <filesystem>
-#include <functional>
 #include <nlohmann/json.hpp>
 
 #include "contract/store_fixture.h"
 #include "e2e/ctl_fixture.h"
-#include "support/child_process.h"
 
 namespace zarext::test {
 namespace {
@@ -129,58 +127,49 @@ TEST_F(Status, TheChecksAreListed) {
   ExpectGolden("status-checks", RunTool({"status", "--checks"}));
 }
 
-struct Damaged {
-  const char* golden;
-  std::vector<std::function<RegistryDamage()>> damages;
-};
-
 TEST_F(Status, EveryDamageOfTheRegistrationIsFound) {
-  const auto remove = [](HKEY root, const std::string& key) {
-    return [=] { return RegistryDamage::RemoveKey(root, key); };
-  };
-  const auto set = [](HKEY root, const std::string& key, const char* name, DWORD type,
-                      const Octets& octets) {
-    return [=] { return RegistryDamage::SetValue(root, key, name, type, octets); };
-  };
   const std::string foreign = std::string(kOidRoot) + "EncodingType 1\\CryptDllFormatObject\\1.2.3";
   const HKEY machine = HKEY_LOCAL_MACHINE;
   const HKEY user = HKEY_CURRENT_USER;
   const std::string text = File("text.dll", "no module");
   const std::vector<Damaged> cases = {
-      {"status-record-missing", {remove(machine, kRecord)}},
-      {"status-record-differs", {set(machine, kRecord, "Algid", REG_DWORD, NumberOctets(0x1234))}},
-      {"status-record-damaged", {set(machine, kRecord, "Name", REG_SZ, {'a', 0, 'b'})}},
-      {"status-binding-missing", {remove(machine, kBinding)}},
+      {"status-record-missing", Removed(machine, kRecord)},
+      {"status-record-differs",
+       Changed(machine, kRecord, "Algid", REG_DWORD, NumberOctets(0x1234))},
+      {"status-record-damaged", Changed(machine, kRecord, "Name", REG_SZ, {'a', 0, 'b'})},
+      {"status-binding-missing", Removed(machine, kBinding)},
       {"status-binding-other-dll",
-       {set(machine, kBinding, "Dll", REG_SZ, TextOctets("C:\\Папка\\ZAREXT.dll"))}},
+       Changed(machine, kBinding, "Dll", REG_SZ, TextOctets("C:\\Папка\\ZAREXT.dll"))},
       {"status-binding-other-function",
-       {set(machine, kBinding, "FuncName", REG_SZ, TextOctets("ZarConvertPublicKeyInfo"))}},
-      {"status-binding-damaged", {set(machine, kBinding, "Dll", REG_BINARY, {1, 2})}},
+       Changed(machine, kBinding, "FuncName", REG_SZ, TextOctets("ZarConvertPublicKeyInfo"))},
+      {"status-binding-damaged", Changed(machine, kBinding, "Dll", REG_BINARY, {1, 2})},
       {"status-foreign-binding",
-       {set(machine, foreign, "Dll", REG_SZ, TextOctets("C:\\old\\zarext.DLL"))}},
-      {"status-store-missing", {remove(user, kStoreKey)}},
-      {"status-store-differs", {set(user, kStoreKey, "Priority", REG_DWORD, NumberOctets(7))}},
-      {"status-provider-not-registered", {remove(machine, kRsaProvider)}},
-      {"status-provider-path", {set(machine, kProvider, "Image Path", REG_DWORD, NumberOctets(1))}},
+       Changed(machine, foreign, "Dll", REG_SZ, TextOctets("C:\\old\\zarext.DLL"))},
+      {"status-store-missing", Removed(user, kStoreKey)},
+      {"status-store-differs", Changed(user, kStoreKey, "Priority", REG_DWORD, NumberOctets(7))},
+      {"status-provider-not-registered", Removed(machine, kRsaProvider)},
+      {"status-provider-path",
+       Changed(machine, kProvider, "Image Path", REG_DWORD, NumberOctets(1))},
       {"status-provider-path-endless",
-       {set(machine, kProvider, "Image Path", REG_SZ, {'a', 0, 'b', 0})}},
+       Changed(machine, kProvider, "Image Path", REG_SZ, {'a', 0, 'b', 0})},
       {"status-provider-module-missing",
-       {set(machine, kProvider, "Image Path", REG_SZ, TextOctets("C:\\nowhere\\cpzarvel.dll"))}},
+       Changed(machine, kProvider, "Image Path", REG_SZ, TextOctets("C:\\nowhere\\cpzarvel.dll"))},
       {"status-provider-does-not-load",
-       {set(machine, kProvider, "Image Path", REG_SZ, TextOctets(text))}},
-      {"status-provider-entry-point",
-       {set(machine, kProvider, "Image Path", REG_SZ, TextOctets(ProgramFolder() + "ZAREXT.dll"))}},
-      {"status-provider-type", {set(machine, kProvider, "Type", REG_DWORD, NumberOctets(24))}},
+       Changed(machine, kProvider, "Image Path", REG_SZ, TextOctets(text))},
+      {"status-provider-entry-point", Changed(machine, kProvider, "Image Path", REG_SZ,
+                                              TextOctets(ProgramFolder() + "ZAREXT.dll"))},
+      {"status-provider-type", Changed(machine, kProvider, "Type", REG_DWORD, NumberOctets(24))},
       {"status-provider-default",
-       {remove(machine, "SOFTWARE\\Microsoft\\Cryptography\\Defaults\\Provider Types\\Type 025")}},
+       Removed(machine, "SOFTWARE\\Microsoft\\Cryptography\\Defaults\\Provider Types\\Type 025")},
       {"status-provider-without-path",
-       {set(machine, kProvider, "Image Path", REG_SZ, TextOctets("cpzarvel.dll"))}},
+       Changed(machine, kProvider, "Image Path", REG_SZ, TextOctets("cpzarvel.dll"))},
+      {"status-record-extra", Changed(machine, kRecord, "ExtraInfo", REG_BINARY, {1, 2, 3, 4})},
+      {"status-provider-default-other",
+       Changed(machine, "SOFTWARE\\Microsoft\\Cryptography\\Defaults\\Provider Types\\Type 025",
+               "Name", REG_SZ, TextOctets("Another CSP"))},
   };
   for (const Damaged& damaged : cases) {
-    std::vector<RegistryDamage> damages;
-    for (const auto& damage : damaged.damages) {
-      damages.push_back(damage());
-    }
+    const RegistryDamage damage = damaged.damage();
     ExpectGolden(damaged.golden, RunTool({"status"}), kRun);
   }
   EXPECT_THAT(Ids(), ElementsAre("module-signature", "aes256-bound"));
@@ -249,19 +238,8 @@ TEST_F(Status, ADamagedListing) {
   SharedSection().Wipe();
 }
 
-ZAREXT_CHILD(KeepMutex) {
-  const HANDLE mutex = CreateMutexA(nullptr, TRUE, "$zarvel_csp_store_mutex_name");
-  const HANDLE held = OpenEventA(EVENT_MODIFY_STATE, FALSE, "ctl_test_mutex_kept");
-  WaitForSingleObject(mutex, INFINITE);
-  SetEvent(held);
-  Sleep(60000);
-  return 0;
-}
-
 TEST_F(Status, AMutexThatIsHeld) {
-  const UniqueKernelObject held(CreateEventA(nullptr, TRUE, FALSE, "ctl_test_mutex_kept"));
-  const ChildProcess holder("KeepMutex");
-  ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(held.Get(), 20000));
+  const ChildProcess holder = HoldMutex();
   const ToolResult result = RunTool({"status"});
   EXPECT_EQ(1u, result.exitCode);
   EXPECT_THAT(result.out, HasSubstr("error: the listing's mutex was held for all of 1"));

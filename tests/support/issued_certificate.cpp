@@ -84,7 +84,7 @@ Octets EncodeCommonName(const std::string& name) {
 }
 
 Octets IssueCertificate(const Signer& signer, const std::string& subject, const SubjectKey& key,
-                        std::uint8_t serial, WORD until) {
+                        std::uint8_t serial, WORD until, const CertificateExtensions& extensions) {
   Octets issuerName = EncodeCommonName(signer.name);
   Octets subjectName = EncodeCommonName(subject);
   Octets serialOctets = {serial, 0x5A, 0x17};
@@ -97,6 +97,14 @@ Octets IssueCertificate(const Signer& signer, const std::string& subject, const 
   info.NotBefore = StartOf(2020);
   info.NotAfter = StartOf(until);
   info.SubjectPublicKeyInfo = key.Info();
+  std::vector<CERT_EXTENSION> entries;
+  for (const auto& [oid, isCritical, value] : extensions) {
+    entries.push_back({const_cast<char*>(oid),
+                       isCritical ? TRUE : FALSE,
+                       {static_cast<DWORD>(value.size()), const_cast<BYTE*>(value.data())}});
+  }
+  info.cExtension = static_cast<DWORD>(entries.size());
+  info.rgExtension = entries.data();
   return Fetch("CryptSignAndEncodeCertificate", [&](BYTE* data, DWORD* size) {
     return CryptSignAndEncodeCertificate(signer.provider, signer.keySpec, X509_ASN_ENCODING,
                                          X509_CERT_TO_BE_SIGNED, &info, &info.SignatureAlgorithm,

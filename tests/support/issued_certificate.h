@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "frame/handles.h"
 #include "support/provider_calls.h"
@@ -45,10 +46,18 @@ struct Signer {
 // DER of the name "CN=name".
 Octets EncodeCommonName(const std::string& name);
 
+struct CertificateExtension {
+  const char* oid;
+  bool isCritical;
+  Octets value;
+};
+using CertificateExtensions = std::vector<CertificateExtension>;
+
 // DER of a certificate, valid from 2020 to the start of `until`, signed with
 // CryptSignAndEncodeCertificate.
 Octets IssueCertificate(const Signer& signer, const std::string& subject, const SubjectKey& key,
-                        std::uint8_t serial, WORD until = 2049);
+                        std::uint8_t serial, WORD until = 2049,
+                        const CertificateExtensions& extensions = {});
 
 // CertCreateSelfSignCertificate: the framework asks the module for the form of the public key.
 UniqueCertContext SelfSignedCertificate(const Signer& signer);

@@ -62,6 +62,14 @@ void PrintLines(Printer& printer, const std::string& text) {
   }
 }
 
+// CLI11 says of a word that is no command only that a command is required.
+bool IsUnknownCommand(const CLI::App& app, const std::vector<std::string>& arguments) {
+  return !arguments.empty() && !arguments.front().starts_with('-') &&
+         app.get_subcommands(
+                [&](const CLI::App* command) { return command->get_name() == arguments.front(); })
+             .empty();
+}
+
 int ReportParsing(const CLI::App& app, const Session& session, const CLI::ParseError& error) {
   std::ostringstream out;
   std::ostringstream err;
@@ -103,6 +111,11 @@ int RunTool(const std::vector<std::string>& arguments) {
   }
   // A failure to read the command line is JSON too.
   session.json = std::ranges::find(arguments, "--json") != arguments.end();
+  if (IsUnknownCommand(app, arguments)) {
+    Report(session, "find the command \"" + Printable(arguments.front()) + "\"", 0,
+           "see zarextctl --help");
+    return kNotDone;
+  }
   try {
     std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
     app.parse(std::move(reversed));

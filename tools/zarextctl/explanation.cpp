@@ -37,7 +37,8 @@ constexpr char kAskIssuer[] = "ask the issuer for a new certificate";
 constexpr Trust kTrusts[] = {
     {CERT_TRUST_IS_NOT_SIGNATURE_VALID, static_cast<DWORD>(NTE_BAD_SIGNATURE),
      "a signature in the chain is not right", kAskIssuer},
-    {CERT_TRUST_IS_REVOKED, static_cast<DWORD>(CRYPT_E_REVOKED), "a certificate was revoked",
+    // A circle is a chain without a root as well.
+    {CERT_TRUST_IS_CYCLIC, static_cast<DWORD>(CERT_E_CHAINING), "the chain goes in a circle",
      kAskIssuer},
     {CERT_TRUST_IS_PARTIAL_CHAIN, static_cast<DWORD>(CERT_E_CHAINING),
      "the issuer's certificate is not there",
@@ -54,13 +55,7 @@ constexpr Trust kTrusts[] = {
      "an issuer in the chain may not issue certificates", kAskIssuer},
     {CERT_TRUST_INVALID_EXTENSION, static_cast<DWORD>(CERT_E_CRITICAL),
      "it has an extension that is not understood", kAskIssuer},
-    {CERT_TRUST_IS_CYCLIC, static_cast<DWORD>(CERT_E_CHAINING), "the chain goes in a circle",
-     kAskIssuer},
 };
-
-// Revocation needs lists that need not be reachable; the step says so and goes on.
-constexpr DWORD kRevocationUnknown =
-    CERT_TRUST_REVOCATION_STATUS_UNKNOWN | CERT_TRUST_IS_OFFLINE_REVOCATION;
 
 Step Skipped(const char* id, const std::string& why) {
   Step step{id};
@@ -212,9 +207,11 @@ class Walk {
     for (DWORD i = 0; i < chain.cElement; ++i) {
       CheckSignature(chain, i, &step);
     }
-    if (step.state == StepState::kPassed) {
+    if (checked_ == 0) {
+      step.state = StepState::kSkipped;
+      step.what = "there is no issuer to check a signature with";
+    } else if (step.state == StepState::kPassed) {
       step.what = Count(checked_, "signature") + " checked, all right";
-      step.state = checked_ == 0 ? StepState::kSkipped : StepState::kPassed;
     }
     return step;
   }
@@ -272,9 +269,8 @@ class Walk {
         step.details.emplace_back(trust.words);
       }
     }
-    if ((status & kRevocationUnknown) != 0) {
-      step.details.emplace_back("whether it was revoked was not looked up");
-    }
+    // It needs lists that need not be reachable.
+    step.details.emplace_back("whether a certificate was revoked is not looked up");
     return step;
   }
 

@@ -85,8 +85,11 @@ constexpr ErrorText kErrors[] = {
     {0x800B0004, "TRUST_E_SUBJECT_NOT_TRUSTED", "the signer is not trusted"},
     {0x800B0100, "TRUST_E_NOSIGNATURE", "it is not signed"},
     {0x800B0101, "CERT_E_EXPIRED", "it has expired, or is not valid yet"},
+    {0x800B0103, "CERT_E_ROLE", "it may not issue certificates"},
+    {0x800B0105, "CERT_E_CRITICAL", "a critical extension is not understood"},
     {0x800B0109, "CERT_E_UNTRUSTEDROOT", "the root is not a trusted one"},
     {0x800B010A, "CERT_E_CHAINING", "the chain ends before a root"},
+    {0x800B0110, "CERT_E_WRONG_USAGE", "it is not meant for this use"},
     {0x80096010, "TRUST_E_BAD_DIGEST", "the file was changed after it was signed"},
     {0xC0000005, "STATUS_ACCESS_VIOLATION", "it touched memory that is not there"},
 };
