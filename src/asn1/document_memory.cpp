@@ -34,14 +34,19 @@ DocumentMemory::Block* DocumentMemory::AddBlock(std::size_t size) {
   if (block == nullptr) {
     ThrowNoMemory();
   }
-  *block = {blocks_, size};
+  *block = {blocks_, &blocks_, size};
+  if (blocks_ != nullptr) {
+    blocks_->link = &block->next;
+  }
   blocks_ = block;
   return block;
 }
 
-void DocumentMemory::DropBlock(Block** link) noexcept {
-  Block* block = *link;
-  *link = block->next;
+void DocumentMemory::DropBlock(Block* block) noexcept {
+  *block->link = block->next;
+  if (block->next != nullptr) {
+    block->next->link = block->link;
+  }
   ASAN_UNPOISON_MEMORY_REGION(block->Octets(), block->size);
   Wipe(block->Octets(), block->size);
   std::free(block);  // NOLINT(cppcoreguidelines-no-malloc)
@@ -74,12 +79,7 @@ std::uint8_t* DocumentMemory::TakeElsewhere(std::size_t size) {
 
 void DocumentMemory::GiveBack(void* piece, std::size_t size) noexcept {
   if (size > kLargestPiece) {
-    // Subtrees are released from their end: most often it is the first.
-    Block** link = &blocks_;
-    while (*link != static_cast<Block*>(piece) - 1) {
-      link = &(*link)->next;
-    }
-    DropBlock(link);
+    DropBlock(static_cast<Block*>(piece) - 1);
     return;
   }
   if (!anyGivenBack_) {
@@ -95,7 +95,7 @@ void DocumentMemory::GiveBack(void* piece, std::size_t size) noexcept {
 
 void DocumentMemory::Clear() noexcept {
   while (blocks_ != nullptr) {
-    DropBlock(&blocks_);
+    DropBlock(blocks_);
   }
   const bool moreThanFirst = end_ != first_ + kFirstBlock;
   const auto used = moreThanFirst ? kFirstBlock : static_cast<std::size_t>(next_ - first_);

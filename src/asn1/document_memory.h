@@ -93,8 +93,9 @@ class DocumentMemory {
     return {std::size_t{shift - 4} * 16 + last, ((last + 1) << shift) + kMargin};
   }
 
-  struct Block {
+  struct alignas(16) Block {
     Block* next;
+    Block** link;      // what points at this one
     std::size_t size;  // of the octets that follow
     [[nodiscard]] std::uint8_t* Octets() { return reinterpret_cast<std::uint8_t*>(this + 1); }
   };
@@ -104,7 +105,7 @@ class DocumentMemory {
 
   std::uint8_t* TakeElsewhere(std::size_t size);
   Block* AddBlock(std::size_t size);
-  void DropBlock(Block** link) noexcept;
+  void DropBlock(Block* block) noexcept;
   void Wipe(void* octets, std::size_t size) const noexcept;
 
   std::uint8_t* next_ = first_;  // what is left of the block from which pieces are cut

@@ -28,7 +28,7 @@ constexpr std::size_t ArraySize(std::uint32_t capacity) {
 }
 
 // What a node and its content take from the document's memory. Child arrays, those that were grown
-// out of too, take at most four slots for each child.
+// out of too, take about four slots for each child.
 constexpr std::size_t NodeNeed(std::uint32_t contentLength) {
   return DocumentMemory::Need(sizeof(AsnNode)) + 4 * sizeof(void*) +
          (contentLength < kInlineOctets ? 0 : DocumentMemory::Need(ContentSize(contentLength)));

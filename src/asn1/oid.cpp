@@ -15,7 +15,7 @@ constexpr std::size_t kLongestOpenText = 256;
 bool IsSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
-// atol of the platform, whose long has 32 bits, on every host: leading white space, a sign,
+// atol for a long of 32 bits, on every host: leading white space, a sign,
 // digits; a number out of range becomes the nearest one.
 std::int32_t ArcNumber(std::string_view arc) {
   constexpr std::int64_t kLimit = std::int64_t{std::numeric_limits<std::int32_t>::max()} + 1;

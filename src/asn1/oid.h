@@ -24,8 +24,8 @@ inline constexpr std::int32_t kMaxOidContentArcs = 63;
 inline constexpr std::int32_t kMaxOidContent = 1 + 4 * (kMaxOidTextArcs - 2);
 
 // Writes the content octets of a dotted text to out (kMaxOidContent octets serve for any text)
-// and returns their number, at least 1. Reports no error: arcs are read as atol reads them on the
-// platform (32 bits; an arc that is no number is 0, an arc out of range is the nearest number),
+// and returns their number, at least 1. Reports no error: arcs are read as atol reads them where
+// long has 32 bits (an arc that is no number is 0, an arc out of range is the nearest number),
 // runs of dots separate once, the first octet is taken modulo 256 and an arc of 2^28 or more
 // loses its upper bits. A missing first or second arc, or a null text, counts as 0.
 std::int32_t OidTextToContent(const char* text, std::uint8_t* out);
