@@ -32,12 +32,16 @@ struct Recipient {
   }
   void Override(const CMSG_KEY_TRANS_RECIPIENT_ENCODE_INFO& info) noexcept {
     Override(info.hCryptProv);
-    if (info.RecipientPublicKey.pbData != nullptr) {
-      pbData = info.RecipientPublicKey.pbData;
+    const CRYPT_BIT_BLOB& key = info.RecipientPublicKey;
+    if (key.cbData == 0) {
+      return;
     }
-    if (info.RecipientPublicKey.cbData != 0) {
-      cbData = info.RecipientPublicKey.cbData;
+    // A length alone shortens the key that is there. For a longer one nobody has octets: the
+    // platform refuses it.
+    if (key.pbData != nullptr || key.cbData > cbData) {
+      pbData = key.pbData;
     }
+    cbData = key.cbData;
   }
 };
 

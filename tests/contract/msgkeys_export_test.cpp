@@ -297,17 +297,31 @@ TEST_F(ExportForMessageTest, TheArgumentOverridesTheFirstRecipient) {
   EXPECT_EQ("ImportKey(1003, [062099], 0, 0) = 3001", provider.Calls().front());
 }
 
-// Length and pointer override each for itself.
-TEST_F(ExportForMessageTest, LengthAndPointerOverrideSeparately) {
-  CMSG_KEY_TRANS_RECIPIENT_ENCODE_INFO shorter = keyTrans;
-  shorter.RecipientPublicKey = {2, nullptr, 0};
-  EXPECT_EQ(TRUE, Call(&shorter, &output));
+// No octet is read that neither the argument nor the first recipient announces.
+TEST_F(ExportForMessageTest, ALengthWithoutAPointerShortensTheFirstRecipientsKey) {
+  CMSG_KEY_TRANS_RECIPIENT_ENCODE_INFO argument = keyTrans;
+  argument.RecipientPublicKey = {2, nullptr, 0};
+  EXPECT_EQ(TRUE, Call(&argument, &output));
   EXPECT_EQ("ImportKey(1001, [0602], 0, 0) = 3001", provider.Calls().front());
   provider.ClearCalls();
-  Octets moved = {1, 2, 3, 4};
-  shorter.RecipientPublicKey = {0, moved.data(), 0};
-  EXPECT_EQ(TRUE, Call(&shorter, &output));
-  EXPECT_EQ("ImportKey(1001, [01020304], 0, 0) = 3002", provider.Calls().front());
+  argument.RecipientPublicKey = {4, nullptr, 0};
+  EXPECT_EQ(TRUE, Call(&argument, &output));
+  EXPECT_EQ("ImportKey(1001, [0602abcd], 0, 0) = 3002", provider.Calls().front());
+  provider.ClearCalls();
+  argument.RecipientPublicKey = {5, nullptr, 0};
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call(&argument, &output));
+  EXPECT_EQ(87u, GetLastError());
+  EXPECT_EQ("EXT : ZarMsgExportKeyTrans : CryptImportKey = 57.", trace.Messages().back());
+  EXPECT_THAT(provider.Calls(), IsEmpty());
+}
+
+TEST_F(ExportForMessageTest, WithoutALengthTheFirstRecipientsKeyIsTaken) {
+  CMSG_KEY_TRANS_RECIPIENT_ENCODE_INFO argument = keyTrans;
+  const GuardedMemory nothing(0);
+  argument.RecipientPublicKey = {0, nothing.Data(), 0};
+  EXPECT_EQ(TRUE, Call(&argument, &output));
+  EXPECT_EQ("ImportKey(1001, [0602abcd], 0, 0) = 3001", provider.Calls().front());
 }
 
 TEST_F(ExportForMessageTest, RefusesMissingArguments) {
