@@ -27,7 +27,8 @@ enum {
 /* The three functions below take one DER-encoded X.509 certificate, pbCert and cbCert.
  * bLocalMachine chooses the machine's stores if it is not 0, the current user's otherwise. They
  * return TRUE or FALSE and set no last error of their own: the reason of a failure goes to the log
- * file c:\zarext.log, if there is one.
+ * file c:\zarext.log, if there is one. Not so an index that is none of these, a certificate that is
+ * not there and a name that cannot be converted: they leave no line.
  */
 
 /* Adds a user's own certificate to "MY", in place of an equal one, and ties it to its key:

@@ -76,8 +76,9 @@ BOOL WINAPI ZarCryptEncodeObjectEx(DWORD dwCertEncodingType, LPCSTR /*lpszStruct
   });
 }
 
-// The wide name is printed with %s, so who reads the trace sees its first character. The result is
-// one zero octet, not a wide terminator: a caller that reads it as wide text reads on.
+// The wide name is printed with %s, so who reads the trace sees its octets up to the first 0: of a
+// Latin name the first character. The result is one zero octet, not a wide terminator: a caller
+// that reads it as wide text reads on.
 LPCWSTR WINAPI ZarCryptFindLocalizedName(LPCWSTR pwszCryptName) {
   static constexpr char kEmpty[] = "";
   const auto empty = reinterpret_cast<LPCWSTR>(kEmpty);

@@ -89,8 +89,10 @@ void ImportPublicKey(ExportTrace& trace, const ImportVariant& variant, HCRYPTPRO
   variant.traceBits(trace, info.PublicKey.cbData, bits);
   NoteProviderType(trace, hCryptProv);
   if (asOctetString) {
-    ImportBlob(trace, variant.rebuiltImport, hCryptProv, RebuildBlob(trace, variant, oid, bits),
-               phKey);
+    static constexpr BYTE kNone = 0;  // a provider may look into a blob before it asks its length
+    const std::vector<std::uint8_t> blob = RebuildBlob(trace, variant, oid, bits);
+    ImportBlob(trace, variant.rebuiltImport, hCryptProv,
+               blob.empty() ? OctetSpan(&kNone, 0) : OctetSpan(blob), phKey);
   } else {
     ImportBlob(trace, "CryptImportKey", hCryptProv, bits, phKey);
   }

@@ -6,10 +6,12 @@
 #include "keyinfo_fixture.h"
 #include "support/guarded_memory.h"
 #include "support/import_patch.h"
+#include "support/recorded_import.h"
 
 namespace zarext::test {
 namespace {
 
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -478,9 +480,15 @@ TEST_P(PublicKeyImport, WithoutMemoryForTheDocumentTheProviderGetsAnEmptyBlob) {
   HCRYPTKEY handle = 77;
   const ImportPatch patch(Module(), "msvcrt.dll", "malloc", &RefusingMalloc);
   realMalloc = patch.Original<decltype(malloc)>();
+  const RecordedImport<"CryptImportKey", decltype(CryptImportKey)> import(
+      Module(), "ADVAPI32.dll",
+      [](HCRYPTPROV, const BYTE* data, DWORD size, HCRYPTKEY, DWORD, HCRYPTKEY*) {
+        return std::string(data != nullptr ? "blob" : "null") + ", " + std::to_string(size);
+      });
   TraceCapture trace;
   refusedSize = sizeof(TASN1);
   EXPECT_EQ(FALSE, Call(key.Info(), &handle));
+  EXPECT_THAT(events.Lines(), Contains("platform: CryptImportKey(blob, 0)"));
   EXPECT_EQ(0u, refusedSize);
   EXPECT_EQ(87u, GetLastError());
   EXPECT_EQ(4u, trace.Messages().size());

@@ -13,6 +13,7 @@
 
 #include "support/child_process.h"
 #include "support/debug_channel.h"
+#include "support/import_patch.h"
 #include "support/trace_capture.h"
 
 namespace zarext::test {
@@ -70,6 +71,24 @@ TEST(Trace, ShowsTheMillisecondsOfTheClock) {
     Sleep(7);
   }
   EXPECT_GT(shown.size(), 10u);
+}
+
+// The system clock moves from 00:00:01.999 to 00:00:03.001 between two readings.
+void WINAPI LateSecond(FILETIME* time) {
+  static bool isSecond = false;
+  constexpr unsigned long long kUntil1970 = 116'444'736'000'000'000;
+  const unsigned long long units = kUntil1970 + (isSecond ? 30'010'000 : 19'990'000);
+  isSecond = !isSecond;
+  *time = {static_cast<DWORD>(units), static_cast<DWORD>(units >> 32U)};
+}
+
+TEST(Trace, TakesSecondsAndMillisecondsFromTwoReadingsOfTheClock) {
+  const ImportPatch clock(GetModuleHandleA(nullptr), "KERNEL32.dll", "GetSystemTimeAsFileTime",
+                          &LateSecond);
+  TraceCapture capture;
+  Trace("x");
+  const std::string line = capture.Lines().at(0);
+  EXPECT_EQ(":01.001 : x", line.substr(line.size() - 11)) << line;
 }
 
 class TraceLength : public testing::TestWithParam<std::size_t> {};
