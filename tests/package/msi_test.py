@@ -2,7 +2,6 @@
 """The installer under Wine's msiexec, compared key by key with regsvr32 by hand. Wine lacks functions that
 registration needs: a copy of the installer loads the tests' patches beside the module; the unchanged one
 shows an installation whose registration fails. What Wine cannot show stands in docs/platform.md."""
-import importlib.machinery
 import importlib.util
 import shutil
 import struct
@@ -24,9 +23,9 @@ FAILED = (1603 % 256, 1627 % 256)
 
 
 def script_package():
-    loader = importlib.machinery.SourceFileLoader("script_package", str(ROOT / "script/package"))
-    module = importlib.util.module_from_spec(importlib.util.spec_from_loader("script_package", loader))
-    loader.exec_module(module)
+    spec = importlib.util.spec_from_file_location("script_package", ROOT / "tools/installer/package.py")
+    module = importlib.util.module_from_spec(spec)
+    spec.loader.exec_module(module)
     return module
 
 
