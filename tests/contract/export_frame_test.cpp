@@ -50,6 +50,7 @@ TEST(ExportFrame, AThrownCodeBecomesTheLastError) {
 }
 
 TEST(ExportFrame, AnythingElseThatIsThrownIsNoMemory) {
+  TraceCapture capture;
   for (int kind = 0; kind < 4; ++kind) {
     SetLastError(0);
     EXPECT_EQ(FALSE, RunExport("Name", [kind](ExportTrace&) -> BOOL {
@@ -66,6 +67,7 @@ TEST(ExportFrame, AnythingElseThatIsThrownIsNoMemory) {
               }));
     EXPECT_EQ(0x8009000Eu, GetLastError()) << kind;
   }
+  EXPECT_THAT(capture.Lines(), ElementsAre());
 }
 
 TEST(ExportFrame, AConstantResultStaysWhenSomethingIsThrown) {
@@ -291,11 +293,13 @@ TEST(ModuleNotifications, OnlyTheAttachOfAProcessDoesAnything) {
 TEST(ExportFrame, CryptDecodeObjectExIsAPassThroughFunction) {
   TraceCapture capture;
   DWORD size = 3;
-  EXPECT_EQ(TRUE, ZarCryptDecodeObjectEx(0x10001, "1.2", nullptr, 6, 0, nullptr, nullptr, &size));
+  EXPECT_EQ(TRUE, ZarCryptDecodeObjectEx(0xFEDC1234, "1.2", nullptr, 0x80000005, 0, nullptr,
+                                         nullptr, &size));
   EXPECT_EQ(3u, size);
   EXPECT_THAT(
       capture.Messages(),
-      ElementsAre("EXT : ZarCryptDecodeObjectEx : dwCertEncodingType = 10001 (cbEncoded=6)."));
+      ElementsAre(
+          "EXT : ZarCryptDecodeObjectEx : dwCertEncodingType = fedc1234 (cbEncoded=-2147483643)."));
 }
 
 }  // namespace

@@ -185,12 +185,13 @@ TEST_F(FileLogTest, ALogThatCannotBeWrittenIsLeftAlone) {
 }
 
 // The calls by which other writers see this one, and when the line's time is taken.
+int lockFileToGive = 77;
 int NoteOpen(const char* path, int flags, int share, int mode) {
   char text[64] = {};
   snprintf(text, sizeof text, "_sopen(%s, %x, %x, %o)", std::strrchr(path, '\\') + 1,
            static_cast<unsigned>(flags), static_cast<unsigned>(share), static_cast<unsigned>(mode));
   RecordEvent(EventKind::kPlatform, nullptr, text);
-  return 77;
+  return lockFileToGive;
 }
 int NoteLocking(int file, int mode, long size) {
   RecordEvent(EventKind::kPlatform, nullptr,
@@ -202,7 +203,11 @@ int NoteClose(int file) {
   RecordEvent(EventKind::kPlatform, nullptr, "_close(" + std::to_string(file) + ")");
   return 0;
 }
+// The argument: "early" where nothing is to be logged, "unlocked" where the lock file is refused,
+// "internal" for the other logger.
 ZAREXT_CHILD(LogInSteps) {
+  const std::string& what = arguments.at(0);
+  lockFileToGive = what == "unlocked" ? -1 : 77;
   const HMODULE program = GetModuleHandleA(nullptr);
   const ImportPatch open(program, "msvcrt.dll", "_sopen", &NoteOpen);
   const ImportPatch locking(program, "msvcrt.dll", "_locking", &NoteLocking);
@@ -215,7 +220,7 @@ ZAREXT_CHILD(LogInSteps) {
       program, "msvcrt.dll",
       [](const char* path, const char* mode) { return std::string(path) + ", " + mode; });
   const EventView events;
-  if (arguments.at(0) == "internal") {
+  if (what == "internal") {
     InternalFileLog(kLog, "stepwise");
   } else {
     FileLog(kLog, "%s", "stepwise");
@@ -225,26 +230,38 @@ ZAREXT_CHILD(LogInSteps) {
     all += line.substr(sizeof "platform: " - 1) + "\n";
   }
   printf("%s", all.c_str());
-  if (arguments.at(0) == "absent") {
-    return all == "_close(0)\n" ? 0 : 1;
-  }
-  const std::string lock = arguments.at(0) == "internal" ? "zarint.lock" : "zarext.lock";
-  return all == "GetSystemTimeAsFileTime()\nGetSystemTimeAsFileTime()\nGetTempPathA(520)\n_sopen(" +
-                     lock +
-                     ", 302, 40, 600)\n_locking(77, 1, 0)\nfopen(c:\\zarext_test.log, at)\n"
-                     "_locking(77, 0, 0)\n_close(77)\n"
-             ? 0
-             : 2;
+  const std::string begin =
+      "GetSystemTimeAsFileTime()\nGetSystemTimeAsFileTime()\nGetTempPathA(520)\n";
+  const std::string append = "fopen(c:\\zarext_test.log, at)\n";
+  const std::string locked = "_locking(77, 1, 0)\n" + append + "_locking(77, 0, 0)\n_close(77)\n";
+  const std::map<std::string, std::string> expected = {
+      {"early", "_close(0)\n"},
+      {"unlocked", begin + "_sopen(zarext.lock, 302, 40, 600)\n" + append + "_close(-1)\n"},
+      {"logged", begin + "_sopen(zarext.lock, 302, 40, 600)\n" + locked},
+      {"internal", begin + "_sopen(zarint.lock, 302, 40, 600)\n" + locked}};
+  return all == expected.at(what) ? 0 : 2;
 }
 
 TEST_F(FileLogTest, TheLockFileIsLockedOverNoOctetsAndClosedLast) {
-  EXPECT_EQ(0u, Run("LogInSteps", {"absent"}));
+  EXPECT_EQ(0u, Run("LogInSteps", {"early"}));
+  ASSERT_TRUE(CreateDirectoryA(kLog, nullptr));
+  EXPECT_EQ(0u, Run("LogInSteps", {"early"}));
+  RemoveDirectoryA(kLog);
   WriteFileText(kLog, "");
-  EXPECT_EQ(0u, Run("LogInSteps", {"present"}));
-  EXPECT_EQ(0u, Run("LogInSteps", {"internal"}));
-  ASSERT_EQ(2u, ReadLines().size());
-  EXPECT_EQ("stepwise", Message(ReadLines()[0]));
-  EXPECT_EQ("stepwise", Message(ReadLines()[1]));
+  {
+    const UniqueKernelObject mine(
+        CreateFileA(kLog, GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    EXPECT_EQ(0u, Run("LogInSteps", {"logged"})) << "where the log cannot be opened";
+  }
+  ASSERT_THAT(ReadLines(), testing::IsEmpty());
+  for (const char* what : {"logged", "unlocked", "internal"}) {
+    EXPECT_EQ(0u, Run("LogInSteps", {what})) << what;
+  }
+  const auto lines = ReadLines();
+  ASSERT_EQ(3u, lines.size());
+  for (const std::string& line : lines) {
+    EXPECT_EQ("stepwise", Message(line));
+  }
 }
 
 // A nap of a millisecond lasts until the next tick of the platform's clock, up to 15 of them.

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <string>
 
+#include "frame/handles.h"
 #include "support/child_process.h"
 #include "support/import_patch.h"
 
@@ -53,6 +54,17 @@ TEST_F(FileRoutines, LeaveTheFileClosed) {
   EXPECT_TRUE(IsClosed());
 }
 
+TEST_F(FileRoutines, ReadingKeepsNoWriterOutAndIsKeptOutByNone) {
+  ASSERT_EQ(0, WriteWholeFile(path_.c_str(), "1234", 4));
+  const UniqueKernelObject writer(CreateFileA(path_.c_str(), GENERIC_READ | GENERIC_WRITE,
+                                              FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                              OPEN_EXISTING, 0, nullptr));
+  ASSERT_TRUE(writer);
+  std::string read(4, '?');
+  EXPECT_EQ(0, ReadWholeFile(path_.c_str(), read.data(), 4));
+  EXPECT_EQ("1234", read);
+}
+
 TEST_F(FileRoutines, WritingTruncates) {
   EXPECT_EQ(0, WriteWholeFile(path_.c_str(), "12345678", 8));
   EXPECT_EQ(0, WriteWholeFile(path_.c_str(), "12", 2));
@@ -72,8 +84,12 @@ TEST_F(FileRoutines, MissingFiles) {
 
 ZAREXT_CHILD(DefaultModeAfterWriting) {
   if (_fmode == _O_BINARY) return 1;
-  WriteWholeFile("c:\\zarext_mode.bin", "x", 1);
+  WriteWholeFile("c:\\zarext_mode.bin", "\n", 1);
+  std::uint32_t size = 0;
+  QueryFileSize("c:\\zarext_mode.bin", &size);
   DeleteFileA("c:\\zarext_mode.bin");
+  // Set before the first file of the process is made.
+  if (size != 1) return 3;
   return _fmode == _O_BINARY ? 0 : 2;
 }
 

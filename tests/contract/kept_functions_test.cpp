@@ -68,11 +68,12 @@ TEST(KeptFunctions, DecodeObjectExTracesAndSucceeds) {
   TraceCapture trace;
   DWORD size = 3;
   EXPECT_EQ(1, (Kept<BOOL WINAPI(DWORD, LPCSTR, const BYTE*, DWORD, DWORD, void*, void*, DWORD*)>(
-                   0)(0x10001, "1.2", nullptr, 6, 0, nullptr, nullptr, &size)));
+                   0)(0xFEDC1234, "1.2", nullptr, 0x80000005, 0, nullptr, nullptr, &size)));
   EXPECT_EQ(3u, size);
   EXPECT_THAT(
       trace.Messages(),
-      ElementsAre("EXT : ZarCryptDecodeObjectEx : dwCertEncodingType = 10001 (cbEncoded=6)."));
+      ElementsAre(
+          "EXT : ZarCryptDecodeObjectEx : dwCertEncodingType = fedc1234 (cbEncoded=-2147483643)."));
 }
 
 TEST(KeptFunctions, InternalFileLogAppendsALine) {

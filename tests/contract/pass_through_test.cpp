@@ -31,9 +31,10 @@ TEST(PassThrough, CertVerifyCtlUsage) {
       Export<BOOL WINAPI(DWORD, DWORD, void*, void*, DWORD, void*, void*)>("ZarCertVerifyCTLUsage");
   Untouched out;
   TraceCapture trace;
-  EXPECT_EQ(1,
-            function(1, 0x1F, out.memory.data(), nullptr, 3, out.memory.data(), out.memory.data()));
-  EXPECT_THAT(trace.Messages(), ElementsAre("EXT : ZarCertVerifyCTLUsage : dwSubjectType = 1f."));
+  EXPECT_EQ(1, function(1, 0xFEDC1234, out.memory.data(), nullptr, 3, out.memory.data(),
+                        out.memory.data()));
+  EXPECT_THAT(trace.Messages(),
+              ElementsAre("EXT : ZarCertVerifyCTLUsage : dwSubjectType = fedc1234."));
   out.Check();
 }
 
@@ -44,10 +45,10 @@ TEST(PassThrough, CertVerifyRevocationTracesTheSignatureAlgorithm) {
   char oid[] = "1.2.643.2.2.3";
   info.SignatureAlgorithm.pszObjId = oid;
   TraceCapture trace;
-  EXPECT_EQ(1, function(0x10001, &info, 12, nullptr));
+  EXPECT_EQ(1, function(0xFEDC1234, &info, 12, nullptr));
   EXPECT_THAT(
       trace.Messages(),
-      ElementsAre("EXT : ZarCertVerifyRevocation : dwCertEncodingType = 10001, cCrlInfo = 12.",
+      ElementsAre("EXT : ZarCertVerifyRevocation : dwCertEncodingType = fedc1234, cCrlInfo = 12.",
                   "EXT : ZarCertVerifyRevocation : Algorithm.pszObjId = 1.2.643.2.2.3."));
 }
 
@@ -101,11 +102,11 @@ TEST(PassThrough, CryptDecodeObject) {
       "ZarCryptDecodeObject");
   Untouched out;
   TraceCapture trace;
-  EXPECT_EQ(1, function(0x10001, "1.2", nullptr, 0x80000005, 0, out.memory.data(), &out.size));
+  EXPECT_EQ(1, function(0xFEDC1234, "1.2", nullptr, 0x80000005, 0, out.memory.data(), &out.size));
   EXPECT_THAT(
       trace.Messages(),
       ElementsAre(
-          "EXT : ZarCryptDecodeObject : dwCertEncodingType = 10001 (cbEncoded=-2147483643)."));
+          "EXT : ZarCryptDecodeObject : dwCertEncodingType = fedc1234 (cbEncoded=-2147483643)."));
   out.Check();
 }
 
@@ -114,9 +115,9 @@ TEST(PassThrough, CryptEncodeObject) {
       Export<BOOL WINAPI(DWORD, LPCSTR, const void*, BYTE*, DWORD*)>("ZarCryptEncodeObject");
   Untouched out;
   TraceCapture trace;
-  EXPECT_EQ(1, function(0xABCDEF, "1.2", nullptr, out.memory.data(), &out.size));
+  EXPECT_EQ(1, function(0xFEDC1234, "1.2", nullptr, out.memory.data(), &out.size));
   EXPECT_THAT(trace.Messages(),
-              ElementsAre("EXT : ZarCryptEncodeObject : dwCertEncodingType = abcdef."));
+              ElementsAre("EXT : ZarCryptEncodeObject : dwCertEncodingType = fedc1234."));
   out.Check();
 }
 
@@ -125,9 +126,9 @@ TEST(PassThrough, CryptEncodeObjectEx) {
       "ZarCryptEncodeObjectEx");
   Untouched out;
   TraceCapture trace;
-  EXPECT_EQ(1, function(1, "1.2", nullptr, 0x8000, nullptr, out.memory.data(), &out.size));
+  EXPECT_EQ(1, function(0xFEDC1234, "1.2", nullptr, 0x8000, nullptr, out.memory.data(), &out.size));
   EXPECT_THAT(trace.Messages(),
-              ElementsAre("EXT : ZarCryptEncodeObjectEx : dwCertEncodingType = 1."));
+              ElementsAre("EXT : ZarCryptEncodeObjectEx : dwCertEncodingType = fedc1234."));
   out.Check();
 }
 
@@ -137,9 +138,10 @@ TEST(PassThrough, CryptFormatObject) {
           "ZarCryptFormatObject");
   Untouched out;
   TraceCapture trace;
-  EXPECT_EQ(1, function(1, 2, 3, nullptr, "1.2", nullptr, 4, out.memory.data(), &out.size));
+  EXPECT_EQ(1,
+            function(0xFEDC1234, 2, 3, nullptr, "1.2", nullptr, 4, out.memory.data(), &out.size));
   EXPECT_THAT(trace.Messages(),
-              ElementsAre("EXT : ZarCryptFormatObject : dwCertEncodingType = 1."));
+              ElementsAre("EXT : ZarCryptFormatObject : dwCertEncodingType = fedc1234."));
   out.Check();
 }
 

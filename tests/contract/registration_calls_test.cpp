@@ -258,6 +258,18 @@ TEST_F(Unregistration, MakesEveryCallInOrder) {
   EXPECT_EQ(0u, framework.HeldAllocations());
 }
 
+TEST_F(Unregistration, FreesThePathBufferBeforeTheFirstBinding) {
+  std::vector<std::size_t> held;
+  framework.onCall = [&](const std::string& call) {
+    if (call.starts_with("MultiByteToWideChar") ||
+        call.starts_with("CryptUnregisterOIDFunction(0x0")) {
+      held.push_back(framework.HeldAllocations());
+    }
+  };
+  EXPECT_EQ(S_OK, Unregister());
+  EXPECT_THAT(held, ElementsAre(1u, 0u));
+}
+
 TEST_F(Unregistration, PassesOverWhatTheFrameworkRefuses) {
   framework.FailAll("CertUnregisterPhysicalStore");
   framework.FailAll("CryptUnregisterOIDInfo");
