@@ -98,7 +98,7 @@ TEST_F(GenerateForPublicKeyTest, OpensTheDefaultContainerForTheExchangeKey) {
   const RecordedAcquisitions acquisitions;
   TraceCapture trace;
   EXPECT_EQ(TRUE, Call());
-  EXPECT_THAT(acquisitions.Calls(), ElementsAre("null, null, 25, 0"));
+  EXPECT_THAT(acquisitions.Calls(), ElementsAre("CryptAcquireContextA(null, null, 25, 0)"));
   EXPECT_EQ("EXT : ZarGenEncryptKey : Flags = 0, tempAlg = 6611.", trace.Messages().back());
   // The context is the caller's; nothing releases it here.
   EXPECT_THAT(provider.OpenContexts(), ElementsAre(0x1001));
@@ -114,7 +114,8 @@ TEST_F(GenerateForPublicKeyTest, OpensAVerificationContextForOtherKeys) {
     const RecordedAcquisitions acquisitions;
     context = 0;
     EXPECT_EQ(TRUE, Call());
-    EXPECT_THAT(acquisitions.Calls(), ElementsAre("null, null, 25, f0000000"));
+    EXPECT_THAT(acquisitions.Calls(),
+                ElementsAre("CryptAcquireContextA(null, null, 25, f0000000)"));
     CryptDestroyKey(key);
     CryptReleaseContext(context, 0);
   }

@@ -235,7 +235,7 @@ TEST_F(GenerateForMessageTest, AcquiresAVerificationContextAndAsksForItsRelease)
   info.dwFlags = 0x123;
   const RecordedAcquisitions acquisitions;
   EXPECT_EQ(TRUE, Call());
-  EXPECT_THAT(acquisitions.Calls(), ElementsAre("null, null, 25, f0000000"));
+  EXPECT_THAT(acquisitions.Calls(), ElementsAre("CryptAcquireContextA(null, null, 25, f0000000)"));
   EXPECT_THAT(provider.Calls(),
               ElementsAre("AcquireContext(null, f0000000) = 1001", "GenKey(1001, 681f, 1) = 4001"));
   EXPECT_EQ(0x8000u, info.dwFlags);
@@ -251,7 +251,7 @@ TEST_F(GenerateForMessageTest, AcquiresAVerificationContextForAnExchangeKeyToo) 
   keyTrans.KeyEncryptionAlgorithm.pszObjId = OidText("1.3.6.1.4.1.32473.1.4.4");
   const RecordedAcquisitions acquisitions;
   EXPECT_EQ(TRUE, Call());
-  EXPECT_THAT(acquisitions.Calls(), ElementsAre("null, null, 25, f0000000"));
+  EXPECT_THAT(acquisitions.Calls(), ElementsAre("CryptAcquireContextA(null, null, 25, f0000000)"));
   LocalFree(info.pbContentEncryptKey);
   CryptDestroyKey(info.hContentEncryptKey);
   CryptReleaseContext(info.hCryptProv, 0);

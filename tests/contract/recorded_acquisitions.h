@@ -9,30 +9,34 @@
 #include <string>
 #include <vector>
 
-#include "support/import_patch.h"
+#include "support/event_log.h"
 #include "support/module_under_test.h"
+#include "support/recorded_import.h"
+#include "support/recording_test.h"
 
 namespace zarext::test {
 
-// Each call of CryptAcquireContextA as "container, provider, type, flags in hexadecimal". One at a
-// time.
+// Each call of CryptAcquireContextA is a platform event "CryptAcquireContextA(container, provider,
+// type, flags in hexadecimal)". One at a time.
 class RecordedAcquisitions {
  public:
-  RecordedAcquisitions() { calls_.clear(); }
-  [[nodiscard]] static const std::vector<std::string>& Calls() { return calls_; }
+  [[nodiscard]] std::vector<std::string> Calls() const {
+    return LinesOf(calls_.Texts(), {"CryptAcquireContextA("});
+  }
 
  private:
-  static BOOL WINAPI Acquire(HCRYPTPROV* provider, LPCSTR container, LPCSTR name, DWORD type,
-                             DWORD flags) {
+  using Import = RecordedImport<"CryptAcquireContextA", decltype(CryptAcquireContextA)>;
+
+  static std::string Describe(HCRYPTPROV* /*provider*/, LPCSTR container, LPCSTR name, DWORD type,
+                              DWORD flags) {
     char number[20] = {};
     snprintf(number, sizeof number, "%lx", flags);
-    calls_.push_back(std::string(container == nullptr ? "null" : container) + ", " +
-                     (name == nullptr ? "null" : name) + ", " + std::to_string(type) + ", " +
-                     number);
-    return CryptAcquireContextA(provider, container, name, type, flags);
+    return std::string(container == nullptr ? "null" : container) + ", " +
+           (name == nullptr ? "null" : name) + ", " + std::to_string(type) + ", " + number;
   }
-  inline static std::vector<std::string> calls_;
-  ImportPatch patch_{Module(), "ADVAPI32.dll", "CryptAcquireContextA", &Acquire};
+
+  EventView calls_{EventKind::kPlatform};
+  Import import_{Module(), "ADVAPI32.dll", &Describe};
 };
 
 }  // namespace zarext::test

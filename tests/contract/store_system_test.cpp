@@ -4,7 +4,9 @@
 
 #include "store_fixture.h"
 #include "support/child_process.h"
+#include "support/event_log.h"
 #include "support/import_patch.h"
+#include "support/recorded_import.h"
 
 namespace zarext::test {
 namespace {
@@ -384,26 +386,16 @@ TEST_F(SystemStores, StoresAreClosedWithACheckOnEveryPath) {
   EXPECT_EQ(1, DelOther(0, 4, certificate));
 }
 
-// What SetSelfCert gives back, in this order.
-std::vector<std::string> givenBack;
-
 TEST_F(SystemStores, SelfFreesTheCertificateBeforeItClosesTheStore) {
-  const ImportPatch free(
-      Module(), "CRYPT32.dll", "CertFreeCertificateContext",
-      +[](PCCERT_CONTEXT context) WINAPI -> BOOL {
-        givenBack.emplace_back("certificate");
-        return CertFreeCertificateContext(context);
-      });
-  const ImportPatch close(
-      Module(), "CRYPT32.dll", "CertCloseStore", +[](HCERTSTORE store, DWORD flags) WINAPI -> BOOL {
-        givenBack.emplace_back("store");
-        return CertCloseStore(store, flags);
-      });
+  const RecordedImport<"CertFreeCertificateContext", decltype(CertFreeCertificateContext)> free(
+      Module(), "CRYPT32.dll");
+  const RecordedImport<"CertCloseStore", decltype(CertCloseStore)> close(
+      Module(), "CRYPT32.dll", [](HCERTSTORE, DWORD flags) { return std::to_string(flags); });
   const Octets certificate = MakeCertificate({.serial = {0x55}});
   for (const char* const container : {"c", static_cast<const char*>(nullptr)}) {
-    givenBack.clear();
+    const EventView events(EventKind::kPlatform);
     SetSelf(0, container, 1, certificate);
-    EXPECT_THAT(givenBack, ElementsAre("certificate", "store"));
+    EXPECT_THAT(events.Texts(), ElementsAre("CertFreeCertificateContext()", "CertCloseStore(2)"));
   }
   EXPECT_EQ(1, DelOther(0, 4, certificate));
 }

@@ -4,7 +4,7 @@
 
 #include "store_fixture.h"
 #include "support/guarded_memory.h"
-#include "support/import_patch.h"
+#include "support/recorded_import.h"
 #include "support/store_recording.h"
 
 namespace zarext::test {
@@ -384,30 +384,33 @@ TEST_F(StoreWrite, ARootThatTheChainHoldsIsNotWrittenAndTheNextKeyIsTried) {
 }
 
 TEST_F(StoreWrite, ReadsAChainAsX509AndPkcs7AndClosesItByForce) {
-  static std::vector<std::string> log;
-  log.clear();
-  static HCERTSTORE message;
-  const ImportPatch open(
-      Module(), "CRYPT32.dll", "CryptGetMessageCertificates",
-      +[](DWORD encoding, HCRYPTPROV_LEGACY context, DWORD flags, const BYTE* octets, DWORD size)
-           WINAPI -> HCERTSTORE {
-        EXPECT_EQ(0x10001u, encoding);
-        EXPECT_EQ(0u, context);
-        EXPECT_EQ(0u, flags);
-        log.emplace_back("opened");
-        return message = CryptGetMessageCertificates(encoding, context, flags, octets, size);
-      });
-  const ImportPatch close(
-      Module(), "CRYPT32.dll", "CertCloseStore",
-      +[](HCERTSTORE closed, DWORD flags) WINAPI -> BOOL {
-        EXPECT_EQ(message, closed);
-        log.push_back("closed " + std::to_string(flags));
-        return CertCloseStore(closed, flags);
+  using Open = RecordedImport<"CryptGetMessageCertificates", decltype(CryptGetMessageCertificates)>;
+  const Open open(Module(), "CRYPT32.dll",
+                  [](DWORD encoding, HCRYPTPROV_LEGACY context, DWORD flags, const BYTE*, DWORD) {
+                    EXPECT_EQ(0x10001u, encoding);
+                    EXPECT_EQ(0u, context);
+                    EXPECT_EQ(0u, flags);
+                    return std::string();
+                  });
+  const RecordedImport<"CertCloseStore", decltype(CertCloseStore)> close(
+      Module(), "CRYPT32.dll", [](HCERTSTORE closed, DWORD flags) {
+        EXPECT_EQ(Open::LastResult(), closed);
+        return std::to_string(flags);
       });
   AddContainer("c1", {KeyWith(0x11, {}, {})});
   provider.containers[0].keys[0].chain = MakeChain({root});
   EXPECT_EQ(1, Write(root));
-  EXPECT_THAT(log, ElementsAre("opened", "closed 1"));
+  // Open while the certificates are traced, and no longer.
+  auto lines = LinesOf(events.Lines(), {"platform: ",
+                                        "trace: EXT : CertStoreProvWriteCertCallback : "
+                                        "CertEnum"});
+  for (std::string& line : lines) {
+    line = line.substr(0, line.find(" : size"));
+  }
+  EXPECT_THAT(lines, ElementsAre("platform: CryptGetMessageCertificates()",
+                                 "trace: EXT : CertStoreProvWriteCertCallback : "
+                                 "CertEnumCertificatesInStore",
+                                 "platform: CertCloseStore(1)"));
 }
 
 TEST_F(StoreWrite, ARootThatEveryChainHoldsIsTrue) {

@@ -1,4 +1,6 @@
 // The fixture of the contract tests: everything that happens in a test stands in one sequence.
+// Outside of it are only stand-ins of imported functions that fail, answer or count as a test says:
+// they check arguments, and the place of the call among others does not matter to their test.
 #ifndef ZAREXT_TESTS_SUPPORT_RECORDING_TEST_H_
 #define ZAREXT_TESTS_SUPPORT_RECORDING_TEST_H_
 
