@@ -1,11 +1,13 @@
 #!/usr/bin/env python3
 """Signed packages: with a file and with a token; what is changed afterwards is found."""
+import json
 import os
 import shutil
 import unittest
 from pathlib import Path
 
 import handed_out
+import wine
 from handed_out import NAME, ROOT, run
 
 SOFTHSM = Path("/usr/lib/softhsm/libsofthsm2.so")
@@ -23,6 +25,15 @@ class Signature(unittest.TestCase):
         run("openssl", "pkcs12", "-export", "-inkey", "key.pem", "-in", "signer.pem", "-out", "signer.p12",
             "-passout", "file:password", cwd=cls.folder)
 
+    def expect_status(self, dll, signature, findings):
+        """What the package's own tool says of the module."""
+        output = run(ROOT / "script/run-wine", dll.with_name("zarextctl.exe"), "status", "--json", "--dll",
+                     wine.windows_path(dll), check=False)[1]
+        status = json.loads(output)
+        self.assertEqual(signature, status["module"]["signature"])
+        self.assertEqual(findings, [(finding["severity"], finding["id"]) for finding in status["findings"]
+                                    if "signature" in finding["id"]])
+
     def check(self, package, signer):
         msi = package / (NAME + ".msi")
         run("osslsigncode", "verify", "-CAfile", signer, "-in", msi)
@@ -34,6 +45,7 @@ class Signature(unittest.TestCase):
             run("msiextract", "-C", inside, msi)
             (installed,) = inside.rglob("ZAREXT/ZAREXT.dll")
             self.assertTrue(installed.read_bytes() == dll.read_bytes())
+            self.expect_status(dll, "signed", [])
             for file in (dll, inside / "changed.msi"):
                 if not file.exists():
                     shutil.copyfile(msi, file)
@@ -42,6 +54,7 @@ class Signature(unittest.TestCase):
                 file.write_bytes(octets)
                 code, _ = run("osslsigncode", "verify", "-CAfile", signer, "-in", file, check=False)
                 self.assertNotEqual(0, code, file.name)
+            self.expect_status(dll, "signature 0x80096010 TRUST_E_BAD_DIGEST", [("warning", "module-signature")])
         run("sha256sum", "--quiet", "-c", "SHA256SUMS", cwd=package)
 
     def test_a_file_signs_and_the_password_is_on_no_command_line(self):

@@ -7,6 +7,8 @@
 #include "registration/function_bindings.h"
 #include "zarextctl/der_kind.h"
 #include "zarextctl/failure.h"
+#include "zarextctl/registration_state.h"
+#include "zarextctl/registry.h"
 #include "zarextctl/text.h"
 #include "zarextctl/windows_text.h"
 
@@ -96,6 +98,18 @@ std::vector<BYTE> ThumbprintOctets(const std::string& text) {
                   "give 40 hexadecimal digits; zarextctl store show prints them");
   }
   return octets;
+}
+
+// Open until the process ends, with the module loaded: Wine's framework frees the module after the
+// open and calls it for the close all the same, twice.
+UniqueStore OpenProviderStore() {
+  static const UniqueModule module([] {
+    const RegistryKey binding(HKEY_LOCAL_MACHINE,
+                              std::string(kOidKey) + "\\" + BindingKey(bindings::kStore.At(0)));
+    return LoadLibraryW(Wide(binding.Text("Dll").value_or("")).c_str());
+  }());
+  HCERTSTORE const kept = CertOpenStore(kStoreProvider, 0, 0, 0, nullptr);
+  return UniqueStore(kept == nullptr ? nullptr : CertDuplicateStore(kept));
 }
 
 }  // namespace
@@ -201,7 +215,7 @@ std::vector<UniqueCertContext> ReadCertificateFile(const std::string& path) {
 UniqueStore OpenNamedStore(const std::string& name) {
   UniqueStore store;
   if (SameIgnoringCase(name, kProviderStoreName)) {
-    store.Reset(CertOpenStore(kStoreProvider, 0, 0, 0, nullptr));
+    store = OpenProviderStore();
   } else {
     store.Reset(CertOpenStore(
         CERT_STORE_PROV_SYSTEM_W, 0, 0,
