@@ -108,7 +108,8 @@ TEST_F(Status, JsonHasEveryField) {
   EXPECT_EQ("note", findings[0].at("severity"));
   EXPECT_EQ("module-signature", findings[0].at("id"));
   EXPECT_EQ("aes256-bound", findings[1].at("id"));
-  EXPECT_EQ("zarextctl register --without-aes256", findings[1].at("mend"));
+  EXPECT_EQ("zarextctl register --dll \"" + ProgramFolder() + "ZAREXT.dll\" --without-aes256",
+            findings[1].at("mend"));
 }
 
 TEST_F(Status, AllListsEveryRecordAndBinding) {

@@ -336,7 +336,7 @@ void CheckEffects(const StatusFacts& facts, Findings& findings) {
         {Severity::kNote, "aes256-bound",
          std::string("AES-256 messages of other programs may fail: ") + kAes256 + " is bound",
          "the framework asks the module for their content keys, and it refuses",
-         "zarextctl register --without-aes256"});
+         RegisterFrom(facts) + " --without-aes256"});
   }
 }
 
