@@ -44,6 +44,16 @@ class Contents(unittest.TestCase):
             for target in re.findall(r"\]\(([^)#:]+)[^):]*\)", document.read_text()):
                 self.assertTrue((document.parent / target).is_file(), "%s links to %s" % (document.name, target))
 
+    def test_the_security_page_names_tests_that_exist(self):
+        sources = "".join(file.read_text() for file in (ROOT / "tests").rglob("*.cpp"))
+        # Of a suite alone, or with one of its tests.
+        names = re.findall(r"`([A-Z][a-z]\w+)(?:\.(\w+))?`", (self.folder / "SECURITY.md").read_text())
+        self.assertGreater(len(names), 20)
+        for suite, test in names:
+            if suite in ("ZarCertVerifyRevocation", "GuardedMemory"):
+                continue
+            self.assertRegex(sources, r"TEST(_F|_P)?\(\s*%s\w*,\s*%s" % (suite, test + r"\)" if test else ""))
+
     def test_the_symbols_are_those_of_the_module(self):
         symbols = handed_out.unpack(NAME + "-symbols.zip", self.scratch)
         self.assertEqual(["ZAREXT.pdb", "zarextctl.pdb"], sorted(file.name for file in symbols.iterdir()))
