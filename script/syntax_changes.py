@@ -270,7 +270,7 @@ def return_changes(file, statement):
     elif kind.kind in (Type.INT, Type.UINT, Type.LONG, Type.ULONG, Type.LONGLONG, Type.ULONGLONG, Type.UCHAR,
                        Type.USHORT):
         new = "(%s) + 1" % text
-    elif kind.kind in (Type.RECORD, Type.ENUM) and not re.fullmatch(r"\{[{}0, ]*\}|\*.*", text, re.S):
+    elif kind.kind in (Type.RECORD, Type.ENUM) and not re.fullmatch(r"\{[{}0, ]*\}|std::nullopt|\*.*", text, re.S):
         new = "{}"
     else:
         return

@@ -63,6 +63,17 @@ TEST_P(LineTextLength, IsNeverCut) {
   EXPECT_STREQ("7", line.Text());
 }
 
+// The room of a line that was longer is given back with it.
+TEST(LineText, HasTheBuffersRoomAgainWhenCleared) {
+  const std::string text(5000, 'y');
+  LineText line;
+  line.Append("%s", std::string(20000, 'x').c_str());
+  line.Clear();
+  line.Append("%s", text.c_str());
+  EXPECT_EQ(text.size(), line.Length());
+  ASSERT_EQ(text, line.Text());
+}
+
 INSTANTIATE_TEST_SUITE_P(AroundTheBuffer, LineTextLength,
                          testing::Values(0, 1, 4091, 4092, 4093, 4094, 4095, 4096, 4097, 20000,
                                          100000));
