@@ -1,4 +1,7 @@
 // The command line of zarextctl: help, version, and what is no command.
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <nlohmann/json.hpp>
 
 #include "e2e/ctl_fixture.h"
@@ -49,6 +52,31 @@ TEST_F(Application, WhatIsNoCommandIsRefused) {
   EXPECT_EQ(2u, result.exitCode);
   EXPECT_EQ("", result.err);
   EXPECT_EQ("see zarextctl --help", json::parse(result.out).at("error").at("next"));
+}
+
+TEST_F(Application, AFileGetsWhatAPipeGets) {
+  const std::filesystem::path path = std::filesystem::path(home_.Path()) / L"Вывод.txt";
+  SECURITY_ATTRIBUTES inherited = {sizeof inherited, nullptr, TRUE};
+  UniqueKernelObject file(
+      CreateFileW(path.c_str(), GENERIC_WRITE, 0, &inherited, CREATE_ALWAYS, 0, nullptr));
+  STARTUPINFOW startup = {};
+  startup.cb = sizeof startup;
+  startup.dwFlags = STARTF_USESTDHANDLES;
+  startup.hStdOutput = file.Get();
+  startup.hStdError = file.Get();
+  std::wstring line = ToolCommandLine({"oid", "0x2A4C"}, ToolBuild::kShipped);
+  PROCESS_INFORMATION information = {};
+  Must(CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
+                      &information),
+       "CreateProcess");
+  const UniqueKernelObject process(information.hProcess);
+  const UniqueKernelObject thread(information.hThread);
+  WaitForSingleObject(process.Get(), 60000);
+  file.Reset();
+  std::ifstream written(path);
+  const std::string text{std::istreambuf_iterator<char>(written), {}};
+  EXPECT_THAT(text, HasSubstr("Ключ ГОСТ 34.10-2015/kz"));
+  EXPECT_EQ(RunTool({"oid", "0x2A4C"}).out, text);
 }
 
 }  // namespace

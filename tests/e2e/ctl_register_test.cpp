@@ -27,6 +27,10 @@ const std::string kStoreKey =
 
 // What the tool writes and removes is what regsvr32 writes and removes, value for value.
 TEST_F(Register, WritesAndRemovesWhatRegsvr32Does) {
+  // What this process and the platform's check of a signature leave is there before anything is
+  // compared.
+  Module();
+  RunTool({"status"});
   const RegistryLines registered = ReadRegistry();
   ASSERT_EQ(0u, Regsvr32("/u " + PatchedModule()));
   const RegistryLines unregistered = ReadRegistry();
@@ -38,6 +42,9 @@ TEST_F(Register, WritesAndRemovesWhatRegsvr32Does) {
   EXPECT_THAT(LinesWithout(ReadRegistry(), registered), IsEmpty());
 
   ExpectGolden("unregister", Patched({"unregister", "--yes"}));
+  const json left = json::parse(Patched({"unregister", "--leftovers", "--dry-run", "--json"}).out);
+  // Two records, 24 bindings and the empty keys of the functions.
+  EXPECT_EQ(2 + 24 + 14, left.at("leftOvers").size());
   EXPECT_THAT(LinesWithout(unregistered, ReadRegistry()), IsEmpty());
   EXPECT_THAT(LinesWithout(ReadRegistry(), unregistered), IsEmpty());
 
@@ -68,6 +75,7 @@ TEST_F(Register, WithoutAConsoleNothingIsAsked) {
   ExpectGolden("register-no-console", Patched({"register"}));
   ExpectGolden("unregister-no-console", Patched({"unregister"}));
   ExpectGolden("register-dry-run", Patched({"register", "--dry-run"}));
+  ExpectGolden("register-dry-run-json", Patched({"register", "--dry-run", "--json"}));
   EXPECT_THAT(LinesWithout(before, ReadRegistry()), IsEmpty());
 }
 
