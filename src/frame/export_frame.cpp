@@ -6,38 +6,37 @@
 
 namespace zarext {
 
-void ExportTrace::Begin() {
+void ExportTrace::Compose(bool named, const char* format, std::va_list arguments) {
+  const LastErrorKeeper keeper;
   text_.Clear();
-  text_.Append("EXT : %s : ", exportName_);
+  if (named) {
+    text_.Append("EXT : %s : ", exportName_);
+  }
+  text_.AppendList(format, arguments);
 }
 
 void ExportTrace::Write() { Trace("%s", text_.Text()); }
 
 void ExportTrace::Line(const char* format, ...) {
-  const LastErrorKeeper keeper;
-  Begin();
   std::va_list arguments;
   va_start(arguments, format);
-  text_.AppendList(format, arguments);
+  Compose(true, format, arguments);
   va_end(arguments);
   Write();
 }
 
 void ExportTrace::WholeLine(const char* format, ...) {
-  const LastErrorKeeper keeper;
-  text_.Clear();
   std::va_list arguments;
   va_start(arguments, format);
-  text_.AppendList(format, arguments);
+  Compose(false, format, arguments);
   va_end(arguments);
   Write();
 }
 
 void ExportTrace::LineAndThrow(ErrorCode code, const char* format, ...) {
-  Begin();
   std::va_list arguments;
   va_start(arguments, format);
-  text_.AppendList(format, arguments);
+  Compose(true, format, arguments);
   va_end(arguments);
   Write();
   throw code;

@@ -5,7 +5,10 @@
 
 #include <windows.h>
 
-#include "frame/foreign_exceptions.h"
+#include <wincrypt.h>
+
+#include <type_traits>
+
 #include "frame/guarded.h"
 #include "frame/text.h"
 #include "frame/trace.h"
@@ -30,7 +33,7 @@ class ExportTrace {
   [[noreturn]] void LineAndThrow(ErrorCode code, const char* format, ...) ZAREXT_PRINTF(3, 4);
 
  private:
-  void Begin();
+  void Compose(bool named, const char* format, std::va_list arguments);
   void Write();
 
   const char* exportName_;
@@ -55,9 +58,17 @@ Result RunExport(const char* exportName, Result onFailure, Work work) noexcept {
   return result;
 }
 
+// FALSE if `work` throws. Work without a result succeeds by returning: TRUE.
 template <typename Work>
 BOOL RunExport(const char* exportName, Work work) noexcept {
-  return RunExport<BOOL>(exportName, FALSE, work);
+  return RunExport<BOOL>(exportName, FALSE, [&](ExportTrace& trace) -> BOOL {
+    if constexpr (std::is_void_v<decltype(work(trace))>) {
+      work(trace);
+      return TRUE;
+    } else {
+      return work(trace);
+    }
+  });
 }
 
 // The same for `work(ExportTrace&, Kept&)`. The object outlives the handlers: what it owns is

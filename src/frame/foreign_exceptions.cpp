@@ -1,6 +1,4 @@
-#include "frame/foreign_exceptions.h"
-
-#include <windows.h>
+#include "frame/guarded.h"
 
 namespace {
 

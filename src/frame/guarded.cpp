@@ -1,7 +1,5 @@
 #include "frame/guarded.h"
 
-#include "frame/foreign_exceptions.h"
-
 namespace zarext {
 
 void CallGuarded(Callback<ErrorCode> onCode, Callback<> onOther, Callback<> work) {

@@ -1,4 +1,5 @@
-// The one place where the module catches: what is thrown below becomes a result.
+// The one place where the module catches: what is thrown below becomes a result, also what another
+// compiler's C++ throws.
 #ifndef ZAREXT_FRAME_GUARDED_H_
 #define ZAREXT_FRAME_GUARDED_H_
 
@@ -27,6 +28,12 @@ class Callback {
   void* function_;
   void (*call_)(void* callee, Arguments... arguments);
 };
+
+// Calls work(). A C++ exception of the platform's own compiler (code 0xE06D7363), as a provider
+// built with it throws, becomes one of this module's where it is raised; without that it would pass
+// every catch handler and destructor of the module on its way to the host. Only `catch (...)` takes
+// it.
+void CallTranslatingExceptions(const Callback<>& work);
 
 // Calls work(), and onCode(code) if it throws an ErrorCode, onOther() if it throws anything else.
 // What these throw goes on to the caller.

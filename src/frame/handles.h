@@ -12,12 +12,10 @@
 
 namespace zarext {
 
-// Owns one handle; the value-initialised handle means none. `Traits` has `Type` and `Release`.
-template <typename Traits>
+// Owns one handle, which `release` gives back; the value-initialised handle means none.
+template <typename Type, void (*release)(Type)>
 class UniqueHandle {
  public:
-  using Type = typename Traits::Type;
-
   UniqueHandle() noexcept = default;
   explicit UniqueHandle(Type handle) noexcept : handle_(handle) {}
   UniqueHandle(UniqueHandle&& other) noexcept : handle_(other.Detach()) {}
@@ -44,7 +42,7 @@ class UniqueHandle {
       return;
     }
     try {
-      Traits::Release(old);
+      release(old);
     } catch (...) {
       return;
     }
@@ -60,64 +58,37 @@ class UniqueHandle {
   Type handle_{};
 };
 
-struct CryptKeyTraits {
-  using Type = HCRYPTKEY;
-  static void Release(Type key) { CryptDestroyKey(key); }
-};
-using UniqueCryptKey = UniqueHandle<CryptKeyTraits>;
+inline void DestroyKey(HCRYPTKEY key) { CryptDestroyKey(key); }
+using UniqueCryptKey = UniqueHandle<HCRYPTKEY, DestroyKey>;
 
 // A store closed with `flags` of CertCloseStore.
 template <DWORD flags>
-struct CertStoreTraits {
-  using Type = HCERTSTORE;
-  static void Release(Type store) { CertCloseStore(store, flags); }
-};
+void CloseStore(HCERTSTORE store) {
+  CertCloseStore(store, flags);
+}
 template <DWORD flags>
-using UniqueCertStore = UniqueHandle<CertStoreTraits<flags>>;
+using UniqueCertStore = UniqueHandle<HCERTSTORE, CloseStore<flags>>;
 
-struct CertContextTraits {
-  using Type = PCCERT_CONTEXT;
-  static void Release(Type context) { CertFreeCertificateContext(context); }
-};
-using UniqueCertContext = UniqueHandle<CertContextTraits>;
+inline void FreeContext(PCCERT_CONTEXT context) { CertFreeCertificateContext(context); }
+using UniqueCertContext = UniqueHandle<PCCERT_CONTEXT, FreeContext>;
 
-struct ModuleTraits {
-  using Type = HMODULE;
-  static void Release(Type library) { FreeLibrary(library); }
-};
-using UniqueModule = UniqueHandle<ModuleTraits>;
+inline void UnloadModule(HMODULE library) { FreeLibrary(library); }
+using UniqueModule = UniqueHandle<HMODULE, UnloadModule>;
 
-struct RegistryKeyTraits {
-  using Type = HKEY;
-  static void Release(Type key) { RegCloseKey(key); }
-};
-using UniqueRegistryKey = UniqueHandle<RegistryKeyTraits>;
+inline void CloseRegistryKey(HKEY key) { RegCloseKey(key); }
+using UniqueRegistryKey = UniqueHandle<HKEY, CloseRegistryKey>;
 
-struct KernelObjectTraits {
-  using Type = HANDLE;
-  static void Release(Type handle) { CloseHandle(handle); }
-};
-using UniqueKernelObject = UniqueHandle<KernelObjectTraits>;
+inline void CloseKernelObject(HANDLE object) { CloseHandle(object); }
+using UniqueKernelObject = UniqueHandle<HANDLE, CloseKernelObject>;
 
-// A mapped view of a section.
-struct ViewTraits {
-  using Type = void*;
-  static void Release(Type view) { UnmapViewOfFile(view); }
-};
-using UniqueView = UniqueHandle<ViewTraits>;
+inline void UnmapView(void* view) { UnmapViewOfFile(view); }
+using UniqueView = UniqueHandle<void*, UnmapView>;
 
-// A block of LocalAlloc.
-struct LocalMemoryTraits {
-  using Type = HLOCAL;
-  static void Release(Type block) { LocalFree(block); }
-};
-using UniqueLocalMemory = UniqueHandle<LocalMemoryTraits>;
+inline void FreeLocalMemory(HLOCAL block) { LocalFree(block); }
+using UniqueLocalMemory = UniqueHandle<HLOCAL, FreeLocalMemory>;
 
-struct FileTraits {
-  using Type = std::FILE*;
-  static void Release(Type file) { (void)std::fclose(file); }
-};
-using UniqueFile = UniqueHandle<FileTraits>;
+inline void CloseFile(std::FILE* file) { (void)std::fclose(file); }
+using UniqueFile = UniqueHandle<std::FILE*, CloseFile>;
 
 }  // namespace zarext
 

@@ -1,16 +1,19 @@
 // Exports that trace and report success. Their result is a constant: if the frame catches
 // something, the last error is set and the result is still success, which the framework's callers
 // rely on. Nothing is written to any output parameter.
-#include <windows.h>
-
-#include <wincrypt.h>
-
 #include "frame/export_frame.h"
 
-using zarext::ExportTrace;
-using zarext::Hex;
-using zarext::Int;
-using zarext::RunExport;
+using namespace zarext;
+
+namespace {
+
+template <typename Work>
+BOOL TraceAndSucceed(const char* exportName, Work work) {
+  CallInFrame(exportName, Callback<ExportTrace&>(work));
+  return TRUE;
+}
+
+}  // namespace
 
 extern "C" {
 
@@ -18,9 +21,8 @@ BOOL WINAPI ZarCertVerifyCTLUsage(DWORD /*dwEncodingType*/, DWORD dwSubjectType,
                                   void* /*pvSubject*/, PCTL_USAGE /*pSubjectUsage*/,
                                   DWORD /*dwFlags*/, PCTL_VERIFY_USAGE_PARA /*pVerifyUsagePara*/,
                                   PCTL_VERIFY_USAGE_STATUS /*pVerifyUsageStatus*/) {
-  return RunExport<BOOL>("ZarCertVerifyCTLUsage", TRUE, [&](ExportTrace& trace) {
+  return TraceAndSucceed("ZarCertVerifyCTLUsage", [&](ExportTrace& trace) {
     trace.Line("dwSubjectType = %x.", Hex(dwSubjectType));
-    return TRUE;
   });
 }
 
@@ -28,21 +30,19 @@ BOOL WINAPI ZarCertVerifyCTLUsage(DWORD /*dwEncodingType*/, DWORD dwSubjectType,
 // type: who reads traces finds a signature algorithm there. A number in its place counts as none.
 BOOL WINAPI ZarCertVerifyRevocation(DWORD dwCertEncodingType, const CERT_INFO* pCertInfo,
                                     DWORD cCrlInfo, const PCRL_INFO* /*rgpCrlInfo*/) {
-  return RunExport<BOOL>("ZarCertVerifyRevocation", TRUE, [&](ExportTrace& trace) {
+  return TraceAndSucceed("ZarCertVerifyRevocation", [&](ExportTrace& trace) {
     trace.Line("dwCertEncodingType = %x, cCrlInfo = %i.", Hex(dwCertEncodingType), Int(cCrlInfo));
     if (!IS_INTRESOURCE(pCertInfo)) {
       trace.Line("Algorithm.pszObjId = %s.", pCertInfo->SignatureAlgorithm.pszObjId);
     }
-    return TRUE;
   });
 }
 
 BOOL WINAPI ZarCryptDecodeObject(DWORD dwCertEncodingType, LPCSTR /*lpszStructType*/,
                                  const BYTE* /*pbEncoded*/, DWORD cbEncoded, DWORD /*dwFlags*/,
                                  void* /*pvStructInfo*/, DWORD* /*pcbStructInfo*/) {
-  return RunExport<BOOL>("ZarCryptDecodeObject", TRUE, [&](ExportTrace& trace) {
+  return TraceAndSucceed("ZarCryptDecodeObject", [&](ExportTrace& trace) {
     trace.Line("dwCertEncodingType = %x (cbEncoded=%i).", Hex(dwCertEncodingType), Int(cbEncoded));
-    return TRUE;
   });
 }
 
@@ -51,18 +51,16 @@ BOOL WINAPI ZarCryptDecodeObjectEx(DWORD dwCertEncodingType, LPCSTR /*lpszStruct
                                    const BYTE* /*pbEncoded*/, DWORD cbEncoded, DWORD /*dwFlags*/,
                                    PCRYPT_DECODE_PARA /*pDecodePara*/, void* /*pvStructInfo*/,
                                    DWORD* /*pcbStructInfo*/) {
-  return RunExport<BOOL>("ZarCryptDecodeObjectEx", TRUE, [&](ExportTrace& trace) {
+  return TraceAndSucceed("ZarCryptDecodeObjectEx", [&](ExportTrace& trace) {
     trace.Line("dwCertEncodingType = %x (cbEncoded=%i).", Hex(dwCertEncodingType), Int(cbEncoded));
-    return TRUE;
   });
 }
 
 BOOL WINAPI ZarCryptEncodeObject(DWORD dwCertEncodingType, LPCSTR /*lpszStructType*/,
                                  const void* /*pvStructInfo*/, BYTE* /*pbEncoded*/,
                                  DWORD* /*pcbEncoded*/) {
-  return RunExport<BOOL>("ZarCryptEncodeObject", TRUE, [&](ExportTrace& trace) {
+  return TraceAndSucceed("ZarCryptEncodeObject", [&](ExportTrace& trace) {
     trace.Line("dwCertEncodingType = %x.", Hex(dwCertEncodingType));
-    return TRUE;
   });
 }
 
@@ -70,9 +68,8 @@ BOOL WINAPI ZarCryptEncodeObjectEx(DWORD dwCertEncodingType, LPCSTR /*lpszStruct
                                    const void* /*pvStructInfo*/, DWORD /*dwFlags*/,
                                    PCRYPT_ENCODE_PARA /*pEncodePara*/, void* /*pvEncoded*/,
                                    DWORD* /*pcbEncoded*/) {
-  return RunExport<BOOL>("ZarCryptEncodeObjectEx", TRUE, [&](ExportTrace& trace) {
+  return TraceAndSucceed("ZarCryptEncodeObjectEx", [&](ExportTrace& trace) {
     trace.Line("dwCertEncodingType = %x.", Hex(dwCertEncodingType));
-    return TRUE;
   });
 }
 
@@ -80,21 +77,19 @@ BOOL WINAPI ZarCryptEncodeObjectEx(DWORD dwCertEncodingType, LPCSTR /*lpszStruct
 // Latin name the first character. The result is one zero octet, not a wide terminator: a caller
 // that reads it as wide text reads on.
 LPCWSTR WINAPI ZarCryptFindLocalizedName(LPCWSTR pwszCryptName) {
-  static constexpr char kEmpty[] = "";
-  const auto empty = reinterpret_cast<LPCWSTR>(kEmpty);
-  return RunExport<LPCWSTR>("ZarCryptFindLocalizedName", empty, [&](ExportTrace& trace) {
+  TraceAndSucceed("ZarCryptFindLocalizedName", [&](ExportTrace& trace) {
     trace.Line("pwszCryptName = %s.", reinterpret_cast<const char*>(pwszCryptName));
-    return empty;
   });
+  static constexpr char kEmpty[] = "";
+  return reinterpret_cast<LPCWSTR>(kEmpty);
 }
 
 BOOL WINAPI ZarCryptFormatObject(DWORD dwCertEncodingType, DWORD /*dwFormatType*/,
                                  DWORD /*dwFormatStrType*/, void* /*pFormatStruct*/,
                                  LPCSTR /*lpszStructType*/, const BYTE* /*pbEncoded*/,
                                  DWORD /*cbEncoded*/, void* /*pbFormat*/, DWORD* /*pcbFormat*/) {
-  return RunExport<BOOL>("ZarCryptFormatObject", TRUE, [&](ExportTrace& trace) {
+  return TraceAndSucceed("ZarCryptFormatObject", [&](ExportTrace& trace) {
     trace.Line("dwCertEncodingType = %x.", Hex(dwCertEncodingType));
-    return TRUE;
   });
 }
 

@@ -1,7 +1,9 @@
 #include "frame/provider_binding.h"
 
+#include <array>
 #include <atomic>
 #include <cstring>
+#include <optional>
 
 #include "frame/export_frame.h"
 #include "frame/handles.h"
@@ -9,8 +11,6 @@
 
 namespace zarext {
 namespace {
-
-constexpr std::size_t kImagePathSize = 256;
 
 struct Binding {
   HMODULE module = nullptr;
@@ -36,35 +36,46 @@ void Bind(const Binding& found) noexcept {
 
 bool IsBound() noexcept { return bound.load(std::memory_order_acquire); }
 
-// Reads "Image Path" as it stands: its type is not checked and nothing is expanded, compatibility
-// facts for whoever wrote it. False if there is none, or if it fills the buffer without a
-// terminator.
-bool ReadImagePath(HKEY key, char (&path)[kImagePathSize]) {
-  DWORD size = kImagePathSize;
-  return RegQueryValueExA(key, "Image Path", nullptr, nullptr, reinterpret_cast<BYTE*>(path),
-                          &size) == ERROR_SUCCESS &&
-         std::memchr(path, '\0', kImagePathSize) != nullptr;
+using ImagePath = std::array<char, 256>;
+
+// "Image Path" as it stands: its type is not checked and nothing is expanded, whatever the
+// provider's installer wrote. None if it is missing or fills the buffer without a terminator.
+std::optional<ImagePath> ReadImagePath(HKEY key) {
+  ImagePath path = {};
+  DWORD size = path.size();
+  const bool isRead =
+      RegQueryValueExA(key, "Image Path", nullptr, nullptr, reinterpret_cast<BYTE*>(path.data()),
+                       &size) == ERROR_SUCCESS;
+  return isRead && std::memchr(path.data(), '\0', path.size()) != nullptr ? std::optional(path)
+                                                                          : std::nullopt;
 }
 
 UniqueModule LoadProvider() {
   char keyName[128] = {};
   FormatText(keyName, "SOFTWARE\\Microsoft\\Cryptography\\Defaults\\Provider\\%s", kProviderName);
-  char path[kImagePathSize] = {};
   UniqueRegistryKey key;
-  const bool registered =
-      RegOpenKeyExA(HKEY_LOCAL_MACHINE, keyName, 0, KEY_READ, key.Put()) == ERROR_SUCCESS &&
-      ReadImagePath(key.Get(), path);
-  UniqueModule provider(LoadLibraryA(registered ? path : kDefaultProviderFile));
+  std::optional<ImagePath> path;
+  if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, keyName, 0, KEY_READ, key.Put()) == ERROR_SUCCESS) {
+    path = ReadImagePath(key.Get());
+  }
+  UniqueModule provider(LoadLibraryA(path ? path->data() : kDefaultProviderFile));
   if (!provider) {
     ThrowLastError();
   }
   return provider;
 }
 
+// Puts the function of that name into the slot, null if there is none.
 template <typename Function>
-bool LookUp(HMODULE provider, const char* name, Function* slot) {
-  *slot = reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(provider, name)));
-  return *slot != nullptr;
+void LookUp(HMODULE provider, const char* name, Function*& slot) {
+  slot = reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(provider, name)));
+}
+
+// CPGetUserKey may be missing: providers without it are in use.
+bool IsComplete(const ProviderFunctions& found) {
+  return found.CPAcquireContext != nullptr && found.CPReleaseContext != nullptr &&
+         found.CPGetProvParam != nullptr && found.CPGetKeyParam != nullptr &&
+         found.CPSetKeyParam != nullptr;
 }
 
 }  // namespace
@@ -77,14 +88,13 @@ void BindProvider() {
   const HMODULE module = provider.Get();
   Binding complete;
   ProviderFunctions& found = complete.functions;
-  // All six are looked up, in this order, also behind a missing one.
-  bool hasAll = LookUp(module, "CPAcquireContext", &found.CPAcquireContext);
-  hasAll = LookUp(module, "CPReleaseContext", &found.CPReleaseContext) && hasAll;
-  hasAll = LookUp(module, "CPGetProvParam", &found.CPGetProvParam) && hasAll;
-  hasAll = LookUp(module, "CPGetKeyParam", &found.CPGetKeyParam) && hasAll;
-  hasAll = LookUp(module, "CPSetKeyParam", &found.CPSetKeyParam) && hasAll;
-  LookUp(module, "CPGetUserKey", &found.CPGetUserKey);
-  if (!hasAll) {
+  LookUp(module, "CPAcquireContext", found.CPAcquireContext);
+  LookUp(module, "CPReleaseContext", found.CPReleaseContext);
+  LookUp(module, "CPGetProvParam", found.CPGetProvParam);
+  LookUp(module, "CPGetKeyParam", found.CPGetKeyParam);
+  LookUp(module, "CPSetKeyParam", found.CPSetKeyParam);
+  LookUp(module, "CPGetUserKey", found.CPGetUserKey);
+  if (!IsComplete(found)) {
     return;
   }
   complete.module = provider.Detach();

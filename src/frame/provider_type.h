@@ -15,11 +15,15 @@ inline bool IsServedProviderType(DWORD type) noexcept {
   return type == kProviderType || type == PROV_RSA_FULL;
 }
 
-// Reads PP_PROVTYPE of a context; false with the last error set if the provider does not say.
-inline bool ReadProviderType(HCRYPTPROV hCryptProv, DWORD* type) {
-  DWORD size = sizeof *type;
-  return CryptGetProvParam(hCryptProv, PP_PROVTYPE, reinterpret_cast<BYTE*>(type), &size, 0) !=
-         FALSE;
+// PP_PROVTYPE of a context. If the provider does not say, calls fail(code), which throws.
+template <typename Fail>
+DWORD ReadProviderType(HCRYPTPROV hCryptProv, Fail fail) {
+  DWORD type = 0;
+  DWORD size = sizeof type;
+  if (!CryptGetProvParam(hCryptProv, PP_PROVTYPE, reinterpret_cast<BYTE*>(&type), &size, 0)) {
+    fail(GetLastError());
+  }
+  return type;
 }
 
 }  // namespace zarext

@@ -29,9 +29,8 @@ std::uint64_t MillisecondsSince1970() noexcept {
   return (units - kUnitsUntil1970) / kUnitsPerMillisecond;
 }
 
-// "Mon Nov 16 00:12:46.007". Seconds and milliseconds come from two readings of the clock that are
-// not reconciled: around a second boundary they may belong to different seconds. A compatibility
-// fact for those who sort by this text.
+// "Mon Nov 16 00:12:46.007". Seconds and milliseconds come from two readings of the clock: around
+// the end of a second they may belong to different ones, as those who sort by this text notice.
 class Timestamp {
  public:
   Timestamp() noexcept {
@@ -73,7 +72,7 @@ class LogFileTurn {
     constexpr ULONGLONG kLongestWait = 10'000;  // milliseconds
     position_.OffsetHigh = 0x7FFFFFFF;
     const ULONGLONG start = GetTickCount64();
-    while (!(locked_ = TryLock()) && GetTickCount64() - start < kLongestWait) {
+    for (TryLock(); !locked_ && GetTickCount64() - start < kLongestWait; TryLock()) {
       Sleep(1);
     }
   }
@@ -86,9 +85,9 @@ class LogFileTurn {
   LogFileTurn& operator=(const LogFileTurn&) = delete;
 
  private:
-  bool TryLock() noexcept {
+  void TryLock() noexcept {
     constexpr DWORD kFlags = LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY;
-    return LockFileEx(file_, kFlags, 0, 1, 0, &position_) != FALSE;
+    locked_ = LockFileEx(file_, kFlags, 0, 1, 0, &position_) != FALSE;
   }
 
   HANDLE file_;
@@ -96,17 +95,13 @@ class LogFileTurn {
   bool locked_ = false;
 };
 
-void AppendLine(const char* path, const Timestamp& timestamp, const char* message) noexcept {
-  const UniqueFile file(fopen(path, "at"));
-  if (!file) {
-    return;
-  }
+void WriteLine(std::FILE* file, const Timestamp& timestamp, const char* message) noexcept {
   LineText line;
   line.Append("thid=%i : time=%s : %s\n", Int(GetCurrentThreadId()), timestamp.Text(), message);
-  const LogFileTurn turn(file.Get());
-  (void)fwrite(line.Text(), 1, line.Length(), file.Get());
+  const LogFileTurn turn(file);
+  (void)fwrite(line.Text(), 1, line.Length(), file);
   // The line must be in the file before others may write theirs.
-  (void)fflush(file.Get());
+  (void)fflush(file);
 }
 
 template <typename MakeMessage>
@@ -115,6 +110,7 @@ void LogToFile(const char* path, const char* lockFileName, MakeMessage makeMessa
   // loses what it has there. A second such close finds it closed, which that runtime reports by its
   // result alone; the same for -1, where there is no lock file.
   int lockFile = 0;
+  UniqueFile file;  // closed behind the lock file
   if (IsRegularFile(path)) {
     LineText message;
     makeMessage(message);
@@ -124,7 +120,10 @@ void LogToFile(const char* path, const char* lockFileName, MakeMessage makeMessa
       // Zero octets, result unchecked: whoever else uses the lock file locks it in the same way.
       _locking(lockFile, _LK_LOCK, 0);
     }
-    AppendLine(path, timestamp, message.Text());
+    file.Reset(fopen(path, "at"));
+    if (file) {
+      WriteLine(file.Get(), timestamp, message.Text());
+    }
     if (lockFile != -1) {
       _locking(lockFile, _LK_UNLCK, 0);
     }

@@ -23,13 +23,23 @@ inline constexpr std::size_t kRsaBitLengthOffset = 12;  // RSAPUBKEY.bitlen
 inline constexpr std::size_t kRsaExponentOffset = 16;   // RSAPUBKEY.pubexp
 
 // The octet at `index`, or 0 where there is none.
-std::uint8_t OctetAt(OctetSpan octets, std::size_t index);
+inline std::uint8_t OctetAt(OctetSpan octets, std::size_t index) {
+  return index < octets.size() ? octets[index] : std::uint8_t{0};
+}
 
 // The octet `back` places before the end (1: the last), or 0 where there is none.
-std::uint8_t OctetFromEnd(OctetSpan octets, std::size_t back);
+inline std::uint8_t OctetFromEnd(OctetSpan octets, std::size_t back) {
+  return back <= octets.size() ? octets[octets.size() - back] : std::uint8_t{0};
+}
 
 // The 32-bit word at `offset`, or 0 unless all four octets are there.
-std::uint32_t WordAt(OctetSpan octets, std::size_t offset);
+inline std::uint32_t WordAt(OctetSpan octets, std::size_t offset) {
+  if (octets.size() < 4 || offset > octets.size() - 4) {
+    return 0;
+  }
+  return octets[offset] | std::uint32_t{octets[offset + 1]} << 8 |
+         std::uint32_t{octets[offset + 2]} << 16 | std::uint32_t{octets[offset + 3]} << 24;
+}
 
 // The key's ALG_ID.
 inline std::uint32_t BlobAlgorithm(OctetSpan blob) { return WordAt(blob, kAlgorithmOffset); }

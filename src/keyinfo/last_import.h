@@ -4,6 +4,7 @@
 #define ZAREXT_KEYINFO_LAST_IMPORT_H_
 
 #include <cstddef>
+#include <cstring>
 #include <string_view>
 
 namespace zarext {
@@ -13,11 +14,13 @@ inline constexpr std::size_t kLastContainerUrlSize = 1024;
 
 // Both live as long as the process. Every import zeroes them and lets the provider fill them;
 // imports and readers take no lock, so a reader beside an import can see a mixture.
-extern unsigned char LastProfile[kLastProfileSize];
-extern char LastContainerUrl[kLastContainerUrlSize];
+inline unsigned char LastProfile[kLastProfileSize];
+inline char LastContainerUrl[kLastContainerUrlSize];
 
 // The URL's text in the buffer, which ends it if the provider left no terminator.
-std::string_view LastContainerUrlText();
+inline std::string_view LastContainerUrlText() {
+  return {LastContainerUrl, strnlen(LastContainerUrl, kLastContainerUrlSize)};
+}
 
 }  // namespace zarext
 

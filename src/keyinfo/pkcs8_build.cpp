@@ -2,8 +2,7 @@
 #include "asn1/oid.h"
 #include "asn1/tags.h"
 #include "keyinfo/pkcs8.h"
-#include "keyinfo/pkcs8_names.h"
-#include "keyinfo/pkcs8_path.h"
+#include "keyinfo/pkcs8_parts.h"
 
 namespace zarext {
 namespace {
@@ -16,39 +15,32 @@ class Builder {
  public:
   explicit Builder(TASN1& document) : document_(document) {}
 
-  template <std::int32_t... entries>
-  Builder& Sequence(std::int32_t code, Path<entries...> path = {}) {
+  Builder& Sequence(std::int32_t code, auto path) {
     return Add(code, kTagSequence, 0, nullptr, path);
   }
 
-  template <std::int32_t... entries>
-  Builder& Integer(std::int32_t code, std::uint32_t number, Path<entries...> path = {}) {
+  Builder& Integer(std::int32_t code, std::uint32_t number, auto path) {
     return Add(code, kTagInteger, sizeof number, &number, path);
   }
 
   // A null text fails.
-  template <std::int32_t... entries>
-  Builder& Oid(std::int32_t code, const char* text, Path<entries...> path = {}) {
+  Builder& Oid(std::int32_t code, const char* text, auto path) {
     return Add(code, kTagObjectIdentifier, 1, text, path);
   }
 
-  template <std::int32_t... entries>
-  Builder& Octets(std::int32_t code, OctetSpan octets, Path<entries...> path = {}) {
+  Builder& Octets(std::int32_t code, OctetSpan octets, auto path) {
     return Add(code, kTagOctetString, static_cast<std::uint32_t>(octets.size()), octets.data(),
                path);
   }
 
-  template <std::int32_t... entries>
-  Builder& Null(std::int32_t code, Path<entries...> path) {
-    return Add(code, kTagNull, 0, nullptr, path);
-  }
+  Builder& Null(std::int32_t code, auto path) { return Add(code, kTagNull, 0, nullptr, path); }
 
   Builder& Wrapper(std::int32_t code) { return Add(code, kTagContext0, 0, nullptr, kAt<>); }
 
   // An element that is encoded already. One that does not end within its stated size adds nothing,
   // and that is no failure.
   template <std::int32_t... entries>
-  Builder& Element(std::int32_t code, OctetSpan element, Path<entries...> = {}) {
+  Builder& Element(std::int32_t code, OctetSpan element, Path<entries...>) {
     return Step(code, [&] {
       return HoldsElement(element) ? document_.ParseInto(element, entries..., kPathEnd) : 0;
     });
@@ -98,11 +90,11 @@ void AddAlgorithmParameters(Builder& build, const PrivateKeyRecord& input) {
 
 std::int32_t BuildDocument(TASN1& document, const PrivateKeyRecord& input) {
   Builder build(document);
-  build.Integer(2, input.version).Sequence(3).Oid(4, input.algorithm, kAt<1>);
+  build.Integer(2, input.version, kAt<>).Sequence(3, kAt<>).Oid(4, input.algorithm, kAt<1>);
   AddAlgorithmParameters(build, input);
-  build.Octets(7, input.privateKey);
+  build.Octets(7, input.privateKey, kAt<>);
   if (!input.attributes.empty()) {
-    build.Element(8, input.attributes).Retag(9, kTagContext0, kAt<3>);
+    build.Element(8, input.attributes, kAt<>).Retag(9, kTagContext0, kAt<3>);
   }
   return build.Code();
 }
@@ -139,18 +131,18 @@ void AddSinglePbe(Builder& build, const EncryptedKeyRecord& input) {
 
 std::int32_t BuildDocument(TASN1& document, const EncryptedKeyRecord& input) {
   Builder build(document);
-  build.Sequence(20);
+  build.Sequence(20, kAt<>);
   if (input.iv.empty()) {
     AddSinglePbe(build, input);
   } else {
     AddPbes2(build, input);
   }
-  return build.Octets(36, input.encryptedData).Code();
+  return build.Octets(36, input.encryptedData, kAt<>).Code();
 }
 
 std::int32_t BuildDocument(TASN1& document, const BagRecord& input) {
   return Builder(document)
-      .Oid(40, input.type)
+      .Oid(40, input.type, kAt<>)
       .Wrapper(41)
       .Octets(42, input.value, kAt<1>)
       .Retag(43, input.tag, kAt<1, 0>)

@@ -3,8 +3,7 @@
 #include "asn1/oid.h"
 #include "asn1/tags.h"
 #include "keyinfo/pkcs8.h"
-#include "keyinfo/pkcs8_names.h"
-#include "keyinfo/pkcs8_path.h"
+#include "keyinfo/pkcs8_parts.h"
 
 namespace zarext {
 namespace {
@@ -52,8 +51,7 @@ class Reader {
   }
 
   // A SEQUENCE of `least` to `most` elements.
-  template <std::int32_t... entries>
-  Node Sequence(Codes codes, std::uint32_t least, std::uint32_t most, Path<entries...> path) {
+  Node Sequence(Codes codes, std::uint32_t least, std::uint32_t most, auto path) {
     const Node node = Get(codes.missing, path);
     Require(codes.wrong,
             node.tag == kTagSequence && node.children >= least && node.children <= most);
@@ -61,8 +59,7 @@ class Reader {
   }
 
   // An INTEGER that the tree gives as a 32-bit number.
-  template <std::int32_t... entries>
-  std::uint32_t Integer(Codes codes, Path<entries...> path) {
+  std::uint32_t Integer(Codes codes, auto path) {
     std::uint32_t number = 0;
     const Node node = Get(codes.missing, path);
     Require(codes.wrong, node.tag == kTagInteger && node.value.size() == sizeof number);
@@ -73,23 +70,20 @@ class Reader {
   }
 
   // A non-empty OBJECT IDENTIFIER, as text.
-  template <std::int32_t... entries>
-  const char* Oid(Codes codes, Path<entries...> path) {
+  const char* Oid(Codes codes, auto path) {
     const Node node = Get(codes.missing, path);
     Require(codes.wrong, node.tag == kTagObjectIdentifier && !node.value.empty());
     return reinterpret_cast<const char*>(node.value.data());
   }
 
   // An OCTET STRING, which may be empty.
-  template <std::int32_t... entries>
-  OctetSpan Octets(Codes codes, Path<entries...> path) {
+  OctetSpan Octets(Codes codes, auto path) {
     const Node node = Get(codes.missing, path);
     Require(codes.wrong, node.tag == kTagOctetString);
     return node.value;
   }
 
-  template <std::int32_t... entries>
-  OctetSpan NonEmptyOctets(Codes codes, Path<entries...> path) {
+  OctetSpan NonEmptyOctets(Codes codes, auto path) {
     const OctetSpan octets = Octets(codes, path);
     Require(codes.wrong, !octets.empty());
     return octets;

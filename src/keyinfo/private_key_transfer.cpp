@@ -1,9 +1,5 @@
 // Private keys between a container and a CRYPT_PRIVATE_KEY_INFO. The provider makes and takes DER
 // PrivateKeyInfo documents.
-#include <windows.h>
-
-#include <wincrypt.h>
-
 #include <algorithm>
 #include <cstring>
 #include <memory>
@@ -13,7 +9,7 @@
 #include "asn1/oid.h"
 #include "frame/export_frame.h"
 #include "frame/handles.h"
-#include "keyinfo/key_export.h"
+#include "keyinfo/key_calls.h"
 #include "keyinfo/last_import.h"
 #include "keyinfo/pkcs8.h"
 #include "keyinfo/secret_buffer.h"
@@ -41,12 +37,9 @@ UniqueCryptKey GetUserKey(ExportTrace& trace, HCRYPTPROV hCryptProv, DWORD dwKey
 
 // Fills the buffer and returns the blob's size.
 DWORD ExportDocument(ExportTrace& trace, HCRYPTKEY key, SecretBuffer& buffer) {
-  DWORD size = 0;
-  if (const auto error =
-          ExportKeyInto(key, kPrivateKeyInfoBlob, {buffer.Data(), buffer.Size()}, &size)) {
-    trace.LineAndThrow(*error, "CryptExportKey = %x.", Hex(*error));
-  }
-  return size;
+  return ExportKeyInto(
+      key, kPrivateKeyInfoBlob, {buffer.Data(), buffer.Size()},
+      [&](ErrorCode error) { trace.LineAndThrow(error, "CryptExportKey = %x.", Hex(error)); });
 }
 
 // What a document, or a blob of another kind, gives out.
@@ -198,11 +191,10 @@ BOOL WINAPI ZarExportPrivKeyFunc(HCRYPTPROV hCryptProv, DWORD dwKeySpec, LPSTR p
                                  DWORD /*dwFlags*/, void* /*pvAuxInfo*/,
                                  CRYPT_PRIVATE_KEY_INFO* pPrivateKeyInfo,
                                  DWORD* pcbPrivateKeyInfo) {
-  return RunExport("ZarExportPrivKeyFunc", [&](ExportTrace& trace) -> BOOL {
+  return RunExport("ZarExportPrivKeyFunc", [&](ExportTrace& trace) {
     trace.Line("hCryptProv = %x, dwKeySpec = %i, pszPrivateKeyObjId = %s.", Hex(hCryptProv),
                Int(dwKeySpec), pszPrivateKeyObjId);
     ExportPrivateKey(trace, hCryptProv, dwKeySpec, pPrivateKeyInfo, pcbPrivateKeyInfo);
-    return TRUE;
   });
 }
 

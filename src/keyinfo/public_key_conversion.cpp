@@ -1,15 +1,11 @@
 // Public keys handed over in memory of the caller's own; no provider is called.
-#include <windows.h>
-
-#include <wincrypt.h>
-
 #include <algorithm>
 #include <new>
 
 #include "frame/export_frame.h"
 #include "frame/handles.h"
 #include "keyinfo/key_blob.h"
-#include "keyinfo/public_key_calls.h"
+#include "keyinfo/key_calls.h"
 
 namespace zarext {
 namespace {
@@ -57,7 +53,7 @@ extern "C" {
 BOOL WINAPI ZarConvertPublicKeyInfo(DWORD dwCertEncodingType, PCERT_PUBLIC_KEY_INFO pInfo,
                                     DWORD dwFlags, DWORD /*dwReserved*/, BYTE** ppvBlob,
                                     DWORD* pcbBlob) {
-  return RunExport("ZarConvertPublicKeyInfo", [&](ExportTrace& trace) -> BOOL {
+  return RunExport("ZarConvertPublicKeyInfo", [&](ExportTrace& trace) {
     trace.Line("dwFlags = %x.", Hex(dwFlags));
     RequireEncodingType(dwCertEncodingType);
     RequireParameter(pInfo != nullptr);
@@ -71,7 +67,6 @@ BOOL WINAPI ZarConvertPublicKeyInfo(DWORD dwCertEncodingType, PCERT_PUBLIC_KEY_I
     BYTE* block = static_cast<BYTE*>(CopyForCaller(OctetsOf(key.pbData, key.cbData)).Detach());
     StoreIfWanted(ppvBlob, block);
     StoreIfWanted(pcbBlob, key.cbData);
-    return TRUE;
   });
 }
 
@@ -82,7 +77,7 @@ BOOL WINAPI ZarEncodePublicKeyAndParameters(DWORD dwCertEncodingType, LPSTR pszP
                                             void* /*pvAuxInfo*/, BYTE** ppPublicKey,
                                             DWORD* pcbPublicKey, BYTE** ppbParams,
                                             DWORD* pcbParams) {
-  return RunExport("ZarEncodePublicKeyAndParameters", [&](ExportTrace& trace) -> BOOL {
+  return RunExport("ZarEncodePublicKeyAndParameters", [&](ExportTrace& trace) {
     trace.Line("dwEncodingType=%x, dwFlags = %x, Algorithm = %s.", Hex(dwCertEncodingType),
                Hex(dwFlags), pszPublicKeyObjId);
     RequireEncodingType(dwCertEncodingType);
@@ -102,7 +97,6 @@ BOOL WINAPI ZarEncodePublicKeyAndParameters(DWORD dwCertEncodingType, LPSTR pszP
     } else if (type == kPublicKeyBlobType && version == kCryptoProBlobVersion) {
       trace.Line("CryptoPro : aiKey = %x.", Hex(BlobAlgorithm(blob)));
     }
-    return TRUE;
   });
 }
 

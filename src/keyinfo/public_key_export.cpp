@@ -1,9 +1,5 @@
 // The public half of a container's key pair as a CERT_PUBLIC_KEY_INFO: the provider's blob, whole,
 // under an OID chosen by the key's ALG_ID.
-#include <windows.h>
-
-#include <wincrypt.h>
-
 #include <algorithm>
 #include <cstring>
 #include <vector>
@@ -12,8 +8,7 @@
 #include "frame/handles.h"
 #include "keyinfo/algorithm_map.h"
 #include "keyinfo/key_blob.h"
-#include "keyinfo/key_export.h"
-#include "keyinfo/public_key_calls.h"
+#include "keyinfo/key_calls.h"
 
 namespace zarext {
 namespace {
@@ -32,11 +27,9 @@ UniqueCryptKey GetUserKey(ExportTrace& trace, HCRYPTPROV hCryptProv, DWORD dwKey
 
 std::vector<BYTE> ExportBlob(ExportTrace& trace, HCRYPTKEY key) {
   std::vector<BYTE> blob(kBlobCapacity);
-  DWORD size = 0;
-  if (const auto error = ExportKeyInto(key, PUBLICKEYBLOB, blob, &size)) {
-    trace.LineAndThrow(*error, "CryptExportKey hKey=%x, error = %x.", Hex(key), Hex(*error));
-  }
-  blob.resize(size);
+  blob.resize(ExportKeyInto(key, PUBLICKEYBLOB, blob, [&](ErrorCode error) {
+    trace.LineAndThrow(error, "CryptExportKey hKey=%x, error = %x.", Hex(key), Hex(error));
+  }));
   return blob;
 }
 
@@ -85,12 +78,11 @@ extern "C" {
 
 BOOL WINAPI ZarExportPublicKeyInfo(HCRYPTPROV hCryptProv, DWORD dwKeySpec, DWORD dwCertEncodingType,
                                    PCERT_PUBLIC_KEY_INFO pInfo, DWORD* pcbInfo) {
-  return RunExport("ZarExportPublicKeyInfo", [&](ExportTrace& trace) -> BOOL {
+  return RunExport("ZarExportPublicKeyInfo", [&](ExportTrace& trace) {
     trace.Line("dwKeySpec = %i.", Int(dwKeySpec));
     RequireEncodingType(dwCertEncodingType);
     RequireParameter(hCryptProv != 0);
     ExportPublicKey(trace, 1, hCryptProv, dwKeySpec, pInfo, pcbInfo);
-    return TRUE;
   });
 }
 
@@ -101,7 +93,7 @@ BOOL WINAPI ZarExportPublicKeyInfoEx(HCRYPTPROV hCryptProv, DWORD dwKeySpec,
                                      DWORD dwCertEncodingType, LPSTR pszPublicKeyObjId,
                                      DWORD dwFlags, void* pvAuxInfo, PCERT_PUBLIC_KEY_INFO pInfo,
                                      DWORD* pcbInfo) {
-  return RunExport("ZarExportPublicKeyInfoEx", [&](ExportTrace& trace) -> BOOL {
+  return RunExport("ZarExportPublicKeyInfoEx", [&](ExportTrace& trace) {
     if (pszPublicKeyObjId == nullptr) {
       trace.Line("dwKeySpec = %i.", Int(dwKeySpec));
     } else {
@@ -112,7 +104,6 @@ BOOL WINAPI ZarExportPublicKeyInfoEx(HCRYPTPROV hCryptProv, DWORD dwKeySpec,
     RequireParameter(pvAuxInfo == nullptr);
     RequireParameter(hCryptProv != 0);
     ExportPublicKey(trace, 2, hCryptProv, dwKeySpec, pInfo, pcbInfo);
-    return TRUE;
   });
 }
 

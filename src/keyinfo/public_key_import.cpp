@@ -1,8 +1,4 @@
 // A certificate's public key into the provider.
-#include <windows.h>
-
-#include <wincrypt.h>
-
 #include <memory>
 #include <new>
 #include <optional>
@@ -14,7 +10,7 @@
 #include "keyinfo/algorithm_map.h"
 #include "keyinfo/import_blob.h"
 #include "keyinfo/key_blob.h"
-#include "keyinfo/public_key_calls.h"
+#include "keyinfo/key_calls.h"
 
 namespace zarext {
 namespace {
@@ -107,12 +103,11 @@ extern "C" {
 
 BOOL WINAPI ZarImportPublicKeyInfo(HCRYPTPROV hCryptProv, DWORD dwCertEncodingType,
                                    PCERT_PUBLIC_KEY_INFO pInfo, HCRYPTKEY* phKey) {
-  return RunExport("ZarImportPublicKeyInfo", [&](ExportTrace& trace) -> BOOL {
+  return RunExport("ZarImportPublicKeyInfo", [&](ExportTrace& trace) {
     trace.Line("hCryptProv = %x.", Hex(hCryptProv));
     RequireEncodingType(dwCertEncodingType);
     RequireParameter(pInfo != nullptr);
     ImportPublicKey(trace, kPlain, hCryptProv, *pInfo, phKey);
-    return TRUE;
   });
 }
 
@@ -120,7 +115,7 @@ BOOL WINAPI ZarImportPublicKeyInfo(HCRYPTPROV hCryptProv, DWORD dwCertEncodingTy
 BOOL WINAPI ZarImportPublicKeyInfoEx(HCRYPTPROV hCryptProv, DWORD dwCertEncodingType,
                                      PCERT_PUBLIC_KEY_INFO pInfo, ALG_ID aiKeyAlg, DWORD dwFlags,
                                      void* pvAuxInfo, HCRYPTKEY* phKey) {
-  return RunExport("ZarImportPublicKeyInfoEx", [&](ExportTrace& trace) -> BOOL {
+  return RunExport("ZarImportPublicKeyInfoEx", [&](ExportTrace& trace) {
     trace.Line("hCryptProv = %x, aiKeyAlg = %x, dwFlags = %x.", Hex(hCryptProv), Hex(aiKeyAlg),
                Hex(dwFlags));
     RequireEncodingType(dwCertEncodingType);
@@ -128,7 +123,6 @@ BOOL WINAPI ZarImportPublicKeyInfoEx(HCRYPTPROV hCryptProv, DWORD dwCertEncoding
     RequireParameter(pvAuxInfo == nullptr);
     RequireParameter(pInfo != nullptr);
     ImportPublicKey(trace, kExtended, hCryptProv, *pInfo, phKey);
-    return TRUE;
   });
 }
 

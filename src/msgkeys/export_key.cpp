@@ -1,9 +1,5 @@
 // Content-encryption keys of enveloped messages: wrapping for a recipient, in the framework's CMS
 // form and in its older form.
-#include <windows.h>
-
-#include <wincrypt.h>
-
 #include <array>
 #include <cstring>
 
@@ -129,14 +125,15 @@ SenderBlob ExportSenderKey(ExportTrace& trace, HCRYPTPROV hCryptProv, UniqueCryp
   return blob;
 }
 
-// Puts the sender blob behind the SIMPLEBLOB of `length` octets. The receiver takes it off by the
-// algorithm alone, so a key that leaves no room for it cannot be handed out at all.
-void AppendSenderBlob(ExportTrace& trace, const SenderBlob& blob, BYTE* buffer, DWORD& length) {
+// Puts the sender blob behind the SIMPLEBLOB of `length` octets and returns the length of both. The
+// receiver takes it off by the algorithm alone, so a key that leaves no room for it cannot be
+// handed out at all.
+DWORD AppendSenderBlob(ExportTrace& trace, const SenderBlob& blob, BYTE* buffer, DWORD length) {
   if (length > kWrapBufferSize - kSenderBlobSize) {
     RefuseWrappedKey(trace);
   }
   std::memcpy(buffer + length, blob.octets.data(), kSenderBlobSize);
-  length += kSenderBlobSize;
+  return length + kSenderBlobSize;
 }
 
 void TraceOutput(ExportTrace& trace, const CMSG_KEY_TRANS_ENCRYPT_INFO& output) {
@@ -196,7 +193,8 @@ void ExportForMessage(ExportTrace& trace, const Transport& transport, TransportK
   // A sender key whose blob has any other length is left out without a line: receivers take 80
   // octets.
   if (keys.sender && senderBlob.length == kSenderBlobSize) {
-    AppendSenderBlob(trace, senderBlob, encryptedKey.pbData, encryptedKey.cbData);
+    encryptedKey.cbData =
+        AppendSenderBlob(trace, senderBlob, encryptedKey.pbData, encryptedKey.cbData);
   }
   transport.output->EncryptedKey = encryptedKey;
   trace.Line("EncryptedKeySize=%i.", Int(encryptedKey.cbData));
@@ -231,16 +229,11 @@ BOOL WINAPI ZarMsgExportKeyTrans(PCMSG_CONTENT_ENCRYPT_INFO pContentEncryptInfo,
                                  PCMSG_KEY_TRANS_RECIPIENT_ENCODE_INFO pKeyTransEncodeInfo,
                                  PCMSG_KEY_TRANS_ENCRYPT_INFO pKeyTransEncryptInfo, DWORD dwFlags,
                                  void* /*pvReserved*/) {
-  return RunExportKeeping<TransportKeys>("ZarMsgExportKeyTrans",
-                                         [&](ExportTrace& trace, TransportKeys& keys) -> BOOL {
-                                           ExportForMessage(trace,
-                                                            {.content = pContentEncryptInfo,
-                                                             .recipient = pKeyTransEncodeInfo,
-                                                             .output = pKeyTransEncryptInfo,
-                                                             .dwFlags = dwFlags},
-                                                            keys);
-                                           return TRUE;
-                                         });
+  const Transport transport = {pContentEncryptInfo, pKeyTransEncodeInfo, pKeyTransEncryptInfo,
+                               dwFlags};
+  return RunExportKeeping<TransportKeys>(
+      "ZarMsgExportKeyTrans",
+      [&](ExportTrace& trace, TransportKeys& keys) { ExportForMessage(trace, transport, keys); });
 }
 
 // Framework function CryptMsgDllExportEncryptKey, with the size protocol of CryptExportKey.
@@ -248,10 +241,9 @@ BOOL WINAPI ZarExportEncryptKey(HCRYPTPROV hCryptProv, HCRYPTKEY hEncryptKey,
                                 PCERT_PUBLIC_KEY_INFO pPublicKeyInfo, PBYTE pbData,
                                 PDWORD pcbData) {
   return RunExportKeeping<UniqueCryptKey>(
-      "ZarExportEncryptKey", [&](ExportTrace& trace, UniqueCryptKey& recipientKey) -> BOOL {
+      "ZarExportEncryptKey", [&](ExportTrace& trace, UniqueCryptKey& recipientKey) {
         ExportForPublicKey(trace, hCryptProv, hEncryptKey, pPublicKeyInfo, pbData, pcbData,
                            recipientKey);
-        return TRUE;
       });
 }
 

@@ -1,9 +1,5 @@
 // Content-encryption keys of enveloped messages: generation, in the framework's CMS form and in its
 // older form. Both also wrap the new key at once for a recipient.
-#include <windows.h>
-
-#include <wincrypt.h>
-
 #include <cstddef>
 
 #include "asn1/oid.h"
@@ -41,10 +37,9 @@ ALG_ID FindContentAlgorithm(ExportTrace& trace, const char* oid) {
 
 // Refuses a caller's provider whose type is neither the module's own nor PROV_RSA_FULL.
 void CheckProviderType(ExportTrace& trace, HCRYPTPROV hCryptProv) {
-  DWORD type = 0;
-  if (!ReadProviderType(hCryptProv, &type)) {
-    ThrowFailedCall(trace, "CryptGetProvParam error");
-  }
+  const DWORD type = ReadProviderType(hCryptProv, [&](ErrorCode code) {
+    trace.LineAndThrow(code, "CryptGetProvParam error = %x.", Hex(code));
+  });
   if (!IsServedProviderType(type)) {
     trace.Line("CryptGetProvParam[%x] : PP_PROVTYPE=%x.", Hex(GetCurrentThreadId()), Hex(type));
     // Signed: callers know this failure as NTE_NO_MEMORY.
@@ -206,9 +201,8 @@ extern "C" {
 // structure stays in place.
 BOOL WINAPI ZarMsgGenContentEncryptKey(PCMSG_CONTENT_ENCRYPT_INFO pContentEncryptInfo,
                                        DWORD dwFlags, void* /*pvReserved*/) {
-  return RunExport("ZarMsgGenContentEncryptKey", [&](ExportTrace& trace) -> BOOL {
+  return RunExport("ZarMsgGenContentEncryptKey", [&](ExportTrace& trace) {
     GenerateForMessage(trace, pContentEncryptInfo, dwFlags);
-    return TRUE;
   });
 }
 
@@ -217,19 +211,12 @@ BOOL WINAPI ZarGenEncryptKey(HCRYPTPROV* phCryptProv, PCRYPT_ALGORITHM_IDENTIFIE
                              PVOID /*pvEncryptAuxInfo*/, PCERT_PUBLIC_KEY_INFO pPublicKeyInfo,
                              PFN_CMSG_ALLOC pfnAlloc, HCRYPTKEY* phEncryptKey,
                              PBYTE* ppbEncryptParameters, PDWORD pcbEncryptParameters) {
-  return RunExportKeeping<UniqueCryptKey>(
-      "ZarGenEncryptKey", [&](ExportTrace& trace, UniqueCryptKey& recipientKey) -> BOOL {
-        GenerateForPublicKey(trace,
-                             {.phCryptProv = phCryptProv,
-                              .paiEncrypt = paiEncrypt,
-                              .pPublicKeyInfo = pPublicKeyInfo,
-                              .pfnAlloc = pfnAlloc,
-                              .phEncryptKey = phEncryptKey,
-                              .ppbEncryptParameters = ppbEncryptParameters,
-                              .pcbEncryptParameters = pcbEncryptParameters},
-                             recipientKey);
-        return TRUE;
-      });
+  const KeyRequest request = {phCryptProv,  paiEncrypt,           pPublicKeyInfo,      pfnAlloc,
+                              phEncryptKey, ppbEncryptParameters, pcbEncryptParameters};
+  return RunExportKeeping<UniqueCryptKey>("ZarGenEncryptKey",
+                                          [&](ExportTrace& trace, UniqueCryptKey& recipientKey) {
+                                            GenerateForPublicKey(trace, request, recipientKey);
+                                          });
 }
 
 }  // extern "C"

@@ -1,14 +1,11 @@
 // Content-encryption keys of enveloped messages: unwrapping at the recipient, in the framework's
 // CMS form and in its older form.
-#include <windows.h>
-
-#include <wincrypt.h>
-
 #include <algorithm>
 #include <array>
 #include <cstring>
 #include <iterator>
 #include <optional>
+#include <utility>
 
 #include "asn1/oid.h"
 #include "frame/export_frame.h"
@@ -26,12 +23,17 @@ constexpr const char* kUnwrappedAlgorithms[] = {
     "1.2.643.2.2.21",
 };
 
-// Imports the sender blob that ends the encrypted key. Nothing if it succeeded, else the provider's
-// error, which is 0 where the provider sets none; NTE_BAD_DATA for a key too short to hold one.
-std::optional<ErrorCode> ImportSenderKey(HCRYPTPROV hCryptProv, const CRYPT_DATA_BLOB& encryptedKey,
-                                         UniqueCryptKey& senderKey) {
+std::nullopt_t TraceSenderKey(ExportTrace& trace, ErrorCode error) {
+  trace.Line("CryptImportKey 1 = %x.", Hex(error));
+  return std::nullopt;
+}
+
+// Imports the sender blob that ends the encrypted key. None if the provider refuses it, or if the
+// key is too short to hold one; that is traced.
+std::optional<UniqueCryptKey> ImportSenderKey(ExportTrace& trace, HCRYPTPROV hCryptProv,
+                                              const CRYPT_DATA_BLOB& encryptedKey) {
   if (encryptedKey.pbData == nullptr || encryptedKey.cbData < kSenderBlobSize) {
-    return static_cast<ErrorCode>(NTE_BAD_DATA);
+    return TraceSenderKey(trace, static_cast<ErrorCode>(NTE_BAD_DATA));
   }
   // A copy: the provider gets no pointer into the middle of the caller's record.
   std::array<BYTE, kSenderBlobSize> blob{};
@@ -39,10 +41,9 @@ std::optional<ErrorCode> ImportSenderKey(HCRYPTPROV hCryptProv, const CRYPT_DATA
               blob.size());
   HCRYPTKEY key = 0;
   if (!CryptImportKey(hCryptProv, blob.data(), kSenderBlobSize, 0, 0, &key)) {
-    return GetLastError();
+    return TraceSenderKey(trace, GetLastError());
   }
-  senderKey.Reset(key);
-  return std::nullopt;
+  return UniqueCryptKey(key);
 }
 
 // The record of the recipient, after the lines that describe the call.
@@ -71,9 +72,8 @@ BOOL ImportForMessage(ExportTrace& trace, const CRYPT_ALGORITHM_IDENTIFIER* cont
   CMSG_KEY_TRANS_RECIPIENT_INFO& keyTrans = TraceImportCall(trace, *para);
   CRYPT_DATA_BLOB& encryptedKey = keyTrans.EncryptedKey;
   if (IsOwnAlgorithmOid(keyTrans.KeyEncryptionAlgorithm.pszObjId)) {
-    if (const auto error = ImportSenderKey(para->hCryptProv, encryptedKey, senderKey)) {
-      trace.Line("CryptImportKey 1 = %x.", Hex(*error));
-    } else {
+    if (auto imported = ImportSenderKey(trace, para->hCryptProv, encryptedKey)) {
+      senderKey = std::move(*imported);
       // In the caller's own record, which describes the bare SIMPLEBLOB from here on, also if the
       // import below fails: who tries the same message again starts from there.
       encryptedKey.cbData -= kSenderBlobSize;
@@ -139,10 +139,9 @@ BOOL WINAPI ZarImportEncryptKey(HCRYPTPROV hCryptProv, DWORD /*dwKeySpec*/,
                                 PCRYPT_ALGORITHM_IDENTIFIER paiEncrypt,
                                 PCRYPT_ALGORITHM_IDENTIFIER paiPubKey, PBYTE pbEncodedKey,
                                 DWORD cbEncodedKey, HCRYPTKEY* phEncryptKey) {
-  return RunExport("ZarImportEncryptKey", [&](ExportTrace& trace) -> BOOL {
+  return RunExport("ZarImportEncryptKey", [&](ExportTrace& trace) {
     ImportEncodedKey(trace, hCryptProv, paiEncrypt, paiPubKey,
                      {.cbData = cbEncodedKey, .pbData = pbEncodedKey}, phEncryptKey);
-    return TRUE;
   });
 }
 

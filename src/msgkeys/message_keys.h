@@ -3,10 +3,6 @@
 #ifndef ZAREXT_MSGKEYS_MESSAGE_KEYS_H_
 #define ZAREXT_MSGKEYS_MESSAGE_KEYS_H_
 
-#include <windows.h>
-
-#include <wincrypt.h>
-
 #include <cstddef>
 
 #include "frame/export_frame.h"

@@ -6,6 +6,7 @@
 
 #include <wincrypt.h>
 
+#include <algorithm>
 #include <span>
 
 #include "frame/encoding_type.h"
@@ -15,8 +16,20 @@ namespace zarext {
 
 using UniqueForcedStore = UniqueCertStore<CERT_CLOSE_STORE_FORCE_FLAG>;
 
-// The certificates of a chain; none if it is empty or cannot be read (then with the last error).
-UniqueForcedStore OpenChain(std::span<const BYTE> chain);
+// The certificates of a chain. If it is empty or cannot be read, calls fail(code) with the last
+// error, and there are none.
+template <typename Fail>
+UniqueForcedStore OpenChain(std::span<const BYTE> chain, Fail fail) {
+  UniqueForcedStore message;
+  if (!chain.empty()) {
+    message.Reset(CryptGetMessageCertificates(kBothEncodings, 0, 0, chain.data(),
+                                              static_cast<DWORD>(chain.size())));
+  }
+  if (!message) {
+    fail(GetLastError());
+  }
+  return message;
+}
 
 // Calls visit(context) for every certificate of a store.
 template <typename Visit>
@@ -32,10 +45,16 @@ void ForEachCertificate(HCERTSTORE store, Visit visit) {
 }
 
 // An octet of the serial number as the traces show it; 0 where there is none.
-unsigned int SerialOctet(const CERT_INFO& certificate, DWORD index) noexcept;
+inline unsigned int SerialOctet(const CERT_INFO& certificate, DWORD index) noexcept {
+  const CRYPT_INTEGER_BLOB& serial = certificate.SerialNumber;
+  return index < serial.cbData ? serial.pbData[index] : 0;
+}
 
 // Equal in length and octets.
-bool IsSameBlob(const CRYPT_DATA_BLOB& left, const CRYPT_DATA_BLOB& right) noexcept;
+inline bool IsSameBlob(const CRYPT_DATA_BLOB& left, const CRYPT_DATA_BLOB& right) noexcept {
+  return std::equal(left.pbData, left.pbData + left.cbData, right.pbData,
+                    right.pbData + right.cbData);
+}
 
 inline bool IsSelfSigned(const CERT_INFO& certificate) noexcept {
   return IsSameBlob(certificate.Issuer, certificate.Subject);

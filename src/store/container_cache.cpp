@@ -19,11 +19,8 @@ CRITICAL_SECTION openSection;
 bool isOpenSectionThere = false;
 
 // The turn at the section. An owner that died leaves it free; without a mutex there are no turns.
-struct SectionTurnTraits {
-  using Type = HANDLE;
-  static void Release(Type mutex) { ReleaseMutex(mutex); }
-};
-using SectionTurn = UniqueHandle<SectionTurnTraits>;
+void EndTurn(HANDLE mutex) { ReleaseMutex(mutex); }
+using SectionTurn = UniqueHandle<HANDLE, EndTurn>;
 
 SectionTurn TakeTurn(HANDLE mutex) {
   WaitForSingleObject(mutex, INFINITE);

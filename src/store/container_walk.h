@@ -12,7 +12,7 @@
 #include <string_view>
 
 #include "frame/provider_binding.h"
-#include "store/provider_records.h"
+#include "store/container_profile.h"
 
 namespace zarext {
 
@@ -41,7 +41,15 @@ void ForEachContainer(HCRYPTPROV provider, Visit visit) {
 }
 
 // The provider's profile of the container `url`; none if it fails or is not well-formed.
-std::optional<CNT_PROFILE> QueryProfile(HCRYPTPROV provider, std::string_view url);
+inline std::optional<CNT_PROFILE> QueryProfile(HCRYPTPROV provider, std::string_view url) {
+  std::optional<CNT_PROFILE> profile = PrepareProfile(url);
+  DWORD size = sizeof *profile;
+  const bool isGiven = profile.has_value() &&
+                       Provider().CPGetProvParam(provider, PP_CNT_PROFILE,
+                                                 reinterpret_cast<BYTE*>(&*profile), &size, 0) &&
+                       IsProfileWellFormed(*profile);
+  return isGiven ? profile : std::nullopt;
+}
 
 // Calls visit(record, returnedLength) for every key of a container.
 template <typename Visit>

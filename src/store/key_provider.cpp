@@ -9,11 +9,11 @@ KeyProvider::KeyProvider(const char* publicKeyOid) {
   switch (KeyFamilyOf(publicKeyOid)) {
     case KeyFamily::kOwn:
       type_ = kProviderType;
-      valid_ = ToWide(kProviderName, name_);
+      name_ = ToWide<256>(kProviderName);
       break;
     case KeyFamily::kRsa:
       type_ = PROV_RSA_FULL;
-      valid_ = ToWide(kRsaProviderName, name_);
+      name_ = ToWide<256>(kRsaProviderName);
       break;
     case KeyFamily::kOther:
       break;
@@ -23,7 +23,7 @@ KeyProvider::KeyProvider(const char* publicKeyOid) {
 CRYPT_KEY_PROV_INFO KeyProvider::Info(wchar_t* container, DWORD keySpec) noexcept {
   CRYPT_KEY_PROV_INFO info = {};
   info.pwszContainerName = container;
-  info.pwszProvName = name_[0] == L'\0' ? nullptr : name_;
+  info.pwszProvName = name_->front() == L'\0' ? nullptr : name_->data();
   info.dwProvType = type_;
   info.dwKeySpec = keySpec;
   return info;

@@ -6,6 +6,10 @@
 
 #include <wincrypt.h>
 
+#include <array>
+#include <cstddef>
+#include <optional>
+
 #include "store/key_address.h"
 
 namespace zarext {
@@ -13,11 +17,16 @@ namespace zarext {
 // The provider of RSA keys, of type PROV_RSA_FULL; the other one is in frame/provider_binding.h.
 inline constexpr char kRsaProviderName[] = "Zarvel CSP RSA";
 
-// Converts from the ANSI code page. False if the text is null or does not fit with its terminator.
 template <std::size_t size>
-bool ToWide(const char* text, wchar_t (&wide)[size]) {
-  return text != nullptr &&
-         MultiByteToWideChar(CP_ACP, 0, text, -1, wide, static_cast<int>(size)) != 0;
+using WideText = std::array<wchar_t, size>;
+
+// Converts from the ANSI code page. None if the text is null or does not fit with its terminator.
+template <std::size_t size>
+std::optional<WideText<size>> ToWide(const char* text) {
+  WideText<size> wide = {};
+  const bool fits = text != nullptr && MultiByteToWideChar(CP_ACP, 0, text, -1, wide.data(),
+                                                           static_cast<int>(size)) != 0;
+  return fits ? std::optional(wide) : std::nullopt;
 }
 
 // Name and type of the provider for one key.
@@ -28,14 +37,13 @@ class KeyProvider {
   explicit KeyProvider(const char* publicKeyOid);
 
   // False if the name could not be converted; the object is then of no use.
-  [[nodiscard]] bool IsValid() const noexcept { return valid_; }
+  [[nodiscard]] bool IsValid() const noexcept { return name_.has_value(); }
   // The property for a key in this container. The texts are the caller's and the object's.
   [[nodiscard]] CRYPT_KEY_PROV_INFO Info(wchar_t* container, DWORD keySpec) noexcept;
 
  private:
-  wchar_t name_[256] = {};
+  std::optional<WideText<256>> name_ = WideText<256>();
   DWORD type_ = 0;
-  bool valid_ = true;
 };
 
 }  // namespace zarext

@@ -44,12 +44,13 @@ void TrustChain(HCRYPTPROV container, HCRYPTKEY key) {
   if (!chain) {
     return;
   }
-  const UniqueForcedStore message = OpenChain(*chain);
-  if (!message) {
+  const UniqueForcedStore message = OpenChain(*chain, [&](ErrorCode code) {
     Trace(
         "EXT : load_certs_from_CSP [cbCert = %i, CryptGetMessageCertificates(hPKCS7Store) : error "
         "= %X]",
-        Int(chain->size()), Hex(GetLastError()));
+        Int(chain->size()), Hex(code));
+  });
+  if (!message) {
     return;
   }
   const UniqueForcedStore root(
@@ -117,14 +118,13 @@ void AddCertificate(HCERTSTORE hCertStore, const CNT_KEY_INFO& record) {
     return;
   }
   const auto url = KeyUrl(record.pszContainer, {record.pbSerial, record.cbSerial});
-  wchar_t wideUrl[kKeyUrlSize] = {};
-  ToWide(url.Text(), wideUrl);
+  auto wideUrl = ToWide<kKeyUrlSize>(url.Text()).value_or(WideText<kKeyUrlSize>());
   const char* const oid = context.Get()->pCertInfo->SubjectPublicKeyInfo.Algorithm.pszObjId;
   KeyProvider provider(oid);
   if (!provider.IsValid()) {
     throw static_cast<ErrorCode>(3);
   }
-  CRYPT_KEY_PROV_INFO info = provider.Info(wideUrl, KeySpecOf(record.algId));
+  CRYPT_KEY_PROV_INFO info = provider.Info(wideUrl.data(), KeySpecOf(record.algId));
   info.dwFlags = CERT_SET_KEY_CONTEXT_PROP_ID;
   Trace(
       "EXT : load_certs_from_CSP_CACHE : dwKeySpec = %x (%x), dwProvType = %x, size = %i, "

@@ -8,11 +8,7 @@ namespace zarext {
 namespace {
 
 bool IsServedProvider(HCRYPTPROV hCryptProv) {
-  DWORD type = 0;
-  if (!ReadProviderType(hCryptProv, &type)) {
-    ThrowLastError();
-  }
-  return IsServedProviderType(type);
+  return IsServedProviderType(ReadProviderType(hCryptProv, [](ErrorCode code) { throw code; }));
 }
 
 // No owner type holds the section: a load that throws leaves it entered, and opens of other threads

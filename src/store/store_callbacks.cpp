@@ -60,13 +60,12 @@ void DescribeStore(HCERTSTORE hCertStore, CERT_STORE_PROV_INFO* info) noexcept {
 }
 
 BOOL WINAPI CertStoreProvCloseCallback(HCERTSTOREPROV hStoreProv, DWORD dwFlags) {
-  return RunExport("CertStoreProvCloseCallback", [&](ExportTrace& trace) -> BOOL {
+  return RunExport("CertStoreProvCloseCallback", [&](ExportTrace& trace) {
     trace.WholeLine("EXT : CertStoreProvCloseCallback [hCertStore = %X] [dwFlags = %X, hLib = %x]",
                     Hex(hStoreProv), Hex(dwFlags), Hex(ProviderModule()));
     if (hStoreProv != nullptr) {
       CertCloseStore(hStoreProv, CERT_CLOSE_STORE_FORCE_FLAG);
     }
-    return TRUE;
   });
 }
 
@@ -85,7 +84,6 @@ BOOL WINAPI CertStoreProvDeleteCertCallback(HCERTSTOREPROV hStoreProv, PCCERT_CO
     trace.WholeLine(
         "EXT : CertStoreProvDeleteCertCallback [hCertStore = %X] [pszObjId = %s, size = %i]",
         Hex(hStoreProv), SignatureOid(pCertContext), EncodedSize(pCertContext));
-    RequireParameter(pCertContext != nullptr);
     return FALSE;
   });
 }
@@ -94,7 +92,7 @@ BOOL WINAPI CertStoreProvFindCert(HCERTSTOREPROV hStoreProv, PCCERT_STORE_PROV_F
                                   PCCERT_CONTEXT pPrevCertContext, DWORD dwFlags,
                                   void** /*ppvStoreProvFindInfo*/,
                                   PCCERT_CONTEXT* ppProvCertContext) {
-  return RunExport("CertStoreProvFindCert", [&](ExportTrace& trace) -> BOOL {
+  return RunExport("CertStoreProvFindCert", [&](ExportTrace& trace) {
     trace.WholeLine("EXT : CertStoreProvFindCert [hCertStore = %X] [dwFlags = %X]", Hex(hStoreProv),
                     Hex(dwFlags));
     RequireParameter(pFindInfo != nullptr && ppProvCertContext != nullptr);
@@ -102,16 +100,13 @@ BOOL WINAPI CertStoreProvFindCert(HCERTSTOREPROV hStoreProv, PCCERT_STORE_PROV_F
     *ppProvCertContext = CertFindCertificateInStore(hStoreProv, pFindInfo->dwMsgAndCertEncodingType,
                                                     pFindInfo->dwFindFlags, pFindInfo->dwFindType,
                                                     pFindInfo->pvFindPara, pPrevCertContext);
-    return TRUE;
   });
 }
 
 BOOL WINAPI CertStoreProvFreeFindCert(HCERTSTOREPROV /*hStoreProv*/, PCCERT_CONTEXT /*context*/,
                                       void* /*pvStoreProvFindInfo*/, DWORD /*dwFlags*/) {
-  return RunExport("CertStoreProvFreeFindCert", [](ExportTrace& trace) -> BOOL {
-    trace.WholeLine("EXT : CertStoreProvFreeFindCert");
-    return TRUE;
-  });
+  return RunExport("CertStoreProvFreeFindCert",
+                   [](ExportTrace& trace) { trace.WholeLine("EXT : CertStoreProvFreeFindCert"); });
 }
 
 BOOL WINAPI CertStoreProvGetCertProperty(HCERTSTOREPROV hStoreProv, PCCERT_CONTEXT pCertContext,
@@ -128,13 +123,11 @@ BOOL WINAPI CertStoreProvGetCertProperty(HCERTSTOREPROV hStoreProv, PCCERT_CONTE
 BOOL WINAPI CertStoreProvSetCertPropertyCallback(HCERTSTOREPROV hStoreProv,
                                                  PCCERT_CONTEXT pCertContext, DWORD dwPropId,
                                                  DWORD /*dwFlags*/, const void* /*pvData*/) {
-  return RunExport("CertStoreProvSetCertPropertyCallback", [&](ExportTrace& trace) -> BOOL {
+  return RunExport("CertStoreProvSetCertPropertyCallback", [&](ExportTrace& trace) {
     trace.WholeLine(
         "EXT : CertStoreProvSetCertPropertyCallback [hCertStore = %X] [dwPropId = %X] [pszObjId = "
         "%s, size = %i]",
         Hex(hStoreProv), Hex(dwPropId), SignatureOid(pCertContext), EncodedSize(pCertContext));
-    RequireParameter(pCertContext != nullptr);
-    return TRUE;
   });
 }
 

@@ -2,10 +2,6 @@
 // a log file instead of the trace.
 #include "zarext.h"
 
-#include <windows.h>
-
-#include <wincrypt.h>
-
 #include <iterator>
 
 #include "frame/export_frame.h"
@@ -39,16 +35,18 @@ void RequireSilently(bool condition) {
   }
 }
 
-// Logs a line of its own for a call that did not succeed, and throws the last error. The line has
-// room for a text: the code in hexadecimal.
+// Throws the last error for a call that did not succeed. `line`, if there is one, is logged first;
+// it has room for a text: the code in hexadecimal.
 void RequireLogged(bool succeeded, const char* line) {
   if (succeeded) {
     return;
   }
   const ErrorCode code = GetLastError();
-  char text[16] = {};
-  FormatText(text, "%x", Hex(code));
-  FileLog(kLogFile, line, text);
+  if (line != nullptr) {
+    char text[16] = {};
+    FormatText(text, "%x", Hex(code));
+    FileLog(kLogFile, line, text);
+  }
   throw code;
 }
 
@@ -70,21 +68,24 @@ BOOL RunMaintenance(const char* failureLine, Work work) noexcept {
       });
 }
 
-SystemStore OpenSystemStore(BOOL bLocalMachine, DWORD dwStore) {
+// `failureLine` as for RequireLogged.
+SystemStore OpenSystemStore(BOOL bLocalMachine, DWORD dwStore, const char* failureLine = nullptr) {
   RequireSilently(dwStore < std::size(kStoreNames));
   const DWORD location =
       bLocalMachine != 0 ? CERT_SYSTEM_STORE_LOCAL_MACHINE : CERT_SYSTEM_STORE_CURRENT_USER;
-  return SystemStore(CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, location, kStoreNames[dwStore]));
+  SystemStore store(CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, location, kStoreNames[dwStore]));
+  RequireLogged(static_cast<bool>(store), failureLine);
+  return store;
 }
 
 // Name and key specification as given, no "profile://" address and nothing derived: installers
 // bring the name that the provider is to open.
 void TieToContainer(PCCERT_CONTEXT context, const char* szContainer, DWORD dwKeySpec) {
-  wchar_t container[256] = {};
-  RequireSilently(ToWide(szContainer, container));
+  auto container = ToWide<256>(szContainer);
+  RequireSilently(container.has_value());
   KeyProvider provider(context->pCertInfo->SubjectPublicKeyInfo.Algorithm.pszObjId);
   RequireSilently(provider.IsValid());
-  const CRYPT_KEY_PROV_INFO info = provider.Info(container, dwKeySpec);
+  const CRYPT_KEY_PROV_INFO info = provider.Info(container->data(), dwKeySpec);
   RequireSuccess(FALSE !=
                  CertSetCertificateContextProperty(context, CERT_KEY_PROV_INFO_PROP_ID, 0, &info));
 }
@@ -106,7 +107,6 @@ void DeleteOne(PCCERT_CONTEXT context) {
 void SetSelf(BOOL bLocalMachine, const char* szContainer, DWORD dwKeySpec, const BYTE* pbCert,
              DWORD cbCert) {
   const SystemStore store = OpenSystemStore(bLocalMachine, ZAREXT_STORE_MY);
-  RequireSuccess(static_cast<bool>(store));
   UniqueCertContext context;
   RequireSuccess(FALSE != CertAddEncodedCertificateToStore(store.Get(), kBothEncodings, pbCert,
                                                            cbCert, CERT_STORE_ADD_REPLACE_EXISTING,
@@ -117,15 +117,14 @@ void SetSelf(BOOL bLocalMachine, const char* szContainer, DWORD dwKeySpec, const
 
 void SetOther(BOOL bLocalMachine, DWORD dwStore, const BYTE* pbCert, DWORD cbCert) {
   const SystemStore store = OpenSystemStore(bLocalMachine, dwStore);
-  RequireSuccess(static_cast<bool>(store));
   RequireSuccess(FALSE != CertAddEncodedCertificateToStore(store.Get(), kBothEncodings, pbCert,
                                                            cbCert, CERT_STORE_ADD_REPLACE_EXISTING,
                                                            nullptr));
 }
 
 void DelOther(BOOL bLocalMachine, DWORD dwStore, const BYTE* pbCert, DWORD cbCert) {
-  const SystemStore store = OpenSystemStore(bLocalMachine, dwStore);
-  RequireLogged(static_cast<bool>(store), "DelOtherCert : CertOpenStore error = %s.");
+  const SystemStore store =
+      OpenSystemStore(bLocalMachine, dwStore, "DelOtherCert : CertOpenStore error = %s.");
   const UniqueCertContext given(CertCreateCertificateContext(kBothEncodings, pbCert, cbCert));
   RequireLogged(static_cast<bool>(given),
                 "DelOtherCert : CertCreateCertificateContext error = %s.");

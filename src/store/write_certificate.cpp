@@ -81,7 +81,7 @@ bool IsSameRoot(const CERT_INFO& held, const CERT_INFO& added) noexcept {
 }
 
 bool ChainHolds(std::span<const BYTE> chain, const CERT_INFO& added) {
-  const UniqueForcedStore message = OpenChain(chain);
+  const UniqueForcedStore message = OpenChain(chain, [](ErrorCode) {});
   if (!message) {
     return false;
   }

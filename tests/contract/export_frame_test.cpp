@@ -34,6 +34,7 @@ TEST(ExportFrame, ReturnsTheWorksResultAndLeavesTheLastError) {
   SetLastError(5);
   EXPECT_EQ(TRUE, RunExport("Name", [](ExportTrace&) { return TRUE; }));
   EXPECT_EQ(FALSE, RunExport("Name", [](ExportTrace&) { return FALSE; }));
+  EXPECT_EQ(TRUE, RunExport("Name", [](ExportTrace&) {}));
   EXPECT_EQ(5u, GetLastError());
 }
 
@@ -172,26 +173,20 @@ TEST(ExportFrame, ATraceThatThrowsIsNoMemory) {
 }
 
 // Releases behind the handlers, and out of them.
-struct Thrower {
-  using Type = int;
-  static void Release(int value) {
-    SetLastError(0x99);
-    throw value;
-  }
-};
+void ThrowBehind(int value) {
+  SetLastError(0x99);
+  throw value;
+}
+using Thrower = UniqueHandle<int, ThrowBehind>;
 
 TEST(ExportFrame, WhatIsKeptIsReleasedBehindTheHandlers) {
-  EXPECT_EQ(FALSE, RunExportKeeping<UniqueHandle<Thrower>>(
-                       "Name", [](ExportTrace&, UniqueHandle<Thrower>& kept) -> BOOL {
-                         kept.Reset(7);
-                         throw static_cast<ErrorCode>(31);
-                       }));
+  EXPECT_EQ(FALSE, RunExportKeeping<Thrower>("Name", [](ExportTrace&, Thrower& kept) {
+              kept.Reset(7);
+              throw static_cast<ErrorCode>(31);
+            }));
   EXPECT_EQ(0x99u, GetLastError());
-  EXPECT_EQ(TRUE, RunExportKeeping<UniqueHandle<Thrower>>(
-                      "Name", [](ExportTrace&, UniqueHandle<Thrower>& kept) -> BOOL {
-                        kept.Reset(7);
-                        return TRUE;
-                      }));
+  EXPECT_EQ(TRUE,
+            RunExportKeeping<Thrower>("Name", [](ExportTrace&, Thrower& kept) { kept.Reset(7); }));
 }
 
 TEST(ExportFrame, AnExceptionOfAnotherCompilerIsNoMemory) {

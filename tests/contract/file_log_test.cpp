@@ -203,8 +203,12 @@ int NoteClose(int file) {
   RecordEvent(EventKind::kPlatform, nullptr, "_close(" + std::to_string(file) + ")");
   return 0;
 }
+int NoteFileClose(FILE* file) {
+  RecordEvent(EventKind::kPlatform, nullptr, "fclose");
+  return fflush(file);
+}
 // The argument: "early" where nothing is to be logged, "unlocked" where the lock file is refused,
-// "internal" for the other logger.
+// "refused" where the log is, "internal" for the other logger.
 ZAREXT_CHILD(LogInSteps) {
   const std::string& what = arguments.at(0);
   lockFileToGive = what == "unlocked" ? -1 : 77;
@@ -212,6 +216,7 @@ ZAREXT_CHILD(LogInSteps) {
   const ImportPatch open(program, "msvcrt.dll", "_sopen", &NoteOpen);
   const ImportPatch locking(program, "msvcrt.dll", "_locking", &NoteLocking);
   const ImportPatch close(program, "msvcrt.dll", "_close", &NoteClose);
+  const ImportPatch fileClose(program, "msvcrt.dll", "fclose", &NoteFileClose);
   const RecordedImport<"GetSystemTimeAsFileTime", decltype(GetSystemTimeAsFileTime)> time(
       program, "KERNEL32.dll");
   const RecordedImport<"GetTempPathA", decltype(GetTempPathA)> folder(
@@ -234,15 +239,17 @@ ZAREXT_CHILD(LogInSteps) {
       "GetSystemTimeAsFileTime()\nGetSystemTimeAsFileTime()\nGetTempPathA(520)\n";
   const std::string append = "fopen(c:\\zarext_test.log, at)\n";
   const std::string locked = "_locking(77, 1, 0)\n" + append + "_locking(77, 0, 0)\n_close(77)\n";
+  const std::string opened = begin + "_sopen(zarext.lock, 302, 40, 600)\n";
   const std::map<std::string, std::string> expected = {
       {"early", "_close(0)\n"},
-      {"unlocked", begin + "_sopen(zarext.lock, 302, 40, 600)\n" + append + "_close(-1)\n"},
-      {"logged", begin + "_sopen(zarext.lock, 302, 40, 600)\n" + locked},
-      {"internal", begin + "_sopen(zarint.lock, 302, 40, 600)\n" + locked}};
+      {"unlocked", opened + append + "_close(-1)\nfclose\n"},
+      {"refused", opened + locked},
+      {"logged", opened + locked + "fclose\n"},
+      {"internal", begin + "_sopen(zarint.lock, 302, 40, 600)\n" + locked + "fclose\n"}};
   return all == expected.at(what) ? 0 : 2;
 }
 
-TEST_F(FileLogTest, TheLockFileIsLockedOverNoOctetsAndClosedLast) {
+TEST_F(FileLogTest, TheLockFileIsLockedOverNoOctetsAndClosedBeforeTheLog) {
   EXPECT_EQ(0u, Run("LogInSteps", {"early"}));
   ASSERT_TRUE(CreateDirectoryA(kLog, nullptr));
   EXPECT_EQ(0u, Run("LogInSteps", {"early"}));
@@ -251,7 +258,7 @@ TEST_F(FileLogTest, TheLockFileIsLockedOverNoOctetsAndClosedLast) {
   {
     const UniqueKernelObject mine(
         CreateFileA(kLog, GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-    EXPECT_EQ(0u, Run("LogInSteps", {"logged"})) << "where the log cannot be opened";
+    EXPECT_EQ(0u, Run("LogInSteps", {"refused"}));
   }
   ASSERT_THAT(ReadLines(), testing::IsEmpty());
   for (const char* what : {"logged", "unlocked", "internal"}) {

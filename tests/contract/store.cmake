@@ -6,7 +6,7 @@ zarext_add_wine_test(store_contract
 
 # The store's own objects, linked in.
 zarext_add_wine_test(store_internal
-  SOURCES store_internal_test.cpp ${PROJECT_SOURCE_DIR}/src/keyinfo/last_import.cpp
+  SOURCES store_internal_test.cpp
   LIBS zarext_store zarext_store_core zarext_frame zarext_asn1
   DEPENDS zarext_provider_without_CPSetKeyParam)
 

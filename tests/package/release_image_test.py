@@ -20,8 +20,7 @@ SOURCES = {
     "src/msgkeys/export_key.cpp": ["ZarExportEncryptKey", "ZarMsgExportKeyTrans"],
     "src/msgkeys/generate_key.cpp": ["ZarGenEncryptKey", "ZarMsgGenContentEncryptKey"],
     "src/msgkeys/import_key.cpp": ["ZarImportEncryptKey", "ZarMsgImportKeyTrans"],
-    "src/registration/register.cpp": ["DllRegisterServer"],
-    "src/registration/unregister.cpp": ["DllUnregisterServer"],
+    "src/registration/register.cpp": ["DllRegisterServer", "DllUnregisterServer"],
     "src/store/open_store.cpp": ["ZarOpenStoreProv"],
     "src/store/system_stores.cpp": ["DelOtherCert", "SetOtherCert", "SetSelfCert"],
 }

@@ -11,7 +11,7 @@
 #include <memory>
 #include <string_view>
 
-#include "frame/foreign_exceptions.h"
+#include "frame/guarded.h"
 #include "frame/provider_binding.h"
 #include "frame/text.h"
 #include "frame/trace.h"

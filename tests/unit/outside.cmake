@@ -4,16 +4,13 @@ zarext_add_objects(zarext_hosted
   fake_platform.cpp outside_properties.cpp
   ${sources}/frame/export_frame.cpp ${sources}/frame/guarded.cpp
   ${sources}/frame/text.cpp
-  ${sources}/keyinfo/last_import.cpp ${sources}/keyinfo/private_key_transfer.cpp
-  ${sources}/keyinfo/public_key_calls.cpp ${sources}/keyinfo/public_key_conversion.cpp
+  ${sources}/keyinfo/key_calls.cpp ${sources}/keyinfo/private_key_transfer.cpp
+  ${sources}/keyinfo/public_key_conversion.cpp
   ${sources}/keyinfo/public_key_export.cpp ${sources}/keyinfo/public_key_import.cpp
   ${sources}/msgkeys/export_key.cpp ${sources}/msgkeys/generate_key.cpp
   ${sources}/msgkeys/import_key.cpp ${sources}/msgkeys/message_keys.cpp
-  ${sources}/store/certificates.cpp ${sources}/store/container_cache.cpp
-  ${sources}/store/container_walk.cpp ${sources}/store/key_provider.cpp
-  ${sources}/store/load_certificates.cpp
-  ${sources}/store/provider_context.cpp ${sources}/store/readable_memory.cpp
-  ${sources}/store/write_certificate.cpp)
+  ${sources}/store/container_cache.cpp ${sources}/store/key_provider.cpp
+  ${sources}/store/load_certificates.cpp ${sources}/store/write_certificate.cpp)
 target_include_directories(zarext_hosted PRIVATE ${PROJECT_SOURCE_DIR}/tests)
 target_include_directories(zarext_hosted SYSTEM PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/platform)
 

@@ -14,11 +14,8 @@
 
 namespace zarext::ctl {
 
-struct CryptProviderTraits {
-  using Type = HCRYPTPROV;
-  static void Release(Type provider) noexcept { CryptReleaseContext(provider, 0); }
-};
-using UniqueCryptProvider = UniqueHandle<CryptProviderTraits>;
+inline void ReleaseProvider(HCRYPTPROV provider) { CryptReleaseContext(provider, 0); }
+using UniqueCryptProvider = UniqueHandle<HCRYPTPROV, ReleaseProvider>;
 using UniqueStore = UniqueCertStore<0>;
 
 struct CertificateText {

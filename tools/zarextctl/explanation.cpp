@@ -21,11 +21,8 @@ namespace {
 
 constexpr char kImportFunction[] = "CryptDllImportPublicKeyInfoEx";
 
-struct ChainTraits {
-  using Type = PCCERT_CHAIN_CONTEXT;
-  static void Release(Type chain) noexcept { CertFreeCertificateChain(chain); }
-};
-using UniqueChain = UniqueHandle<ChainTraits>;
+void FreeChain(PCCERT_CHAIN_CONTEXT chain) { CertFreeCertificateChain(chain); }
+using UniqueChain = UniqueHandle<PCCERT_CHAIN_CONTEXT, FreeChain>;
 
 struct Trust {
   DWORD bit;

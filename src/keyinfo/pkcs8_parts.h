@@ -1,8 +1,17 @@
-// Object identifiers that building and reading key documents share.
-#ifndef ZAREXT_KEYINFO_PKCS8_NAMES_H_
-#define ZAREXT_KEYINFO_PKCS8_NAMES_H_
+// What building and reading key documents share: places in a document, and object identifiers.
+#ifndef ZAREXT_KEYINFO_PKCS8_PARTS_H_
+#define ZAREXT_KEYINFO_PKCS8_PARTS_H_
+
+#include <cstdint>
 
 namespace zarext::pkcs8 {
+
+// A place, as a type of its own: functions take a code and a place side by side, and neither can
+// stand for the other. kAt<0, 1> is the second child of the root's first one, kAt<> the root.
+template <std::int32_t... entries>
+struct Path {};
+template <std::int32_t... entries>
+inline constexpr Path<entries...> kAt{};
 
 // RFC 8018.
 inline constexpr char kPbes2[] = "1.2.840.113549.1.5.13";
@@ -21,4 +30,4 @@ inline constexpr char kX509Crl[] = "1.2.840.113549.1.9.23.1";
 
 }  // namespace zarext::pkcs8
 
-#endif  // ZAREXT_KEYINFO_PKCS8_NAMES_H_
+#endif  // ZAREXT_KEYINFO_PKCS8_PARTS_H_

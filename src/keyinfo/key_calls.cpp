@@ -1,4 +1,4 @@
-#include "keyinfo/public_key_calls.h"
+#include "keyinfo/key_calls.h"
 
 #include "asn1/oid.h"
 #include "frame/encoding_type.h"
@@ -20,12 +20,10 @@ void RequireOwnAlgorithm(ExportTrace& trace, const char* label, const char* oid)
 }
 
 void NoteProviderType(ExportTrace& trace, HCRYPTPROV hCryptProv) {
-  DWORD type = 0;
-  if (!ReadProviderType(hCryptProv, &type)) {
-    const ErrorCode error = GetLastError();
+  const DWORD type = ReadProviderType(hCryptProv, [&](ErrorCode error) {
     trace.LineAndThrow(error, "CryptGetProvParam hProv=%x, error = %x.", Hex(hCryptProv),
                        Hex(error));
-  }
+  });
   if (!IsServedProviderType(type)) {
     trace.Line("CryptGetProvParam[%x] : hProv=%x, PP_PROVTYPE=%x.", Hex(GetCurrentThreadId()),
                Hex(hCryptProv), Hex(type));
