@@ -1,8 +1,8 @@
-// Takes the place of the language runtime's own functions. Those allocate a slot at load, and the
-// globals with a thread's first exception: without memory they end the process, and each access
-// changes the thread's last error. Here the globals lie in the block that the system's loader makes
-// for the module in every thread, before any code runs in it. g++ has no word for such a variable
-// on this platform (it emulates thread_local, by allocation), so its address is written out.
+// Replaces the language runtime's own functions. Those allocate a slot at load, and the globals
+// with a thread's first exception: without memory they end the process, and each access changes the
+// thread's last error. Here the globals lie in the block that the system's loader makes for the
+// module in every thread, before any code runs in it. g++ cannot declare such a variable on this
+// platform (it emulates thread_local, by allocation), so its address is computed.
 #include "frame/exception_globals.h"
 
 #include <cxxabi.h>

@@ -15,9 +15,9 @@
 
 namespace zarext {
 
-// The lines of one export, or callback, in a buffer of its own. A line is formatted here first and
-// handed to the trace writer as a finished message, so that a caller's text never acts as a format.
-// The thread's last error is as before.
+// The trace lines of one export or callback. A line is formatted here first and handed to the trace
+// writer as a finished message, so that a caller's text never acts as a format. The thread's last
+// error is kept.
 class ExportTrace {
  public:
   // `exportName` must outlive the object.
@@ -41,7 +41,7 @@ class ExportTrace {
 };
 
 // Calls `work` with the lines of the export of that name. A thrown ErrorCode becomes the thread's
-// last error, anything else NTE_NO_MEMORY; nothing is traced then: the code that detects a failure
+// last error, anything else NTE_NO_MEMORY. Nothing is traced here: the code that detects a failure
 // traces it before it throws.
 void CallInFrame(const char* exportName, Callback<ExportTrace&> work) noexcept;
 

@@ -17,14 +17,14 @@ struct Binding {
   ProviderFunctions functions = {};
 };
 
-// Plain storage that nothing destroys: DLLs of the host that are older than this one call the store
-// callbacks until the process ends, behind the module's exit routine. The provider's module stays
-// for the same reason. Complete once `bound` says so, and never changed from then on.
+// Nothing destroys these: a DLL of the host that is unloaded later than this one may call the store
+// callbacks behind the module's exit routine. For the same reason the provider's module is never
+// freed. `binding` is complete once `bound` is set, and is not changed afterwards.
 constinit Binding binding;
 constinit std::atomic<bool> bound = false;
 constinit SRWLOCK bindingLock = SRWLOCK_INIT;
 
-// Of threads that bind at once the first is heard; the others found the same.
+// If several threads bind at once, the first result is kept; the others are equal.
 void Bind(const Binding& found) noexcept {
   AcquireSRWLockExclusive(&bindingLock);
   if (!bound.load(std::memory_order_relaxed)) {

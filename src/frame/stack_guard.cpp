@@ -24,7 +24,7 @@ std::uintptr_t MakeGuard() noexcept {
     guard = (guard ^ source) * 0x9E3779B97F4A7C15U;
     guard ^= guard >> 29U;
   }
-  // A text that runs over cannot contain the zero octet, which is the first one that it meets.
+  // The first octet that an overrun meets is zero, which no text can contain.
   return guard & ~std::uintptr_t{0xFF};
 }
 

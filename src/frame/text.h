@@ -32,11 +32,8 @@ inline constexpr std::size_t kLineBufferSize = 4096;
 class LineText {
  public:
   LineText() = default;
-  ~LineText() = default;
   LineText(const LineText&) = delete;
   LineText& operator=(const LineText&) = delete;
-  LineText(LineText&&) = delete;
-  LineText& operator=(LineText&&) = delete;
 
   // Adds formatted text behind what is there. A format that the runtime refuses adds what the
   // runtime had produced until then.

@@ -62,9 +62,9 @@ int OpenLockFile(const char* name) noexcept {
   return _sopen(path, _O_RDWR | _O_CREAT | _O_TRUNC, _SH_DENYNO, _S_IREAD | _S_IWRITE);
 }
 
-// Locks one octet that no log will ever reach, for as long as the object lives. The lock on the
-// lock file covers no octets and keeps nobody out, so it alone would let lines of several processes
-// meet in the log. Somebody else's lock on the log delays a line for ten seconds, no longer.
+// Locks one octet that no log will ever reach. The lock on the lock file covers no octets and keeps
+// nobody out: with it alone, lines of several processes would mix in the log. A foreign lock on the
+// log delays a line by ten seconds at most.
 class LogFileTurn {
  public:
   explicit LogFileTurn(std::FILE* file) noexcept
@@ -106,9 +106,8 @@ void WriteLine(std::FILE* file, const Timestamp& timestamp, const char* message)
 
 template <typename MakeMessage>
 void LogToFile(const char* path, const char* lockFileName, MakeMessage makeMessage) noexcept {
-  // An early stop closes descriptor 0, the initial value: a host that uses the module's C runtime
-  // loses what it has there. A second such close finds it closed, which that runtime reports by its
-  // result alone; the same for -1, where there is no lock file.
+  // Closed on every path, also with its initial value: a host that shares the C runtime then loses
+  // its descriptor 0. Closing it again, or -1 where there is no lock file, only fails.
   int lockFile = 0;
   UniqueFile file;  // closed behind the lock file
   if (IsRegularFile(path)) {

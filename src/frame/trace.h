@@ -8,15 +8,15 @@ namespace zarext {
 
 // Writes one line to the debugger channel (OutputDebugStringA): "id=%i : tm=%s : " with the thread
 // identifier and a timestamp such as "Mon Nov 16 00:12:46.007", then the caller's text, without a
-// newline. Lines are not cut. The thread's last error is as before. Throws only what a debugger's
+// newline. Lines are not cut. The thread's last error is kept. Throws only what a debugger's
 // handler inside the process throws.
 void Trace(const char* format, ...) ZAREXT_PRINTF(1, 2);
 
 // Appends "thid=%i : time=%s : %s\n" to the log file `path`, if that file exists and is a regular
 // file; it is never created here, so that an administrator decides whether there is a log. Writers
 // of all processes lock "zarext.lock" in the temporary directory and take turns by a lock far
-// behind the log's end; who does not get its turn within ten seconds writes all the same. The last
-// error is left to the calls made here. Never throws.
+// behind the log's end, for which each waits ten seconds at most. The last error afterwards is
+// whatever the calls made here leave. Never throws.
 void FileLog(const char* path, const char* format, ...) noexcept ZAREXT_PRINTF(2, 3);
 
 // The same for a finished message, with the lock file "zarint.lock". For internal diagnostics.

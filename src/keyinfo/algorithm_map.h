@@ -1,6 +1,6 @@
 // Which object identifier a key is exported under, and which ALG_ID it is imported as. The two
-// directions are deliberately not each other's inverse: what stands in issued certificates and in
-// containers depends on both as they are.
+// directions are deliberately not each other's inverse: issued certificates and containers in use
+// depend on both.
 #ifndef ZAREXT_KEYINFO_ALGORITHM_MAP_H_
 #define ZAREXT_KEYINFO_ALGORITHM_MAP_H_
 

@@ -7,7 +7,6 @@
 namespace zarext {
 namespace {
 
-// Its meaning is the provider's.
 constexpr std::uint32_t kMagic = 0x31434500;
 
 void AppendWord(std::vector<std::uint8_t>& octets, std::uint32_t word) {
@@ -35,8 +34,8 @@ std::optional<OctetSpan> ExtractKey(TASN1& document, OctetSpan bits) {
   if (document.Load(bits.data(), static_cast<std::uint32_t>(bits.size())) != 0) {
     return ReadDirectly(bits);
   }
-  // Neither result is tested: what the root holds afterwards is the key. Certificates with a key in
-  // another type than OCTET STRING import so.
+  // Neither result is checked: the key is what the root holds afterwards. Certificates whose key is
+  // not an OCTET STRING are imported this way.
   document.Parse(bits.data(), kPathEnd);
   const std::uint8_t* value = nullptr;
   std::uint32_t length = 0;

@@ -6,6 +6,7 @@
 #include <span>
 
 #include "frame/export_frame.h"
+#include "frame/handles.h"
 
 namespace zarext {
 
@@ -23,6 +24,16 @@ void RequireOwnAlgorithm(ExportTrace& trace, const char* label, const char* oid)
 // Reads the provider's type. One that is not expected is only traced: callers work through
 // providers of other types. Throws the provider's error if it does not say its type.
 void NoteProviderType(ExportTrace& trace, HCRYPTPROV hCryptProv);
+
+// The container's key. If the provider fails, calls fail(code) with its error; `fail` throws.
+template <typename Fail>
+UniqueCryptKey OpenUserKey(HCRYPTPROV hCryptProv, DWORD dwKeySpec, Fail fail) {
+  HCRYPTKEY key = 0;
+  if (!CryptGetUserKey(hCryptProv, dwKeySpec, &key)) {
+    fail(GetLastError());
+  }
+  return UniqueCryptKey(key);
+}
 
 // Exports the key as a blob of the given type and returns the blob's size. If the provider fails,
 // calls fail(code) with its error, which is 0 where it sets none, and with ERROR_MORE_DATA if it

@@ -52,8 +52,7 @@ struct EncodedDocument {
 using Pkcs8Record = std::variant<PrivateKeyRecord, EncryptedKeyRecord, CertBagRecord, CrlBagRecord,
                                  SecretBagRecord, EncodedDocument>;
 
-// The tree is the document's own: what Decoded gives points into it, so that nobody else may change
-// it.
+// What Decoded gives points into the tree, so that nobody else may change it.
 class TPKCS8 : private TASN1 {
  public:
   // Document kinds.
@@ -68,8 +67,6 @@ class TPKCS8 : private TASN1 {
   virtual ~TPKCS8();
   TPKCS8(const TPKCS8&) = delete;
   TPKCS8& operator=(const TPKCS8&) = delete;
-  TPKCS8(TPKCS8&&) = delete;
-  TPKCS8& operator=(TPKCS8&&) = delete;
 
   // Builds a document of the record's kind in place of the one that is held. 0; 1: no input; else
   // the number of the step that failed, and nothing is held. Encoded elements of the input are

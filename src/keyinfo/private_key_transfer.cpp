@@ -27,14 +27,6 @@ constexpr DWORD kExportCapacity = 4096;
 // What a size query answers, whatever the key's length is. Callers allocate by it.
 constexpr DWORD kReportedSize = 2048;
 
-UniqueCryptKey GetUserKey(ExportTrace& trace, HCRYPTPROV hCryptProv, DWORD dwKeySpec) {
-  HCRYPTKEY key = 0;
-  if (!CryptGetUserKey(hCryptProv, dwKeySpec, &key)) {
-    ThrowFailedCall(trace, "CryptGetUserKey");
-  }
-  return UniqueCryptKey(key);
-}
-
 // Fills the buffer and returns the blob's size.
 DWORD ExportDocument(ExportTrace& trace, HCRYPTKEY key, SecretBuffer& buffer) {
   return ExportKeyInto(
@@ -75,7 +67,9 @@ void LayOut(const ExportedKey& key, CRYPT_PRIVATE_KEY_INFO* pPrivateKeyInfo) {
 
 void ExportPrivateKey(ExportTrace& trace, HCRYPTPROV hCryptProv, DWORD dwKeySpec,
                       CRYPT_PRIVATE_KEY_INFO* pPrivateKeyInfo, DWORD* pcbPrivateKeyInfo) {
-  const UniqueCryptKey userKey = GetUserKey(trace, hCryptProv, dwKeySpec);
+  const UniqueCryptKey userKey = OpenUserKey(hCryptProv, dwKeySpec, [&](ErrorCode error) {
+    trace.LineAndThrow(error, "CryptGetUserKey = %x.", Hex(error));
+  });
   SecretBuffer buffer(kExportCapacity);
   const DWORD size = ExportDocument(trace, userKey.Get(), buffer);
   TPKCS8 document;
@@ -106,7 +100,7 @@ std::unique_ptr<SecretBuffer> MakeDocumentBuffer(std::uint64_t size) {
 }
 
 // The document to import: the caller's key if it is one already, else one made from the structure.
-// No octets for a length, and whatever else no document can be made of, are reported as no memory.
+// A length without octets, like anything else that gives no document, is reported as no memory.
 std::unique_ptr<SecretBuffer> MakeDocument(const CRYPT_PRIVATE_KEY_INFO& info) {
   const OctetSpan key = OctetsOf(info.PrivateKey.pbData, info.PrivateKey.cbData);
   TPKCS8 document;

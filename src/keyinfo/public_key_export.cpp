@@ -16,15 +16,6 @@ namespace {
 // A longer blob fails in the provider.
 constexpr DWORD kBlobCapacity = 1024;
 
-UniqueCryptKey GetUserKey(ExportTrace& trace, HCRYPTPROV hCryptProv, DWORD dwKeySpec) {
-  HCRYPTKEY key = 0;
-  if (!CryptGetUserKey(hCryptProv, dwKeySpec, &key)) {
-    const ErrorCode error = GetLastError();
-    trace.LineAndThrow(error, "CryptGetUserKey hProv=%x, error = %x.", Hex(hCryptProv), Hex(error));
-  }
-  return UniqueCryptKey(key);
-}
-
 std::vector<BYTE> ExportBlob(ExportTrace& trace, HCRYPTKEY key) {
   std::vector<BYTE> blob(kBlobCapacity);
   blob.resize(ExportKeyInto(key, PUBLICKEYBLOB, blob, [&](ErrorCode error) {
@@ -57,7 +48,9 @@ DWORD ReportedSize(DWORD blobsInSize, const std::vector<BYTE>& blob) {
 void ExportPublicKey(ExportTrace& trace, DWORD blobsInSize, HCRYPTPROV hCryptProv, DWORD dwKeySpec,
                      CERT_PUBLIC_KEY_INFO* pInfo, DWORD* pcbInfo) {
   NoteProviderType(trace, hCryptProv);
-  const UniqueCryptKey key = GetUserKey(trace, hCryptProv, dwKeySpec);
+  const UniqueCryptKey key = OpenUserKey(hCryptProv, dwKeySpec, [&](ErrorCode error) {
+    trace.LineAndThrow(error, "CryptGetUserKey hProv=%x, error = %x.", Hex(hCryptProv), Hex(error));
+  });
   const std::vector<BYTE> blob = ExportBlob(trace, key.Get());
   // Both variants write the plain one's name here, as who reads traces knows it.
   trace.WholeLine("EXT : ZarExportPublicKeyInfo : CryptExportKey hKey=%x, ALG_ID = %x.",

@@ -19,8 +19,6 @@ class SecretBuffer {
   ~SecretBuffer() { WipeOctets(octets_.get(), size_); }
   SecretBuffer(const SecretBuffer&) = delete;
   SecretBuffer& operator=(const SecretBuffer&) = delete;
-  SecretBuffer(SecretBuffer&&) = delete;
-  SecretBuffer& operator=(SecretBuffer&&) = delete;
 
   [[nodiscard]] std::uint8_t* Data() noexcept { return octets_.get(); }
   [[nodiscard]] std::size_t Size() const noexcept { return size_; }

@@ -14,8 +14,8 @@ namespace {
 // The provider's own parameter that is set to 1 before the sender's public key is exported.
 constexpr DWORD kSenderKeyExportParameter = 60;
 
-// The provider that wraps, and the recipient's key. The first element of rgCmsRecipients gives
-// defaults; the recipient argument overrides each of them that it has.
+// The provider that wraps, and the recipient's key. The first element of rgCmsRecipients gives the
+// defaults; the recipient argument overrides those that it states.
 struct Recipient {
   HCRYPTPROV hCryptProv = 0;
   const BYTE* pbData = nullptr;

@@ -112,8 +112,8 @@ void WrapForRecipient(ExportTrace& trace, CMSG_CONTENT_ENCRYPT_INFO& info,
   if (hasWrappedKey) {
     info.pbContentEncryptKey = buffer;
   }
-  // The key to export is named by the provider's handle, not by hContentEncryptKey. Which key that
-  // is, is the provider's affair; advapi32 may refuse it, and messages fail then.
+  // The key to export is named by the provider's handle, not by hContentEncryptKey: the provider
+  // decides which key that is. advapi32 may refuse the handle, and the message then fails.
   const DWORD length = WrapKey(trace, info.hCryptProv, recipientKey, buffer);
   // A zero length field stays zero: the caller then has the block without its length.
   if (hasWrappedKey && info.cbContentEncryptKey != 0) {

@@ -2,10 +2,6 @@
 #ifndef ZAREXT_REGISTRATION_OID_INFO_H_
 #define ZAREXT_REGISTRATION_OID_INFO_H_
 
-#include <windows.h>
-
-#include <wincrypt.h>
-
 #include <cstddef>
 
 #include "registration/oid_records.h"
@@ -25,12 +21,9 @@ static_assert(sizeof(ExtraValues) == 12);
 class OidInfo {
  public:
   OidInfo() = default;
-  ~OidInfo() = default;
   // The structure points into the object.
   OidInfo(const OidInfo&) = delete;
   OidInfo& operator=(const OidInfo&) = delete;
-  OidInfo(OidInfo&&) = delete;
-  OidInfo& operator=(OidInfo&&) = delete;
 
   void SetExtra(const ExtraValues& extra) noexcept { extra_ = extra; }
 

@@ -3,10 +3,6 @@
 #ifndef ZAREXT_REGISTRATION_OID_RECORDS_H_
 #define ZAREXT_REGISTRATION_OID_RECORDS_H_
 
-#include <windows.h>
-
-#include <wincrypt.h>
-
 #include <array>
 
 #include "frame/provider_type.h"

@@ -38,19 +38,8 @@ constexpr void ForEachRemovedBinding(Visit visit) {
   }
 }
 
-consteval std::size_t CountRemovedRecords() {
-  std::size_t count = 0;
-  ForEachRemovedRecord([&](const OidRecord&) { ++count; });
-  return count;
-}
-static_assert(CountRemovedRecords() == 64);
-
-consteval std::size_t CountRemovedBindings() {
-  std::size_t count = 0;
-  ForEachRemovedBinding([&](const Binding&) { ++count; });
-  return count;
-}
-static_assert(CountRemovedBindings() == 453);
+static_assert(CountVisits([](auto visit) { ForEachRemovedRecord(visit); }) == 64);
+static_assert(CountVisits([](auto visit) { ForEachRemovedBinding(visit); }) == 453);
 
 }  // namespace zarext
 

@@ -40,9 +40,9 @@ bool IsBlockUsable(const CacheHeader& header, std::int64_t now) noexcept;
 // The DER block of the list; empty if it is longer than a writer publishes.
 std::vector<std::uint8_t> BuildCacheBlock(const KeyRecordList& list);
 
-// Reads the entries of a block, from whatever source, up to the first that cannot be read, and says
-// how many that were: none of any block. A listing of another process therefore gives its age
-// alone, and each process shows only certificates that it has seen at the provider itself.
+// Reads the entries of a block, from whatever source, up to the first that cannot be read, and
+// returns their number, which is always 0. So another process's listing gives its age alone: each
+// process shows only certificates that it has read from the provider itself.
 std::int32_t ReadCacheBlock(std::span<const std::uint8_t> block);
 
 }  // namespace zarext

@@ -2,10 +2,6 @@
 #ifndef ZAREXT_STORE_CERTIFICATES_H_
 #define ZAREXT_STORE_CERTIFICATES_H_
 
-#include <windows.h>
-
-#include <wincrypt.h>
-
 #include <algorithm>
 #include <span>
 

@@ -18,7 +18,7 @@ alignas(TContainerCache) unsigned char storage[sizeof(TContainerCache)];
 CRITICAL_SECTION openSection;
 bool isOpenSectionThere = false;
 
-// The turn at the section. An owner that died leaves it free; without a mutex there are no turns.
+// A hold on the section's mutex, also on one whose owner died; without a mutex nothing is held.
 void EndTurn(HANDLE mutex) { ReleaseMutex(mutex); }
 using SectionTurn = UniqueHandle<HANDLE, EndTurn>;
 
@@ -27,8 +27,8 @@ SectionTurn TakeTurn(HANDLE mutex) {
   return SectionTurn(mutex);
 }
 
-// A view of the whole section, as large as whoever created it made it. Whoever did may have made it
-// of a file and cut the file since: the platform copies in and out, and reports the pages that are
+// A view of the whole section, in the size that its creator gave it. The creator may have backed it
+// by a file and cut that file since. So the platform copies in and out: it reports pages that are
 // gone, where an access of the module's own would end the host.
 class SectionView {
  public:
@@ -69,8 +69,8 @@ struct BlockCopy {
   std::unique_ptr<std::uint8_t[]> octets;  // null for none
 };
 
-// Copies a usable block out of the section. While it has the turn, nothing throws for want of
-// memory.
+// Copies a usable block out of the section. Nothing throws for want of memory while the mutex is
+// held.
 BlockCopy CopyBlock(HANDLE mapping, HANDLE mutex) {
   const SectionView view(mapping);
   if (view.Room() == 0) {

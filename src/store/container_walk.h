@@ -3,10 +3,6 @@
 #ifndef ZAREXT_STORE_CONTAINER_WALK_H_
 #define ZAREXT_STORE_CONTAINER_WALK_H_
 
-#include <windows.h>
-
-#include <wincrypt.h>
-
 #include <cstring>
 #include <optional>
 #include <string_view>

@@ -2,10 +2,6 @@
 #ifndef ZAREXT_STORE_KEY_VALUE_H_
 #define ZAREXT_STORE_KEY_VALUE_H_
 
-#include <windows.h>
-
-#include <wincrypt.h>
-
 #include <optional>
 #include <span>
 

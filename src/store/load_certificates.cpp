@@ -135,9 +135,9 @@ void AddCertificate(HCERTSTORE hCertStore, const CNT_KEY_INFO& record) {
   CertAddCertificateContextToStore(hCertStore, context.Get(), CERT_STORE_ADD_NEW, nullptr);
 }
 
-// The load that runs. Only its own thread meets it, the critical section keeps others out: code of
-// the host that a provider call, a trace line or a dialogue of the "ROOT" store runs, and that
-// opens the store again.
+// Marks that a load runs. Only the same thread can find the mark set, as the critical section keeps
+// others out: a provider call, a trace line or a dialogue of the "ROOT" store can run code of the
+// host that opens the store again.
 class RunningLoad {
  public:
   RunningLoad() noexcept : isNested_(std::exchange(runs_, true)) {}
@@ -173,7 +173,7 @@ void Refresh(TContainerCache& cache) {
 std::int32_t load_certs_from_CSP(HCERTSTORE hCertStore) {
   TContainerCache& cache = TContainerCache::Instance();
   const RunningLoad load;
-  // A nested load serves what is there: the list must not go away under the load around it, and a
+  // A nested load serves the list as it is: the list must not go away under the outer load, and a
   // provider that opens the store whenever it is asked would be asked without end.
   if (!load.IsNested()) {
     Refresh(cache);

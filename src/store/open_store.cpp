@@ -46,29 +46,28 @@ BOOL EndFailedOpen(ExportTrace& trace, ErrorCode code) {
 }  // namespace
 }  // namespace zarext
 
-using zarext::ErrorCode;
-using zarext::Hex;
+using namespace zarext;
 
 extern "C" BOOL WINAPI ZarOpenStoreProv(LPCSTR lpszStoreProvider, DWORD /*dwEncodingType*/,
                                         HCRYPTPROV hCryptProv, DWORD dwFlags,
                                         const void* /*pvPara*/, HCERTSTORE hCertStore,
                                         CERT_STORE_PROV_INFO* pStoreProvInfo) {
-  return zarext::RunExport("ZarOpenStoreProv", [&](zarext::ExportTrace& trace) {
+  return RunExport("ZarOpenStoreProv", [&](ExportTrace& trace) {
     // The framework's built-in providers have numbers instead of names.
     const char* const name = IS_INTRESOURCE(lpszStoreProvider) ? nullptr : lpszStoreProvider;
     trace.WholeLine(
         "EXT : ZarOpenStoreProv [lpszStoreProvider = %s] [hCryptProv = %x] [dwFlags = %X] "
         "[hCertStore = %p]",
         name, Hex(hCryptProv), Hex(dwFlags), hCertStore);
-    return zarext::RunGuarded(
+    return RunGuarded(
         [&](ErrorCode code) {
           trace.Line("ERROR = %x", Hex(code));
-          return zarext::EndFailedOpen(trace, code);
+          return EndFailedOpen(trace, code);
         },
         [&] {
           trace.Line("ERROR");
-          return zarext::EndFailedOpen(trace, static_cast<ErrorCode>(NTE_NO_MEMORY));
+          return EndFailedOpen(trace, static_cast<ErrorCode>(NTE_NO_MEMORY));
         },
-        [&] { return zarext::OpenStore(trace, hCryptProv, hCertStore, pStoreProvInfo); });
+        [&] { return OpenStore(trace, hCryptProv, hCertStore, pStoreProvInfo); });
   });
 }

@@ -50,8 +50,8 @@ void RequireLogged(bool succeeded, const char* line) {
   throw code;
 }
 
-// Sets no last error: what a caller finds there is what the last call into the platform left, the
-// log's and the closing of the store among them.
+// Sets no last error: callers find what the last call into the platform left there, the log's calls
+// and the closing of the store included.
 // clang-tidy takes what the lambda throws for thrown here; RunGuarded runs it, and catches.
 template <typename Work>
 // NOLINTNEXTLINE(bugprone-exception-escape)
@@ -138,23 +138,22 @@ void DelOther(BOOL bLocalMachine, DWORD dwStore, const BYTE* pbCert, DWORD cbCer
 }  // namespace
 }  // namespace zarext
 
+using namespace zarext;
+
 extern "C" {
 
 BOOL WINAPI SetSelfCert(BOOL bLocalMachine, const char* szContainer, DWORD dwKeySpec,
                         const BYTE* pbCert, DWORD cbCert) {
-  return zarext::RunMaintenance(zarext::kSelfFailure, [&] {
-    zarext::SetSelf(bLocalMachine, szContainer, dwKeySpec, pbCert, cbCert);
-  });
+  return RunMaintenance(kSelfFailure,
+                        [&] { SetSelf(bLocalMachine, szContainer, dwKeySpec, pbCert, cbCert); });
 }
 
 BOOL WINAPI SetOtherCert(BOOL bLocalMachine, DWORD dwStore, const BYTE* pbCert, DWORD cbCert) {
-  return zarext::RunMaintenance(zarext::kOtherFailure,
-                                [&] { zarext::SetOther(bLocalMachine, dwStore, pbCert, cbCert); });
+  return RunMaintenance(kOtherFailure, [&] { SetOther(bLocalMachine, dwStore, pbCert, cbCert); });
 }
 
 BOOL WINAPI DelOtherCert(BOOL bLocalMachine, DWORD dwStore, const BYTE* pbCert, DWORD cbCert) {
-  return zarext::RunMaintenance(zarext::kOtherFailure,
-                                [&] { zarext::DelOther(bLocalMachine, dwStore, pbCert, cbCert); });
+  return RunMaintenance(kOtherFailure, [&] { DelOther(bLocalMachine, dwStore, pbCert, cbCert); });
 }
 
 }  // extern "C"
