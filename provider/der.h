@@ -54,9 +54,8 @@ class DerReader {
   View rest_;
 };
 
-// The length of the element that starts at `data`, of which only the header is looked at, and of
-// that no octet that is not needed; NTE_BAD_DATA if the header is not one of `tag` with at most 3
-// length octets.
+// The length of the element that starts at `data`. Reads the header alone, and no octet behind it;
+// NTE_BAD_DATA if the header is not one of `tag` with at most 3 length octets.
 std::size_t MeasureDer(const std::uint8_t* data, std::uint8_t tag);
 
 Bytes Der(std::uint8_t tag, View content);

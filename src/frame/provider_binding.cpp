@@ -12,23 +12,23 @@
 namespace zarext {
 namespace {
 
-struct Binding {
+struct BoundProvider {
   HMODULE module = nullptr;
   ProviderFunctions functions = {};
 };
 
 // Nothing destroys these: a DLL of the host that is unloaded later than this one may call the store
 // callbacks behind the module's exit routine. For the same reason the provider's module is never
-// freed. `binding` is complete once `bound` is set, and is not changed afterwards.
-constinit Binding binding;
+// freed. The provider is complete once `bound` is set, and is not changed afterwards.
+constinit BoundProvider boundProvider;
 constinit std::atomic<bool> bound = false;
 constinit SRWLOCK bindingLock = SRWLOCK_INIT;
 
 // If several threads bind at once, the first result is kept; the others are equal.
-void Bind(const Binding& found) noexcept {
+void Bind(const BoundProvider& found) noexcept {
   AcquireSRWLockExclusive(&bindingLock);
   if (!bound.load(std::memory_order_relaxed)) {
-    binding = found;
+    boundProvider = found;
     bound.store(true, std::memory_order_release);
   }
   ReleaseSRWLockExclusive(&bindingLock);
@@ -86,7 +86,7 @@ void BindProvider() {
   }
   UniqueModule provider = LoadProvider();
   const HMODULE module = provider.Get();
-  Binding complete;
+  BoundProvider complete;
   ProviderFunctions& found = complete.functions;
   LookUp(module, "CPAcquireContext", found.CPAcquireContext);
   LookUp(module, "CPReleaseContext", found.CPReleaseContext);
@@ -101,8 +101,8 @@ void BindProvider() {
   Bind(complete);
 }
 
-HMODULE ProviderModule() noexcept { return IsBound() ? binding.module : nullptr; }
+HMODULE ProviderModule() noexcept { return IsBound() ? boundProvider.module : nullptr; }
 
-const ProviderFunctions& Provider() noexcept { return binding.functions; }
+const ProviderFunctions& Provider() noexcept { return boundProvider.functions; }
 
 }  // namespace zarext

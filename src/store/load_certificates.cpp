@@ -17,7 +17,7 @@
 namespace zarext {
 namespace {
 
-constexpr DWORD kContainerNameSize = 260;
+constexpr DWORD kListedNameSize = 260;
 
 // A root that is there already is refused by the store and only traced.
 void AddRoots(HCERTSTORE message, HCERTSTORE root, std::size_t chainSize) {
@@ -105,7 +105,7 @@ void WalkContainers() {
   if (!provider) {
     return;
   }
-  ForEachContainer<kContainerNameSize>(*provider.Get(), [&](char* name) {
+  ForEachContainer<kListedNameSize>(*provider.Get(), [&](char* name) {
     ListContainer(*provider.Get(), name);
     return Walk::kGoOn;
   });

@@ -15,7 +15,7 @@
 namespace zarext {
 namespace {
 
-constexpr DWORD kContainerNameSize = 1024;
+constexpr DWORD kWritableNameSize = 1024;
 constexpr std::size_t kUrlSize = 2048;
 
 // The address under which the container can be written; empty for none. A container on a token is
@@ -51,7 +51,7 @@ void ForEachWritableContainer(Visit visit) {
   if (!provider) {
     return;
   }
-  ForEachContainer<kContainerNameSize>(*provider.Get(), [&](const char* name) {
+  ForEachContainer<kWritableNameSize>(*provider.Get(), [&](const char* name) {
     const UniqueProviderContext container = OpenWritable(*provider.Get(), name);
     return container ? visit(*container.Get()) : Walk::kGoOn;
   });
