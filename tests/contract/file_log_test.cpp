@@ -239,12 +239,12 @@ ZAREXT_CHILD(LogInSteps) {
       "GetSystemTimeAsFileTime()\nGetSystemTimeAsFileTime()\nGetTempPathA(520)\n";
   const std::string append = "fopen(c:\\zarext_test.log, at)\n";
   const std::string locked = "_locking(77, 1, 0)\n" + append + "_locking(77, 0, 0)\n_close(77)\n";
-  const std::string opened = begin + "_sopen(zarext.lock, 302, 40, 600)\n";
+  const std::string start = begin + "_sopen(zarext.lock, 302, 40, 600)\n";
   const std::map<std::string, std::string> expected = {
       {"early", "_close(0)\n"},
-      {"unlocked", opened + append + "_close(-1)\nfclose\n"},
-      {"refused", opened + locked},
-      {"logged", opened + locked + "fclose\n"},
+      {"unlocked", start + append + "_close(-1)\nfclose\n"},
+      {"refused", start + locked},
+      {"logged", start + locked + "fclose\n"},
       {"internal", begin + "_sopen(zarint.lock, 302, 40, 600)\n" + locked + "fclose\n"}};
   return all == expected.at(what) ? 0 : 2;
 }
