@@ -32,6 +32,7 @@ inline constexpr std::size_t kLineBufferSize = 4096;
 class LineText {
  public:
   LineText() = default;
+  ~LineText() = default;
   LineText(const LineText&) = delete;
   LineText& operator=(const LineText&) = delete;
 

@@ -40,7 +40,7 @@ UniqueCryptKey OpenUserKey(HCRYPTPROV hCryptProv, DWORD dwKeySpec, Fail fail) {
 // reports more than it was given room for: it has not exported the key. `fail` throws.
 template <typename Fail>
 DWORD ExportKeyInto(HCRYPTKEY key, DWORD blobType, std::span<BYTE> buffer, Fail fail) {
-  DWORD size = static_cast<DWORD>(buffer.size());
+  auto size = static_cast<DWORD>(buffer.size());
   if (!CryptExportKey(key, 0, blobType, 0, buffer.data(), &size)) {
     fail(GetLastError());
   }

@@ -21,6 +21,7 @@ static_assert(sizeof(ExtraValues) == 12);
 class OidInfo {
  public:
   OidInfo() = default;
+  ~OidInfo() = default;
   // The structure points into the object.
   OidInfo(const OidInfo&) = delete;
   OidInfo& operator=(const OidInfo&) = delete;
