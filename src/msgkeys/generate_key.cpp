@@ -211,12 +211,13 @@ BOOL WINAPI ZarGenEncryptKey(HCRYPTPROV* phCryptProv, PCRYPT_ALGORITHM_IDENTIFIE
                              PVOID /*pvEncryptAuxInfo*/, PCERT_PUBLIC_KEY_INFO pPublicKeyInfo,
                              PFN_CMSG_ALLOC pfnAlloc, HCRYPTKEY* phEncryptKey,
                              PBYTE* ppbEncryptParameters, PDWORD pcbEncryptParameters) {
-  const KeyRequest request = {phCryptProv,  paiEncrypt,           pPublicKeyInfo,      pfnAlloc,
-                              phEncryptKey, ppbEncryptParameters, pcbEncryptParameters};
-  return RunExportKeeping<UniqueCryptKey>("ZarGenEncryptKey",
-                                          [&](ExportTrace& trace, UniqueCryptKey& recipientKey) {
-                                            GenerateForPublicKey(trace, request, recipientKey);
-                                          });
+  return RunExportKeeping<UniqueCryptKey>(
+      "ZarGenEncryptKey", [&](ExportTrace& trace, UniqueCryptKey& recipientKey) {
+        GenerateForPublicKey(trace,
+                             {phCryptProv, paiEncrypt, pPublicKeyInfo, pfnAlloc, phEncryptKey,
+                              ppbEncryptParameters, pcbEncryptParameters},
+                             recipientKey);
+      });
 }
 
 }  // extern "C"
