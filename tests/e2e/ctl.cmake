@@ -7,7 +7,8 @@ target_link_libraries(zarextctl_patched PRIVATE
 set_target_properties(zarextctl_patched PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 
 zarext_add_wine_test(ctl_e2e
-  SOURCES ctl_application_test.cpp ctl_cache_test.cpp ctl_console_test.cpp ctl_fixture.cpp ctl_register_test.cpp ctl_status_test.cpp
+  SOURCES ctl_access_test.cpp ctl_application_test.cpp ctl_cache_test.cpp ctl_console_test.cpp ctl_fixture.cpp ctl_register_test.cpp ctl_status_test.cpp
+  LIBS ${ZAREXTCTL_PARTS}
   DEPENDS cpzarvel zarext_framework_patches zarextctl zarextctl_patched)
 zarext_add_wine_test(ctl_trace_e2e
   SOURCES ctl_fixture.cpp ctl_trace_test.cpp

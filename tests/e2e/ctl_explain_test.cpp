@@ -53,6 +53,8 @@ Octets Pem(const std::vector<Octets>& certificates) {
 
 TEST_F(Explain, ACertificateThatIsAccepted) {
   ExpectGolden("explain-accepted", OfUser(), kOfThisRun);
+  ExpectGolden("explain-no-containers",
+               Patched({"explain", "--no-containers", File("user.cer", certificate)}), kOfThisRun);
 }
 
 TEST_F(Explain, JsonHasEveryField) {
@@ -117,6 +119,9 @@ TEST_F(Explain, AKeyInAFormThatIsNotItsOwn) {
   const Octets octets(made.Get()->pbCertEncoded,
                       made.Get()->pbCertEncoded + made.Get()->cbCertEncoded);
   ExpectGolden("explain-import", Patched({"explain", File("national.cer", octets)}), kOfThisRun);
+  const InStore mine(L"MY", octets, {L"profile://national"});
+  ExpectGolden("explain-import-tied",
+               Patched({"explain", "--store", "MY", "--subject", "national"}), kOfThisRun);
 }
 
 // A key of the right kind and of the wrong size, and an algorithm of nobody's.
@@ -125,14 +130,16 @@ TEST_F(Explain, KeysAndAlgorithmsThatAreRefused) {
     const char* golden;
     const char* keyOid;
     const char* signatureOid;
+    const char* subject;
   } rows[] = {
-      {"explain-import-refused", kMakersOid, kMakersSignature},
-      {"explain-record-foreign", "1.2.840.10045.2.1", "1.2.643.7.1.1.3.2"},
+      {"explain-import-refused", kMakersOid, kMakersSignature, "Subject"},
+      {"explain-record-foreign", "1.2.840.10045.2.1", "1.2.643.7.1.1.3.2", "a\x1B[31mred"},
   };
   for (const auto& row : rows) {
     CertificateOrder order;
     order.publicKeyOid = row.keyOid;
     order.signatureOid = row.signatureOid;
+    order.subject = row.subject;
     ExpectGolden(row.golden, Patched({"explain", File("made.cer", MakeCertificate(order))}),
                  kOfThisRun);
   }
@@ -258,12 +265,24 @@ TEST_F(Explain, FilesThatAreNoCertificates) {
 
 TEST_F(Explain, WhichOneIsMeant) {
   ExpectGolden("explain-none", Patched({"explain"}));
+  ExpectGolden("explain-both", Patched({"explain", "user.cer", "--store", "MY"}));
   ExpectGolden("explain-not-found", Patched({"explain", "--store", "MY", "--subject", "nobody"}));
   ExpectGolden("explain-no-store", Patched({"explain", "--store", "NoStore"}));
   const InStore first(L"MY", certificate);
   const InStore second(L"MY", authority.Issue(user, 6));
   ExpectGolden("explain-several", Patched({"explain", "--store", "MY", "--subject", "USER"}),
                kOfThisRun);
+  // As the platform's dialogues show it.
+  std::string thumbprint =
+      json::parse(Patched({"explain", "--json", File("user.cer", certificate)}).out)
+          .at("certificate")
+          .at("thumbprint");
+  for (std::size_t at = 2; at < thumbprint.size(); at += 3) {
+    thumbprint.insert(at, 1, at % 2 == 0 ? ' ' : ':');
+  }
+  const json chosen =
+      json::parse(Patched({"explain", "--store", "MY", "--json", "--thumbprint", thumbprint}).out);
+  EXPECT_EQ("175A02", chosen.at("certificate").at("serial"));
   ExpectGolden("explain-bad-thumbprint",
                Patched({"explain", "--store", "MY", "--thumbprint", "12"}));
 }
@@ -273,6 +292,14 @@ TEST_F(StoreCommand, ListsTheProvidersStoreAndMy) {
   ExpectGolden("store-list", Patched({"store"}), kOfThisRun);
   ExpectGolden("store-show", Patched({"store", "show", "--subject", "user", "--store", "provider"}),
                kOfThisRun);
+}
+
+TEST_F(StoreCommand, AnotherStoreOrNone) {
+  const InStore issuer(L"CA", root);
+  ExpectGolden("store-other", Patched({"store", "--store", "ca", "--subject", "author"}),
+               kOfThisRun);
+  ExpectGolden("store-none", Patched({"store", "--store", "NoStore"}));
+  ExpectGolden("store-bad-thumbprint", Patched({"store", "--thumbprint", "12"}));
 }
 
 TEST_F(StoreCommand, JsonHasEveryField) {

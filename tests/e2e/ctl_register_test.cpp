@@ -79,6 +79,28 @@ TEST_F(Register, WithoutAConsoleNothingIsAsked) {
   EXPECT_THAT(LinesWithout(before, ReadRegistry()), IsEmpty());
 }
 
+// As the installer does, from a folder that is not the tool's.
+TEST_F(Register, TheModuleIsWhereMostBindingsSay) {
+  const std::string copy = home_.Path() + "\\ZAREXT.dll";
+  std::filesystem::copy_file(ProgramFolder() + "ZAREXT.dll", copy);
+  EXPECT_EQ(0u, Patched({"register", "--yes", "--dll", copy}).exitCode);
+  const json status = json::parse(RunTool({"status", "--json"}).out);
+  EXPECT_EQ(copy, status.at("module").at("path"));
+  EXPECT_EQ(475, status.at("registration").at("bindingsPresent"));
+  EXPECT_EQ(0u, Patched({"register", "--yes"}).exitCode);
+}
+
+TEST_F(Register, ALeftOverOfAnotherDllStays) {
+  const std::string key =
+      std::string(kOidRoot) + "EncodingType 1\\CryptDllImportPublicKeyInfo\\1.2.398.3.10.1.4.1.2.1";
+  const auto other = RegistryDamage::SetValue(HKEY_LOCAL_MACHINE, key, "Dll", REG_SZ,
+                                              TextOctets("C:\\other\\other.dll"));
+  const std::string shown = Patched({"unregister", "--leftovers", "--dry-run"}).out;
+  EXPECT_THAT(shown, HasSubstr("CryptDllImportPublicKeyInfoEx\\1.2.398.3.10.1.4.1.2.1\n"));
+  EXPECT_THAT(shown,
+              testing::Not(HasSubstr("CryptDllImportPublicKeyInfo\\1.2.398.3.10.1.4.1.2.1\n")));
+}
+
 TEST_F(Register, AnotherFileIsRefused) {
   ExpectGolden("register-no-file", Patched({"register", "--yes", "--dll", "C:\\nowhere.dll"}));
   ExpectGolden("register-other-file", Patched({"register", "--yes", "--dll", DevProviderPath()}));

@@ -164,6 +164,10 @@ TEST_F(Status, EveryDamageOfTheRegistrationIsFound) {
        Removed(machine, "SOFTWARE\\Microsoft\\Cryptography\\Defaults\\Provider Types\\Type 025")},
       {"status-provider-without-path",
        Changed(machine, kProvider, "Image Path", REG_SZ, TextOctets("cpzarvel.dll"))},
+      {"status-provider-path-expandable",
+       Changed(machine, kProvider, "Image Path", REG_EXPAND_SZ, TextOctets(DevProviderPath()))},
+      {"status-provider-path-long", Changed(machine, kProvider, "Image Path", REG_SZ,
+                                            TextOctets("C:\\" + std::string(253, 'a')))},
       {"status-record-extra", Changed(machine, kRecord, "ExtraInfo", REG_BINARY, {1, 2, 3, 4})},
       {"status-provider-default-other",
        Changed(machine, "SOFTWARE\\Microsoft\\Cryptography\\Defaults\\Provider Types\\Type 025",
@@ -173,6 +177,34 @@ TEST_F(Status, EveryDamageOfTheRegistrationIsFound) {
     const RegistryDamage damage = damaged.damage();
     ExpectGolden(damaged.golden, RunTool({"status"}), kRun);
   }
+  EXPECT_THAT(Ids(), ElementsAre("module-signature", "aes256-bound"));
+}
+
+TEST_F(Status, ThePhysicalStoreIsComparedValueByValue) {
+  const struct {
+    const char* name;
+    DWORD type;
+    Octets octets;
+    const char* detail;
+  } rows[] = {
+      {"OpenStoreProvider", REG_SZ, TextOctets("Other"), "OpenStoreProvider is Other"},
+      {"OpenEncodingType", REG_DWORD, NumberOctets(1), "OpenEncodingType is 0x1 and not 0x10001"},
+      {"OpenFlags", REG_DWORD, NumberOctets(1), "OpenFlags is 0x1 and not 0x50000"},
+      {"OpenParameters", REG_BINARY, {'Z'}, "OpenParameters is REG_BINARY of 1 octet"},
+      {"Flags", REG_DWORD, NumberOctets(0), "Flags is 0x0 and not 0x1"},
+  };
+  for (const auto& row : rows) {
+    const auto damage =
+        RegistryDamage::SetValue(HKEY_CURRENT_USER, kStoreKey, row.name, row.type, row.octets);
+    EXPECT_THAT(RunTool({"status"}).out,
+                HasSubstr(std::string("store is damaged: ") + row.detail + " [store-differs]"));
+  }
+}
+
+TEST_F(Status, ABindingOfAnotherProductIsNoneOfItsConcern) {
+  const auto other = RegistryDamage::SetValue(
+      HKEY_LOCAL_MACHINE, std::string(kOidRoot) + "EncodingType 1\\CryptDllFormatObject\\1.2.3",
+      "Dll", REG_SZ, TextOctets("C:\\other\\other.dll"));
   EXPECT_THAT(Ids(), ElementsAre("module-signature", "aes256-bound"));
 }
 

@@ -269,8 +269,24 @@ TEST_F(Trace, AFileThatMovesWhenItHasGrown) {
       << line;
 }
 
+TEST_F(Trace, AFileThatBeginsAnew) {
+  const std::string file = home_.Path() + "\\trace.txt";
+  RunningTool tool({"trace", "--grep", "ZarCryptEncodeObject", "--file", file, "--rotate", "1K,0",
+                    "--count", "40", "--for", "30"});
+  WaitUntilListening();
+  EXPECT_EQ(0u, ChildProcess("TraceWrite", {"5", "8"}).Wait());
+  EXPECT_EQ(0u, tool.Finish().exitCode);
+  const auto isOnly = std::filesystem::directory_iterator(home_.Path());
+  EXPECT_EQ(1, std::distance(begin(isOnly), end(isOnly)));
+  EXPECT_LE(std::filesystem::file_size(file), 1024u);
+}
+
 TEST_F(Trace, WhatCannotBeDoneIsSaid) {
   ExpectGolden("trace-rotate", RunTool({"trace", "--rotate", "big"}));
+  for (const char* rotation : {"10M", "10M,1000", "0,5", "10X,5", "10M,5x"}) {
+    EXPECT_THAT(RunTool({"trace", "--rotate", rotation}).err,
+                HasSubstr(std::string("could not read --rotate ") + rotation));
+  }
   ExpectGolden("trace-file", RunTool({"trace", "--file", "C:\\nowhere\\trace.txt"}));
 }
 

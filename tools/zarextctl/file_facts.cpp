@@ -66,20 +66,23 @@ const char* BroadGroupOf(PSID sid) {
 }
 
 // The broad groups that the object's list allows one of the rights in `mask`.
-std::vector<const char*> GroupsAllowed(const std::string& path, DWORD mask) {
+std::vector<std::string> GroupsAllowed(const std::string& path, DWORD mask) {
   PACL list = nullptr;
   PSECURITY_DESCRIPTOR descriptor = nullptr;
   const DWORD status =
       GetNamedSecurityInfoW(Wide(path).c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
                             nullptr, &list, nullptr, &descriptor);
   const UniqueLocalMemory owner(descriptor);
-  if (status != ERROR_SUCCESS) {
-    return {};
-  }
+  return status == ERROR_SUCCESS ? BroadGroupsIn(list, mask) : std::vector<std::string>();
+}
+
+}  // namespace
+
+std::vector<std::string> BroadGroupsIn(PACL list, DWORD mask) {
   if (list == nullptr) {
     return {"Everyone"};
   }
-  std::vector<const char*> groups;
+  std::vector<std::string> groups;
   for (DWORD i = 0; i < list->AceCount; ++i) {
     void* entry = nullptr;
     if (!GetAce(list, i, &entry)) {
@@ -92,13 +95,11 @@ std::vector<const char*> GroupsAllowed(const std::string& path, DWORD mask) {
     const bool isForChildren = (ace->Header.AceFlags & INHERIT_ONLY_ACE) != 0;
     if (group != nullptr && !isForChildren && (ace->Mask & mask) != 0 &&
         std::ranges::find(groups, group) == groups.end()) {
-      groups.push_back(group);
+      groups.emplace_back(group);
     }
   }
   return groups;
 }
-
-}  // namespace
 
 ModuleFile ReadModuleFile(const std::string& path, std::span<const char* const> functions) {
   ModuleFile file;
@@ -137,12 +138,12 @@ std::vector<std::string> BroadGroupsWith(Access access, const std::string& path)
   constexpr DWORD kAddToFolder = FILE_ADD_FILE | GENERIC_WRITE;
   const bool isWrite = access == Access::kWrite;
   std::vector<std::string> found;
-  for (const char* group : GroupsAllowed(path, kTakeOver | (isWrite ? kWriteFile : 0))) {
-    found.emplace_back(group);
+  for (const std::string& group : GroupsAllowed(path, kTakeOver | (isWrite ? kWriteFile : 0))) {
+    found.push_back(group);
   }
-  for (const char* group :
+  for (const std::string& group :
        GroupsAllowed(Folder(path) + "\\", kReplaceInFolder | (isWrite ? kAddToFolder : 0))) {
-    found.push_back(std::string(group) + " (folder)");
+    found.push_back(group + " (folder)");
   }
   return found;
 }

@@ -33,6 +33,10 @@ enum class Access { kWrite, kReplace };
 // for a file whose security cannot be read.
 std::vector<std::string> BroadGroupsWith(Access access, const std::string& path);
 
+// Those of the groups that an access list allows one of the rights in `mask`; a list that is not
+// there allows everything. What the list denies elsewhere is not taken off.
+std::vector<std::string> BroadGroupsIn(PACL list, DWORD mask);
+
 bool IsRegularFile(const std::string& path);
 bool Exists(const std::string& path);
 
