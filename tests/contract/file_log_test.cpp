@@ -224,6 +224,23 @@ ZAREXT_CHILD(LogInSteps) {
   const RecordedImport<"fopen", decltype(fopen)> log(
       program, "msvcrt.dll",
       [](const char* path, const char* mode) { return std::string(path) + ", " + mode; });
+  DWORD sizeBefore = 0;
+  const auto place = [](DWORD low, DWORD high, const OVERLAPPED* at) {
+    char text[64] = {};
+    snprintf(text, sizeof text, "%lx %lx at %lx %lx", high, low, at->OffsetHigh, at->Offset);
+    return std::string(text);
+  };
+  const RecordedImport<"LockFileEx", decltype(LockFileEx)> turn(
+      program, "KERNEL32.dll",
+      [&](HANDLE file, DWORD flags, DWORD, DWORD low, DWORD high, OVERLAPPED* at) {
+        sizeBefore = GetFileSize(file, nullptr);
+        return std::to_string(flags) + ", " + place(low, high, at);
+      });
+  const RecordedImport<"UnlockFileEx", decltype(UnlockFileEx)> turnEnd(
+      program, "KERNEL32.dll", [&](HANDLE file, DWORD, DWORD low, DWORD high, OVERLAPPED* at) {
+        return place(low, high, at) +
+               (GetFileSize(file, nullptr) > sizeBefore ? ", written" : ", not written");
+      });
   const EventView events;
   if (what == "internal") {
     InternalFileLog(kLog, "stepwise");
@@ -238,14 +255,18 @@ ZAREXT_CHILD(LogInSteps) {
   const std::string begin =
       "GetSystemTimeAsFileTime()\nGetSystemTimeAsFileTime()\nGetTempPathA(520)\n";
   const std::string append = "fopen(c:\\zarext_test.log, at)\n";
-  const std::string locked = "_locking(77, 1, 0)\n" + append + "_locking(77, 0, 0)\n_close(77)\n";
+  const std::string written =
+      "LockFileEx(3, 0 1 at 7fffffff 0)\nUnlockFileEx(0 1 at 7fffffff 0, written)\n";
+  const std::string lock = "_locking(77, 1, 0)\n";
+  const std::string unlock = "_locking(77, 0, 0)\n_close(77)\n";
   const std::string start = begin + "_sopen(zarext.lock, 302, 40, 600)\n";
   const std::map<std::string, std::string> expected = {
       {"early", "_close(0)\n"},
-      {"unlocked", start + append + "_close(-1)\nfclose\n"},
-      {"refused", start + locked},
-      {"logged", start + locked + "fclose\n"},
-      {"internal", begin + "_sopen(zarint.lock, 302, 40, 600)\n" + locked + "fclose\n"}};
+      {"unlocked", start + append + written + "_close(-1)\nfclose\n"},
+      {"refused", start + lock + append + unlock},
+      {"logged", start + lock + append + written + unlock + "fclose\n"},
+      {"internal", begin + "_sopen(zarint.lock, 302, 40, 600)\n" + lock + append + written +
+                       unlock + "fclose\n"}};
   return all == expected.at(what) ? 0 : 2;
 }
 
