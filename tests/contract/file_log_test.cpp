@@ -208,10 +208,16 @@ int NoteFileClose(FILE* file) {
   return fflush(file);
 }
 // The argument: "early" where nothing is to be logged, "unlocked" where the lock file is refused,
-// "refused" where the log is, "internal" for the other logger.
+// "refused" where the log is, "homeless" where there is no temporary directory, "internal" for the
+// other logger.
 ZAREXT_CHILD(LogInSteps) {
   const std::string& what = arguments.at(0);
   lockFileToGive = what == "unlocked" ? -1 : 77;
+  if (what == "homeless") {
+    const std::string folder = "c:\\" + std::string(600, 'x');
+    SetEnvironmentVariableA("TMP", folder.c_str());
+    SetEnvironmentVariableA("TEMP", folder.c_str());
+  }
   const HMODULE program = GetModuleHandleA(nullptr);
   const ImportPatch open(program, "msvcrt.dll", "_sopen", &NoteOpen);
   const ImportPatch locking(program, "msvcrt.dll", "_locking", &NoteLocking);
@@ -262,6 +268,7 @@ ZAREXT_CHILD(LogInSteps) {
   const std::string start = begin + "_sopen(zarext.lock, 302, 40, 600)\n";
   const std::map<std::string, std::string> expected = {
       {"early", "_close(0)\n"},
+      {"homeless", begin + append + written + "_close(-1)\nfclose\n"},
       {"unlocked", start + append + written + "_close(-1)\nfclose\n"},
       {"refused", start + lock + append + unlock},
       {"logged", start + lock + append + written + unlock + "fclose\n"},
@@ -282,11 +289,11 @@ TEST_F(FileLogTest, TheLockFileIsLockedOverNoOctetsAndClosedBeforeTheLog) {
     EXPECT_EQ(0u, Run("LogInSteps", {"refused"}));
   }
   ASSERT_THAT(ReadLines(), testing::IsEmpty());
-  for (const char* what : {"logged", "unlocked", "internal"}) {
+  for (const char* what : {"logged", "unlocked", "homeless", "internal"}) {
     EXPECT_EQ(0u, Run("LogInSteps", {what})) << what;
   }
   const auto lines = ReadLines();
-  ASSERT_EQ(3u, lines.size());
+  ASSERT_EQ(4u, lines.size());
   for (const std::string& line : lines) {
     EXPECT_EQ("stepwise", Message(line));
   }

@@ -246,6 +246,8 @@ TEST_F(ImportForMessageTest, RefusesAMissingPlaceForTheHandle) {
   EXPECT_EQ("EXT : ZarMsgImportKeyTrans : pKeyTrans->EncryptedKeySize = 180.",
             trace.Messages().back());
   EXPECT_THAT(provider.OpenKeys(), IsEmpty());
+  // The sender's key was split off before.
+  EXPECT_EQ(100u, keyTrans.EncryptedKey.cbData);
 }
 
 TEST_F(ImportForMessageTest, TracesMissingTextsAsNull) {
