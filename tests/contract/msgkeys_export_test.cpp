@@ -187,19 +187,24 @@ TEST_F(ExportForMessageTest, TracesNumbersAsTheyAlwaysWere) {
     first.dwRecipientChoice = CMSG_MAIL_LIST_RECIPIENT;
     first.pMailList = &mailList;
     mailList.dwKeyChoice = row.number;
+    mailList.hCryptProv = row.number;
     CMSG_KEY_TRANS_RECIPIENT_ENCODE_INFO bare = {};
+    bare.hCryptProv = row.number;
     bare.RecipientPublicKey.cbData = row.number;
     trace.Clear();
     EXPECT_EQ(FALSE, Call(&bare, &output));
     messages = trace.Messages();
     ASSERT_LT(10u, messages.size());
+    EXPECT_EQ(own + "pMailList->hCryptProv = " + row.hexadecimal + ".", messages[5]);
     EXPECT_EQ(own + "pMailList->dwKeyChoice = " + row.decimal + ".", messages[6]);
+    EXPECT_EQ(own + "pKeyTransEncodeInfo->hCryptProv=" + row.hexadecimal + ".", messages[8]);
     EXPECT_EQ(own + "pKeyTransEncodeInfo->RecipientPublicKeySize = " + row.decimal + " (0).",
               messages[10]);
     first.dwRecipientChoice = CMSG_KEY_TRANS_RECIPIENT;
     first.pKeyTrans = &bare;
     trace.Clear();
     EXPECT_EQ(FALSE, Call(&bare, &output));
+    EXPECT_EQ(own + "pKeyTrans->hCryptProv = " + row.hexadecimal + ".", trace.Messages()[5]);
     EXPECT_EQ(own + "pKeyTrans->RecipientPublicKeySize = " + row.decimal + " (0000000000000000).",
               trace.Messages()[6]);
   }
