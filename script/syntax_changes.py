@@ -216,7 +216,9 @@ def exchange_changes(file, block):
         if a[1] > b[0] or any(names(file.text(*b), v.spelling) for v in declared(first)):
             continue
         between = file.text(a[1], b[0])
-        declares = any(s.kind == Kind.DECL_STMT or s.kind in LABELS for s in (first, second))
+        # Behind a switch only what neither declares nor tells the compiler that a place is never reached.
+        declares = any(s.kind == Kind.DECL_STMT or s.kind in LABELS or "__builtin_unreachable" in file.of(s)
+                       for s in (first, second))
         yield ("exchange", *file.place(a[0], b[1], file.text(*b) + between + file.text(*a)), declares)
 
 
