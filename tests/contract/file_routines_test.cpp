@@ -7,7 +7,9 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <cstring>
 #include <string>
+#include <vector>
 
 #include "frame/handles.h"
 #include "support/child_process.h"
@@ -15,6 +17,8 @@
 
 namespace zarext::test {
 namespace {
+
+using testing::ElementsAre;
 
 class FileRoutines : public testing::Test {
  protected:
@@ -103,21 +107,54 @@ TEST_F(FileRoutines, APathThatIsTooLongIsRefused) {
   EXPECT_EQ(1, WriteWholeFile(path.c_str(), &octet, 1));
 }
 
-// Takes two octets at a time, and nothing more once `room` is used up.
+// Move `most` octets at a time, and nothing more once `room` is used up.
+unsigned int most = 2;
 unsigned int room = 0;
-int WriteSlowly(int /*file*/, const void* /*data*/, unsigned int size) {
-  const unsigned int taken = std::min({size, room, 2u});
+std::vector<unsigned int> asked;
+int MoveSlowly(unsigned int size) {
+  asked.push_back(size);
+  const unsigned int taken = std::min({size, room, most});
   room -= taken;
   return static_cast<int>(taken);
+}
+int WriteSlowly(int /*file*/, const void* /*data*/, unsigned int size) { return MoveSlowly(size); }
+int ReadSlowly(int /*file*/, void* data, unsigned int size) {
+  const int moved = MoveSlowly(size);
+  std::memset(data, 'a' + static_cast<int>(asked.size()), static_cast<std::size_t>(moved));
+  return moved;
 }
 
 TEST_F(FileRoutines, WritingGoesOnUntilNothingIsTaken) {
   const ImportPatch patch(GetModuleHandleA(nullptr), "msvcrt.dll", "_write", &WriteSlowly);
   room = 5;
+  asked.clear();
   EXPECT_EQ(0, WriteWholeFile(path_.c_str(), "12345", 5));
-  EXPECT_EQ(0u, room);
+  EXPECT_THAT(asked, ElementsAre(5u, 3u, 1u));
   room = 4;
   EXPECT_EQ(2, WriteWholeFile(path_.c_str(), "12345", 5));
+}
+
+// The runtime counts in int.
+TEST_F(FileRoutines, FourGibibytesGoInThreeSteps) {
+  const ImportPatch patch(GetModuleHandleA(nullptr), "msvcrt.dll", "_write", &WriteSlowly);
+  room = most = 0xFFFFFFFF;
+  asked.clear();
+  EXPECT_EQ(0, WriteWholeFile(path_.c_str(), "never read", 0xFFFFFFFF));
+  most = 2;
+  EXPECT_THAT(asked, ElementsAre(0x7FFFFFFFu, 0x7FFFFFFFu, 1u));
+}
+
+TEST_F(FileRoutines, ReadingGoesOnUntilNothingIsGiven) {
+  ASSERT_EQ(0, WriteWholeFile(path_.c_str(), "12345", 5));
+  const ImportPatch patch(GetModuleHandleA(nullptr), "msvcrt.dll", "_read", &ReadSlowly);
+  room = 5;
+  asked.clear();
+  std::string read(6, '?');
+  EXPECT_EQ(0, ReadWholeFile(path_.c_str(), read.data(), 5));
+  EXPECT_THAT(asked, ElementsAre(5u, 3u, 1u));
+  EXPECT_EQ("bbccd?", read);
+  room = 4;
+  EXPECT_EQ(2, ReadWholeFile(path_.c_str(), read.data(), 5));
 }
 
 }  // namespace
