@@ -216,8 +216,8 @@ def exchange_changes(file, block):
         if a[1] > b[0] or any(names(file.text(*b), v.spelling) for v in declared(first)):
             continue
         between = file.text(a[1], b[0])
-        # Behind a switch only what neither declares nor tells the compiler that a place is never reached.
-        declares = any(s.kind == Kind.DECL_STMT or s.kind in LABELS or "__builtin_unreachable" in file.of(s)
+        # Behind a switch only what neither declares nor depends on how the compiler lays out the function.
+        declares = any(s.kind == Kind.DECL_STMT or s.kind in LABELS or re.search("__asm__|__builtin_unreachable", file.of(s))
                        for s in (first, second))
         yield ("exchange", *file.place(a[0], b[1], file.text(*b) + between + file.text(*a)), declares)
 
