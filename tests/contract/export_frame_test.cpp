@@ -204,6 +204,26 @@ TEST(ExportFrame, AnExceptionOfAnotherCompilerIsNoMemory) {
   EXPECT_TRUE(released);
 }
 
+// Any other exception, a fault among them, goes to the host as it was raised: it ends the process
+// or not, as the host has it.
+LONG WINAPI EndWithWhatWasRaised(EXCEPTION_POINTERS* raised) {
+  const EXCEPTION_RECORD& record = *raised->ExceptionRecord;
+  TerminateProcess(GetCurrentProcess(), (record.ExceptionCode & 0xFF) + record.ExceptionFlags);
+  return EXCEPTION_CONTINUE_SEARCH;
+}
+ZAREXT_CHILD(RaiseInAnExport) {
+  SetUnhandledExceptionFilter(&EndWithWhatWasRaised);
+  RunExport("Name", [](ExportTrace&) -> BOOL {
+    RaiseException(0xE0001234, 0, 0, nullptr);
+    return TRUE;
+  });
+  return 1;
+}
+
+TEST(ExportFrame, AnotherExceptionIsTheHosts) {
+  EXPECT_EQ(0x34u, ChildProcess("RaiseInAnExport").Wait());
+}
+
 TEST(ExportFrame, ALongLineIsWhole) {
   const std::string text(20000, 'z');
   TraceCapture capture;
