@@ -2,6 +2,6 @@
 zarext_add_wine_test(registration_contract
   SOURCES registration_calls_test.cpp registration_expected.cpp recording_framework.cpp)
 zarext_add_wine_test(registration_framework
-  SOURCES framework_gaps_test.cpp registration_framework_test.cpp registration_expected.cpp
+  SOURCES registration_framework_test.cpp registration_expected.cpp
   LIBS zarext_framework_patches_objects
   DEPENDS zarext_framework_patches)

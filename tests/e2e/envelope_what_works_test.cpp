@@ -6,6 +6,7 @@
 #include "e2e/envelope_fixture.h"
 #include "support/certificates.h"
 #include "support/framework_patches/framework_patches.h"
+#include "support/message_gaps.h"
 #include "support/module_calls.h"
 #include "support/prepared_process.h"
 #include "support/provider_handle_as_key.h"
@@ -23,16 +24,20 @@ constexpr char kGenerate[] = "CryptMsgDllGenContentEncryptKey";
 constexpr char kImport[] = "CryptMsgDllImportKeyTrans";
 constexpr char kNationalOid[] = "1.2.398.3.10.1.4.1.1.1";
 
-// The module's own registration, and what only these tests need: the import function bound by the
-// content algorithm as well, because that is how Wine looks it up, and information records for
-// content algorithms that the module does not register: for AES-128 with the ALG_ID of Windows' own
-// record.
+// The module's own registration, and what only these tests need: information records for content
+// algorithms that the module does not register, and where the platform is not Windows' the import
+// function bound by the content algorithm as well, and for AES-128 a record with the ALG_ID of
+// Windows' own.
 void RegisterModule() {
   RegisterInThisProcess(test::Export<HRESULT WINAPI()>("DllRegisterServer"));
-  RegisterOidInfo(kAes128, 2, L"AES-128-CBC", 0x660E);
+  if (ContentAlgorithmIsUnknown(kAes128)) {
+    RegisterOidInfo(kAes128, 2, L"AES-128-CBC", 0x660E);
+  }
   RegisterOidInfo(kSecondBlockCipher, 2, L"1.3.6.1.4.1.32473.1.20.1", 0x6620);
-  for (const char* oid : {kAes128, kBlockCipher, kSecondBlockCipher}) {
-    BindOidFunction(kImport, oid, "ZarMsgImportKeyTrans");
+  if (DispatchOfImport().byContent) {
+    for (const char* oid : {kAes128, kBlockCipher, kSecondBlockCipher}) {
+      BindOidFunction(kImport, oid, "ZarMsgImportKeyTrans");
+    }
   }
 }
 const PreparedProcess prepared(&RegisterModule);

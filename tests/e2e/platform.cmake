@@ -1,2 +1,5 @@
-# What only a run on Windows can settle.
-zarext_add_wine_test(platform_e2e SOURCES platform_facts_test.cpp LIBS crypt32 advapi32 DEPENDS cpzarvel)
+# Where the platforms differ, and what only a run on Windows can settle.
+zarext_add_wine_test(platform_e2e
+  SOURCES framework_gaps_test.cpp platform_facts_test.cpp
+  LIBS zarext_framework_patches_objects crypt32 advapi32
+  DEPENDS cpzarvel)

@@ -8,9 +8,11 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <optional>
 #include <vector>
 
 #include "support/import_patch.h"
+#include "support/platform.h"
 #include "support/provider_calls.h"
 
 namespace zarext::test {
@@ -18,8 +20,15 @@ namespace zarext::test {
 // When the key generation fails, Wine's message layer releases a message record that it has filled
 // only in part: the memory behind its recipients and the key is whatever the heap held. With zeroed
 // memory the clean-up is harmless, and its refused destruction of key 0 leaves the 87 that callers
-// see.
+// see. Nothing of it on Windows.
 class ZeroedFrameworkMemory {
+ public:
+  ZeroedFrameworkMemory() {
+    if (IsWine()) {
+      patch_.emplace(GetModuleHandleA("crypt32.dll"), "ucrtbase.dll", "malloc", &Allocate);
+    }
+  }
+
  private:
   static void* Allocate(std::size_t size) {
     using CAlloc = void*(std::size_t, std::size_t);
@@ -28,7 +37,7 @@ class ZeroedFrameworkMemory {
     return allocate(1, size);
   }
 
-  ImportPatch patch_{GetModuleHandleA("crypt32.dll"), "ucrtbase.dll", "malloc", &Allocate};
+  std::optional<ImportPatch> patch_;
 };
 
 inline BOOL EncryptMessage(CRYPT_ENCRYPT_MESSAGE_PARA* para,
@@ -58,11 +67,12 @@ class Message {
   Message(const Message&) = delete;
   Message& operator=(const Message&) = delete;
 
-  BOOL Decrypt(HCRYPTPROV provider) const {
+  BOOL Decrypt(HCRYPTPROV provider, DWORD recipient = 0) const {
     CMSG_CTRL_DECRYPT_PARA para = {};
     para.cbSize = sizeof para;
     para.hCryptProv = provider;
     para.dwKeySpec = AT_KEYEXCHANGE;
+    para.dwRecipientIndex = recipient;
     return CryptMsgControl(handle_, 0, CMSG_CTRL_DECRYPT, &para);
   }
   [[nodiscard]] Octets Content() const {

@@ -5,11 +5,26 @@
 #include <mutex>
 #include <set>
 
-#include "support/certificates.h"
 #include "support/platform.h"
+#include "support/store_gaps.h"
 
 namespace zarext::test {
 namespace {
+
+// Found out once for the process; none where the platform is Windows.
+struct StoreGaps {
+  bool repeatsADeletedCertificate = false;
+  bool keepsDeletedOnes = false;
+  bool leaksWhatIsAddedAgain = false;
+  bool closesBehindTheCallback = false;
+};
+const StoreGaps& Gaps() {
+  static const StoreGaps gaps =
+      IsWine() ? StoreGaps{EnumerationRepeatsADeletedCertificate(), DeletionKeepsTheReference(),
+                           AddingAgainLeaksAReference(), StoreIsClosedBehindTheCallback()}
+               : StoreGaps{};
+  return gaps;
+}
 
 // The stores that the module opened itself. Any other that it closes is the framework's, which
 // closes it once more.
@@ -57,8 +72,10 @@ void DropSnapshot(HCERTSTORE store) {
 BOOL WINAPI CloseFix(HCERTSTORE store, DWORD flags) {
   const DWORD error = GetLastError();
   DropSnapshot(store);
-  CertControlStore(store, CERT_STORE_CTRL_COMMIT_FORCE_FLAG, CERT_STORE_CTRL_COMMIT, nullptr);
-  if (!Forget(store)) {
+  if (Gaps().leaksWhatIsAddedAgain) {
+    CertControlStore(store, CERT_STORE_CTRL_COMMIT_FORCE_FLAG, CERT_STORE_CTRL_COMMIT, nullptr);
+  }
+  if (!Forget(store) && Gaps().closesBehindTheCallback) {
     CertDuplicateStore(store);
   }
   SetLastError(error);
@@ -105,43 +122,31 @@ long long ModuleTime(long long* out) {
 
 }  // namespace
 
-bool EnumerationRepeatsADeletedCertificate() {
-  const std::vector<std::uint8_t> octets = MakeCertificate({});
-  const HCERTSTORE store = CertOpenStore(CERT_STORE_PROV_MEMORY, 0, 0, 0, nullptr);
-  CertAddEncodedCertificateToStore(store, X509_ASN_ENCODING, octets.data(),
-                                   static_cast<DWORD>(octets.size()), CERT_STORE_ADD_ALWAYS,
-                                   nullptr);
-  const PCCERT_CONTEXT only = CertEnumCertificatesInStore(store, nullptr);
-  // Deleting takes one reference on Windows, going on the other.
-  CertDeleteCertificateFromStore(CertDuplicateCertificateContext(only));
-  const PCCERT_CONTEXT next = CertEnumCertificatesInStore(store, only);
-  CertFreeCertificateContext(next);
-  CertCloseStore(store, 0);
-  return next != nullptr;
-}
-
 StoreFixes::StoreFixes(HMODULE module) {
-  if (!IsWine()) {
-    return;
+  const auto patch = [&](const char* function, auto* replacement) {
+    patches_.push_back(std::make_unique<ImportPatch>(module, "CRYPT32.dll", function, replacement));
+  };
+  const StoreGaps& gaps = Gaps();
+  if (gaps.closesBehindTheCallback) {
+    patch("CertOpenStore", &OpenFix);
+    patch("CryptGetMessageCertificates", &MessageFix);
   }
-  constexpr char kCrypt[] = "CRYPT32.dll";
-  patches_.push_back(std::make_unique<ImportPatch>(module, kCrypt, "CertOpenStore", &OpenFix));
-  patches_.push_back(
-      std::make_unique<ImportPatch>(module, kCrypt, "CryptGetMessageCertificates", &MessageFix));
-  patches_.push_back(std::make_unique<ImportPatch>(module, kCrypt, "CertCloseStore", &CloseFix));
-  patches_.push_back(
-      std::make_unique<ImportPatch>(module, kCrypt, "CertDeleteCertificateFromStore", &DeleteFix));
-  static const bool repeats = EnumerationRepeatsADeletedCertificate();
-  if (repeats) {
-    patches_.push_back(
-        std::make_unique<ImportPatch>(module, kCrypt, "CertEnumCertificatesInStore", &EnumFix));
+  if (gaps.closesBehindTheCallback || gaps.leaksWhatIsAddedAgain ||
+      gaps.repeatsADeletedCertificate) {
+    patch("CertCloseStore", &CloseFix);
+  }
+  if (gaps.keepsDeletedOnes) {
+    patch("CertDeleteCertificateFromStore", &DeleteFix);
+  }
+  if (gaps.repeatsADeletedCertificate) {
+    patch("CertEnumCertificatesInStore", &EnumFix);
   }
 }
 
 StoreFixes::~StoreFixes() = default;
 
 BOOL DeleteFromStore(PCCERT_CONTEXT context) {
-  return IsWine() ? DeleteFix(context) : CertDeleteCertificateFromStore(context);
+  return Gaps().keepsDeletedOnes ? DeleteFix(context) : CertDeleteCertificateFromStore(context);
 }
 
 ModuleClock::ModuleClock(HMODULE module, long long now)

@@ -15,10 +15,6 @@
 
 namespace zarext::test {
 
-// CertEnumCertificatesInStore, given a certificate that was deleted meanwhile, gives the same
-// again: a walk that deletes never ends.
-bool EnumerationRepeatsADeletedCertificate();
-
 // Import patches on `module`, as long as the object lives. One at a time.
 class StoreFixes {
  public:

@@ -12,7 +12,7 @@
 #include "demo/story.h"
 #include "frame/handles.h"
 #include "support/dev_provider.h"
-#include "support/platform.h"
+#include "support/message_gaps.h"
 #include "support/prepared_process.h"
 #include "support/registry_snapshot.h"
 #include "support/regsvr32.h"
@@ -95,7 +95,7 @@ void InstallProviderIfNone() {
 
 // What Wine lacks of Windows' own records, for the messages of a later step.
 void AddRecordIfMissing() {
-  if (test::IsWine()) {
+  if (test::ContentAlgorithmIsUnknown(kAes128Oid)) {
     test::RegisterOidInfo(kAes128Oid, CRYPT_ENCRYPT_ALG_OID_GROUP_ID, L"aes128", CALG_AES_128);
   }
 }
