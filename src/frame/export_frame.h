@@ -86,17 +86,12 @@ BOOL RunExportKeeping(const char* exportName, Work work) noexcept {
 
 // NOLINTEND(bugprone-exception-escape)
 
-// Throws the thread's last error. The code is taken first: making room for what is thrown can
-// change it.
-[[noreturn]] inline void ThrowLastError() {
-  const ErrorCode code = GetLastError();
-  throw code;
-}
-
-// Throws the thread's last error unless the call `succeeded`.
+// Throws the thread's last error unless the platform's call `succeeded`. The code is taken first:
+// making room for what is thrown can change it.
 inline void RequireSuccess(bool succeeded) {
   if (!succeeded) {
-    ThrowLastError();
+    const ErrorCode code = GetLastError();
+    throw code;
   }
 }
 

@@ -59,9 +59,7 @@ UniqueModule LoadProvider() {
     path = ReadImagePath(key.Get());
   }
   UniqueModule provider(LoadLibraryA(path ? path->data() : kDefaultProviderFile));
-  if (!provider) {
-    ThrowLastError();
-  }
+  RequireSuccess(static_cast<bool>(provider));
   return provider;
 }
 

@@ -27,13 +27,6 @@ constexpr DWORD kExportCapacity = 4096;
 // What a size query answers, whatever the key's length is. Callers allocate by it.
 constexpr DWORD kReportedSize = 2048;
 
-// Fills the buffer and returns the blob's size.
-DWORD ExportDocument(ExportTrace& trace, HCRYPTKEY key, SecretBuffer& buffer) {
-  return ExportKeyInto(
-      key, kPrivateKeyInfoBlob, {buffer.Data(), buffer.Size()},
-      [&](ErrorCode error) { trace.LineAndThrow(error, "CryptExportKey = %x.", Hex(error)); });
-}
-
 // What a document, or a blob of another kind, gives out.
 struct ExportedKey {
   const char* oid;
@@ -71,7 +64,9 @@ void ExportPrivateKey(ExportTrace& trace, HCRYPTPROV hCryptProv, DWORD dwKeySpec
     trace.LineAndThrow(error, "CryptGetUserKey = %x.", Hex(error));
   });
   SecretBuffer buffer(kExportCapacity);
-  const DWORD size = ExportDocument(trace, userKey.Get(), buffer);
+  const DWORD size = ExportKeyInto(
+      userKey.Get(), kPrivateKeyInfoBlob, {buffer.Data(), buffer.Size()},
+      [&](ErrorCode error) { trace.LineAndThrow(error, "CryptExportKey = %x.", Hex(error)); });
   TPKCS8 document;
   const ExportedKey key = OpenDocument(document, OctetSpan(buffer.Data(), size));
   if (pPrivateKeyInfo != nullptr) {
