@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The files, functions and tables that compatibility.md and architecture.md name are in the sources."""
+"""What compatibility.md and architecture.md name is in the sources; no folder includes a later one."""
 import re
 import unittest
 from pathlib import Path
@@ -43,6 +43,19 @@ class Documents(unittest.TestCase):
                 elif re.fullmatch(r"\w+(::\w+)*", name):
                     self.assertEqual([], [part for part in name.split("::")
                                           if part not in folders and lacks(code, part)])
+
+    def test_no_folder_includes_a_later_one(self):
+        order = ["frame", "asn1", "keyinfo", "msgkeys", "registration", "store"]
+        alone = {("asn1", "frame"): "wipe.h", ("store", "keyinfo"): "last_import.h"}
+        beside = {("msgkeys", "keyinfo"), ("registration", "keyinfo"), ("registration", "msgkeys"),
+                  ("registration", "asn1"), ("store", "msgkeys"), ("store", "registration")}
+        for path in (ROOT / "src").glob("*/*.*"):
+            for folder, header in re.findall(r'#include "(\w+)/(\w+\.h)"', path.read_text()):
+                with self.subTest(file=path.name, header=folder + "/" + header):
+                    step = (path.parent.name, folder)
+                    self.assertLessEqual(order.index(folder), order.index(path.parent.name))
+                    self.assertNotIn(step, beside)
+                    self.assertEqual(alone.get(step, header), header)
 
 
 if __name__ == "__main__":
