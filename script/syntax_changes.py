@@ -280,6 +280,8 @@ def return_changes(file, statement):
 
 
 def cast_changes(file, cast):
+    if cast.type.get_canonical().kind == Type.VOID:
+        return
     inner = [c for c in cast.get_children() if c.kind.is_expression()]
     if inner and span(inner[-1]) != span(cast):
         yield ("cast", *file.place(*span(cast), "(%s)" % file.of(inner[-1])))
