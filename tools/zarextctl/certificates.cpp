@@ -108,7 +108,7 @@ UniqueStore OpenProviderStore() {
                               std::string(kOidKey) + "\\" + BindingKey(bindings::kStore.At(0)));
     return LoadLibraryW(Wide(binding.Text("Dll").value_or("")).c_str());
   }());
-  HCERTSTORE const kept = CertOpenStore(kStoreProvider, 0, 0, 0, nullptr);
+  auto* const kept = CertOpenStore(kStoreProvider, 0, 0, 0, nullptr);
   return UniqueStore(kept == nullptr ? nullptr : CertDuplicateStore(kept));
 }
 
