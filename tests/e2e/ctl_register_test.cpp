@@ -12,13 +12,12 @@ namespace zarext::test {
 namespace {
 
 using nlohmann::json;
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
 using Register = CtlTest;
 
-ToolResult Patched(std::vector<std::string> arguments) {
+ToolResult Patched(const std::vector<std::string>& arguments) {
   return RunTool(arguments, ToolBuild::kPatched);
 }
 

@@ -16,7 +16,6 @@ using nlohmann::json;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 
 constexpr char kLog[] = "c:\\zarext.log";
 const std::string kRecord =
@@ -50,7 +49,7 @@ class Status : public CtlTest {
 
   // A file in the test's home.
   [[nodiscard]] std::string File(const char* name, const std::string& text) const {
-    const std::string path = home_.Path() + "\\" + name;
+    std::string path = home_.Path() + "\\" + name;
     const UniqueFile file(std::fopen(path.c_str(), "wb"));
     (void)std::fwrite(text.data(), 1, text.size(), file.Get());
     return path;

@@ -17,7 +17,6 @@ namespace {
 using nlohmann::json;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::Not;
 
 constexpr int kThreads = 8;
 constexpr int kProcesses = 8;
