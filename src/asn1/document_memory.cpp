@@ -57,10 +57,11 @@ std::uint8_t* DocumentMemory::TakeElsewhere(std::size_t size) {
     return AddBlock(size)->Octets();
   }
   const SizeClass kind = ClassOf(size);
-  if (anyGivenBack_ && givenBack_[kind.index] != nullptr) {
+  if (isGivenBack_[kind.index]) {
     GivenBack* piece = givenBack_[kind.index];
     ASAN_UNPOISON_MEMORY_REGION(piece, sizeof(GivenBack));
     givenBack_[kind.index] = piece->next;
+    isGivenBack_[kind.index] = piece->next != nullptr;
     ASAN_POISON_MEMORY_REGION(piece, sizeof(GivenBack));
     return reinterpret_cast<std::uint8_t*>(piece);
   }
@@ -82,14 +83,12 @@ void DocumentMemory::GiveBack(void* piece, std::size_t size) noexcept {
     DropBlock(static_cast<Block*>(piece) - 1);
     return;
   }
-  if (!anyGivenBack_) {
-    std::fill(std::begin(givenBack_), std::end(givenBack_), nullptr);
-    anyGivenBack_ = true;
-  }
   Wipe(piece, size);
   const SizeClass kind = ClassOf(size);
   ASAN_UNPOISON_MEMORY_REGION(piece, sizeof(GivenBack));
-  givenBack_[kind.index] = new (piece) GivenBack{givenBack_[kind.index]};
+  givenBack_[kind.index] =
+      new (piece) GivenBack{isGivenBack_[kind.index] ? givenBack_[kind.index] : nullptr};
+  isGivenBack_.set(kind.index);
   ASAN_POISON_MEMORY_REGION(piece, kind.octets);
 }
 
@@ -106,7 +105,7 @@ void DocumentMemory::Clear() noexcept {
   end_ = first_ + kFirstBlock;
   held_ = kFirstBlock;
   expected_ = 0;
-  anyGivenBack_ = false;
+  isGivenBack_.reset();
 }
 
 }  // namespace zarext

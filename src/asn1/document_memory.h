@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <bitset>
 #include <cstddef>
 #include <cstdint>
 
@@ -52,7 +53,7 @@ class DocumentMemory {
     const SizeClass kind = ClassOf(size);
     std::uint8_t* piece = next_;
     if (size > kLargestPiece || kind.octets > static_cast<std::size_t>(end_ - next_) ||
-        (anyGivenBack_ && givenBack_[kind.index] != nullptr)) {
+        isGivenBack_[kind.index]) {
       piece = TakeElsewhere(size);
     } else {
       next_ += kind.octets;
@@ -114,8 +115,8 @@ class DocumentMemory {
   std::size_t expected_ = 0;
   std::size_t held_ = kFirstBlock;  // octets of all blocks that were cut
   Release release_;
-  bool anyGivenBack_ = false;       // before that the lists have no values
-  GivenBack* givenBack_[kClasses];  // by size class
+  std::bitset<kClasses> isGivenBack_;  // the size classes whose lists have values
+  GivenBack* givenBack_[kClasses];
   alignas(16) std::uint8_t first_[kFirstBlock];
 };
 

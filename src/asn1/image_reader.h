@@ -25,7 +25,8 @@ struct ElementHeader {
 };
 
 // Reads one header of the available octets.
-inline ElementHeader DecodeHeader(const std::uint8_t* octets, std::uint64_t available) {
+[[gnu::always_inline]] inline ElementHeader DecodeHeader(const std::uint8_t* octets,
+                                                         std::uint64_t available) {
   if (available < 2) {
     return {HeaderState::kTruncated, 0, 0, false, 0};
   }
@@ -76,7 +77,7 @@ class ImageReader {
 
   // The header at a position, an indefinite length resolved as ScanIndefinite does it. All
   // resolving of one image together takes time linear in its size. Throws std::bad_alloc.
-  ElementHeader Read(std::uint64_t position) {
+  [[gnu::always_inline]] ElementHeader Read(std::uint64_t position) {
     if (position > image_.size()) {
       return {HeaderState::kTruncated, 0, 0, false, 0};
     }

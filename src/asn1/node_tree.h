@@ -75,6 +75,14 @@ inline std::uint8_t* PlaceContent(DocumentMemory& memory, AsnNode* node, std::ui
   return node->content;
 }
 
+// The same with a copy of these octets.
+inline void FillContent(DocumentMemory& memory, AsnNode* node, const std::uint8_t* octets,
+                        std::uint32_t length) {
+  if (std::uint8_t* content = PlaceContent(memory, node, length)) {
+    std::memcpy(content, octets, length);
+  }
+}
+
 // Keeps a copy of the text in the node, which has none. Throws std::bad_alloc.
 void KeepText(DocumentMemory& memory, AsnNode* node, std::string_view text);
 void DropText(DocumentMemory& memory, AsnNode* node) noexcept;

@@ -2,38 +2,31 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
+#include <charconv>
 #include <cstring>
 #include <limits>
 #include <string_view>
+#include <system_error>
 
 namespace zarext {
 namespace {
 
 constexpr std::size_t kLongestOpenText = 256;
 
-bool IsSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
-
 // atol for a long of 32 bits, on every host: leading white space, a sign,
 // digits; a number out of range becomes the nearest one.
 std::int32_t ArcNumber(std::string_view arc) {
-  constexpr std::int64_t kLimit = std::int64_t{std::numeric_limits<std::int32_t>::max()} + 1;
-  while (!arc.empty() && IsSpace(arc.front())) {
+  arc.remove_prefix(std::min(arc.find_first_not_of(" \t\n\v\f\r"), arc.size()));
+  if (arc.starts_with('+') && !arc.starts_with("+-")) {
     arc.remove_prefix(1);
   }
-  const bool negative = !arc.empty() && arc.front() == '-';
-  if (negative || (!arc.empty() && arc.front() == '+')) {
-    arc.remove_prefix(1);
+  std::int32_t number = 0;
+  if (std::from_chars(arc.data(), arc.data() + arc.size(), number).ec ==
+      std::errc::result_out_of_range) {
+    using Limits = std::numeric_limits<std::int32_t>;
+    number = arc.starts_with('-') ? Limits::min() : Limits::max();
   }
-  std::int64_t number = 0;
-  for (const char c : arc) {
-    if (!IsDigit(c)) {
-      break;
-    }
-    number = std::min(number * 10 + (c - '0'), kLimit);
-  }
-  return static_cast<std::int32_t>(negative ? -number : std::min(number, kLimit - 1));
+  return number;
 }
 
 // Takes the next arc off the text; false when only dots, or nothing, is left.
@@ -85,8 +78,7 @@ std::string OidContentToText(const std::uint8_t* content, std::uint32_t length) 
   if (length == 0) {
     return text;
   }
-  text = std::to_string(content[0] / 40U);
-  text.append(1, '.').append(std::to_string(content[0] % 40U));
+  text = std::to_string(content[0] / 40U) + '.' + std::to_string(content[0] % 40U);
   std::uint32_t pending = 0;
   std::int32_t arcs = 2;
   for (std::uint32_t i = 1; i < length && arcs < kMaxOidContentArcs; ++i) {

@@ -68,13 +68,6 @@ std::uint8_t UnusedBits(const std::uint8_t* octets, std::uint32_t length) {
   return static_cast<std::uint8_t>(std::countr_zero(octets[length - 1]));
 }
 
-void FillContent(DocumentMemory& memory, AsnNode* node, const std::uint8_t* octets,
-                 std::uint32_t length) {
-  if (std::uint8_t* content = PlaceContent(memory, node, length)) {
-    std::memcpy(content, octets, length);
-  }
-}
-
 // Gives a new primitive node its content, converted where its tag asks for it.
 void FillValue(DocumentMemory& memory, AsnNode* node, std::uint32_t length, const void* value) {
   const auto* octets = static_cast<const std::uint8_t*>(value);

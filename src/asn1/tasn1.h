@@ -65,25 +65,23 @@ class TASN1 {
   // string cannot be joined. The image is the element that begins at the pointer and is nowhere
   // read behind its end; a Load of the same pointer since the last Parse bounds it too. It may lie
   // in the node that is replaced.
-  template <std::integral... Entries>
-  requires(sizeof...(Entries) > 0) std::int32_t Parse(const std::uint8_t* image, Entries... path) {
-    return ParseAt(image, Path(path...));
+  template <std::integral First, std::integral... Rest>
+  std::int32_t Parse(const std::uint8_t* image, First first, Rest... rest) {
+    return ParseAt(image, Path(first, rest...));
   }
 
   // Appends the element of an image to the children of the node at path and makes the constructed
   // strings of that node primitive. Building errors are not reported, for the sake of callers that
   // rely on 0: what can be built is. The image ends where its element ends.
-  template <std::integral... Entries>
-  requires(sizeof...(Entries) > 0) std::int32_t
-      ParseInto(const std::uint8_t* image, Entries... path) {
-    return ParseIntoAt(image, Path(path...));
+  template <std::integral First, std::integral... Rest>
+  std::int32_t ParseInto(const std::uint8_t* image, First first, Rest... rest) {
+    return ParseIntoAt(image, Path(first, rest...));
   }
 
   // The same, of an image whose size is known: an element that claims more is cut off there.
-  template <std::integral... Entries>
-  requires(sizeof...(Entries) > 0) std::int32_t
-      ParseInto(std::span<const std::uint8_t> image, Entries... path) {
-    return ParseIntoAt(image, Path(path...));
+  template <std::integral First, std::integral... Rest>
+  std::int32_t ParseInto(std::span<const std::uint8_t> image, First first, Rest... rest) {
+    return ParseIntoAt(image, Path(first, rest...));
   }
 
   // Appends a child to the node at path. For a universal primitive tag the value is converted:
@@ -94,18 +92,18 @@ class TASN1 {
   // Any other value is the content. A constructed child is empty and takes no value.
   // kAsnNoValue for a null value with a length (found before the path is walked) or a null text,
   // kAsnPrimitiveParent.
-  template <std::integral... Entries>
-  requires(sizeof...(Entries) > 0) std::int32_t
-      AddChild(std::uint8_t tag, std::uint32_t length, const void* value, Entries... path) {
-    return AddChildAt(tag, length, value, Path(path...));
+  template <std::integral First, std::integral... Rest>
+  std::int32_t AddChild(std::uint8_t tag, std::uint32_t length, const void* value, First first,
+                        Rest... rest) {
+    return AddChildAt(tag, length, value, Path(first, rest...));
   }
 
   // As AddChild, but puts the new node in front of the node at path. The root has no place in
   // front of it: kAsnBadPath.
-  template <std::integral... Entries>
-  requires(sizeof...(Entries) > 0) std::int32_t
-      InsertBefore(std::uint8_t tag, std::uint32_t length, const void* value, Entries... path) {
-    return InsertBeforeAt(tag, length, value, Path(path...));
+  template <std::integral First, std::integral... Rest>
+  std::int32_t InsertBefore(std::uint8_t tag, std::uint32_t length, const void* value, First first,
+                            Rest... rest) {
+    return InsertBeforeAt(tag, length, value, Path(first, rest...));
   }
 
   // Reads a node. Each result pointer may be null. A constructed node gives its content length and
@@ -115,39 +113,36 @@ class TASN1 {
   //   0x03   what follows the unused-bits octet
   //   0x06   the dotted text, which ends with a NUL that its length does not count
   // The value belongs to the node and holds until the node is changed or goes.
-  template <std::integral... Entries>
-  requires(sizeof...(Entries) > 0) std::int32_t
-      GetNode(std::uint8_t* tag, std::uint32_t* childCount, std::uint32_t* length,
-              const std::uint8_t** value, Entries... path) {
-    return GetNodeAt({tag, childCount, length, value}, Path(path...));
+  template <std::integral First, std::integral... Rest>
+  std::int32_t GetNode(std::uint8_t* tag, std::uint32_t* childCount, std::uint32_t* length,
+                       const std::uint8_t** value, First first, Rest... rest) {
+    return GetNodeAt({tag, childCount, length, value}, Path(first, rest...));
   }
 
   // Gives a node another identifier. Between constructed and primitive it is rebuilt from its own
   // encoding under the new identifier: a primitive node gets the encoded children as its content,
   // a constructed one the elements that its content encodes, as far as they can be built.
-  template <std::integral... Entries>
-  requires(sizeof...(Entries) > 0) std::int32_t SetTag(std::uint8_t newTag, Entries... path) {
-    return SetTagAt(newTag, Path(path...));
+  template <std::integral First, std::integral... Rest>
+  std::int32_t SetTag(std::uint8_t newTag, First first, Rest... rest) {
+    return SetTagAt(newTag, Path(first, rest...));
   }
 
   // The number of octets of the node with everything below it.
-  template <std::integral... Entries>
-  requires(sizeof...(Entries) > 0) std::int32_t
-      GetEncodedSize(std::uint32_t* size, Entries... path) {
-    return GetEncodedSizeAt(size, Path(path...));
+  template <std::integral First, std::integral... Rest>
+  std::int32_t GetEncodedSize(std::uint32_t* size, First first, Rest... rest) {
+    return GetEncodedSizeAt(size, Path(first, rest...));
   }
 
   // Writes the node with everything below it. The buffer has room for its encoded size.
-  template <std::integral... Entries>
-  requires(sizeof...(Entries) > 0) std::int32_t Encode(std::uint8_t* buffer, Entries... path) {
-    return EncodeAt(buffer, Path(path...));
+  template <std::integral First, std::integral... Rest>
+  std::int32_t Encode(std::uint8_t* buffer, First first, Rest... rest) {
+    return EncodeAt(buffer, Path(first, rest...));
   }
 
   // Removes a node with everything below it. The root stays, with its tag and without content.
-  template <std::integral... Entries>
-  requires(sizeof...(Entries) > 0) std::int32_t
-      DeleteNode(std::int32_t /*unused*/, Entries... path) {
-    return DeleteNodeAt(Path(path...));
+  template <std::integral First, std::integral... Rest>
+  std::int32_t DeleteNode(std::int32_t /*unused*/, First first, Rest... rest) {
+    return DeleteNodeAt(Path(first, rest...));
   }
 
   // Releases every node below the root. Unlike DeleteNode it leaves the root's header as it is, so

@@ -1,6 +1,9 @@
 #include "asn1/tree_builder.h"
 
+#include <algorithm>
 #include <cstring>
+#include <limits>
+#include <span>
 
 #include "asn1/copy_octets.h"
 #include "asn1/result_codes.h"
@@ -9,29 +12,31 @@
 namespace zarext {
 namespace {
 
-// An element whose children are being built.
+// Behind the end of every element.
+constexpr std::uint64_t kNowhere = std::numeric_limits<std::uint64_t>::max();
+
+// An element whose children are being built. Its header says at first what the image says, which
+// most often stays: the record of one that is as long as its children is not touched again.
 struct OpenElement {
-  AsnNode* node;         // where its children go
-  AsnNode* owner;        // what they name as their parent
-  std::uint64_t end;     // position behind its content
-  std::uint64_t length;  // encoded size of the children so far
+  AsnNode* node;
+  std::uint64_t end;    // position behind its content
+  std::int64_t change;  // what its children take beyond what its header says
 };
 
-// An empty child with this tag, for the element's owner.
-AsnNode* AppendChild(DocumentMemory& memory, const OpenElement& parent, std::uint8_t tag) {
-  ReserveSlot(memory, parent.node);
-  AsnNode* child = NewNode(memory, parent.owner, tag);
-  parent.node->children[parent.node->count++] = child;
-  return child;
+// An empty child, which names `owner` as its parent.
+AsnNode* AppendChild(DocumentMemory& memory, AsnNode* parent, AsnNode* owner, std::uint8_t tag) {
+  ReserveSlot(memory, parent);
+  AsnNode** slot = parent->children + parent->count;
+  *slot = NewNode(memory, owner, tag);
+  ++parent->count;
+  return *slot;
 }
 
 // Gives a new primitive node its content. Returns its encoded size.
-std::uint32_t FillContent(DocumentMemory& memory, AsnNode* node, const std::uint8_t* content,
-                          std::uint32_t length, std::uint64_t available) {
+std::uint32_t FillFromImage(DocumentMemory& memory, AsnNode* node, const std::uint8_t* content,
+                            std::uint32_t length, std::uint64_t available) {
   if (length >= kInlineOctets || available < kInlineOctets) {
-    if (std::uint8_t* place = PlaceContent(memory, node, length)) {
-      std::memcpy(place, content, length);
-    }
+    FillContent(memory, node, content, length);
     return EncodedSize(*node);
   }
   node->octets[1] = static_cast<std::uint8_t>(length);
@@ -49,64 +54,37 @@ void BecomePrimitive(DocumentMemory& memory, AsnNode* node, std::uint8_t* conten
   WriteHeader(node, tag, length);
 }
 
-bool SegmentsMatch(const AsnNode& node, std::uint32_t* total) {
-  *total = 0;
-  for (std::int32_t i = 0; i < node.count; ++i) {
-    const AsnNode& segment = *node.children[i];
-    if (TagOf(segment) != (TagOf(node) & ~kConstructedBit)) {
-      return false;
-    }
-    *total += ContentLength(segment);
-  }
-  return true;
-}
-
-// Copies the contents of the first `count` children.
-std::uint8_t* JoinSegments(const AsnNode& node, std::int32_t count, std::uint8_t* out) {
-  for (std::int32_t i = 0; i < count; ++i) {
-    const AsnNode& segment = *node.children[i];
-    if (segment.content == nullptr) {
-      continue;
-    }
-    std::memcpy(out, segment.content, ContentLength(segment));
-    out += ContentLength(segment);
-  }
-  return out;
-}
-
-// The last segment that has content gives the unused-bits octet in front. The other segments keep
-// theirs, which so become data. Compatibility: signatures over such strings were made this way.
-std::int32_t FlattenBitString(DocumentMemory& memory, AsnNode* node, std::uint32_t total) {
-  if (total == 0) {
-    return kAsnWrongSegment;
-  }
-  std::int32_t last = node->count - 1;
-  while (ContentLength(*node->children[last]) == 0) {
-    --last;
-  }
-  const AsnNode& final = *node->children[last];
-  std::uint8_t* content = TakeContent(memory, total);
-  content[0] = final.content[0];
-  std::uint8_t* out = JoinSegments(*node, last, content + 1);
-  std::memcpy(out, final.content + 1, ContentLength(final) - 1);
-  BecomePrimitive(memory, node, content, total);
-  return kAsnOk;
-}
-
 std::int32_t FlattenString(DocumentMemory& memory, AsnNode* node) {
   if (ContentLength(*node) == 0 || node->count == 0) {
     BecomePrimitive(memory, node, nullptr, 0);
     return kAsnOk;
   }
+  const std::span segments(node->children, static_cast<std::size_t>(node->count));
+  const bool bits = TagOf(*node) == (kTagBitString | kConstructedBit);
   std::uint32_t total = 0;
-  if (!SegmentsMatch(*node, &total)) {
+  for (const AsnNode* segment : segments) {
+    if (TagOf(*segment) != (TagOf(*node) & ~kConstructedBit)) {
+      return kAsnWrongSegment;
+    }
+    total += ContentLength(*segment);
+  }
+  if (bits && total == 0) {
     return kAsnWrongSegment;
   }
-  if (TagOf(*node) == (kTagBitString | kConstructedBit)) {
-    return FlattenBitString(memory, node, total);
-  }
   std::uint8_t* content = TakeContent(memory, total);
-  JoinSegments(*node, node->count, content);
+  std::uint8_t* last = content;  // where the last segment that has content begins
+  std::uint8_t* end = content;
+  for (const AsnNode* segment : segments) {
+    if (const std::uint32_t length = ContentLength(*segment); length != 0) {
+      last = static_cast<std::uint8_t*>(std::memcpy(end, segment->content, length));
+      end += length;
+    }
+  }
+  if (bits) {
+    // The last segment gives the unused-bits octet in front. The other segments keep theirs, which
+    // so become data. Compatibility: signatures over such strings were made this way.
+    std::rotate(content, last, last + 1);
+  }
   BecomePrimitive(memory, node, content, total);
   return kAsnOk;
 }
@@ -185,25 +163,32 @@ class FlattenPass {
 
 BuildOutcome BuildElements(DocumentMemory& memory, ImageReader& reader, std::uint64_t position,
                            std::uint64_t end, AsnNode* holder, AsnNode* owner) {
-  SmallStack<OpenElement> open;
-  open.Push({holder, owner, end, 0});
+  SmallStack<OpenElement> outer;
+  OpenElement parent{holder, end, 0};
+  AsnNode* named = owner;  // what the children name as their parent
   BuildOutcome built{kAsnOk, false, 0};
+  const auto fail = [&](std::int32_t result) {
+    built.result = result;
+    position = kNowhere;
+  };
   for (;;) {
-    OpenElement& parent = open.Top();
-    if (position >= parent.end || built.result != kAsnOk) {
-      built.contentLength = CheckedLength(parent.length);
-      if (open.Size() == 1) {
+    while (position >= parent.end) {
+      if (outer.Size() == 0) {
+        built.contentLength = CheckedLength(static_cast<std::uint64_t>(parent.change));
         return built;
       }
-      const std::uint64_t size = std::uint64_t{built.contentLength} +
-                                 WriteHeader(parent.node, TagOf(*parent.node), built.contentLength);
-      open.Pop();
-      open.Top().length += size;
-      continue;
+      const OpenElement closed = parent;
+      parent = outer.Top();
+      outer.Pop();
+      named = outer.Size() == 0 ? owner : parent.node;
+      if (closed.change != 0) {
+        CheckedLength(static_cast<std::uint64_t>(ContentLength(*closed.node) + closed.change));
+        parent.change += AdjustLength(closed.node, closed.change);
+      }
     }
     const ElementHeader header = reader.Read(position);
     if (header.state != HeaderState::kReadable) {
-      built.result = open.Size() == 1 ? kAsnInnerUnreadable : kAsnInnerFailed;
+      fail(outer.Size() == 0 ? kAsnInnerUnreadable : kAsnInnerFailed);
       continue;
     }
     if (header.tag == 0 && header.length == 0) {
@@ -213,20 +198,24 @@ BuildOutcome BuildElements(DocumentMemory& memory, ImageReader& reader, std::uin
       continue;
     }
     position += header.size;
-    const bool constructed = IsConstructed(header.tag);
-    const std::uint64_t available = reader.Size() - position;
-    if (!constructed && header.length > available) {
-      built.result = kAsnInnerFailed;
+    if (IsConstructed(header.tag)) {
+      AsnNode* node = AppendChild(memory, parent.node, named, header.tag);
+      built.segmentedStrings |= IsSegmentedString(header.tag);
+      parent.change += WriteHeader(node, header.tag, header.length);
+      parent.change += header.length;
+      outer.Push(parent);
+      parent = {node, position + header.length, -std::int64_t{header.length}};
+      named = node;
       continue;
     }
-    AsnNode* node = AppendChild(memory, parent, header.tag);
-    if (constructed) {
-      built.segmentedStrings = built.segmentedStrings || IsSegmentedString(header.tag);
-      open.Push({node, node, position + header.length, 0});
-    } else {
-      parent.length += FillContent(memory, node, reader.At(position), header.length, available);
-      position += header.length;
+    const std::uint64_t available = reader.Size() - position;
+    if (header.length > available) {
+      fail(kAsnInnerFailed);
+      continue;
     }
+    AsnNode* node = AppendChild(memory, parent.node, named, header.tag);
+    parent.change += FillFromImage(memory, node, reader.At(position), header.length, available);
+    position += header.length;
   }
 }
 
