@@ -1,8 +1,9 @@
 // The memory of one document. Its pieces (records, contents, child arrays, texts) are cut from
 // blocks that belong to the document and go together: a document costs few allocations, whatever it
-// holds, and its end needs no walk. A piece that is given back before serves the next one of its
-// size class. However long a document is edited, its memory is bounded by the sum, over the
-// classes, of the most pieces that it ever had of each at once.
+// holds, and its end needs no walk. A piece that is given back serves the next one of its size
+// class, so that however long a document is edited, its blocks hold for each class no more pieces
+// than it ever had of that class at once, and what was left of a block when the next one began.
+// A piece above kLargestPiece is a block of its own, which goes with it.
 #ifndef ZAREXT_ASN1_DOCUMENT_MEMORY_H_
 #define ZAREXT_ASN1_DOCUMENT_MEMORY_H_
 

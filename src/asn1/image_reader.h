@@ -24,7 +24,8 @@ struct ElementHeader {
   std::uint32_t length;  // of the content
 };
 
-// Reads one header of the available octets.
+// Reads one header of the available octets. In line, as Read is: clang would call both, and take
+// half as long again for a document.
 [[gnu::always_inline]] inline ElementHeader DecodeHeader(const std::uint8_t* octets,
                                                          std::uint64_t available) {
   if (available < 2) {

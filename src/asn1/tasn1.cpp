@@ -100,10 +100,6 @@ std::uint64_t MostContent(std::uint8_t tag, std::uint32_t length) {
   return tag == kTagObjectIdentifier ? std::uint64_t{kMaxOidContent} : std::uint64_t{length} + 1;
 }
 
-bool LacksValue(std::uint8_t tag, std::uint32_t length, const void* value) {
-  return value == nullptr && (length != 0 || tag == kTagObjectIdentifier);
-}
-
 template <typename T>
 void Put(T* out, T value) {
   if (out != nullptr) {
@@ -269,10 +265,21 @@ void TASN1::CheckRoom(std::uint64_t size, std::uint32_t replaced) const {
   CheckedLength(ContentLength(root_) - replaced + size + (kMaxPathEntries + 1) * kLongestHeader);
 }
 
-// The value is complete before the tree changes.
-void TASN1::AddNode(AsnNode* parent, std::int32_t index, std::uint8_t tag, std::uint32_t length,
-                    const void* value) {
+std::int32_t TASN1::AddAt(bool before, std::uint8_t tag, std::uint32_t length, const void* value,
+                          PathView path) {
+  if (value == nullptr && (length != 0 || tag == kTagObjectIdentifier)) {
+    return kAsnNoValue;
+  }
+  const Place place = Locate(path);
+  AsnNode* parent = before && place.node != nullptr ? place.node->parent : place.node;
+  if (parent == nullptr) {
+    return kAsnBadPath;
+  }
+  if (!IsConstructed(TagOf(*parent))) {
+    return kAsnPrimitiveParent;
+  }
   CheckRoom(MostContent(tag, length));
+  // The value is complete before the tree changes.
   NodeHolder holder(memory_);
   WriteHeader(holder.Get(), tag, 0);
   if (!IsConstructed(tag)) {
@@ -281,49 +288,22 @@ void TASN1::AddNode(AsnNode* parent, std::int32_t index, std::uint8_t tag, std::
   ReserveSlot(memory_, parent);
   AsnNode* node = NewNode(memory_, parent, tag);
   MoveNode(holder.Get(), node);
-  InsertNode(parent, index, node);
+  InsertNode(parent, before ? place.index : parent->count, node);
   AdjustLengths(parent, EncodedSize(*node));
-}
-
-std::int32_t TASN1::AddChildAt(std::uint8_t tag, std::uint32_t length, const void* value,
-                               PathView path) {
-  if (LacksValue(tag, length, value)) {
-    return kAsnNoValue;
-  }
-  AsnNode* parent = Locate(path).node;
-  if (parent == nullptr) {
-    return kAsnBadPath;
-  }
-  if (!IsConstructed(TagOf(*parent))) {
-    return kAsnPrimitiveParent;
-  }
-  AddNode(parent, parent->count, tag, length, value);
   return kAsnOk;
 }
 
-std::int32_t TASN1::InsertBeforeAt(std::uint8_t tag, std::uint32_t length, const void* value,
-                                   PathView path) {
-  if (LacksValue(tag, length, value)) {
-    return kAsnNoValue;
-  }
-  const Place place = Locate(path);
-  if (place.node == nullptr || place.node == &root_) {
-    return kAsnBadPath;
-  }
-  AddNode(place.node->parent, place.index, tag, length, value);
-  return kAsnOk;
-}
-
-std::int32_t TASN1::GetNodeAt(const NodeOut& out, PathView path) {
+std::int32_t TASN1::GetNodeAt(std::uint8_t* tag, std::uint32_t* childCount, std::uint32_t* length,
+                              const std::uint8_t** value, PathView path) {
   AsnNode* node = Locate(path).node;
   if (node == nullptr) {
     return kAsnBadPath;
   }
-  const NodeValue value = ValueOf(memory_, node);
-  Put(out.tag, TagOf(*node));
-  Put(out.childCount, static_cast<std::uint32_t>(node->count));
-  Put(out.length, value.length);
-  Put(out.value, value.octets);
+  const NodeValue read = ValueOf(memory_, node);
+  Put(tag, TagOf(*node));
+  Put(childCount, static_cast<std::uint32_t>(node->count));
+  Put(length, read.length);
+  Put(value, read.octets);
   return kAsnOk;
 }
 

@@ -95,7 +95,7 @@ class TASN1 {
   template <std::integral First, std::integral... Rest>
   std::int32_t AddChild(std::uint8_t tag, std::uint32_t length, const void* value, First first,
                         Rest... rest) {
-    return AddChildAt(tag, length, value, Path(first, rest...));
+    return AddAt(false, tag, length, value, Path(first, rest...));
   }
 
   // As AddChild, but puts the new node in front of the node at path. The root has no place in
@@ -103,7 +103,7 @@ class TASN1 {
   template <std::integral First, std::integral... Rest>
   std::int32_t InsertBefore(std::uint8_t tag, std::uint32_t length, const void* value, First first,
                             Rest... rest) {
-    return InsertBeforeAt(tag, length, value, Path(first, rest...));
+    return AddAt(true, tag, length, value, Path(first, rest...));
   }
 
   // Reads a node. Each result pointer may be null. A constructed node gives its content length and
@@ -116,7 +116,7 @@ class TASN1 {
   template <std::integral First, std::integral... Rest>
   std::int32_t GetNode(std::uint8_t* tag, std::uint32_t* childCount, std::uint32_t* length,
                        const std::uint8_t** value, First first, Rest... rest) {
-    return GetNodeAt({tag, childCount, length, value}, Path(first, rest...));
+    return GetNodeAt(tag, childCount, length, value, Path(first, rest...));
   }
 
   // Gives a node another identifier. Between constructed and primitive it is rebuilt from its own
@@ -158,13 +158,6 @@ class TASN1 {
  private:
   using PathView = std::span<const std::int32_t>;
 
-  struct NodeOut {
-    std::uint8_t* tag;
-    std::uint32_t* childCount;
-    std::uint32_t* length;
-    const std::uint8_t** value;
-  };
-
   // An entry that is no 32-bit number leads nowhere.
   template <typename Entry>
   static constexpr std::int32_t ToIndex(Entry entry) {
@@ -178,10 +171,10 @@ class TASN1 {
   std::int32_t ParseAt(const std::uint8_t* image, PathView path);
   std::int32_t ParseIntoAt(const std::uint8_t* image, PathView path);
   std::int32_t ParseIntoAt(std::span<const std::uint8_t> image, PathView path);
-  std::int32_t AddChildAt(std::uint8_t tag, std::uint32_t length, const void* value, PathView path);
-  std::int32_t InsertBeforeAt(std::uint8_t tag, std::uint32_t length, const void* value,
-                              PathView path);
-  std::int32_t GetNodeAt(const NodeOut& out, PathView path);
+  std::int32_t AddAt(bool before, std::uint8_t tag, std::uint32_t length, const void* value,
+                     PathView path);
+  std::int32_t GetNodeAt(std::uint8_t* tag, std::uint32_t* childCount, std::uint32_t* length,
+                         const std::uint8_t** value, PathView path);
   std::int32_t SetTagAt(std::uint8_t newTag, PathView path);
   std::int32_t GetEncodedSizeAt(std::uint32_t* size, PathView path);
   std::int32_t EncodeAt(std::uint8_t* buffer, PathView path);
@@ -194,8 +187,6 @@ class TASN1 {
   };
   Place Locate(PathView path);
 
-  void AddNode(AsnNode* parent, std::int32_t index, std::uint8_t tag, std::uint32_t length,
-               const void* value);
   void CheckRoom(std::uint64_t size, std::uint32_t replaced = 0) const;
   std::int32_t Rebuild(AsnNode* node, std::span<const std::uint8_t> image);
   void ReleaseAll() noexcept;

@@ -70,14 +70,16 @@ class TPKCS8 : private TASN1 {
 
   // Builds a document of the record's kind in place of the one that is held. 0; 1: no input; else
   // the number of the step that failed, and nothing is held. Encoded elements of the input are
-  // taken only as far as they end within their stated size; one that does not adds nothing. Throws
-  // std::bad_alloc, also for an input of about 4 GiB.
+  // taken only as far as they end within their stated size; one that does not adds nothing. The
+  // input is not the document's own: that one goes first. Throws std::bad_alloc, also for an input
+  // of about 4 GiB.
   std::int32_t Build(const Pkcs8Record* input);
 
-  // Reads a document in place of the one that is held. 0; 1: no octets; 2: not loadable; 3: not one
-  // SEQUENCE that spans exactly the octets; 4: the tree cannot be built; 100 and the number of the
-  // check that failed. After a failure nothing is held. A document of kind kEncoded is not checked
-  // further and has no record; an unknown kind is 100. Throws std::bad_alloc.
+  // Reads a document in place of the one that is held, whose octets these are not. 0; 1: no octets;
+  // 2: not loadable; 3: not one SEQUENCE that spans exactly the octets; 4: the tree cannot be
+  // built; 100 and the number of the check that failed. After a failure nothing is held. A document
+  // of kind kEncoded is not checked further and has no record; an unknown kind is 100. Throws
+  // std::bad_alloc.
   std::int32_t Read(std::uint32_t kind, OctetSpan octets);
 
   // Octets of the whole document in DER, or -1 if nothing is held.
