@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <random>
 
 #include "bench/allocation_count.h"
 #include "bench/support/ratio.h"
@@ -55,9 +54,8 @@ Rounds Prepare(const std::function<void()>& work) {
 
 void AgeHeap() {
   static std::vector<void*> blocks(20000);
-  std::minstd_rand random(1);
-  for (void*& block : blocks) {
-    block = std::malloc(16 + random() % 800);
+  for (std::size_t i = 0; i < blocks.size(); ++i) {
+    blocks[i] = std::malloc(16 + i * i * 7919 % 797);  // in no order
   }
   for (std::size_t i = 0; i < blocks.size(); i += 2) {
     std::free(blocks[i]);
@@ -66,6 +64,7 @@ void AgeHeap() {
 
 std::vector<Standing> TakeTurns(const std::vector<Contestant>& contestants, int rounds) {
   std::vector<Rounds> all;
+  all.reserve(contestants.size());
   for (const Contestant& contestant : contestants) {
     all.push_back(Prepare(contestant.work));
   }
@@ -78,8 +77,10 @@ std::vector<Standing> TakeTurns(const std::vector<Contestant>& contestants, int 
     }
   }
   std::vector<Standing> standings;
+  standings.reserve(all.size());
   for (const Rounds& each : all) {
     std::vector<double> ratios;
+    ratios.reserve(each.times.size());
     for (std::size_t round = 0; round < each.times.size(); ++round) {
       ratios.push_back(all[0].times[round] / each.times[round]);
     }

@@ -78,7 +78,8 @@ inline std::uint8_t* PlaceContent(DocumentMemory& memory, AsnNode* node, std::ui
 // The same with a copy of these octets.
 inline void FillContent(DocumentMemory& memory, AsnNode* node, const std::uint8_t* octets,
                         std::uint32_t length) {
-  if (std::uint8_t* content = PlaceContent(memory, node, length)) {
+  std::uint8_t* content = PlaceContent(memory, node, length);
+  if (length > 0) {
     std::memcpy(content, octets, length);
   }
 }

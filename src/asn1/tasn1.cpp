@@ -158,10 +158,10 @@ NodeValue ValueOf(DocumentMemory& memory, AsnNode* node) {
 
 // Writes the header and, of a primitive node, the content; returns the position behind.
 std::uint8_t* WriteElement(const AsnNode& node, std::uint8_t* out) {
-  const std::uint32_t length = ContentLength(node);
   if (node.content == node.octets + kShortHeader) {
-    CopyShort(out, node.octets, kShortHeader + length);
-    return out + kShortHeader + length;
+    const std::uint32_t size = kShortHeader + node.octets[1];
+    CopyShort(out, node.octets, size);
+    return out + size;
   }
   const std::uint32_t size = HeaderSize(node);
   CopyShort(out, node.octets, size);
@@ -169,6 +169,7 @@ std::uint8_t* WriteElement(const AsnNode& node, std::uint8_t* out) {
   if (node.content == nullptr) {
     return out;
   }
+  const std::uint32_t length = ContentLength(node);
   std::memcpy(out, node.content, length);
   return out + length;
 }
@@ -178,19 +179,22 @@ void EncodeTree(const AsnNode& top, std::uint8_t* out) {
     AsnNode* const* next;
     AsnNode* const* end;
   };
-  SmallStack<Siblings> walk;
+  SmallStack<Siblings> outer;
+  Siblings level{top.children, top.children + top.count};
   out = WriteElement(top, out);
-  walk.Push({top.children, top.children + top.count});
-  while (walk.Size() > 0) {
-    Siblings& siblings = walk.Top();
-    if (siblings.next == siblings.end) {
-      walk.Pop();
-      continue;
-    }
-    const AsnNode& node = **siblings.next++;
-    out = WriteElement(node, out);
-    if (node.count > 0) {
-      walk.Push({node.children, node.children + node.count});
+  for (;;) {
+    if (level.next != level.end) {
+      const AsnNode& node = **level.next++;
+      out = WriteElement(node, out);
+      if (node.count > 0) {
+        outer.Push(level);
+        level = {node.children, node.children + node.count};
+      }
+    } else if (outer.Size() > 0) {
+      level = outer.Top();
+      outer.Pop();
+    } else {
+      return;
     }
   }
 }

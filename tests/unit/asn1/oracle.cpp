@@ -7,16 +7,14 @@ namespace {
 
 using NodePtr = std::unique_ptr<Node>;
 
-Octets LengthOctets(std::size_t length) {
-  if (length < 128) {
-    return {static_cast<std::uint8_t>(length)};
+std::size_t LengthSize(std::size_t length) {
+  std::size_t size = 1;
+  if (length >= 128) {
+    for (; length > 0; length /= 256) {
+      ++size;
+    }
   }
-  Octets digits;
-  for (; length > 0; length /= 256) {
-    digits.insert(digits.begin(), static_cast<std::uint8_t>(length % 256));
-  }
-  digits.insert(digits.begin(), static_cast<std::uint8_t>(0x80 + digits.size()));
-  return digits;
+  return size;
 }
 
 // The child that fills the last slot makes the array grow.
@@ -266,23 +264,25 @@ std::size_t ContentLength(const Node& node) {
 
 std::size_t EncodedSize(const Node& node) {
   const std::size_t length = ContentLength(node);
-  return 1 + LengthOctets(length).size() + length;
+  return 1 + LengthSize(length) + length;
 }
 
-Octets Header(const Node& node) {
-  Octets header = LengthOctets(ContentLength(node));
-  header.insert(header.begin(), node.tag);
-  return header;
-}
-
-Octets Encode(const Node& node) {
-  Octets out = Header(node);
-  out.insert(out.end(), node.content.begin(), node.content.end());
-  for (const NodePtr& child : node.children) {
-    const Octets inner = Encode(*child);
-    out.insert(out.end(), inner.begin(), inner.end());
+void AppendHeader(const Node& node, Octets* out) {
+  const std::size_t length = ContentLength(node);
+  const std::size_t digits = LengthSize(length) - 1;
+  out->push_back(node.tag);
+  out->push_back(static_cast<std::uint8_t>(digits == 0 ? length : 0x80 + digits));
+  for (std::size_t left = digits; left > 0; --left) {
+    out->push_back(static_cast<std::uint8_t>(length >> (8 * (left - 1))));
   }
-  return out;
+}
+
+void AppendEncoding(const Node& node, Octets* out) {
+  AppendHeader(node, out);
+  out->insert(out->end(), node.content.begin(), node.content.end());
+  for (const NodePtr& child : node.children) {
+    AppendEncoding(*child, out);
+  }
 }
 
 ElementHeader ReadHeader(const Octets& image, std::size_t position) {
@@ -460,7 +460,8 @@ std::int32_t Document::SetTag(std::uint8_t tag, const Path& path) {
     node->tag = tag;
     return 0;
   }
-  Octets image = Encode(*node);
+  Octets image;
+  AppendEncoding(*node, &image);
   image.resize(EncodedSize(*node));
   image[0] = tag;
   Rebuild(node, image);

@@ -30,9 +30,9 @@ struct Node {
 };
 
 std::size_t ContentLength(const Node& node);
-Octets Header(const Node& node);
 std::size_t EncodedSize(const Node& node);
-Octets Encode(const Node& node);
+void AppendHeader(const Node& node, Octets* out);
+void AppendEncoding(const Node& node, Octets* out);
 
 struct ElementHeader {
   std::size_t size = 0;  // 0: not readable
