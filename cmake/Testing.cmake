@@ -16,26 +16,20 @@ add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM
 # leaves a third of them.
 set(ZAREXT_TEST_OPTIONS $<IF:$<BOOL:${WIN32}>,-Og,-O0> -g1)
 foreach(library gtest gmock gtest_main)
-  target_compile_options(${library} PRIVATE $<$<BOOL:${WIN32}>:-Og> -g0)
+  target_compile_options(${library} PRIVATE $<$<BOOL:${WIN32}>:-Og> -g0 $<$<BOOL:${ZAREXT_SANITIZE}>:-fno-sanitize=all>)
 endforeach()
 
-# What nearly every test includes, compiled once. Only with g++: clang++ is there for the fuzzers and
-# for clang-tidy, which are to see what a file includes by itself.
-add_library(zarext_test_headers OBJECT EXCLUDE_FROM_ALL ${PROJECT_SOURCE_DIR}/tests/support/precompiled.cpp)
-target_include_directories(zarext_test_headers PRIVATE ${PROJECT_SOURCE_DIR}/tests)
-target_link_libraries(zarext_test_headers PRIVATE zarext_strict GTest::gmock)
-target_compile_options(zarext_test_headers PRIVATE ${ZAREXT_TEST_OPTIONS} -fpch-preprocess)
-if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
-  target_precompile_headers(zarext_test_headers PRIVATE ${PROJECT_SOURCE_DIR}/tests/support/precompiled.h)
+set(headers gmock/gmock.h gtest/gtest.h algorithm array atomic filesystem functional map memory mutex random set span
+  stdexcept string string_view thread vector)
+if(WIN32)
+  list(PREPEND headers windows.h wincrypt.h)
 endif()
+zarext_precompile(zarext_test_headers HEADERS ${headers} OPTIONS ${ZAREXT_TEST_OPTIONS} LIBS GTest::gmock)
 
 # zarext_compile_as_test(<target>): a test's options and the common headers; the target links GTest::gmock.
 function(zarext_compile_as_test target)
   target_compile_options(${target} PRIVATE ${ZAREXT_TEST_OPTIONS})
-  if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
-    target_precompile_headers(${target} REUSE_FROM zarext_test_headers)
-    target_compile_options(${target} PRIVATE -fpch-preprocess)  # ccache asks for it
-  endif()
+  zarext_use_precompiled(${target} zarext_test_headers)
 endfunction()
 
 # The executable itself, without a CTest entry (helpers that a test starts).

@@ -1,2 +1,0 @@
-// Nothing of its own: a target that owns the common headers needs one file.
-#include "support/precompiled.h"
