@@ -1,6 +1,6 @@
 zarext_add_host_test(asn1_unit
   SOURCES asn1/edit_test.cpp asn1/load_test.cpp asn1/node_test.cpp asn1/oid_test.cpp
-    asn1/parse_test.cpp
+    asn1/parse_test.cpp asn1/read_test.cpp
   LIBS zarext_asn1)
 
 # Counts and refuses the codec's allocations.
