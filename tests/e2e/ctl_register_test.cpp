@@ -84,7 +84,7 @@ TEST_F(Register, TheModuleIsWhereMostBindingsSay) {
   std::filesystem::copy_file(ProgramFolder() + "ZAREXT.dll", copy);
   EXPECT_EQ(0u, Patched({"register", "--yes", "--dll", copy}).exitCode);
   const json status = json::parse(RunTool({"status", "--json"}).out);
-  EXPECT_EQ(copy, status.at("module").at("path"));
+  EXPECT_EQ(json(copy), status.at("module").at("path"));
   EXPECT_EQ(475, status.at("registration").at("bindingsPresent"));
   EXPECT_EQ(0u, Patched({"register", "--yes"}).exitCode);
 }

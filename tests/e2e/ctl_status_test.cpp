@@ -78,7 +78,7 @@ TEST_F(Status, JsonHasEveryField) {
   EXPECT_EQ("", result.err);
   const json document = json::parse(result.out);
   const json& module = document.at("module");
-  EXPECT_EQ(ProgramFolder() + "ZAREXT.dll", module.at("path"));
+  EXPECT_EQ(json(ProgramFolder() + "ZAREXT.dll"), module.at("path"));
   EXPECT_EQ(true, module.at("exists"));
   EXPECT_EQ("1.0.0.0", module.at("version"));
   EXPECT_EQ("not signed", module.at("signature"));
@@ -95,7 +95,7 @@ TEST_F(Status, JsonHasEveryField) {
   ASSERT_EQ(2u, providers.size());
   EXPECT_EQ("Zarvel CSP", providers[0].at("name"));
   EXPECT_EQ(25, providers[0].at("type"));
-  EXPECT_EQ(DevProviderPath(), providers[0].at("imagePath"));
+  EXPECT_EQ(json(DevProviderPath()), providers[0].at("imagePath"));
   EXPECT_EQ(true, providers[0].at("file").at("loads"));
   EXPECT_EQ("Zarvel CSP RSA", providers[1].at("name"));
   EXPECT_EQ(1, providers[1].at("type"));
@@ -107,7 +107,7 @@ TEST_F(Status, JsonHasEveryField) {
   EXPECT_EQ("note", findings[0].at("severity"));
   EXPECT_EQ("module-signature", findings[0].at("id"));
   EXPECT_EQ("aes256-bound", findings[1].at("id"));
-  EXPECT_EQ("zarextctl register --dll \"" + ProgramFolder() + "ZAREXT.dll\" --without-aes256",
+  EXPECT_EQ(json("zarextctl register --dll \"" + ProgramFolder() + "ZAREXT.dll\" --without-aes256"),
             findings[1].at("mend"));
 }
 
