@@ -1,5 +1,6 @@
 // Building the tree of an image, and turning the constructed strings in a tree into primitive ones.
-// Both are linear in what they work on, and none recurses: lengths are corrected from the leaves up.
+// Both are linear in what they work on, and none recurses: lengths are corrected from the leaves
+// up.
 #ifndef ZAREXT_ASN1_TREE_BUILDER_H_
 #define ZAREXT_ASN1_TREE_BUILDER_H_
 
