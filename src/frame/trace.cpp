@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <ctime>
 
+#include "frame/guarded.h"
 #include "frame/handles.h"
 #include "frame/last_error.h"
 
@@ -20,7 +21,7 @@ namespace {
 
 // One reading of the system clock, in milliseconds since 1970. The C runtime's own time functions
 // read the same clock, at several times the cost of all the rest of a trace line.
-std::uint64_t MillisecondsSince1970() noexcept {
+std::uint64_t MillisecondsSince1970() {
   constexpr std::uint64_t kUnitsPerMillisecond = 10'000;  // of 100 ns, since 1601
   constexpr std::uint64_t kUnitsUntil1970 = 116'444'736'000'000'000;
   FILETIME now = {};
@@ -33,7 +34,7 @@ std::uint64_t MillisecondsSince1970() noexcept {
 // the end of a second they may belong to different ones, as those who sort by this text notice.
 class Timestamp {
  public:
-  Timestamp() noexcept {
+  Timestamp() {
     const auto seconds = static_cast<std::time_t>(MillisecondsSince1970() / 1000);
     const auto milliseconds = static_cast<unsigned short>(MillisecondsSince1970() % 1000);
     FormatText(text_, "%.19s.%.3hu", std::ctime(&seconds), milliseconds);
@@ -44,13 +45,13 @@ class Timestamp {
   char text_[32] = {};
 };
 
-bool IsRegularFile(const char* path) noexcept {
+bool IsRegularFile(const char* path) {
   struct _stat64 status = {};
   return _stat64(path, &status) == 0 && (status.st_mode & _S_IFREG) != 0;
 }
 
 // The lock file's descriptor, or -1: no temporary directory, or no open.
-int OpenLockFile(const char* name) noexcept {
+int OpenLockFile(const char* name) {
   constexpr DWORD kFolderSize = 520;
   char folder[kFolderSize] = {};
   const DWORD length = GetTempPathA(kFolderSize, folder);
@@ -64,53 +65,64 @@ int OpenLockFile(const char* name) noexcept {
 
 // Locks one octet that no log will ever reach. The lock on the lock file covers no octets and keeps
 // nobody out: with it alone, lines of several processes would mix in the log. A foreign lock on the
-// log delays a line by ten seconds at most.
+// log delays a line by ten seconds at most, a file system without locks does not delay it.
 class LogFileTurn {
  public:
-  explicit LogFileTurn(std::FILE* file) noexcept
+  explicit LogFileTurn(std::FILE* file)
       : file_(reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(file)))) {
     constexpr ULONGLONG kLongestWait = 10'000;  // milliseconds
     position_.OffsetHigh = 0x7FFFFFFF;
     const ULONGLONG start = GetTickCount64();
-    for (TryLock(); !locked_ && GetTickCount64() - start < kLongestWait; TryLock()) {
+    for (TryLock(); SomebodyElsesTurn() && GetTickCount64() - start < kLongestWait; TryLock()) {
       Sleep(1);
-    }
-  }
-  ~LogFileTurn() {
-    if (locked_) {
-      UnlockFileEx(file_, 0, 1, 0, &position_);
     }
   }
   LogFileTurn(const LogFileTurn&) = delete;
   LogFileTurn& operator=(const LogFileTurn&) = delete;
 
+  // No destructor does it: what the call throws belongs to the caller, and the system unlocks a
+  // file that is closed.
+  void End() {
+    if (locked_) {
+      UnlockFileEx(file_, 0, 1, 0, &position_);
+    }
+  }
+
  private:
-  void TryLock() noexcept {
+  void TryLock() {
     constexpr DWORD kFlags = LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY;
     locked_ = LockFileEx(file_, kFlags, 0, 1, 0, &position_) != FALSE;
+    error_ = locked_ ? ERROR_SUCCESS : GetLastError();
   }
+  [[nodiscard]] bool SomebodyElsesTurn() const { return error_ == ERROR_LOCK_VIOLATION; }
 
   HANDLE file_;
   OVERLAPPED position_ = {};
   bool locked_ = false;
+  DWORD error_ = ERROR_SUCCESS;
 };
 
-void WriteLine(std::FILE* file, const Timestamp& timestamp, const char* message) noexcept {
+void WriteLine(std::FILE* file, const Timestamp& timestamp, const char* message) {
   LineText line;
   line.Append("thid=%i : time=%s : %s\n", Int(GetCurrentThreadId()), timestamp.Text(), message);
-  const LogFileTurn turn(file);
+  LogFileTurn turn(file);
   (void)fwrite(line.Text(), 1, line.Length(), file);
   // The line must be in the file before others may write theirs.
   (void)fflush(file);
+  turn.End();
 }
 
+// What a call throws is passed over: a log that cannot be written is none of the export's failures.
 template <typename MakeMessage>
-void LogToFile(const char* path, const char* lockFileName, MakeMessage makeMessage) noexcept {
+void LogToFile(const char* path, const char* lockFileName, MakeMessage makeMessage) {
   // Closed on every path, also with its initial value: a host that shares the C runtime then loses
   // its descriptor 0. Closing it again, or -1 where there is no lock file, only fails.
   int lockFile = 0;
   UniqueFile file;  // closed behind the lock file
-  if (IsRegularFile(path)) {
+  auto log = [&] {
+    if (!IsRegularFile(path)) {
+      return;
+    }
     LineText message;
     makeMessage(message);
     const Timestamp timestamp;
@@ -126,7 +138,10 @@ void LogToFile(const char* path, const char* lockFileName, MakeMessage makeMessa
     if (lockFile != -1) {
       _locking(lockFile, _LK_UNLCK, 0);
     }
-  }
+  };
+  auto ignoreCode = [](ErrorCode) {};
+  auto ignoreOther = [] {};
+  CallGuarded(Callback<ErrorCode>(ignoreCode), Callback<>(ignoreOther), Callback<>(log));
   _close(lockFile);
 }
 
@@ -143,14 +158,14 @@ void Trace(const char* format, ...) {
   OutputDebugStringA(line.Text());
 }
 
-void FileLog(const char* path, const char* format, ...) noexcept {
+void FileLog(const char* path, const char* format, ...) {
   std::va_list arguments;
   va_start(arguments, format);
   LogToFile(path, "zarext.lock", [&](LineText& message) { message.AppendList(format, arguments); });
   va_end(arguments);
 }
 
-void InternalFileLog(const char* path, const char* message) noexcept {
+void InternalFileLog(const char* path, const char* message) {
   LogToFile(path, "zarint.lock", [&](LineText& text) { text.Append("%s", message); });
 }
 

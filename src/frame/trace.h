@@ -15,12 +15,12 @@ void Trace(const char* format, ...) ZAREXT_PRINTF(1, 2);
 // Appends "thid=%i : time=%s : %s\n" to the log file `path`, if that file exists and is a regular
 // file; it is never created here, so that an administrator decides whether there is a log. Writers
 // of all processes lock "zarext.lock" in the temporary directory and take turns by a lock far
-// behind the log's end, for which each waits ten seconds at most. The last error afterwards is
-// whatever the calls made here leave. Never throws.
-void FileLog(const char* path, const char* format, ...) noexcept ZAREXT_PRINTF(2, 3);
+// behind the log's end, for which each waits ten seconds at most while another holds it. The last
+// error afterwards is whatever the calls made here leave. What they throw is passed over.
+void FileLog(const char* path, const char* format, ...) ZAREXT_PRINTF(2, 3);
 
 // The same for a finished message, with the lock file "zarint.lock". For internal diagnostics.
-void InternalFileLog(const char* path, const char* message) noexcept;
+void InternalFileLog(const char* path, const char* message);
 
 }  // namespace zarext
 

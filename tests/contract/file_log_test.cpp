@@ -332,6 +332,49 @@ TEST_F(FileLogTest, AForeignLockDelaysALineForTenSeconds) {
   EXPECT_EQ("at once", Message(lines[1]));
 }
 
+// A file system without locks; sharing the file is all there is.
+BOOL WINAPI RefuseLocks(HANDLE, DWORD, DWORD, DWORD, DWORD, OVERLAPPED*) {
+  SetLastError(ERROR_INVALID_FUNCTION);
+  return FALSE;
+}
+ZAREXT_CHILD(LogWithoutLocks) {
+  const HMODULE program = GetModuleHandleA(nullptr);
+  const ImportPatch lock(program, "KERNEL32.dll", "LockFileEx", &RefuseLocks);
+  const ImportPatch sleep(program, "KERNEL32.dll", "Sleep", &CountNap);
+  const ImportPatch clock(program, "KERNEL32.dll", "GetTickCount64", &ReadTicks);
+  FileLog(kLog, "unlocked");
+  return naps;
+}
+
+TEST_F(FileLogTest, NobodyWaitsWhereTheFileSystemRefusesLocks) {
+  WriteFileText(kLog, "");
+  EXPECT_EQ(0u, Run("LogWithoutLocks"));
+  const auto lines = ReadLines();
+  ASSERT_EQ(1u, lines.size());
+  EXPECT_EQ("unlocked", Message(lines[0]));
+}
+
+// The argument: the function that throws, "LockFileEx" or "UnlockFileEx".
+BOOL WINAPI ThrowAtLock(HANDLE, DWORD, DWORD, DWORD, DWORD, OVERLAPPED*) { throw 5ul; }
+BOOL WINAPI ThrowAtUnlock(HANDLE, DWORD, DWORD, DWORD, OVERLAPPED*) { throw "unlock"; }
+ZAREXT_CHILD(LogWhereCallsThrow) {
+  const bool atLock = arguments.at(0) == "LockFileEx";
+  const ImportPatch thrower(
+      GetModuleHandleA(nullptr), "KERNEL32.dll", arguments.at(0).c_str(),
+      atLock ? reinterpret_cast<void*>(&ThrowAtLock) : reinterpret_cast<void*>(&ThrowAtUnlock));
+  FileLog(kLog, "thrown");
+  // Neither file is open any more.
+  if (!DeleteFileA(kLog)) return 20;
+  return DeleteFileA(LockFile().c_str()) ? 0 : 30;
+}
+
+TEST_F(FileLogTest, WhatALockThrowsIsPassedOverAndBothFilesAreClosed) {
+  for (const char* function : {"LockFileEx", "UnlockFileEx"}) {
+    WriteFileText(kLog, "");
+    EXPECT_EQ(0u, Run("LogWhereCallsThrow", {function})) << function;
+  }
+}
+
 ZAREXT_CHILD(LogLong) {
   const std::string text(std::stoul(arguments.at(0)), 'q');
   FileLog(kLog, "%s", text.c_str());
