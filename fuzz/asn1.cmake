@@ -1,6 +1,6 @@
 # The codec against its naive counterpart: reading and writing an image, editing, object identifiers.
-set(comparison ${PROJECT_SOURCE_DIR}/tests/unit/asn1/differential.cpp
-               ${PROJECT_SOURCE_DIR}/tests/unit/asn1/oracle.cpp)
+set(comparison differential oracle oracle_image oracle_values)
+list(TRANSFORM comparison REPLACE "(.+)" "${PROJECT_SOURCE_DIR}/tests/unit/asn1/\\1.cpp")
 foreach(pair image:CompareImage script:CompareScript oid:CompareOid)
   string(REPLACE ":" ";" pair ${pair})
   list(GET pair 0 kind)

@@ -1,12 +1,13 @@
 #include "contract/anomaly_loop.h"
 
-#include <gmock/gmock.h>
-#include <winerror.h>
+#include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cctype>
 #include <cstdio>
+#include <functional>
+#include <map>
+#include <span>
 
+#include "contract/anomaly_effects.h"
 #include "contract/anomaly_points.h"
 #include "frame/handles.h"
 #include "frame/last_error.h"
@@ -67,94 +68,6 @@ bool LeadsOutside(const std::string& function) {
   }
 }
 
-bool MatchesLine(const char* pattern, const char* text) {
-  for (; *pattern != '\0'; ++pattern) {
-    if (*pattern == '*') {
-      const char* start = text;
-      while (std::isxdigit(static_cast<unsigned char>(*text)) != 0) ++text;
-      if (text == start) return false;
-    } else if (*pattern != *text++) {
-      return false;
-    }
-  }
-  return *text == '\0';
-}
-
-std::string Joined(const Lines& lines) {
-  std::string text;
-  for (const std::string& line : lines) text += "\n    " + line;
-  return text;
-}
-
-void ExpectLines(const Lines& expected, const Lines& actual) {
-  const bool matches = std::equal(expected.begin(), expected.end(), actual.begin(), actual.end(),
-                                  [](const std::string& pattern, const std::string& text) {
-                                    return MatchesLine(pattern.c_str(), text.c_str());
-                                  });
-  EXPECT_TRUE(matches) << "  expected lines:" << Joined(expected)
-                       << "\n  actual lines:" << Joined(actual);
-}
-
-const Effect* FindEffect(const Scenario& scenario, const FailurePoint& point) {
-  for (const Rule& rule : scenario.rules) {
-    const bool isMeant = rule.function == "allocation"
-                             ? KindOfPoint(point.function) == PointKind::kAllocation
-                             : rule.function == point.function;
-    if (isMeant && (rule.occurrence == 0 || rule.occurrence == point.occurrence) &&
-        rule.linesBefore.value_or(point.linesBefore) == point.linesBefore &&
-        (rule.behind.empty() || rule.behind == point.behind)) {
-      return &rule.effect;
-    }
-  }
-  static const Effect noMemory = StopsSilently(static_cast<DWORD>(NTE_NO_MEMORY));
-  static const Effect goesOn = GoesOn();
-  switch (KindOfPoint(point.function)) {
-    case PointKind::kAllocation:
-      return &noMemory;
-    case PointKind::kRelease:
-      return &goesOn;
-    default:
-      return nullptr;
-  }
-}
-
-Effect ThrownEffect(const Scenario& scenario, const FailurePoint& point, Manner manner) {
-  Effect effect;
-  if (KindOfPoint(point.function) == PointKind::kRelease) {
-    effect = GoesOn();
-    if (scenario.thrown) scenario.thrown(point, manner, effect);
-    // The key is gone, but the call that would be booked does not come back.
-    if (point.isEntry && point.function == "CryptDestroyKey") {
-      effect.left = effect.left.value_or(scenario.left);
-      if (++(*effect.left)["key"] == 0) effect.left->erase("key");
-    }
-    return effect;
-  }
-  const Effect* const failure = FindEffect(scenario, point);
-  effect.error = manner == Manner::kThrowsCode ? kInjectedError : static_cast<DWORD>(NTE_NO_MEMORY);
-  if (failure != nullptr && failure->course == Effect::Course::kStops) {
-    effect.result = failure->result;
-    effect.left = failure->left;
-  }
-  effect.writes = true;
-  if (scenario.thrown) scenario.thrown(point, manner, effect);
-  return effect;
-}
-
-Lines ExpectedLines(const Scenario& scenario, const FailurePoint& point, const Effect& effect) {
-  if (effect.lines) return *effect.lines;
-  const std::size_t before = effect.linesBefore.value_or(point.linesBefore);
-  const auto& good = scenario.lines;
-  Lines lines(good.begin(),
-              good.begin() + static_cast<std::ptrdiff_t>(std::min(before, good.size())));
-  lines.insert(lines.end(), effect.added.begin(), effect.added.end());
-  if (effect.course == Effect::Course::kGoesOn) {
-    const std::size_t rest = std::min(before + effect.skipped, good.size());
-    lines.insert(lines.end(), good.begin() + static_cast<std::ptrdiff_t>(rest), good.end());
-  }
-  return lines;
-}
-
 Leftovers Difference(const std::map<std::string, int>& after,
                      const std::map<std::string, int>& before) {
   Leftovers left;
@@ -185,48 +98,6 @@ void CallInThread(const std::function<void()>& work) {
 }
 
 }  // namespace
-
-Effect Stops(std::size_t linesBefore, const std::string& line, const Leftovers& left) {
-  Effect effect;
-  effect.error = kInjectedError;
-  effect.linesBefore = linesBefore;
-  if (!line.empty()) effect.added = {line};
-  effect.left = left;
-  return effect;
-}
-
-Effect StopsSilently(DWORD error, const Leftovers& left) {
-  Effect effect;
-  effect.error = error;
-  effect.left = left;
-  return effect;
-}
-
-Effect GoesOn() {
-  Effect effect;
-  effect.course = Effect::Course::kGoesOn;
-  return effect;
-}
-
-Effect GoesOnAs(const Lines& lines) {
-  Effect effect = GoesOn();
-  effect.lines = lines;
-  return effect;
-}
-
-Effect GoesOnAs(const Lines& lines, const Leftovers& left) {
-  Effect effect = GoesOnAs(lines);
-  effect.left = left;
-  return effect;
-}
-
-Effect GoesOnWith(std::size_t linesBefore, const Lines& lines, std::size_t skipped) {
-  Effect effect = GoesOn();
-  effect.linesBefore = linesBefore;
-  effect.added = lines;
-  effect.skipped = skipped;
-  return effect;
-}
 
 struct AnomalyLoop::Points {
   std::vector<std::unique_ptr<ImportPatch>> patches;

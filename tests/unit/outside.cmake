@@ -1,7 +1,8 @@
 # The module's Windows sources that digest what others return, around a fake platform.
 set(sources ${PROJECT_SOURCE_DIR}/src)
 zarext_add_objects(zarext_hosted
-  fake_platform.cpp outside_properties.cpp
+  fake_advapi32.cpp fake_answers.cpp fake_crypt32.cpp fake_frame.cpp fake_kernel32.cpp
+  fake_platform.cpp fake_provider.cpp outside_properties.cpp
   ${sources}/frame/export_frame.cpp ${sources}/frame/guarded.cpp
   ${sources}/frame/text.cpp
   ${sources}/keyinfo/key_calls.cpp ${sources}/keyinfo/private_key_transfer.cpp

@@ -6,6 +6,8 @@
 
 #include "asn1/oid.h"
 #include "asn1/tasn1.h"
+#include "unit/asn1/oracle_image.h"
+#include "unit/asn1/oracle_values.h"
 
 namespace zarext {
 namespace {

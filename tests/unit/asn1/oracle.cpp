@@ -1,6 +1,6 @@
 #include "unit/asn1/oracle.h"
 
-#include <cstring>
+#include "unit/asn1/oracle_image.h"
 
 namespace zarext::oracle {
 namespace {
@@ -30,59 +30,6 @@ void CountSlots(Node* parent) {
 void DropChildren(Node* node) {
   node->children.clear();
   node->slots = 0;
-}
-
-std::uint64_t ScanForEnd(const Octets& image, std::size_t position) {
-  const std::int64_t left = 65535 - static_cast<std::int64_t>(position);
-  const auto limit = static_cast<std::uint64_t>(left < 1 ? 15 : left);
-  std::uint64_t offset = 0;
-  int depth = 0;
-  do {
-    const std::uint64_t at = position + offset;
-    if (at + 2 > image.size()) {
-      return limit;
-    }
-    if (image[at + 1] == 0x80) {
-      depth++;
-      offset += 2;
-    } else if (image[at] == 0 && image[at + 1] == 0) {
-      if (depth == 1) {
-        return offset;
-      }
-      depth--;
-      offset += 2;
-    } else {
-      const ElementHeader header = ReadHeader(image, at);
-      if (header.size == 0) {
-        return limit;
-      }
-      offset += header.size;
-      if ((header.tag & 0x20) == 0) {
-        offset += header.length;
-      }
-    }
-  } while (offset < limit);
-  return limit;
-}
-
-// Checks the element at *position; leaves *position where the check ended.
-std::int32_t Validate(const Octets& image, std::uint64_t* position) {
-  const ElementHeader header = ReadHeader(image, *position);
-  if (header.size == 0) {
-    return header.beyond ? 2 : 1;
-  }
-  *position += header.size;
-  if ((header.tag & 0x20) == 0) {
-    *position += header.length;
-    return 0;
-  }
-  const std::uint64_t end = *position + header.length;
-  while (*position < end) {
-    if (const std::int32_t code = Validate(image, position); code != 0) {
-      return code;
-    }
-  }
-  return *position == end ? 0 : 4;
 }
 
 std::int32_t BuildNode(const Octets& image, std::uint64_t* position, Node* parent) {
@@ -170,47 +117,6 @@ std::int32_t Flatten(Node* node) {
   return 0;
 }
 
-// The image's first element alone.
-Octets OutermostElement(const Octets& image) {
-  const ElementHeader header = ReadHeader(image, 0);
-  if (header.size == 0) {
-    return {};
-  }
-  const std::uint64_t size = header.size + header.length;
-  Octets element = image;
-  if (size < element.size()) {
-    element.resize(size);
-  }
-  return element;
-}
-
-Octets Content(std::uint8_t tag, const Octets& value) {
-  Octets content = value;
-  if (tag == 2 && value.size() == 4) {
-    std::uint32_t number = 0;
-    std::memcpy(&number, value.data(), 4);
-    content = {static_cast<std::uint8_t>(number >> 24), static_cast<std::uint8_t>(number >> 16),
-               static_cast<std::uint8_t>(number >> 8), static_cast<std::uint8_t>(number)};
-    while (content.size() > 1 && content[0] == 0) {
-      content.erase(content.begin());
-    }
-    if (content[0] >= 0x80) {
-      content.insert(content.begin(), 0);
-    }
-  } else if (tag == 3) {
-    std::uint8_t unused = 0;
-    if (!value.empty() && value.size() <= 4 && value.back() != 0) {
-      while (((value.back() >> unused) & 1) == 0) {
-        ++unused;
-      }
-    }
-    content.insert(content.begin(), unused);
-  } else if (tag == 6) {
-    content = OidContent(std::string(value.begin(), value.end()));
-  }
-  return content;
-}
-
 NodePtr NewNode(std::uint8_t tag, const Octets& value) {
   auto node = std::make_unique<Node>();
   node->tag = tag;
@@ -218,35 +124,6 @@ NodePtr NewNode(std::uint8_t tag, const Octets& value) {
     node->content = Content(tag, value);
   }
   return node;
-}
-
-Octets NumberOctets(const Octets& content) {
-  std::uint32_t number = 0;
-  for (const std::uint8_t octet : content) {
-    number = number * 256 + octet;
-  }
-  Octets octets(4);
-  std::memcpy(octets.data(), &number, 4);
-  return octets;
-}
-
-std::optional<Octets> Value(const Node& node) {
-  const Octets& content = node.content;
-  if (node.Constructed()) {
-    return std::nullopt;
-  }
-  if (node.tag == 6) {
-    const std::string text = OidText(content);
-    return Octets(text.begin(), text.end());
-  }
-  if (content.empty()) {
-    return Octets{};
-  }
-  if (node.tag == 2 &&
-      ((content.size() <= 4 && content[0] < 0x80) || (content.size() == 5 && content[0] == 0))) {
-    return NumberOctets(content);
-  }
-  return node.tag == 3 ? Octets(content.begin() + 1, content.end()) : content;
 }
 
 }  // namespace
@@ -283,90 +160,6 @@ void AppendEncoding(const Node& node, Octets* out) {
   for (const NodePtr& child : node.children) {
     AppendEncoding(*child, out);
   }
-}
-
-ElementHeader ReadHeader(const Octets& image, std::size_t position) {
-  ElementHeader header;
-  header.beyond = true;
-  if (position + 2 > image.size()) {
-    return header;
-  }
-  header.tag = image[position];
-  const std::uint8_t first = image[position + 1];
-  if (first < 0x80) {
-    header.size = 2;
-    header.length = first;
-  } else if (first == 0x80) {
-    header.size = 2;
-    header.length = ScanForEnd(image, position);
-  } else if (first >= 0x85) {
-    header.beyond = false;
-  } else if (position + 2 + (first - 0x80) <= image.size()) {
-    header.size = 2 + (first - 0x80U);
-    for (std::size_t i = 2; i < header.size; ++i) {
-      header.length = header.length * 256 + image[position + i];
-    }
-  }
-  return header;
-}
-
-std::string OidText(const Octets& content) {
-  if (content.empty()) {
-    return "";
-  }
-  std::vector<std::int32_t> arcs = {content[0] / 40, content[0] % 40};
-  std::uint32_t sum = 0;
-  for (std::size_t i = 1; i < content.size() && arcs.size() < 63; ++i) {
-    if (content[i] >= 0x80) {
-      sum = (sum + (content[i] - 0x80U)) * 128;
-    } else {
-      arcs.push_back(static_cast<std::int32_t>(sum + content[i]));
-      sum = 0;
-    }
-  }
-  std::string text = std::to_string(arcs[0]);
-  for (std::size_t i = 1; i < arcs.size() && text.size() <= 256; ++i) {
-    text += "." + std::to_string(arcs[i]);
-  }
-  return text;
-}
-
-Octets OidContent(const std::string& text) {
-  std::vector<std::string> parts(1);
-  for (const char c : text) {
-    if (c != '.') {
-      parts.back() += c;
-    } else if (!parts.back().empty()) {
-      parts.emplace_back();
-    }
-  }
-  if (parts.back().empty()) {
-    parts.pop_back();
-  }
-  if (parts.size() > 64) {
-    parts.resize(64);
-  }
-  std::vector<std::uint32_t> arcs;
-  for (const std::string& part : parts) {
-    // The tests keep to arcs that fit 31 bits, where every platform agrees.
-    arcs.push_back(static_cast<std::uint32_t>(std::strtoll(part.c_str(), nullptr, 10)));
-  }
-  arcs.resize(arcs.size() < 2 ? 2 : arcs.size());
-  Octets content = {static_cast<std::uint8_t>((arcs[0] * 40 + arcs[1]) % 256)};
-  for (std::size_t i = 2; i < arcs.size(); ++i) {
-    const std::uint32_t arc = arcs[i];
-    if (arc >= 0x200000) {
-      content.push_back(static_cast<std::uint8_t>(0x80 | (arc / 0x200000 % 128)));
-    }
-    if (arc >= 0x4000) {
-      content.push_back(static_cast<std::uint8_t>(0x80 | (arc / 0x4000 % 128)));
-    }
-    if (arc >= 0x80) {
-      content.push_back(static_cast<std::uint8_t>(0x80 | (arc / 0x80 % 128)));
-    }
-    content.push_back(static_cast<std::uint8_t>(arc % 128));
-  }
-  return content;
 }
 
 std::int32_t Document::Load(const Octets& image) {
@@ -507,7 +300,9 @@ View Document::Read(const Path& path) {
   View view;
   view.tag = node.tag;
   view.childCount = static_cast<std::uint32_t>(node.children.size());
-  view.value = Value(node);
+  if (!node.Constructed()) {
+    view.value = Value(node.tag, node.content);
+  }
   view.length = static_cast<std::uint32_t>(view.value ? view.value->size() : ContentLength(node));
   return view;
 }

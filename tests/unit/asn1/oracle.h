@@ -10,12 +10,12 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <string>
 #include <vector>
+
+#include "unit/asn1/oracle_values.h"
 
 namespace zarext::oracle {
 
-using Octets = std::vector<std::uint8_t>;
 using Path = std::vector<std::int32_t>;
 
 struct Node {
@@ -34,16 +34,6 @@ std::size_t EncodedSize(const Node& node);
 void AppendHeader(const Node& node, Octets* out);
 void AppendEncoding(const Node& node, Octets* out);
 
-struct ElementHeader {
-  std::size_t size = 0;  // 0: not readable
-  bool beyond = false;   // not readable because it needs octets behind the image
-  std::uint8_t tag = 0;
-  std::uint64_t length = 0;
-};
-
-// The header at a position of an image.
-ElementHeader ReadHeader(const Octets& image, std::size_t position);
-
 // What a test reads of a node.
 struct View {
   std::uint8_t tag = 0;
@@ -54,9 +44,6 @@ struct View {
   bool operator==(const View&) const = default;
 };
 
-std::string OidText(const Octets& content);
-Octets OidContent(const std::string& text);
-
 class Document {
  public:
   explicit Document(std::uint8_t rootTag) { root_.tag = rootTag; }
@@ -64,7 +51,7 @@ class Document {
   std::int32_t Load(const Octets& image);
   std::int32_t Parse(const Octets& image, const Path& path);
   std::int32_t ParseInto(const Octets& image, const Path& path);
-  // value: the 4 octets of a number, a text, or octets, as the real operation takes it.
+  // value: as Content() takes it.
   std::int32_t AddChild(std::uint8_t tag, const Octets& value, const Path& path);
   std::int32_t InsertBefore(std::uint8_t tag, const Octets& value, const Path& path);
   std::int32_t SetTag(std::uint8_t tag, const Path& path);

@@ -1,6 +1,6 @@
 // As much of the platform's header as the module's sources need to be compiled for the host, where
 // the functions that digest what a provider returns run under sanitizers and fuzzers. Layouts and
-// values are the platform's; the functions are those of fake_platform.cpp.
+// values are the platform's; the functions are those of the fake_*.cpp beside this folder.
 #ifndef ZAREXT_TESTS_UNIT_PLATFORM_WINDOWS_H_
 #define ZAREXT_TESTS_UNIT_PLATFORM_WINDOWS_H_
 
