@@ -95,6 +95,13 @@ class Msi(unittest.TestCase):
     def msiexec(prefix, *arguments):
         return prefix.run("msiexec", *arguments, "/qn", check=False)[0]
 
+    @staticmethod
+    def install_into(prefix, installer, folder):
+        """As it is typed. As one argument the property would stand in quotes as a whole, which Wine 10 refuses (1639)."""
+        command = 'msiexec /i "%s" INSTALLDIR="%s" /qn\r\n' % (wine.windows_path(installer), folder)
+        (prefix.drive / "install.cmd").write_text(command)
+        return prefix.run("cmd", "/c", r"C:\install.cmd", check=False)[0]
+
     def expect_files(self, folder, module=None):
         found = sorted(str(file.relative_to(folder)) for file in folder.rglob("*") if file.is_file())
         self.assertEqual(sorted(FILES), found)
@@ -150,7 +157,7 @@ class Msi(unittest.TestCase):
     def test_upgrade_keeps_the_folder_and_downgrade_is_refused(self):
         older, old_module = self.other_version("0.9.0", file_version=(0, 9, 0, 0))
         with wine.prefix() as prefix:
-            self.assertEqual(0, self.msiexec(prefix, "/i", wine.windows_path(older), r"INSTALLDIR=C:\Some place\here"))
+            self.assertEqual(0, self.install_into(prefix, older, r"C:\Some place\here"))
             folder = prefix.drive / "Some place/here"
             self.expect_files(folder, old_module)
             self.expect_registered(prefix, r"C:\Some place\here")
