@@ -1,6 +1,9 @@
 // ZarExportPublicKeyInfo and ZarExportPublicKeyInfoEx.
 #include <cstdlib>
 #include <cstring>
+#include <string>
+#include <tuple>
+#include <vector>
 
 #include "keyinfo_fixture.h"
 #include "support/export_table.h"
@@ -41,36 +44,45 @@ Octets Blob(DWORD algorithm, std::size_t size) {
   return blob;
 }
 
-// Runs each test with both exports; "Ex" is the extended one's addition to names.
-class PublicKeyExport : public KeyInfoTest, public testing::WithParamInterface<bool> {
+// One of the two exports.
+class PublicKeyExportCall : public KeyInfoTest {
  protected:
-  PublicKeyExport() : spy_(Module(), "ADVAPI32.dll", "CryptGetUserKey", &SpyGetUserKey) {
+  explicit PublicKeyExportCall(bool extended)
+      : extended_(extended), spy_(Module(), "ADVAPI32.dll", "CryptGetUserKey", &SpyGetUserKey) {
     realGetUserKey = spy_.Original<decltype(CryptGetUserKey)>();
     provider_.blobs[PUBLICKEYBLOB] = Blob(0xAA3A, 100);
   }
 
-  [[nodiscard]] static bool Extended() { return GetParam(); }
-  [[nodiscard]] static std::string Name() {
-    return Extended() ? "ZarExportPublicKeyInfoEx" : "ZarExportPublicKeyInfo";
+  [[nodiscard]] bool Extended() const { return extended_; }
+  [[nodiscard]] std::string Name() const {
+    return extended_ ? "ZarExportPublicKeyInfoEx" : "ZarExportPublicKeyInfo";
   }
 
   BOOL Call(CERT_PUBLIC_KEY_INFO* info, DWORD* size, DWORD encodingType = 0x10001) {
     return CallWith(Provider(), encodingType, info, size);
   }
-  static BOOL CallWith(HCRYPTPROV provider, DWORD encodingType, CERT_PUBLIC_KEY_INFO* info,
-                       DWORD* size) {
-    return Extended() ? Export<ExtendedExport>("ZarExportPublicKeyInfoEx")(
-                            provider, 2, encodingType, nullptr, 0, nullptr, info, size)
-                      : Export<PlainExport>("ZarExportPublicKeyInfo")(provider, 2, encodingType,
-                                                                      info, size);
+  BOOL CallWith(HCRYPTPROV provider, DWORD encodingType, CERT_PUBLIC_KEY_INFO* info,
+                DWORD* size) const {
+    return extended_ ? Export<ExtendedExport>("ZarExportPublicKeyInfoEx")(
+                           provider, 2, encodingType, nullptr, 0, nullptr, info, size)
+                     : Export<PlainExport>("ZarExportPublicKeyInfo")(provider, 2, encodingType,
+                                                                     info, size);
   }
 
+  const bool extended_;
   ImportPatch spy_;
 };
 
-INSTANTIATE_TEST_SUITE_P(Variants, PublicKeyExport, testing::Bool(), [](const auto& variant) {
-  return variant.param ? std::string("Extended") : std::string("Plain");
-});
+std::string ExportName(bool extended) { return extended ? "Extended" : "Plain"; }
+
+// Runs each test with both exports.
+class PublicKeyExport : public PublicKeyExportCall, public testing::WithParamInterface<bool> {
+ protected:
+  PublicKeyExport() : PublicKeyExportCall(GetParam()) {}
+};
+
+INSTANTIATE_TEST_SUITE_P(Variants, PublicKeyExport, testing::Bool(),
+                         [](const auto& variant) { return ExportName(variant.param); });
 
 TEST_P(PublicKeyExport, LaysOutStructureOidAndBlobInOneBlock) {
   // 48 octets of structure, 32 for the OID, 100 of blob, and nothing behind.
@@ -176,63 +188,6 @@ TEST_P(PublicKeyExport, BothExpectedProviderTypesAreSilent) {
   }
 }
 
-TEST_P(PublicKeyExport, UnreadableProviderType) {
-  provider_.FailCall("GetProvParam", 1, 0x80090001);
-  const GuardedMemory block(Octets(180, 0xCC));
-  DWORD size = 7;
-  TraceCapture trace;
-  EXPECT_EQ(FALSE, Call(block.As<CERT_PUBLIC_KEY_INFO>(), &size));
-  EXPECT_EQ(0x80090001u, GetLastError());
-  EXPECT_THAT(trace.Messages(), ElementsAre("EXT : " + Name() + " : dwKeySpec = 2.",
-                                            "EXT : " + Name() + " : CryptGetProvParam hProv=" +
-                                                H(Provider()) + ", error = 80090001."));
-  EXPECT_THAT(provider_.KeyCalls(), ElementsAre("GetProvParam(1001, 16, 4, 0) ! 80090001"));
-  EXPECT_EQ(Octets(180, 0xCC), block.Content());
-  EXPECT_EQ(7u, size);
-}
-
-TEST_P(PublicKeyExport, NoUserKey) {
-  provider_.FailCall("GetUserKey", 1, 0x8009000D);
-  const GuardedMemory block(Octets(180, 0xCC));
-  TraceCapture trace;
-  EXPECT_EQ(FALSE, Call(block.As<CERT_PUBLIC_KEY_INFO>(), nullptr));
-  EXPECT_EQ(0x8009000Du, GetLastError());
-  EXPECT_THAT(trace.Messages(), ElementsAre("EXT : " + Name() + " : dwKeySpec = 2.",
-                                            "EXT : " + Name() + " : CryptGetUserKey hProv=" +
-                                                H(Provider()) + ", error = 8009000d."));
-  EXPECT_THAT(provider_.KeyCalls(),
-              ElementsAre("GetProvParam(1001, 16, 4, 0)", "GetUserKey(1001, 2) ! 8009000d"));
-  EXPECT_EQ(Octets(180, 0xCC), block.Content());
-}
-
-TEST_P(PublicKeyExport, FailedExportDestroysTheKeyOnce) {
-  provider_.FailCall("ExportKey", 1, 0x8009000B);
-  const GuardedMemory block(Octets(180, 0xCC));
-  TraceCapture trace;
-  EXPECT_EQ(FALSE, Call(block.As<CERT_PUBLIC_KEY_INFO>(), nullptr));
-  EXPECT_EQ(0x8009000Bu, GetLastError());
-  EXPECT_THAT(trace.Messages(), ElementsAre("EXT : " + Name() + " : dwKeySpec = 2.",
-                                            "EXT : " + Name() + " : CryptExportKey hKey=" +
-                                                H(userKey) + ", error = 8009000b."));
-  EXPECT_THAT(
-      provider_.KeyCalls(),
-      ElementsAre("GetProvParam(1001, 16, 4, 0)", "GetUserKey(1001, 2) = 2001",
-                  "ExportKey(1001, 2001, 0, 6, 0, 1024) ! 8009000b", "DestroyKey(1001, 2001)"));
-  EXPECT_EQ(Octets(180, 0xCC), block.Content());
-}
-
-// A provider that sets no error has failed all the same.
-TEST_P(PublicKeyExport, FailedExportWithoutAnErrorFails) {
-  provider_.FailCall("ExportKey", 1, 0);
-  const GuardedMemory block(Octets(180, 0xCC));
-  TraceCapture trace;
-  EXPECT_EQ(FALSE, Call(block.As<CERT_PUBLIC_KEY_INFO>(), nullptr));
-  EXPECT_EQ(0u, GetLastError());
-  EXPECT_EQ("EXT : " + Name() + " : CryptExportKey hKey=" + H(userKey) + ", error = 0.",
-            trace.Messages().back());
-  EXPECT_EQ(Octets(180, 0xCC), block.Content());
-}
-
 TEST_P(PublicKeyExport, FailedDestroyLeavesTheResultAlone) {
   provider_.FailCall("DestroyKey", 1, 0x80090003);
   provider_.FailCall("ExportKey", 2, 0x8009000B);
@@ -254,18 +209,6 @@ TEST_P(PublicKeyExport, BlobsOf1024OctetsPassLongerOnesFail) {
   provider_.blobs[PUBLICKEYBLOB] = Blob(0xA045, 1025);
   EXPECT_EQ(FALSE, Call(nullptr, &size));
   EXPECT_EQ(234u, GetLastError());
-  EXPECT_THAT(provider_.OpenKeys(), IsEmpty());
-}
-
-TEST_P(PublicKeyExport, AProviderThatClaimsMoreThanItsRoomHasFailed) {
-  provider_.claimedExportSize = 1025;
-  const GuardedMemory block(Octets(180, 0xCC));
-  TraceCapture trace;
-  EXPECT_EQ(FALSE, Call(block.As<CERT_PUBLIC_KEY_INFO>(), nullptr));
-  EXPECT_EQ(234u, GetLastError());
-  EXPECT_EQ("EXT : " + Name() + " : CryptExportKey hKey=" + H(userKey) + ", error = ea.",
-            trace.Messages().back());
-  EXPECT_EQ(Octets(180, 0xCC), block.Content());
   EXPECT_THAT(provider_.OpenKeys(), IsEmpty());
 }
 
@@ -299,6 +242,90 @@ TEST_P(PublicKeyExport, WithoutMemoryForTheBlob) {
               ElementsAre("GetProvParam(1001, 16, 4, 0)", "GetUserKey(1001, 2) = 2001",
                           "DestroyKey(1001, 2001)"));
   EXPECT_EQ(Octets(180, 0xCC), block.Content());
+}
+
+// A call into the provider that fails, and what is seen of it.
+struct FailedCall {
+  const char* name;
+  void (*provoke)(RecordingProvider& provider);
+  DWORD error;
+  const char* function;  // of the last line, with the argument that it shows
+  bool showsTheKey;      // of that argument: the user key's handle, or the provider's
+  const char* code;      // of the last line
+  std::vector<std::string> calls;
+};
+
+const FailedCall kFailedCalls[] = {
+    {"UnreadableProviderType",
+     [](RecordingProvider& provider) { provider.FailCall("GetProvParam", 1, 0x80090001); },
+     0x80090001,
+     "CryptGetProvParam hProv=",
+     false,
+     "80090001",
+     {"GetProvParam(1001, 16, 4, 0) ! 80090001"}},
+    {"NoUserKey",
+     [](RecordingProvider& provider) { provider.FailCall("GetUserKey", 1, 0x8009000D); },
+     0x8009000D,
+     "CryptGetUserKey hProv=",
+     false,
+     "8009000d",
+     {"GetProvParam(1001, 16, 4, 0)", "GetUserKey(1001, 2) ! 8009000d"}},
+    {"FailedExportDestroysTheKeyOnce",
+     [](RecordingProvider& provider) { provider.FailCall("ExportKey", 1, 0x8009000B); },
+     0x8009000B,
+     "CryptExportKey hKey=",
+     true,
+     "8009000b",
+     {"GetProvParam(1001, 16, 4, 0)", "GetUserKey(1001, 2) = 2001",
+      "ExportKey(1001, 2001, 0, 6, 0, 1024) ! 8009000b", "DestroyKey(1001, 2001)"}},
+    // A provider that sets no error has failed all the same.
+    {"FailedExportWithoutAnError",
+     [](RecordingProvider& provider) { provider.FailCall("ExportKey", 1, 0); },
+     0,
+     "CryptExportKey hKey=",
+     true,
+     "0",
+     {"GetProvParam(1001, 16, 4, 0)", "GetUserKey(1001, 2) = 2001",
+      "ExportKey(1001, 2001, 0, 6, 0, 1024) ! 0", "DestroyKey(1001, 2001)"}},
+    {"AProviderThatClaimsMoreThanItsRoom",
+     [](RecordingProvider& provider) { provider.claimedExportSize = 1025; },
+     234,
+     "CryptExportKey hKey=",
+     true,
+     "ea",
+     {"GetProvParam(1001, 16, 4, 0)", "GetUserKey(1001, 2) = 2001",
+      "ExportKey(1001, 2001, 0, 6, 0, 1024)", "DestroyKey(1001, 2001)"}},
+};
+
+class FailedPublicKeyExport : public PublicKeyExportCall,
+                              public testing::WithParamInterface<std::tuple<bool, FailedCall>> {
+ protected:
+  FailedPublicKeyExport() : PublicKeyExportCall(std::get<bool>(GetParam())) {}
+};
+
+INSTANTIATE_TEST_SUITE_P(Calls, FailedPublicKeyExport,
+                         testing::Combine(testing::Bool(), testing::ValuesIn(kFailedCalls)),
+                         [](const auto& variant) {
+                           return ExportName(std::get<bool>(variant.param)) +
+                                  std::get<FailedCall>(variant.param).name;
+                         });
+
+TEST_P(FailedPublicKeyExport, TracesItsCodeAndWritesNothing) {
+  const FailedCall& row = std::get<FailedCall>(GetParam());
+  row.provoke(provider_);
+  const GuardedMemory block(Octets(180, 0xCC));
+  DWORD size = 7;
+  TraceCapture trace;
+  EXPECT_EQ(FALSE, Call(block.As<CERT_PUBLIC_KEY_INFO>(), &size));
+  EXPECT_EQ(row.error, GetLastError());
+  const std::string handle = row.showsTheKey ? H(userKey) : H(Provider());
+  EXPECT_THAT(trace.Messages(), ElementsAre("EXT : " + Name() + " : dwKeySpec = 2.",
+                                            "EXT : " + Name() + " : " + row.function + handle +
+                                                ", error = " + row.code + "."));
+  EXPECT_EQ(row.calls, provider_.KeyCalls());
+  EXPECT_EQ(Octets(180, 0xCC), block.Content());
+  EXPECT_EQ(7u, size);
+  EXPECT_THAT(provider_.OpenKeys(), IsEmpty());
 }
 
 class ExtendedPublicKeyExport : public KeyInfoTest {

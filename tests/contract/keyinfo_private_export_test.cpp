@@ -131,47 +131,32 @@ TEST_F(PrivateKeyExport, IndefiniteDocumentsAreReadOrHandedOutUnchanged) {
   }
 }
 
-TEST_F(PrivateKeyExport, ALongOidIsCutToItsArea) {
-  // 1.2.268435455.268435455.268435455.268435455: 43 characters.
-  const Octets arc = {0xFF, 0xFF, 0xFF, 0x7F};
-  const Octets algorithm = Element(0x30, Element(0x06, Join({{0x2A}, arc, arc, arc, arc})));
-  provider_.blobs[0x30] = PrivateKeyInfo(kSecret, algorithm);
-  const GuardedMemory block(Octets(120, 0xCC));
-  auto* info = block.As<CRYPT_PRIVATE_KEY_INFO>();
-  TraceCapture trace;
-  ASSERT_EQ(TRUE, export_(Provider(), 2, nullptr, 0, nullptr, info, nullptr));
-  EXPECT_STREQ("1.2.268435455.268435455.2684354", info->Algorithm.pszObjId);
-  EXPECT_EQ(kSecret, Octets(block.Data() + 88, block.Data() + 120));
-  EXPECT_EQ(
-      "EXT : ZarExportPrivKeyFunc : Algorithm.pszObjId = 1.2.268435455.268435455.2684354, "
-      "Parameters.cbData = 0.",
-      trace.Messages().back());
-}
-
-TEST_F(PrivateKeyExport, AnOidThatFillsItsAreaExactly) {
-  // 31 characters; 2684354 is 1, 35, 107, 66 in base 128.
-  const Octets arc = {0xFF, 0xFF, 0xFF, 0x7F};
-  const Octets algorithm =
-      Element(0x30, Element(0x06, Join({{0x2A}, arc, arc, {0x81, 0xA3, 0xEB, 0x42}})));
-  provider_.blobs[0x30] = PrivateKeyInfo(kSecret, algorithm);
-  const GuardedMemory block(Octets(120, 0xCC));
-  ASSERT_EQ(TRUE, export_(Provider(), 2, nullptr, 0, nullptr, block.As<CRYPT_PRIVATE_KEY_INFO>(),
-                          nullptr));
-  EXPECT_STREQ("1.2.268435455.268435455.2684354",
-               block.As<CRYPT_PRIVATE_KEY_INFO>()->Algorithm.pszObjId);
-}
-
-TEST_F(PrivateKeyExport, NoUserKey) {
-  provider_.FailCall("GetUserKey", 1, 0x8009000D);
-  const GuardedMemory block(Octets(120, 0xCC));
-  TraceCapture trace;
-  EXPECT_EQ(FALSE, export_(Provider(), 1, nullptr, 0, nullptr, block.As<CRYPT_PRIVATE_KEY_INFO>(),
-                           nullptr));
-  EXPECT_EQ(0x8009000Du, GetLastError());
-  EXPECT_EQ("EXT : ZarExportPrivKeyFunc : CryptGetUserKey = 8009000d.", trace.Messages().back());
-  EXPECT_EQ(2u, trace.Messages().size());
-  EXPECT_THAT(provider_.KeyCalls(), ElementsAre("GetUserKey(1001, 1) ! 8009000d"));
-  EXPECT_EQ(Octets(120, 0xCC), block.Content());
+// The area of 32 octets holds 31 characters and their end.
+TEST_F(PrivateKeyExport, AnOidIsCutToItsArea) {
+  const Octets arc = {0xFF, 0xFF, 0xFF, 0x7F};  // 268435455
+  const struct {
+    const char* name;
+    Octets last;
+  } rows[] = {
+      {"1.2.268435455.268435455.268435455.268435455: 43 characters", Join({arc, arc})},
+      {"1.2.268435455.268435455.2684354: 31 characters", {0x81, 0xA3, 0xEB, 0x42}},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    const Octets algorithm = Element(0x30, Element(0x06, Join({{0x2A}, arc, arc, row.last})));
+    provider_.blobs[0x30] = PrivateKeyInfo(kSecret, algorithm);
+    const GuardedMemory block(Octets(120, 0xCC));
+    TraceCapture trace;
+    ASSERT_EQ(TRUE, export_(Provider(), 2, nullptr, 0, nullptr, block.As<CRYPT_PRIVATE_KEY_INFO>(),
+                            nullptr));
+    EXPECT_STREQ("1.2.268435455.268435455.2684354",
+                 block.As<CRYPT_PRIVATE_KEY_INFO>()->Algorithm.pszObjId);
+    EXPECT_EQ(kSecret, Octets(block.Data() + 88, block.Data() + 120));
+    EXPECT_EQ(
+        "EXT : ZarExportPrivKeyFunc : Algorithm.pszObjId = 1.2.268435455.268435455.2684354, "
+        "Parameters.cbData = 0.",
+        trace.Messages().back());
+  }
 }
 
 TEST_F(PrivateKeyExport, ANullProviderIsRefusedByThePlatform) {
@@ -181,29 +166,52 @@ TEST_F(PrivateKeyExport, ANullProviderIsRefusedByThePlatform) {
   EXPECT_EQ("EXT : ZarExportPrivKeyFunc : CryptGetUserKey = 57.", trace.Messages().back());
 }
 
-TEST_F(PrivateKeyExport, FailedExportDestroysTheKeyOnce) {
-  provider_.FailCall("ExportKey", 1, 0x8009000B);
-  const GuardedMemory block(Octets(120, 0xCC));
-  TraceCapture trace;
-  EXPECT_EQ(FALSE, export_(Provider(), 1, nullptr, 0, nullptr, block.As<CRYPT_PRIVATE_KEY_INFO>(),
-                           nullptr));
-  EXPECT_EQ(0x8009000Bu, GetLastError());
-  EXPECT_EQ("EXT : ZarExportPrivKeyFunc : CryptExportKey = 8009000b.", trace.Messages().back());
-  EXPECT_EQ(2u, trace.Messages().size());
-  EXPECT_THAT(provider_.KeyCalls(), ElementsAre("GetUserKey(1001, 1) = 2001",
-                                                "ExportKey(1001, 2001, 0, 48, 0, 4096) ! 8009000b",
-                                                "DestroyKey(1001, 2001)"));
-  EXPECT_EQ(Octets(120, 0xCC), block.Content());
-}
+// A call into the provider that fails, and what is seen of it.
+struct FailedCall {
+  const char* name;
+  const char* function;  // the provider's
+  DWORD error;
+  const char* line;
+  std::vector<std::string> calls;
+};
 
-TEST_F(PrivateKeyExport, FailedExportWithoutAnErrorFails) {
-  provider_.FailCall("ExportKey", 1, 0);
+class FailedPrivateKeyExport : public PrivateKeyExport,
+                               public testing::WithParamInterface<FailedCall> {};
+
+INSTANTIATE_TEST_SUITE_P(Calls, FailedPrivateKeyExport,
+                         testing::Values(FailedCall{"NoUserKey",
+                                                    "GetUserKey",
+                                                    0x8009000D,
+                                                    "CryptGetUserKey = 8009000d.",
+                                                    {"GetUserKey(1001, 1) ! 8009000d"}},
+                                         FailedCall{
+                                             "FailedExportDestroysTheKeyOnce",
+                                             "ExportKey",
+                                             0x8009000B,
+                                             "CryptExportKey = 8009000b.",
+                                             {"GetUserKey(1001, 1) = 2001",
+                                              "ExportKey(1001, 2001, 0, 48, 0, 4096) ! 8009000b",
+                                              "DestroyKey(1001, 2001)"}},
+                                         FailedCall{"FailedExportWithoutAnError",
+                                                    "ExportKey",
+                                                    0,
+                                                    "CryptExportKey = 0.",
+                                                    {"GetUserKey(1001, 1) = 2001",
+                                                     "ExportKey(1001, 2001, 0, 48, 0, 4096) ! 0",
+                                                     "DestroyKey(1001, 2001)"}}),
+                         [](const auto& variant) { return std::string(variant.param.name); });
+
+TEST_P(FailedPrivateKeyExport, TracesItsCodeAndWritesNothing) {
+  const FailedCall& row = GetParam();
+  provider_.FailCall(row.function, 1, row.error);
   const GuardedMemory block(Octets(120, 0xCC));
   TraceCapture trace;
   EXPECT_EQ(FALSE, export_(Provider(), 1, nullptr, 0, nullptr, block.As<CRYPT_PRIVATE_KEY_INFO>(),
                            nullptr));
-  EXPECT_EQ(0u, GetLastError());
-  EXPECT_EQ("EXT : ZarExportPrivKeyFunc : CryptExportKey = 0.", trace.Messages().back());
+  EXPECT_EQ(row.error, GetLastError());
+  EXPECT_EQ(std::string("EXT : ZarExportPrivKeyFunc : ") + row.line, trace.Messages().back());
+  EXPECT_EQ(2u, trace.Messages().size());
+  EXPECT_EQ(row.calls, provider_.KeyCalls());
   EXPECT_EQ(Octets(120, 0xCC), block.Content());
 }
 

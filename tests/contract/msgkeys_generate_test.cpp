@@ -30,6 +30,14 @@ class GenerateForMessageTest : public MessageKeysTest {
     recipient.pKeyTrans = &keyTrans;
   }
 
+  // A recipient for whom the key is wrapped, under the tests' context and in blocks of the recorded
+  // allocator's.
+  void UseWrapping() {
+    UseRecipient(CMSG_KEY_TRANS_RECIPIENT);
+    info.hCryptProv = Context();
+    info.pfnAlloc = &RecordedAllocator::Allocate;
+  }
+
   BOOL Call(DWORD dwFlags = 0) {
     auto* generate =
         Export<BOOL WINAPI(CMSG_CONTENT_ENCRYPT_INFO*, DWORD, void*)>("ZarMsgGenContentEncryptKey");
@@ -48,6 +56,7 @@ class GenerateForMessageTest : public MessageKeysTest {
   CMSG_RECIPIENT_ENCODE_INFO recipient = {};
   CMSG_KEY_TRANS_RECIPIENT_ENCODE_INFO keyTrans = {};
   Octets publicKey = {0x06, 0x02, 0xAB, 0xCD};
+  RecordedAllocator allocator;
 };
 
 TEST_F(GenerateForMessageTest, RefusesANullRecordWithoutATrace) {
@@ -260,10 +269,7 @@ TEST_F(GenerateForMessageTest, AcquiresAVerificationContextForAnExchangeKeyToo) 
 // The key is imported where it is to be used, not where the recipient's record says.
 TEST_F(GenerateForMessageTest, WrapsInTheProviderOfTheStructure) {
   const ProviderHandleAsKey providerHandleAsKey;
-  RecordedAllocator allocator;
-  UseRecipient(CMSG_KEY_TRANS_RECIPIENT);
-  info.hCryptProv = Context();
-  info.pfnAlloc = &RecordedAllocator::Allocate;
+  UseWrapping();
   const ProviderContext second;
   keyTrans.hCryptProv = second.Get();
   provider.ClearCalls();
@@ -330,10 +336,7 @@ TEST_F(GenerateForMessageTest, OtherRecipientsZeroTheWrappedLength) {
 // The exported key is named by the provider's handle, and the recipient's key stays open.
 TEST_F(GenerateForMessageTest, WrapsForAKeyTransportRecipient) {
   const ProviderHandleAsKey providerHandleAsKey;
-  RecordedAllocator allocator;
-  UseRecipient(CMSG_KEY_TRANS_RECIPIENT);
-  info.hCryptProv = Context();
-  info.pfnAlloc = &RecordedAllocator::Allocate;
+  UseWrapping();
   info.cbContentEncryptKey = 1;
   provider.ClearCalls();
   EXPECT_EQ(TRUE, Call());
@@ -367,10 +370,7 @@ TEST_F(GenerateForMessageTest, WrapsUnderAContextOfItsOwn) {
 
 TEST_F(GenerateForMessageTest, AWrappedKeyMayFillTheWholeBlock) {
   const ProviderHandleAsKey providerHandleAsKey;
-  RecordedAllocator allocator;
-  UseRecipient(CMSG_KEY_TRANS_RECIPIENT);
-  info.hCryptProv = Context();
-  info.pfnAlloc = &RecordedAllocator::Allocate;
+  UseWrapping();
   info.cbContentEncryptKey = 1;
   provider.blobs[SIMPLEBLOB] = Sequence(512, 0x20);
   EXPECT_EQ(TRUE, Call());
@@ -399,7 +399,6 @@ TEST_F(GenerateForMessageTest, AZeroWrappedLengthStaysZero) {
 // before the wrapped key's pointer. What lies there is the caller's own.
 TEST_F(GenerateForMessageTest, ARecordThatEndsBeforeTheWrappedKeyIsNotReadBehindItsEnd) {
   const ProviderHandleAsKey providerHandleAsKey;
-  RecordedAllocator allocator;
   info.hCryptProv = Context();
   info.pfnAlloc = &RecordedAllocator::Allocate;
   CMSG_KEY_AGREE_RECIPIENT_ENCODE_INFO keyAgree = {};
@@ -426,7 +425,6 @@ TEST_F(GenerateForMessageTest, ARecordThatEndsBeforeTheWrappedKeyIsNotReadBehind
 // Both fields count, or none. A size of 0 says nothing, and the record is taken for a whole one.
 TEST_F(GenerateForMessageTest, TheSizeOfTheRecordDecidesAboutTheWrappedKeyFields) {
   const ProviderHandleAsKey providerHandleAsKey;
-  RecordedAllocator allocator;
   info.hCryptProv = Context();
   info.pfnAlloc = &RecordedAllocator::Allocate;
   BYTE mark = 0;
@@ -452,10 +450,7 @@ TEST_F(GenerateForMessageTest, TheSizeOfTheRecordDecidesAboutTheWrappedKeyFields
 }
 
 TEST_F(GenerateForMessageTest, ReportsAFailedRecipientImport) {
-  RecordedAllocator allocator;
-  UseRecipient(CMSG_KEY_TRANS_RECIPIENT);
-  info.hCryptProv = Context();
-  info.pfnAlloc = &RecordedAllocator::Allocate;
+  UseWrapping();
   provider.FailCall("ImportKey", 1, 0x80090007);
   ExpectFailure([&] { return Call(); }, 0x80090007,
                 "EXT : ZarMsgGenContentEncryptKey : CryptImportKey = 80090007.");
@@ -465,10 +460,7 @@ TEST_F(GenerateForMessageTest, ReportsAFailedRecipientImport) {
 
 TEST_F(GenerateForMessageTest, StoresTheBlockBeforeTheExportThatFails) {
   const ProviderHandleAsKey providerHandleAsKey;
-  RecordedAllocator allocator;
-  UseRecipient(CMSG_KEY_TRANS_RECIPIENT);
-  info.hCryptProv = Context();
-  info.pfnAlloc = &RecordedAllocator::Allocate;
+  UseWrapping();
   info.cbContentEncryptKey = 9;
   provider.FailCall("ExportKey", 1, 0x80090003);
   ExpectFailure([&] { return Call(); }, 0x80090003,
@@ -488,11 +480,8 @@ TEST_F(GenerateForMessageTest, ThePlatformRefusesTheProviderHandleAsKey) {
 }
 
 TEST_F(GenerateForMessageTest, ReportsARefusedAllocation) {
-  RecordedAllocator allocator;
   allocator.failing = 1;
-  UseRecipient(CMSG_KEY_TRANS_RECIPIENT);
-  info.hCryptProv = Context();
-  info.pfnAlloc = &RecordedAllocator::Allocate;
+  UseWrapping();
   provider.ClearCalls();
   EXPECT_EQ(FALSE, Call());
   EXPECT_EQ(0x8009000Eu, GetLastError());
