@@ -19,6 +19,15 @@ inline HANDLE CacheHandle(int field) {
   return reinterpret_cast<HANDLE const*>(&TContainerCache::Instance())[field];
 }
 
+// A record whose serial number and certificate are one octet each.
+inline CNT_KEY_INFO OneOctetRecord() {
+  static BYTE octet[] = {0xEE};
+  CNT_KEY_INFO record = {};
+  record.cbSerial = record.cbCert = 1;
+  record.pbSerial = record.pbCert = octet;
+  return record;
+}
+
 class CacheReader : public testing::Test {
  public:
   CacheReader() { TContainerCache::MarkFilled(77); }

@@ -55,6 +55,15 @@ class PublicKeyConversion : public testing::Test {
     info.PublicKey = {static_cast<DWORD>(key.Size()), key.Data(), 0};
     return info;
   }
+  // What a conversion gives; the block is freed.
+  [[nodiscard]] Octets Converted(CERT_PUBLIC_KEY_INFO info, DWORD encodingType) const {
+    BYTE* block = nullptr;
+    DWORD size = 0;
+    EXPECT_EQ(TRUE, convert_(encodingType, &info, 0, 0, &block, &size));
+    const Octets octets(block, block + size);
+    LocalFree(block);
+    return octets;
+  }
   Convert* convert_ = Export<Convert>("ZarConvertPublicKeyInfo");
   LocalAllocSpy spy_;
 };
@@ -80,12 +89,7 @@ TEST_F(PublicKeyConversion, OpensNoOctetString) {
   const Octets bits = Join({{0x04, 0x40}, Counted(64)});
   for (const char* oid : {"1.2.398.3.10.1.1.2.1.1", "1.2.643.2.2.19"}) {
     const GuardedMemory key(bits);
-    CERT_PUBLIC_KEY_INFO info = Info(oid, key);
-    BYTE* block = nullptr;
-    DWORD size = 0;
-    ASSERT_EQ(TRUE, convert_(0x10001, &info, 0, 0, &block, &size));
-    EXPECT_EQ(bits, Octets(block, block + size));
-    LocalFree(block);
+    EXPECT_EQ(bits, Converted(Info(oid, key), 0x10001));
   }
 }
 
@@ -185,11 +189,7 @@ TEST_F(PublicKeyConversion, UnusedBitsAreNotLookedAt) {
   for (const DWORD bits : {1u, 7u, 8u, 0xFFFFFFFFu}) {
     CERT_PUBLIC_KEY_INFO info = Info("1.2.643.2.2.19", key);
     info.PublicKey.cUnusedBits = bits;
-    BYTE* block = nullptr;
-    DWORD size = 0;
-    ASSERT_EQ(TRUE, convert_(1, &info, 0, 0, &block, &size));
-    EXPECT_EQ(Counted(5), Octets(block, block + size));
-    LocalFree(block);
+    EXPECT_EQ(Counted(5), Converted(info, 1)) << bits;
   }
 }
 

@@ -483,28 +483,44 @@ TEST_F(ExportForMessageTest, LeavesOutASenderBlobOfAnotherLength) {
   }
 }
 
-TEST_F(ExportForMessageTest, GoesOnWithoutASenderKey) {
-  provider.FailCall("GetUserKey", 1, 0x8009000D);
-  TraceCapture trace;
-  EXPECT_EQ(TRUE, Call());
-  EXPECT_EQ(Sequence(60, 0x10), EncryptedKey());
-  const auto messages = trace.Messages();
-  ASSERT_EQ(16u, messages.size());
-  EXPECT_EQ("EXT : ZarMsgExportKeyTrans : CryptGetUserKey = 8009000d.", messages[11]);
-  EXPECT_THAT(
-      provider.Calls(),
-      ElementsAre("ImportKey(1001, [0602abcd], 0, 0) = 3001", "GetUserKey(1001, 1) ! 8009000d",
-                  "ExportKey(1001, 4001, 3001, 1, 0, 512)", "DestroyKey(1001, 3001)"));
-}
+struct SenderFailure {
+  const char* function;  // of the provider
+  DWORD error;
+  const char* line;
+  std::vector<std::string> calls;
+};
 
-TEST_F(ExportForMessageTest, GoesOnWithoutASenderBlob) {
-  provider.FailCall("ExportKey", 1, 0x8009000B);
+class ExportWithoutASender : public ExportForMessageTest,
+                             public testing::WithParamInterface<SenderFailure> {};
+
+INSTANTIATE_TEST_SUITE_P(
+    Calls, ExportWithoutASender,
+    testing::Values(
+        SenderFailure{"GetUserKey",
+                      0x8009000D,
+                      "CryptGetUserKey = 8009000d.",
+                      {"ImportKey(1001, [0602abcd], 0, 0) = 3001", "GetUserKey(1001, 1) ! 8009000d",
+                       "ExportKey(1001, 4001, 3001, 1, 0, 512)", "DestroyKey(1001, 3001)"}},
+        SenderFailure{"ExportKey",
+                      0x8009000B,
+                      "CryptExportKey = 8009000b.",
+                      {"ImportKey(1001, [0602abcd], 0, 0) = 3001", "GetUserKey(1001, 1) = 2001",
+                       "SetProvParam(1001, 60, [01000000], 0)",
+                       "ExportKey(1001, 2001, 0, 6, 0, 512) ! 8009000b",
+                       "ExportKey(1001, 4001, 3001, 1, 0, 512)", "DestroyKey(1001, 3001)",
+                       "DestroyKey(1001, 2001)"}}),
+    [](const auto& variant) { return std::string(variant.param.function); });
+
+TEST_P(ExportWithoutASender, GoesOn) {
+  const SenderFailure& row = GetParam();
+  provider.FailCall(row.function, 1, row.error);
   TraceCapture trace;
   EXPECT_EQ(TRUE, Call());
   EXPECT_EQ(Sequence(60, 0x10), EncryptedKey());
   const auto messages = trace.Messages();
   ASSERT_EQ(16u, messages.size());
-  EXPECT_EQ("EXT : ZarMsgExportKeyTrans : CryptExportKey = 8009000b.", messages[11]);
+  EXPECT_EQ(std::string("EXT : ZarMsgExportKeyTrans : ") + row.line, messages[11]);
+  EXPECT_EQ(row.calls, provider.Calls());
   EXPECT_THAT(provider.OpenKeys(), ElementsAre(0x4001));
 }
 

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "support/module_under_test.h"
+#include "support/utf8.h"
 
 namespace zarext::test {
 namespace {
@@ -15,14 +16,6 @@ RecordingFramework* current = nullptr;
 const HMODULE kCrypt32 = reinterpret_cast<HMODULE>(0x43525950);  // no module of this process
 constexpr DWORD kError = 0x1234;
 constexpr DWORD kPathSize = 260;
-
-std::string Utf8(const std::wstring& text) {
-  std::string utf8(text.size() * 3, '\0');
-  utf8.resize(static_cast<std::size_t>(
-      WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), utf8.data(),
-                          static_cast<int>(utf8.size()), nullptr, nullptr)));
-  return utf8;
-}
 
 std::string Hex(DWORD number) {
   char text[16];

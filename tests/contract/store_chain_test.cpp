@@ -106,17 +106,7 @@ TEST_F(StoreLoad, AChainLongerThanItsBufferIsPassedOver) {
 }
 
 TEST_F(StoreLoad, TracesARootStoreThatDoesNotOpen) {
-  const ImportPatch patch(
-      Module(), "CRYPT32.dll", "CertOpenStore",
-      +[](LPCSTR, DWORD encoding, HCRYPTPROV_LEGACY context, DWORD flags, const void* name)
-           WINAPI -> HCERTSTORE {
-        EXPECT_EQ(0u, encoding);
-        EXPECT_EQ(0u, context);
-        EXPECT_EQ(0x10000u, flags);
-        EXPECT_STREQ(L"ROOT", static_cast<const wchar_t*>(name));
-        SetLastError(0xC0FE);
-        return nullptr;
-      });
+  const RefusedSystemStore refused(0x10000, L"ROOT", 0xC0FE);
   TestKey key = KeyWith(1, MakeCertificate({}), {1});
   key.chain = MakeChain({MakeCertificate({})});
   AddContainer("c", {key});

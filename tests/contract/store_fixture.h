@@ -15,6 +15,7 @@
 #include "frame/handles.h"
 #include "support/certificates.h"
 #include "support/container_provider.h"
+#include "support/import_patch.h"
 #include "support/module_under_test.h"
 #include "support/recording_test.h"
 #include "support/store_fixes.h"
@@ -120,6 +121,33 @@ class SharedSection {
   }
   UniqueKernelObject mapping_;
   UniqueView view_;
+};
+
+// Where the module opens a system store, with these flags and by this name: the open is refused
+// with `error`. One at a time.
+class RefusedSystemStore {
+ public:
+  RefusedSystemStore(DWORD flags, const wchar_t* name, DWORD error) {
+    flags_ = flags;
+    name_ = name;
+    error_ = error;
+  }
+
+ private:
+  static HCERTSTORE WINAPI Open(LPCSTR provider, DWORD encoding, HCRYPTPROV_LEGACY context,
+                                DWORD flags, const void* name) {
+    EXPECT_EQ(CERT_STORE_PROV_SYSTEM_W, provider);
+    EXPECT_EQ(0u, encoding);
+    EXPECT_EQ(0u, context);
+    EXPECT_EQ(flags_, flags);
+    EXPECT_STREQ(name_, static_cast<const wchar_t*>(name));
+    SetLastError(error_);
+    return nullptr;
+  }
+  inline static DWORD flags_ = 0;
+  inline static const wchar_t* name_ = nullptr;
+  inline static DWORD error_ = 0;
+  ImportPatch patch_{Module(), "CRYPT32.dll", "CertOpenStore", &Open};
 };
 
 // Every test starts far behind the others in time, so that no listing of theirs is fresh.

@@ -72,12 +72,9 @@ TEST_F(CacheReader, EmptiesTheListFirst) {
 }
 
 TEST_F(CacheReader, ABlockThatWasWrittenReadsAsAnEmptyList) {
-  BYTE octet[] = {0xEE};
   char name[] = "n";
-  CNT_KEY_INFO record = {};
+  CNT_KEY_INFO record = OneOctetRecord();
   record.pszContainer = name;
-  record.cbSerial = record.cbCert = 1;
-  record.pbSerial = record.pbCert = octet;
   cache.Add(record);
   cache.WriteShared();
   EXPECT_EQ(static_cast<DWORD>(kNow), section.Stamp());
@@ -90,11 +87,7 @@ TEST_F(CacheReader, ABlockThatWasWrittenReadsAsAnEmptyList) {
 
 TEST_F(CacheReader, TheStampIsTheLow32BitsOfTheTime) {
   ModuleClock::Set(0x500000007);
-  BYTE octet[] = {0xEE};
-  CNT_KEY_INFO record = {};
-  record.cbSerial = record.cbCert = 1;
-  record.pbSerial = record.pbCert = octet;
-  cache.Add(record);
+  cache.Add(OneOctetRecord());
   section.Wipe();
   cache.WriteShared();
   EXPECT_EQ(7u, section.Stamp());

@@ -153,11 +153,7 @@ TEST(ReservedSection, IsNeitherReadNorWritten) {
   cache.ReadShared();
   EXPECT_TRUE(cache.List().IsEmpty());
   EXPECT_EQ(77, FilledAt());
-  BYTE octet[] = {0xEE};
-  CNT_KEY_INFO record = {};
-  record.cbSerial = record.cbCert = 1;
-  record.pbSerial = record.pbCert = octet;
-  cache.Add(record);
+  cache.Add(OneOctetRecord());
   cache.WriteShared();
   EXPECT_FALSE(cache.List().IsEmpty());
   EXPECT_EQ(0, turns);

@@ -343,19 +343,8 @@ TEST_F(SystemStores, WithoutALogFileFailuresAreSilent) {
 
 // Failures that the platform does not have at hand.
 
-HCERTSTORE WINAPI RefuseOpen(LPCSTR provider, DWORD encoding, HCRYPTPROV_LEGACY context,
-                             DWORD flags, const void* name) {
-  EXPECT_EQ(CERT_STORE_PROV_SYSTEM_W, provider);
-  EXPECT_EQ(0u, encoding);
-  EXPECT_EQ(0u, context);
-  EXPECT_EQ(0x20000u, flags);
-  EXPECT_STREQ(L"MY", static_cast<const wchar_t*>(name));
-  SetLastError(0x5A5);
-  return nullptr;
-}
-
 TEST_F(SystemStores, AStoreThatDoesNotOpenIsLogged) {
-  const ImportPatch patch(Module(), "CRYPT32.dll", "CertOpenStore", &RefuseOpen);
+  const RefusedSystemStore refused(0x20000, L"MY", 0x5A5);
   const Octets certificate = MakeCertificate({});
   EXPECT_EQ(0, SetSelf(1, "c", 1, certificate));
   EXPECT_EQ(0, SetOther(1, 4, certificate));

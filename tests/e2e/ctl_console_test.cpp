@@ -6,6 +6,7 @@
 #include "contract/store_fixture.h"
 #include "e2e/ctl_fixture.h"
 #include "support/child_process.h"
+#include "support/utf8.h"
 
 namespace zarext::test {
 namespace {
@@ -14,14 +15,6 @@ using testing::HasSubstr;
 
 constexpr SHORT kColumns = 80;
 constexpr SHORT kRows = 300;
-
-std::string Utf8(const std::wstring& text) {
-  std::string utf8(text.size() * 3, '\0');
-  utf8.resize(static_cast<std::size_t>(
-      WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), utf8.data(),
-                          static_cast<int>(utf8.size()), nullptr, nullptr)));
-  return utf8;
-}
 
 // Each row of the screen as text, with the attribute of its first character in front.
 std::string ReadScreen(HANDLE screen) {

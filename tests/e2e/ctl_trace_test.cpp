@@ -106,6 +106,18 @@ void PressCtrlC(const RunningTool& tool) {
 class Trace : public CtlTest {
  protected:
   Trace() { WaitUntilSilent(); }
+
+  // Traces that many lines into a file, which moves or begins anew as `rotation` says, while eight
+  // threads write so many each; the file's path.
+  std::string TraceIntoFile(const char* rotation, const char* linesEach, const char* count) {
+    const std::string file = home_.Path() + "\\trace.txt";
+    RunningTool tool({"trace", "--grep", "ZarCryptEncodeObject", "--file", file, "--rotate",
+                      rotation, "--count", count, "--for", "30"});
+    WaitUntilListening();
+    EXPECT_EQ(0u, ChildProcess("TraceWrite", {linesEach, "8"}).Wait());
+    EXPECT_EQ(0u, tool.Finish().exitCode);
+    return file;
+  }
 };
 
 TEST_F(Trace, LinesWithTheirMeaning) {
@@ -247,12 +259,7 @@ TEST_F(Trace, AKilledViewerLeavesTheWritersRunning) {
 }
 
 TEST_F(Trace, AFileThatMovesWhenItHasGrown) {
-  const std::string file = home_.Path() + "\\trace.txt";
-  RunningTool tool({"trace", "--grep", "ZarCryptEncodeObject", "--file", file, "--rotate", "2K,2",
-                    "--count", "80", "--for", "30"});
-  WaitUntilListening();
-  EXPECT_EQ(0u, ChildProcess("TraceWrite", {"10", "8"}).Wait());
-  EXPECT_EQ(0u, tool.Finish().exitCode);
+  TraceIntoFile("2K,2", "10", "80");
   std::set<std::string> names;
   for (const auto& entry : std::filesystem::directory_iterator(home_.Path())) {
     names.insert(entry.path().filename().string());
@@ -269,12 +276,7 @@ TEST_F(Trace, AFileThatMovesWhenItHasGrown) {
 }
 
 TEST_F(Trace, AFileThatBeginsAnew) {
-  const std::string file = home_.Path() + "\\trace.txt";
-  RunningTool tool({"trace", "--grep", "ZarCryptEncodeObject", "--file", file, "--rotate", "1K,0",
-                    "--count", "40", "--for", "30"});
-  WaitUntilListening();
-  EXPECT_EQ(0u, ChildProcess("TraceWrite", {"5", "8"}).Wait());
-  EXPECT_EQ(0u, tool.Finish().exitCode);
+  const std::string file = TraceIntoFile("1K,0", "5", "40");
   const auto isOnly = std::filesystem::directory_iterator(home_.Path());
   EXPECT_EQ(1, std::distance(begin(isOnly), end(isOnly)));
   EXPECT_LE(std::filesystem::file_size(file), 1024u);

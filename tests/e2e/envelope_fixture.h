@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "contract/provider_fixture.h"
+#include "e2e/key_holder.h"
 #include "frame/handles.h"
 #include "support/enveloped_message.h"
 #include "support/issued_certificate.h"
@@ -27,19 +28,11 @@ inline constexpr ALG_ID kExchangeAlgId = 0xA045;
 inline constexpr char kExchangeOid[] = "1.3.6.1.4.1.32473.1.8.8";
 
 // A container with a fresh exchange key.
-class Party {
+class Party : public KeyHolder {
  public:
   explicit Party(const char* container, ALG_ID algId = kExchangeAlgId, DWORD type = 25,
                  DWORD keyFlags = 0)
-      : context_(NewContainer(container, type)), key_(Generate(context_, algId, keyFlags)) {}
-
-  [[nodiscard]] HCRYPTPROV Provider() const { return context_.Get(); }
-  [[nodiscard]] const Context& Own() const { return context_; }
-  [[nodiscard]] Octets PublicBlob() const { return test::Export(key_, PUBLICKEYBLOB); }
-
- private:
-  Context context_;
-  Key key_;
+      : KeyHolder(container, algId, type, keyFlags) {}
 };
 
 // An RSA certification authority in the RSA companion provider.

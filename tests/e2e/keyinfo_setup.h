@@ -12,6 +12,7 @@
 #include <string>
 
 #include "contract/provider_fixture.h"
+#include "e2e/key_holder.h"
 #include "support/module_under_test.h"
 #include "support/trace_capture.h"
 
@@ -21,22 +22,6 @@ namespace zarext::test {
 inline constexpr char kExportOnlyOid[] = "1.3.6.1.4.1.32473.99.1";
 inline constexpr char kImportOnlyOid[] = "1.3.6.1.4.1.32473.99.2";
 inline constexpr char kConvertOnlyOid[] = "1.3.6.1.4.1.32473.99.3";
-
-// A container with a key.
-class KeyHolder {
- public:
-  explicit KeyHolder(const char* container, ALG_ID algId = AT_SIGNATURE, DWORD type = 25,
-                     DWORD flags = 0)
-      : context_(NewContainer(container, type)), key_(Generate(context_, algId, flags)) {}
-
-  [[nodiscard]] const Context& Own() const { return context_; }
-  [[nodiscard]] HCRYPTPROV Provider() const { return context_.Get(); }
-  [[nodiscard]] Octets PublicBlob() const { return test::Export(key_, PUBLICKEYBLOB); }
-
- private:
-  Context context_;
-  Key key_;
-};
 
 // A CERT_PUBLIC_KEY_INFO that one of the framework's functions fills.
 class PublicKeyInfo {

@@ -7,18 +7,12 @@
 #include <cstring>
 #include <iterator>
 
+#include "support/utf8.h"
+
 namespace zarext::test {
 namespace {
 
 constexpr DWORD kLongestName = 16384;
-
-std::string Utf8(const wchar_t* text, std::size_t length) {
-  std::string utf8(length * 3, '\0');
-  utf8.resize(static_cast<std::size_t>(
-      WideCharToMultiByte(CP_UTF8, 0, text, static_cast<int>(length), utf8.data(),
-                          static_cast<int>(utf8.size()), nullptr, nullptr)));
-  return utf8;
-}
 
 std::string Hex(const char* format, unsigned long number) {
   char text[16];
@@ -30,7 +24,7 @@ std::string ValueText(DWORD type, const std::vector<BYTE>& data) {
   if (type == REG_SZ && data.size() >= sizeof(wchar_t) && data.size() % sizeof(wchar_t) == 0) {
     // Without the terminating zero, which is there.
     return "text " +
-           Utf8(reinterpret_cast<const wchar_t*>(data.data()), data.size() / sizeof(wchar_t) - 1);
+           Utf8({reinterpret_cast<const wchar_t*>(data.data()), data.size() / sizeof(wchar_t) - 1});
   }
   if (type == REG_DWORD && data.size() == sizeof(DWORD)) {
     DWORD number = 0;
@@ -61,7 +55,7 @@ void ReadValues(HKEY key, const std::string& path, RegistryLines& lines) {
     if (status != ERROR_SUCCESS) {
       return;
     }
-    lines.insert(path + " : " + Utf8(name.data(), nameLength) + " = " +
+    lines.insert(path + " : " + Utf8({name.data(), nameLength}) + " = " +
                  ValueText(type, {data.begin(), data.begin() + size}));
   }
 }
@@ -80,7 +74,7 @@ void ReadKey(HKEY parent, const std::wstring& name, const std::string& path, Reg
         ERROR_SUCCESS) {
       break;
     }
-    ReadKey(key, child, path + "\\" + Utf8(child, length), lines);
+    ReadKey(key, child, path + "\\" + Utf8({child, length}), lines);
   }
   RegCloseKey(key);
 }
