@@ -66,20 +66,36 @@ TEST(SmallerSection, IsNeitherReadNorWrittenBeyondItsEnd) {
 }
 
 // A section of a file that has been cut since: there is nothing behind most of its pages.
-// The test platform alone lets somebody cut it, by a program of the system below.
+// The platform refuses to cut it (on Windows by the documentation of SetEndOfFile; it was not seen
+// there). Under Wine a program of the system below cuts it all the same; elsewhere the section
+// stays whole, and is used.
 class SectionOfACutFile : public CacheReader {
  public:
-  SectionOfACutFile() : foreign_((Fill(), mapping_.Get())) {
-    record_.cbSerial = record_.cbCert = 1;
-    record_.pbSerial = record_.pbCert = octet_;
-  }
+  SectionOfACutFile() : foreign_((Fill(), mapping_.Get())) {}
   ~SectionOfACutFile() override { EXPECT_EQ(0, ReleaseMutex(CacheHandle(3))); }
 
  protected:
-  void SetUp() override {
-    if (!IsWine()) GTEST_SKIP() << "Windows refuses to cut the file of a section";
+  // Whether the file was cut.
+  [[nodiscard]] bool CutTo(int size) const {
+    SetFilePointer(file_.Get(), size, nullptr, FILE_BEGIN);
+    EXPECT_EQ(FALSE, SetEndOfFile(file_.Get()));
+    EXPECT_EQ(DWORD{ERROR_USER_MAPPED_FILE}, GetLastError());
+    if (IsWine()) CutFromBelow(size);
+    return IsWine();
   }
-  static void CutTo(int size) {
+  // What a whole one then looks like.
+  void ExpectRead() const {
+    EXPECT_TRUE(cache.List().IsEmpty());
+    EXPECT_EQ(kNow, FilledAt());
+  }
+  void ExpectWritten() const {
+    const UniqueView view(MapViewOfFileEx(mapping_.Get(), FILE_MAP_ALL_ACCESS, 0, 0, 0, nullptr));
+    // Two sequences around an empty name, two numbers of one octet, and the record's two octets.
+    EXPECT_EQ(18u, static_cast<const DWORD*>(view.Get())[1]);
+  }
+
+ private:
+  static void CutFromBelow(int size) {
     const auto cut = ChildProcess::Program("Z:\\usr\\bin\\truncate -s " + std::to_string(size) +
                                            " cut_section.bin");
     // A program of the system below has no process that could be waited for.
@@ -88,9 +104,6 @@ class SectionOfACutFile : public CacheReader {
       Sleep(10);
     }
   }
-  void AddRecord() { cache.Add(record_); }
-
- private:
   static DWORD SizeOfFile() {
     WIN32_FILE_ATTRIBUTE_DATA data = {};
     GetFileAttributesExA("cut_section.bin", GetFileExInfoStandard, &data);
@@ -108,28 +121,37 @@ class SectionOfACutFile : public CacheReader {
   UniqueKernelObject mapping_{
       CreateFileMappingA(file_.Get(), nullptr, PAGE_READWRITE, 0, 262144, nullptr)};
   ForeignSection foreign_;
-  BYTE octet_[1] = {0xEE};
-  CNT_KEY_INFO record_ = {};
 };
 
-TEST_F(SectionOfACutFile, WithoutItsHeaderIsNotRead) {
-  CutTo(0);
+TEST_F(SectionOfACutFile, IsReadAndWrittenAsLongAsItIsWhole) {
   cache.ReadShared();
+  ExpectRead();
+  cache.Add(OneOctetRecord());
+  cache.WriteShared();
+  ExpectWritten();
+}
+
+TEST_F(SectionOfACutFile, WithoutItsHeaderIsNotRead) {
+  const bool isCut = CutTo(0);
+  cache.ReadShared();
+  if (!isCut) return ExpectRead();
   EXPECT_TRUE(cache.List().IsEmpty());
   EXPECT_EQ(77, FilledAt());
 }
 
 TEST_F(SectionOfACutFile, WithoutTheRestOfItsBlockIsNotRead) {
-  CutTo(4096);
+  const bool isCut = CutTo(4096);
   cache.ReadShared();
+  if (!isCut) return ExpectRead();
   EXPECT_TRUE(cache.List().IsEmpty());
   EXPECT_EQ(77, FilledAt());
 }
 
 TEST_F(SectionOfACutFile, IsNotWritten) {
-  CutTo(0);
-  AddRecord();
+  const bool isCut = CutTo(0);
+  cache.Add(OneOctetRecord());
   cache.WriteShared();
+  if (!isCut) ExpectWritten();
   EXPECT_FALSE(cache.List().IsEmpty());
 }
 

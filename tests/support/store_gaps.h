@@ -18,8 +18,9 @@ bool DeletionKeepsTheReference();
 bool AddingAgainLeaksAReference();
 
 // The store that a provider filled is closed by the framework, also where the provider's close
-// callback has closed it. Never called on Windows, where the callback's close is the only one: what
-// the call would do there is not known. For the process one store provider more is installed.
+// callback has closed it. On Windows only called in a process that may end with it: the callback's
+// close is the only one there, and what the call would do is not known. For the process one store
+// provider more is installed.
 bool StoreIsClosedBehindTheCallback();
 
 }  // namespace zarext::test
