@@ -77,11 +77,11 @@ class LogFileTurn {
       Sleep(1);
     }
   }
+  // A destructor must not throw what End() may; the system unlocks a file that is closed.
+  ~LogFileTurn() = default;
   LogFileTurn(const LogFileTurn&) = delete;
   LogFileTurn& operator=(const LogFileTurn&) = delete;
 
-  // No destructor does it: what the call throws belongs to the caller, and the system unlocks a
-  // file that is closed.
   void End() {
     if (locked_) {
       UnlockFileEx(file_, 0, 1, 0, &position_);
