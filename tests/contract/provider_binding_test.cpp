@@ -272,13 +272,28 @@ TEST(BindProvider, AValueThatFillsTheBufferIsUnreadable) {
   EXPECT_EQ(0u, RunInChild("BindDefault"));
 }
 
-TEST(BindProvider, APathThatLeavesRoomForItsTerminatorIsRead) {
+// The path of the complete provider in so many characters.
+std::string ProviderPathOf(std::size_t size) {
   std::string path = ProviderWithout("none");
   const std::size_t name = path.rfind('\\');
-  while (path.size() < 255) path.insert(name, path.size() < 254 ? "\\." : "\\");
-  ASSERT_EQ(255u, path.size());
-  WriteImagePath(REG_BINARY, Text(path));
+  while (path.size() < size) path.insert(name, path.size() + 1 < size ? "\\." : "\\");
+  return path;
+}
+
+TEST(BindProvider, APathThatLeavesRoomForItsTerminatorIsRead) {
+  ASSERT_EQ(255u, ProviderPathOf(255).size());
+  WriteImagePath(REG_BINARY, Text(ProviderPathOf(255)));
   EXPECT_EQ(0u, RunInChild("BindComplete"));
+}
+
+TEST(BindProvider, APathThatIsLongerThanTheBufferWithItsTerminatorIsUnreadable) {
+  const DefaultFile file;
+  for (const std::size_t size : {256U, 257U, 258U}) {
+    SCOPED_TRACE(size);
+    ASSERT_EQ(size, ProviderPathOf(size).size());
+    WriteImagePath(REG_SZ, Text(ProviderPathOf(size)));
+    EXPECT_EQ(0u, RunInChild("BindDefault"));
+  }
 }
 
 TEST(BindProvider, AValueWithoutTerminatorThatFitsIsRead) {
