@@ -1,5 +1,5 @@
-// The one place where the module catches: what is thrown below becomes a result, also what another
-// compiler's C++ throws.
+// The handlers of every export and callback: what is thrown below becomes a result, also what
+// another compiler's C++ throws.
 #ifndef ZAREXT_FRAME_GUARDED_H_
 #define ZAREXT_FRAME_GUARDED_H_
 

@@ -13,9 +13,10 @@
 namespace zarext {
 
 // Makes its mutex, its section and the store-open critical section, in this order, when the module
-// is loaded. A handle that could not be made is null: the listing is then not shared. The module's
-// exit routine empties the list, closes the mutex and deletes the critical section. The section's
-// handle stays open until the process ends: the listing outlives the module.
+// is loaded. A handle that could not be made is null: without the section the listing is not
+// shared, without the mutex it is shared without turns. The module's exit routine empties the list,
+// closes the mutex and deletes the critical section. The section's handle stays open until the
+// process ends: the listing outlives the module.
 //
 // Nothing here traces, throws or sets a last error: each operation does its work or leaves list and
 // section as they were.

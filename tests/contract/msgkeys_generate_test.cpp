@@ -482,10 +482,12 @@ TEST_F(GenerateForMessageTest, ThePlatformRefusesTheProviderHandleAsKey) {
 TEST_F(GenerateForMessageTest, ReportsARefusedAllocation) {
   allocator.failing = 1;
   UseWrapping();
+  BYTE mark = 0;
+  info.pbContentEncryptKey = &mark;
   provider.ClearCalls();
   EXPECT_EQ(FALSE, Call());
   EXPECT_EQ(0x8009000Eu, GetLastError());
-  EXPECT_EQ(nullptr, info.pbContentEncryptKey);
+  EXPECT_EQ(&mark, info.pbContentEncryptKey);
   EXPECT_EQ(3u, provider.Calls().size());
 }
 

@@ -234,7 +234,9 @@ TEST_F(Registration, FailsAtEveryCallButTheLast) {
   for (std::size_t position = 1; position < all.size(); ++position) {
     framework.Clear();
     framework.FailAt(position);
+    SetLastError(0);
     ASSERT_EQ(kUnexpected, Register()) << position;
+    ASSERT_EQ(0x1234u, GetLastError()) << position;
     const bool freed = position != 1 && position != 75;
     ASSERT_EQ(UpTo(all, position, freed), framework.Calls()) << position;
     ASSERT_EQ(0u, framework.HeldAllocations()) << position;
@@ -247,6 +249,7 @@ TEST_F(Registration, FailsAtEveryCallButTheLast) {
 TEST_F(Registration, FailsWithoutMemoryForThePath) {
   framework.FailAllocation(true);
   EXPECT_EQ(kUnexpected, Register());
+  EXPECT_EQ(0x8009000Eu, GetLastError());
   EXPECT_EQ(UpTo(RegistrationCalls(), 72, true), framework.Calls());
 }
 

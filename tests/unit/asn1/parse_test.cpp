@@ -49,6 +49,8 @@ INSTANTIATE_TEST_SUITE_P(
                     // A pair in a definite element closes the indefinite one around it.
                     ParseCase{"30 80 30 02 00 00", 0, "30 02 30 00"},
                     ParseCase{"30 04 00 00 05 00", 0, "30 02 05 00"},
+                    // The outermost element is kept whatever it is.
+                    ParseCase{"00 00", 0, "00 00"},
                     // A primitive element with an indefinite length takes the pair as content.
                     ParseCase{"04 80 02 01 05 00 00", 0, "04 05 02 01 05 00 00"},
                     ParseCase{"30 80 04 80 AA 00 00 00 00 00", 0, "30 06 04 04 AA 00 00 00"},
