@@ -1,7 +1,8 @@
 # The provider store through the DLL.
 zarext_add_wine_test(store_contract
-  SOURCES store_open_test.cpp store_load_test.cpp store_chain_test.cpp store_listing_test.cpp store_cache_test.cpp
-    store_callbacks_test.cpp store_write_test.cpp store_late_calls_test.cpp
+  SOURCES store_open_test.cpp store_load_test.cpp store_load_limits_test.cpp store_chain_test.cpp
+    store_listing_test.cpp store_cache_test.cpp store_callbacks_test.cpp store_write_test.cpp
+    store_write_keys_test.cpp store_late_calls_test.cpp
   DEPENDS zarext_provider_without_CPSetKeyParam zarext_late_caller)
 
 # The store's own objects, linked in.
@@ -15,4 +16,4 @@ zarext_add_wine_test(store_internal
 zarext_add_wine_test(store_objects SOURCES store_objects_test.cpp)
 
 # The system stores and the log file.
-zarext_add_wine_test(store_system SOURCES store_system_test.cpp)
+zarext_add_wine_test(store_system SOURCES store_system_test.cpp store_system_failures_test.cpp)
