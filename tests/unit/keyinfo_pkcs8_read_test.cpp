@@ -1,46 +1,11 @@
-// Reading key documents.
+// Reading private keys and bags, and what holds for every key document.
 #include <gtest/gtest.h>
 
-#include <deque>
-#include <random>
-#include <span>
-#include <type_traits>
-
 #include "keyinfo/pkcs8.h"
-#include "unit/keyinfo_octets.h"
+#include "unit/keyinfo_pkcs8_reading.h"
 
 namespace zarext::test {
 namespace {
-
-std::string Text(OctetSpan octets) { return HexText(octets.data(), octets.size()); }
-
-std::int32_t ReadCode(std::uint32_t kind, std::string_view text) {
-  const Octets octets = Hex(text);
-  TPKCS8 document;
-  const std::int32_t code = document.Read(kind, octets);
-  if (code != 0) {
-    EXPECT_EQ(-1, document.EncodedSize());
-    EXPECT_EQ(0u, document.Kind());
-    EXPECT_EQ(nullptr, document.Decoded());
-  } else {
-    EXPECT_EQ(static_cast<std::int64_t>(octets.size()), document.EncodedSize());
-    EXPECT_EQ(kind, document.Kind());
-  }
-  return code;
-}
-
-struct CodeCase {
-  std::int32_t code;
-  const char* text;
-};
-
-// An element with its length; children may be joined.
-std::string Element(const char* tag, const std::string& content) {
-  const std::size_t size = Hex(content).size();
-  char length[16] = {};
-  snprintf(length, sizeof length, size < 0x80 ? "%02zx" : "82%04zx", size);
-  return std::string(tag) + length + content;
-}
 
 TEST(Read, TheImageIsCheckedFirst) {
   TPKCS8 document;
@@ -112,17 +77,6 @@ TEST(Read, PrivateKeyCodes) {
   for (const CodeCase& c : cases) {
     EXPECT_EQ(c.code, ReadCode(1, c.text)) << c.text;
   }
-}
-
-// Reads and gives the record, or fails the test.
-template <typename Record>
-const Record& Decode(TPKCS8& document, std::uint32_t kind, std::span<const std::uint8_t> octets) {
-  EXPECT_EQ(0, document.Read(kind, octets));
-  static const Record kNone;
-  const auto* record =
-      document.Decoded() == nullptr ? nullptr : std::get_if<Record>(document.Decoded());
-  EXPECT_NE(nullptr, record);
-  return record == nullptr ? kNone : *record;
 }
 
 TEST(Read, PrivateKeyRecord) {
@@ -201,134 +155,6 @@ TEST(Read, TheAlgorithmsTagIsNotLookedAt) {
       Decode<PrivateKeyRecord>(document, 1, Hex("300c 020100 a00406022a03 0401aa")).algorithm);
 }
 
-// What is wrong in front counts, whether or not the encrypted data are right.
-class EncryptedKeyCodes : public testing::TestWithParam<const char*> {};
-INSTANTIATE_TEST_SUITE_P(Data, EncryptedKeyCodes, testing::Values("0401dd", "0400", "0c01dd"));
-
-TEST_P(EncryptedKeyCodes, Read) {
-  const std::string pbes2 = "06092a864886f70d01050d";
-  const std::string pbkdf2 = "06092a864886f70d01050c";
-  const std::string data = GetParam();
-  // The PBES2 parameters, or those of another algorithm, in a whole document.
-  const auto other = [&](const std::string& parameters) {
-    return Element("30", Element("30", "06022a03" + parameters) + data);
-  };
-  const auto with = [&](const std::string& parameters) {
-    return Element("30", Element("30", pbes2 + parameters) + data);
-  };
-  const auto derivation = [&](const std::string& content) {
-    return with(Element("30", Element("30", content) + "30050403020100"));
-  };
-  const auto scheme = [&](const std::string& element) {
-    return with(Element("30", Element("30", pbkdf2 + Element("30", "04015a020101")) + element));
-  };
-  const std::pair<std::int32_t, std::string> cases[] = {
-      {121, "3000"},
-      {121, "30020500"},
-      {121, "3006050005000500"},
-      {123, "300404000400"},
-      {123, Element("30", "a000" + data)},
-      {124, Element("30", "3000" + data)},
-      {125, Element("30", "30020500" + data)},
-      {125, Element("30", "30020600" + data)},
-      {125, Element("30", "30050c03312e32" + data)},
-      {127, other("0500")},
-      {127, other("3000")},
-      {127, other("3002 0500")},
-      {127, other("3006 0500 0500 0500")},
-      {127, other("a006 04015a020101")},
-      {129, other("3006 03015a 020101")},
-      {129, other("3005 0400 020101")},
-      {129, other("3006 0c015a 020101")},
-      {129, other("3004 0500 0500")},
-      {131, other("3005 04015a 0500")},
-      {131, other("3007 04015a 0202ff00")},
-      {131, other("3009 04015a 040401000000")},
-      {133, with("3004 0500 0500")},
-      {133, with("3006 30020500 0500")},
-      {133, with("300a 3006050005000500 0500")},
-      {135, derivation("05000500")},
-      {135, derivation("06000500")},
-      {135, derivation("0c03312e320500")},
-      {136, derivation("06022a030500")},
-      {138, derivation(pbkdf2 + "0500")},
-      {138, derivation(pbkdf2 + "30020500")},
-      {138, derivation(pbkdf2 + "30080500050005000500")},
-      {140, derivation(pbkdf2 + "30040500 0500")},
-      {140, derivation(pbkdf2 + "30050400 020101")},
-      {140, derivation(pbkdf2 + "30060c015a 020101")},
-      {140, derivation(pbkdf2 + "3004 0500 0500")},
-      {142, derivation(pbkdf2 + "300504015a 0500")},
-      {142, derivation(pbkdf2 + "300904015a 040401000000")},
-      {144, scheme("0500")},
-      {144, scheme("3002 0500")},
-      {144, scheme("3006 0500 0500 0500")},
-      {146, scheme("3004 0500 0400")},
-      {146, scheme("3004 0600 0400")},
-      {146, scheme("3007 0c03312e32 0400")},
-      {146, scheme("3004 0500 0500")},
-      {148, scheme("3006 06022a03 0500")},
-      {150, Element("30", Element("30", "06022a03") + "0400")},
-      {150, Element("30", Element("30", "06022a03") + "0301aa")},
-      {150, Element("30", Element("30", "06022a03") + "0c01aa")},
-  };
-  for (const auto& [code, text] : cases) {
-    EXPECT_EQ(code, ReadCode(2, text)) << text;
-  }
-}
-
-TEST(Read, EncryptedKeyRecordOfASinglePbe) {
-  TPKCS8 document;
-  const auto& record = Decode<EncryptedKeyRecord>(
-      document, 2, Hex("301c 3016 060a2a864886f70d010c0103 3008 04025a5b 02020800 0402dddd"));
-  EXPECT_STREQ("1.2.840.113549.1.12.1.3", record.algorithm);
-  EXPECT_EQ("5a5b", Text(record.salt));
-  EXPECT_EQ(2048u, record.iterations);
-  EXPECT_EQ("", Text(record.iv));
-  EXPECT_EQ("dddd", Text(record.encryptedData));
-}
-
-TEST(Read, EncryptedKeyRecordWithoutParameters) {
-  TPKCS8 document;
-  for (const char* text : {"3009 3004 06022a03 0401dd", "300d 3008 06022a03 0500 0500 0401dd",
-                           "3010 300b 06092a864886f70d01050d 0401dd"}) {
-    const auto& record = Decode<EncryptedKeyRecord>(document, 2, Hex(text));
-    EXPECT_EQ("", Text(record.salt));
-    EXPECT_EQ(0u, record.iterations);
-    EXPECT_EQ("dd", Text(record.encryptedData));
-  }
-}
-
-TEST(Read, EncryptedKeyRecordOfPbes2) {
-  // Without, or with a key length, a pseudo-random function, or anything else.
-  for (const char* third : {"", "020120", "300c 06082a864886f70d0209 0500", "0500"}) {
-    TPKCS8 document;
-    const std::string derivation = Element(
-        "30", "06092a864886f70d01050c" + Element("30", std::string("04025a5b02020800") + third));
-    const std::string scheme = "3010060960864801650304012a04031f2f3f";
-    const std::string algorithm =
-        Element("30", "06092a864886f70d01050d" + Element("30", derivation + scheme));
-    const auto& record =
-        Decode<EncryptedKeyRecord>(document, 2, Hex(Element("30", algorithm + "0402dddd")));
-    EXPECT_STREQ("2.16.840.1.101.3.4.1.42", record.algorithm);
-    EXPECT_EQ("5a5b", Text(record.salt));
-    EXPECT_EQ(2048u, record.iterations);
-    EXPECT_EQ("1f2f3f", Text(record.iv));
-    EXPECT_EQ("dddd", Text(record.encryptedData));
-  }
-}
-
-TEST(Read, TheIvMayBeEmpty) {
-  TPKCS8 document;
-  const auto& record = Decode<EncryptedKeyRecord>(
-      document, 2,
-      Hex("302f 302a 06092a864886f70d01050d 301d 3013 06092a864886f70d01050c 3006 04015a 020101"
-          "3006 06022a03 0400"
-          "0401dd"));
-  EXPECT_EQ("", Text(record.iv));
-  EXPECT_STREQ("1.2.3", record.algorithm);
-}
-
 TEST(Read, BagCodes) {
   const std::string x509 = "060a2a864886f70d01091601";
   const std::string sdsi = "060a2a864886f70d01091602";
@@ -397,127 +223,6 @@ TEST(Read, ReplacesWhatWasThere) {
   document.Clear();
   EXPECT_EQ(nullptr, document.Decoded());
   EXPECT_EQ(0u, document.Kind());
-}
-
-// Random records go through build and read unchanged.
-class RandomRecords : public testing::Test {
- protected:
-  OctetSpan Some(std::size_t least = 1) {
-    std::uniform_int_distribution<std::size_t> size(least, random_() % 8 == 0 ? 400 : 40);
-    Octets& octets = kept_.emplace_back(size(random_));
-    for (std::uint8_t& octet : octets) {
-      octet = static_cast<std::uint8_t>(random_());
-    }
-    return {octets.data(), static_cast<std::uint32_t>(octets.size())};
-  }
-  // An encoded element that is no OBJECT IDENTIFIER.
-  OctetSpan SomeElement(std::uint8_t tag) {
-    const OctetSpan content = Some();
-    Octets& octets = kept_.emplace_back();
-    // The content as the content of an OCTET STRING inside.
-    Octets inner = {0x04};
-    const auto appendLength = [](Octets& to, std::size_t size) {
-      if (size >= 0x80) {
-        to.push_back(size >= 0x100 ? 0x82 : 0x81);
-      }
-      if (size >= 0x100) {
-        to.push_back(static_cast<std::uint8_t>(size >> 8));
-      }
-      to.push_back(static_cast<std::uint8_t>(size));
-    };
-    appendLength(inner, content.size());
-    inner.insert(inner.end(), content.begin(), content.end());
-    octets.push_back(tag);
-    appendLength(octets, inner.size());
-    octets.insert(octets.end(), inner.begin(), inner.end());
-    return {octets.data(), static_cast<std::uint32_t>(octets.size())};
-  }
-  const char* SomeOid() {
-    static constexpr const char* kOids[] = {"1.2.643.2.2.19", "1.2.840.10045.2.1", "0.9.2342",
-                                            "1.3.6.1.4.1.32473.1.5.8", "1.2.268435455.0.127.128"};
-    return kOids[random_() % std::size(kOids)];
-  }
-  std::uint32_t SomeNumber() { return static_cast<std::uint32_t>(random_()) >> random_() % 32; }
-  bool Coin() { return random_() % 2 == 0; }
-
-  // Builds, reads and gives what was read.
-  template <typename Record>
-  Record RoundTrip(std::uint32_t kind, const Record& record) {
-    const Pkcs8Record input = record;
-    EXPECT_EQ(0, built_.Build(&input));
-    encoded_.resize(static_cast<std::size_t>(built_.EncodedSize()));
-    EXPECT_EQ(0, built_.Encode(encoded_.data()));
-    return Decode<Record>(read_, kind, encoded_);
-  }
-
-  zarext::BagRecord RoundTripBag(std::uint32_t kind, const zarext::BagRecord& record) {
-    switch (kind) {
-      case 3:
-        return RoundTrip(kind, CertBagRecord{record});
-      case 4:
-        return RoundTrip(kind, CrlBagRecord{record});
-      default:
-        return RoundTrip(kind, SecretBagRecord{record});
-    }
-  }
-
-  std::mt19937 random_{20260115};
-  std::deque<Octets> kept_;
-  TPKCS8 built_;
-  TPKCS8 read_;
-  Octets encoded_;
-};
-
-TEST_F(RandomRecords, PrivateKeys) {
-  for (int i = 0; i < 2000; ++i) {
-    PrivateKeyRecord record;
-    record.version = SomeNumber();
-    record.algorithm = SomeOid();
-    record.parameters = SomeElement(0x30);
-    record.privateKey = Some();
-    record.attributes = Coin() ? SomeElement(0x31) : OctetSpan{};
-    const PrivateKeyRecord read = RoundTrip(1, record);
-    ASSERT_EQ(record.version, read.version);
-    ASSERT_STREQ(record.algorithm, read.algorithm);
-    ASSERT_EQ(Text(record.parameters), Text(read.parameters));
-    ASSERT_EQ(Text(record.privateKey), Text(read.privateKey));
-    ASSERT_EQ(Text(record.attributes), Text(read.attributes));
-  }
-}
-
-TEST_F(RandomRecords, EncryptedKeys) {
-  for (int i = 0; i < 2000; ++i) {
-    EncryptedKeyRecord record;
-    record.algorithm = Coin() ? SomeOid() : "2.16.840.1.101.3.4.1.42";
-    record.iv = Coin() ? Some() : OctetSpan{};
-    record.salt = Some();
-    record.iterations = SomeNumber() | 1;
-    record.encryptedData = Some();
-    const EncryptedKeyRecord read = RoundTrip(2, record);
-    ASSERT_STREQ(record.algorithm, read.algorithm);
-    ASSERT_EQ(Text(record.iv), Text(read.iv));
-    ASSERT_EQ(Text(record.salt), Text(read.salt));
-    ASSERT_EQ(record.iterations, read.iterations);
-    ASSERT_EQ(Text(record.encryptedData), Text(read.encryptedData));
-  }
-}
-
-TEST_F(RandomRecords, Bags) {
-  for (int i = 0; i < 2000; ++i) {
-    zarext::BagRecord record;
-    const std::uint32_t kind = 3 + static_cast<std::uint32_t>(i) % 3;
-    const bool sdsi = kind == 3 && Coin();
-    record.type =
-        kind == 5 ? SomeOid()
-                  : (kind == 4 ? "1.2.840.113549.1.9.23.1"
-                               : (sdsi ? "1.2.840.113549.1.9.22.2" : "1.2.840.113549.1.9.22.1"));
-    record.tag = sdsi ? 0x1E : 0x04;
-    record.value = Some();
-    const zarext::BagRecord read = RoundTripBag(kind, record);
-    ASSERT_STREQ(record.type, read.type);
-    ASSERT_EQ(record.tag, read.tag);
-    ASSERT_EQ(Text(record.value), Text(read.value));
-  }
 }
 
 // The record of a reading points into the tree. Nothing but Build, Read and Clear, which end the
