@@ -10,24 +10,15 @@
 
 #include "keyinfo/pkcs8.h"
 #include "unit/keyinfo_bags.h"
-#include "unit/keyinfo_octets.h"
 #include "unit/keyinfo_openssl_documents.h"
+#include "unit/keyinfo_pkcs8_reading.h"
 
 namespace zarext::test {
 namespace {
 
-std::string Text(OctetSpan octets) { return HexText(octets.data(), octets.size()); }
-
-template <typename Record>
-Record Decode(TPKCS8& document, std::uint32_t kind, const char* text) {
-  const Octets octets = Hex(text);
-  EXPECT_EQ(0, document.Read(kind, octets));
-  return document.Decoded() == nullptr ? Record{} : std::get<Record>(*document.Decoded());
-}
-
 TEST(OpensslDocuments, PrivateKey) {
   TPKCS8 document;
-  const auto record = Decode<PrivateKeyRecord>(document, 1, openssl::kEcKey);
+  const auto record = Decode<PrivateKeyRecord>(document, 1, Hex(openssl::kEcKey));
   EXPECT_EQ(0u, record.version);
   EXPECT_STREQ("1.2.840.10045.2.1", record.algorithm);
   EXPECT_STREQ("1.2.840.10045.3.1.7", reinterpret_cast<const char*>(record.parameters.data()));
@@ -38,25 +29,25 @@ TEST(OpensslDocuments, PrivateKey) {
 
 TEST(OpensslDocuments, EncryptedPrivateKeys) {
   TPKCS8 document;
-  auto record = Decode<EncryptedKeyRecord>(document, 2, openssl::kAes256);
+  auto record = Decode<EncryptedKeyRecord>(document, 2, Hex(openssl::kAes256));
   EXPECT_STREQ("2.16.840.1.101.3.4.1.42", record.algorithm);
   EXPECT_EQ("20b3be6d09b7310c", Text(record.salt));
   EXPECT_EQ(2048u, record.iterations);
   EXPECT_EQ("22c6669ccbe332d92b7cccf2d7883e14", Text(record.iv));
   EXPECT_EQ(144u, record.encryptedData.size());
 
-  record = Decode<EncryptedKeyRecord>(document, 2, openssl::kAes256Sha1);
+  record = Decode<EncryptedKeyRecord>(document, 2, Hex(openssl::kAes256Sha1));
   EXPECT_STREQ("2.16.840.1.101.3.4.1.42", record.algorithm);
   EXPECT_EQ("08464e4198e2def8", Text(record.salt));
   EXPECT_EQ("7a3ae9af5d9053b263eabac723257c2f", Text(record.iv));
 
-  record = Decode<EncryptedKeyRecord>(document, 2, openssl::kDes3);
+  record = Decode<EncryptedKeyRecord>(document, 2, Hex(openssl::kDes3));
   EXPECT_STREQ("1.2.840.113549.3.7", record.algorithm);
   EXPECT_EQ("b2fb6b9d87d5dce2", Text(record.salt));
   EXPECT_EQ(2048u, record.iterations);
   EXPECT_EQ("dbbbf3b18690bc6b", Text(record.iv));
 
-  record = Decode<EncryptedKeyRecord>(document, 2, openssl::kPbeSha1Des3);
+  record = Decode<EncryptedKeyRecord>(document, 2, Hex(openssl::kPbeSha1Des3));
   EXPECT_STREQ("1.2.840.113549.1.12.1.3", record.algorithm);
   EXPECT_EQ("3a98b59598d9f202", Text(record.salt));
   EXPECT_EQ(2048u, record.iterations);
@@ -67,7 +58,7 @@ TEST(OpensslDocuments, EncryptedPrivateKeys) {
 // What the class writes from a record that it read, in hexadecimal.
 std::string Rewritten(const char* text) {
   TPKCS8 document;
-  Decode<EncryptedKeyRecord>(document, 2, text);
+  Decode<EncryptedKeyRecord>(document, 2, Hex(text));
   const Pkcs8Record record = *document.Decoded();
   TPKCS8 rebuilt;
   EXPECT_EQ(0, rebuilt.Build(&record));
@@ -133,7 +124,7 @@ TEST_F(OpensslCommand, TakesEllipticKeysOnTheCurveThatTheirLengthGives) {
 TEST_F(OpensslCommand, DecryptsRewrittenDocuments) {
   for (const char* text : {openssl::kAes256, openssl::kAes256Sha1, openssl::kPbeSha1Des3}) {
     TPKCS8 document;
-    Decode<EncryptedKeyRecord>(document, 2, text);
+    Decode<EncryptedKeyRecord>(document, 2, Hex(text));
     const Pkcs8Record record = *document.Decoded();
     EXPECT_TRUE(Takes("asn1parse", record));
     // A function that was not the one that is written cannot decrypt.
