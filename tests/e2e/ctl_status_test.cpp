@@ -2,12 +2,16 @@
 #include <aclapi.h>
 #include <sddl.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <nlohmann/json.hpp>
 
 #include "contract/store_fixture.h"
 #include "e2e/ctl_fixture.h"
+#include "zarextctl/findings.h"
 
 namespace zarext::test {
 namespace {
@@ -168,6 +172,9 @@ TEST_F(Status, EveryDamageOfTheRegistrationIsFound) {
       {"status-provider-path-long", Changed(machine, kProvider, "Image Path", REG_SZ,
                                             TextOctets("C:\\" + std::string(253, 'a')))},
       {"status-record-extra", Changed(machine, kRecord, "ExtraInfo", REG_BINARY, {1, 2, 3, 4})},
+      // The right octets, and no REG_BINARY.
+      {"status-record-extra-type", Changed(machine, kRecord, "ExtraInfo", REG_DWORD,
+                                           {0x1D, 0x20, 0, 0, 0, 0, 0, 0, 25, 0, 0, 0})},
       {"status-provider-default-other",
        Changed(machine, "SOFTWARE\\Microsoft\\Cryptography\\Defaults\\Provider Types\\Type 025",
                "Name", REG_SZ, TextOctets("Another CSP"))},
@@ -268,6 +275,75 @@ TEST_F(Status, ADamagedListing) {
   SharedSection().Put(0, {0x31, 0x00});
   ExpectGolden("status-listing-damaged", RunTool({"status"}), kRun);
   SharedSection().Wipe();
+}
+
+// A copy of the development provider that exports these functions under other names.
+std::string ProviderWithout(const std::string& folder, const std::vector<std::string>& functions) {
+  std::ifstream original(DevProviderPath(), std::ios::binary);
+  std::string image{std::istreambuf_iterator<char>(original), {}};
+  for (const std::string& function : functions) {
+    const std::size_t name = image.find('\0' + function + '\0');
+    Must(name != std::string::npos, function.c_str());
+    // The last letter alone changes, so that the list of names stays sorted.
+    ++image[name + function.size()];
+  }
+  std::string path = folder + "\\without" + std::to_string(functions.size()) + ".dll";
+  std::ofstream(path, std::ios::binary) << image;
+  return path;
+}
+
+TEST_F(Status, AProviderThatLacksFewEntryPoints) {
+  const struct {
+    std::vector<std::string> functions;
+    const char* what;
+  } rows[] = {
+      {{"CPHashSessionKey"}, "lacks CPHashSessionKey [provider-entry-point]"},
+      {{"CPHashSessionKey", "CPSignHash"},
+       "lacks CPHashSessionKey and 1 more [provider-entry-point]"},
+  };
+  for (const auto& row : rows) {
+    const auto path = ProviderWithout(home_.Path(), row.functions);
+    const auto damage = RegistryDamage::SetValue(HKEY_LOCAL_MACHINE, kProvider, "Image Path",
+                                                 REG_SZ, TextOctets(path));
+    EXPECT_THAT(RunTool({"status"}).out, HasSubstr(row.what));
+  }
+}
+
+// The tests' platform does not tell whose a mutex is, so that the finding is asked by itself.
+TEST_F(Status, TheOwnerOfAHeldMutexIsTheOneToEnd) {
+  const struct {
+    ctl::MutexState mutex;
+    std::vector<ctl::ProcessName> processes;
+    const char* what;
+    const char* cause;
+    const char* mend;
+  } rows[] = {
+      {{true, true, 1000, 4712, "signer.exe"},
+       {{4711, "mail.exe"}, {4712, "signer.exe"}},
+       "the listing's mutex was held for all of 1000 ms by signer.exe (4712)",
+       "a process hangs in it; every program that opens \"MY\" waits. The module is loaded in: "
+       "mail.exe (4711), signer.exe (4712)",
+       "taskkill /F /PID 4712"},
+      {{true, true, 1000, 0, ""},
+       {},
+       "the listing's mutex was held for all of 1000 ms by a process that the system does not name",
+       "a process hangs in it; every program that opens \"MY\" waits. The module is loaded in: "
+       "no process that may be looked into",
+       "taskkill /F /PID (one of those)"},
+  };
+  for (const auto& row : rows) {
+    ctl::StatusFacts facts;
+    facts.providers.resize(1);
+    facts.mutex = row.mutex;
+    facts.processes = row.processes;
+    const auto findings = ctl::RunChecks(facts);
+    const auto found = std::ranges::find(findings, "mutex-held", &ctl::Finding::id);
+    ASSERT_NE(findings.end(), found);
+    EXPECT_EQ(ctl::Severity::kError, found->severity);
+    EXPECT_EQ(row.what, found->what);
+    EXPECT_EQ(row.cause, found->cause);
+    EXPECT_EQ(row.mend, found->mend);
+  }
 }
 
 TEST_F(Status, AMutexThatIsHeld) {

@@ -22,13 +22,16 @@ bool SameKey(const OidRecord& left, const OidRecord& right) {
 }
 
 std::string ExtraText(const RegistryValue& value) {
+  if (value.type != REG_BINARY || value.octets.size() != sizeof(ExtraValues)) {
+    return DescribeValue(value);
+  }
   std::string text;
   for (std::size_t i = 0; i + 4 <= value.octets.size(); i += 4) {
     std::uint32_t word = 0;
     std::memcpy(&word, value.octets.data() + i, sizeof word);
     text += (i == 0 ? "" : ", ") + Hex(word);
   }
-  return value.octets.size() == sizeof(ExtraValues) ? text : DescribeValue(value);
+  return text;
 }
 
 // What differs between the key and the row; empty if nothing does.
