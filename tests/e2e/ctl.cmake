@@ -6,7 +6,7 @@ target_link_libraries(zarextctl_patched PRIVATE
   ${ZAREXTCTL_PARTS} zarext_framework_patches_objects zarext_process_support)
 set_target_properties(zarextctl_patched PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 
-add_library(ctl_fixture OBJECT ctl_fixture.cpp)
+add_library(ctl_fixture OBJECT ctl_fixture.cpp ctl_screen.cpp)
 target_link_libraries(ctl_fixture PRIVATE zarext_strict zarext_test_support)
 target_include_directories(ctl_fixture SYSTEM PRIVATE ${CMAKE_BINARY_DIR}/host-headers)
 target_compile_definitions(ctl_fixture PRIVATE ZAREXT_GOLDEN="Z:${CMAKE_CURRENT_SOURCE_DIR}/zarextctl")
@@ -17,8 +17,9 @@ zarext_add_wine_test(ctl_e2e
     ctl_status_test.cpp
   LIBS ctl_fixture ${ZAREXTCTL_PARTS}
   DEPENDS cpzarvel zarext_framework_patches zarextctl zarextctl_patched)
+# Its own process never loads the module.
 zarext_add_wine_test(ctl_trace_e2e
-  SOURCES ctl_trace_test.cpp
+  SOURCES ctl_trace_test.cpp ctl_unloaded_test.cpp
   LIBS ctl_fixture
   DEPENDS cpzarvel zarext_framework_patches zarextctl zarextctl_patched)
 zarext_add_wine_test(ctl_explain_e2e

@@ -263,6 +263,10 @@ TEST_F(Status, TheLogFile) {
           CreateFileA(kLog, GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
       ExpectGolden("status-log-not-writable", RunTool({"status"}), kRun);
     }
+    SetFileAttributesA(kLog, FILE_ATTRIBUTE_READONLY);
+    EXPECT_TRUE(ctl::GatherStatus("").log.isReadOnly);
+    SetFileAttributesA(kLog, FILE_ATTRIBUTE_NORMAL);
+    EXPECT_FALSE(ctl::GatherStatus("").log.isReadOnly);
     OpenToEveryone(kLog);
     ExpectGolden("status-log-replaceable", RunTool({"status"}), kRun);
   }
@@ -309,40 +313,67 @@ TEST_F(Status, AProviderThatLacksFewEntryPoints) {
   }
 }
 
+// The finding of this name, made from these facts and nothing else.
+ctl::Finding FindingFrom(ctl::StatusFacts facts, const std::string& id) {
+  facts.providers.resize(1);
+  const auto findings = ctl::RunChecks(facts);
+  const auto found = std::ranges::find(findings, id, &ctl::Finding::id);
+  return found == findings.end() ? ctl::Finding{} : *found;
+}
+
 // The tests' platform does not tell whose a mutex is, so that the finding is asked by itself.
 TEST_F(Status, TheOwnerOfAHeldMutexIsTheOneToEnd) {
+  const std::string cause =
+      "a process hangs in it; every program that opens \"MY\" waits. The module is loaded in: ";
   const struct {
     ctl::MutexState mutex;
     std::vector<ctl::ProcessName> processes;
     const char* what;
-    const char* cause;
+    std::string cause;
     const char* mend;
   } rows[] = {
       {{true, true, 1000, 4712, "signer.exe"},
        {{4711, "mail.exe"}, {4712, "signer.exe"}},
        "the listing's mutex was held for all of 1000 ms by signer.exe (4712)",
-       "a process hangs in it; every program that opens \"MY\" waits. The module is loaded in: "
-       "mail.exe (4711), signer.exe (4712)",
+       cause + "mail.exe (4711), signer.exe (4712)",
        "taskkill /F /PID 4712"},
       {{true, true, 1000, 0, ""},
        {},
        "the listing's mutex was held for all of 1000 ms by a process that the system does not name",
-       "a process hangs in it; every program that opens \"MY\" waits. The module is loaded in: "
-       "no process that may be looked into",
+       cause + "no process that may be looked into",
        "taskkill /F /PID (one of those)"},
   };
   for (const auto& row : rows) {
     ctl::StatusFacts facts;
-    facts.providers.resize(1);
     facts.mutex = row.mutex;
     facts.processes = row.processes;
-    const auto findings = ctl::RunChecks(facts);
-    const auto found = std::ranges::find(findings, "mutex-held", &ctl::Finding::id);
-    ASSERT_NE(findings.end(), found);
-    EXPECT_EQ(ctl::Severity::kError, found->severity);
-    EXPECT_EQ(row.what, found->what);
-    EXPECT_EQ(row.cause, found->cause);
-    EXPECT_EQ(row.mend, found->mend);
+    const ctl::Finding finding = FindingFrom(facts, "mutex-held");
+    EXPECT_EQ(ctl::Severity::kError, finding.severity);
+    EXPECT_EQ(row.what, finding.what);
+    EXPECT_EQ(row.cause, finding.cause);
+    EXPECT_EQ(row.mend, finding.mend);
+  }
+}
+
+// Neither a read-only attribute nor an access list keeps the user of the tests' platform from
+// writing where that user is root, so that the finding is asked by itself.
+TEST_F(Status, ALogThatThisUserMayNotWrite) {
+  const struct {
+    bool isReadOnly;
+    const char* cause;
+    const char* mend;
+  } rows[] = {
+      {false, "this user has no right to", "icacls c:\\zarext.log /grant Users:(RD,AD)"},
+      {true, "it is marked as read-only", "attrib -R c:\\zarext.log"},
+  };
+  for (const auto& row : rows) {
+    ctl::StatusFacts facts;
+    facts.log = {true, true, row.isReadOnly, ERROR_ACCESS_DENIED, {}};
+    const ctl::Finding finding = FindingFrom(facts, "log-not-writable");
+    EXPECT_EQ(ctl::Severity::kWarning, finding.severity);
+    EXPECT_EQ("c:\\zarext.log cannot be written: 0x5 ERROR_ACCESS_DENIED", finding.what);
+    EXPECT_EQ(row.cause, finding.cause);
+    EXPECT_EQ(row.mend, finding.mend);
   }
 }
 

@@ -8,7 +8,7 @@
 #include <regex>
 #include <set>
 
-#include "e2e/ctl_fixture.h"
+#include "e2e/ctl_screen.h"
 #include "support/child_process.h"
 
 namespace zarext::test {
@@ -125,6 +125,15 @@ TEST_F(Trace, LinesWithTheirMeaning) {
   WaitUntilListening();
   EXPECT_EQ(0u, ChildProcess("TraceTexts").Wait());
   ExpectGolden("trace-explain", tool.Finish(), kRun);
+}
+
+// What stands before a module's line has the colour of its export; 7 is the rest, 8 what --explain
+// says.
+TEST_F(Trace, OnAConsoleEachExportHasAColour) {
+  ToolOnScreen tool(home_, "trace --all --explain --count 6");
+  WaitUntilListening();
+  EXPECT_EQ(0u, ChildProcess("TraceTexts").Wait());
+  ExpectGolden("trace-console", tool.Finish(), kRun);
 }
 
 TEST_F(Trace, LinesOfOtherProgramsToo) {

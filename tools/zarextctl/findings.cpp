@@ -291,12 +291,15 @@ void CheckLog(const StatusFacts& facts, Findings& findings) {
                         "a folder has the log's name", std::string("rmdir ") + kLogFile});
   } else if (facts.log.writeCode != 0) {
     const bool isShared = facts.log.writeCode == ERROR_SHARING_VIOLATION;
-    findings.push_back(
-        {Severity::kWarning, "log-not-writable",
-         std::string(kLogFile) + " cannot be written: " + ErrorLabel(facts.log.writeCode),
-         isShared ? "another program keeps it open" : "this user has no right to",
-         isShared ? "openfiles /query"
-                  : std::string("icacls ") + kLogFile + " /grant Users:(RD,AD)"});
+    const std::string path = kLogFile;
+    findings.push_back({Severity::kWarning, "log-not-writable",
+                        path + " cannot be written: " + ErrorLabel(facts.log.writeCode),
+                        isShared               ? "another program keeps it open"
+                        : facts.log.isReadOnly ? "it is marked as read-only"
+                                               : "this user has no right to",
+                        isShared               ? "openfiles /query"
+                        : facts.log.isReadOnly ? "attrib -R " + path
+                                               : "icacls " + path + " /grant Users:(RD,AD)"});
   }
 }
 

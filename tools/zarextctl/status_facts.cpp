@@ -68,6 +68,7 @@ LogFacts ReadLog() {
   if (!facts.isFile) {
     return facts;
   }
+  facts.isReadOnly = (GetFileAttributesA(kLogFile) & FILE_ATTRIBUTE_READONLY) != 0;
   HANDLE file = CreateFileA(kLogFile, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                             OPEN_EXISTING, 0, nullptr);
   facts.writeCode = file == INVALID_HANDLE_VALUE ? GetLastError() : 0;

@@ -27,7 +27,8 @@ struct ProviderFacts {
 struct LogFacts {
   bool exists = false;
   bool isFile = false;
-  DWORD writeCode = 0;  // why this user cannot write it; 0 if it can
+  bool isReadOnly = false;  // by its attribute
+  DWORD writeCode = 0;      // why this user cannot write it; 0 if it can
   std::vector<std::string> replacers;
 };
 
