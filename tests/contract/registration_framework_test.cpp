@@ -258,6 +258,38 @@ ZAREXT_CHILD(SeesNamedRecords) {
   return deviations.Count();
 }
 
+// The three identifiers that are not the provider's own.
+const std::vector<ExpectedRecord> kSharedRecords = {
+    {"1.3.6.1.5.5.7.3.10", 7, "Data Validation and Certification Server.", 0, {0, 0, 25}},
+    {"1.3.6.1.5.5.7.3.9", 7, "Online Certificate Status Protocol.", 0, {0, 0, 25}},
+    {"2.16.840.1.101.3.4.1.42", 2, "Алгоритм шифрования AES.", 0x6610, {0, 0, 25}},
+};
+
+// In its group and in any, and AES-256 by its ALG_ID too: as programs without the provider ask.
+ZAREXT_CHILD(SeesSharedRecords) {
+  Deviations deviations;
+  for (const ExpectedRecord& record : kSharedRecords) {
+    std::string oid = record.oid;
+    deviations.Expect(Matches(FindRecord(record), record), record.oid);
+    deviations.Expect(Matches(CryptFindOIDInfo(CRYPT_OID_INFO_OID_KEY, oid.data(), 0), record),
+                      record.oid + " in any group");
+  }
+  ALG_ID aes256 = 0x6610;
+  deviations.Expect(
+      Matches(CryptFindOIDInfo(CRYPT_OID_INFO_ALGID_KEY, &aes256, 2), kSharedRecords[2]),
+      "ALG_ID 0x6610");
+  return deviations.Count();
+}
+
+// Whether the platform has records of its own for them.
+ZAREXT_CHILD(SeesNoSharedRecords) {
+  Deviations deviations;
+  for (const ExpectedRecord& record : kSharedRecords) {
+    deviations.Expect(FindRecord(record) == nullptr, record.oid);
+  }
+  return deviations.Count();
+}
+
 ZAREXT_CHILD(SeesTheRemainder) {
   Deviations deviations;
   ExpectRecords(deviations, RemainingRecords());
@@ -312,6 +344,7 @@ struct Lifecycle {
   const std::string module = QuotedInProgramFolder("ZAREXT.dll");
 
   const RegistryLines before = ReadRegistry();
+  const DWORD sharedBefore = Child("SeesNoSharedRecords");
   const DWORD removingNothing = Regsvr32("/u " + patches + module);
   const RegistryLines afterRemovingNothing = ReadRegistry();
   // Windows has the functions: there this would be the registration that follows.
@@ -321,11 +354,13 @@ struct Lifecycle {
   const RegistryLines registered = ReadRegistry();
   const DWORD deviations = Child("SeesEverythingRegistered");
   const DWORD namedDeviations = Child("SeesNamedRecords");
+  const DWORD sharedDeviations = Child("SeesSharedRecords");
   const DWORD registeringAgain = Regsvr32(patches + module);
   const RegistryLines registeredAgain = ReadRegistry();
   const DWORD removing = Regsvr32("/u " + patches + module);
   const RegistryLines removed = ReadRegistry();
   const DWORD remainderDeviations = Child("SeesTheRemainder");
+  const DWORD sharedRemoved = Child("SeesNoSharedRecords");
   const DWORD removingAgain = Regsvr32("/u " + patches + module);
   const RegistryLines removedAgain = ReadRegistry();
   const DWORD direct = Child("RegistersDirectly");
@@ -379,6 +414,15 @@ TEST_F(RegistrationLife, RegistersExactlyTheStatedKeys) {
 TEST_F(RegistrationLife, ANewProcessFindsAllOfIt) {
   EXPECT_EQ(0u, life.deviations);
   EXPECT_EQ(0u, life.namedDeviations);
+}
+
+// Windows has records of its own for them.
+TEST_F(RegistrationLife, TheFrameworkNamesSharedIdentifiersAsTheModuleDoes) {
+  EXPECT_EQ(0u, life.sharedDeviations);
+  if (IsWine()) {
+    EXPECT_EQ(0u, life.sharedBefore);
+    EXPECT_EQ(0u, life.sharedRemoved);
+  }
 }
 
 TEST_F(RegistrationLife, RegisteringAgainChangesNothing) {
