@@ -1,7 +1,6 @@
 #include "store/load_certificates.h"
 
 #include <ctime>
-#include <utility>
 
 #include "frame/export_frame.h"
 #include "store/certificates.h"
@@ -13,6 +12,7 @@
 #include "store/key_value.h"
 #include "store/provider_context.h"
 #include "store/readable_memory.h"
+#include "store/running_load.h"
 
 namespace zarext {
 namespace {
@@ -135,23 +135,6 @@ void AddCertificate(HCERTSTORE hCertStore, const CNT_KEY_INFO& record) {
   CertAddCertificateContextToStore(hCertStore, context.Get(), CERT_STORE_ADD_NEW, nullptr);
 }
 
-// Marks that a load runs. Only the same thread can find the mark set, as the critical section keeps
-// others out: a provider call, a trace line or a dialogue of the "ROOT" store can run code of the
-// host that opens the store again.
-class RunningLoad {
- public:
-  RunningLoad() noexcept : isNested_(std::exchange(runs_, true)) {}
-  ~RunningLoad() { runs_ = isNested_; }
-  RunningLoad(const RunningLoad&) = delete;
-  RunningLoad& operator=(const RunningLoad&) = delete;
-
-  [[nodiscard]] bool IsNested() const noexcept { return isNested_; }
-
- private:
-  static inline bool runs_ = false;
-  bool isNested_;
-};
-
 // Sees to it that the list is fresh.
 void Refresh(TContainerCache& cache) {
   const std::int64_t now = std::time(nullptr);
@@ -172,15 +155,18 @@ void Refresh(TContainerCache& cache) {
 
 std::int32_t load_certs_from_CSP(HCERTSTORE hCertStore) {
   TContainerCache& cache = TContainerCache::Instance();
-  const RunningLoad load;
-  // A nested load serves the list as it is: the list must not go away under the outer load, and a
-  // provider that opens the store whenever it is asked would be asked without end.
-  if (!load.IsNested()) {
-    Refresh(cache);
-  }
-  for (const KeyRecordNode* node = cache.List().Head(); node != nullptr; node = node->next.get()) {
-    AddCertificate(hCertStore, node->record->Info());
-  }
+  auto load = [&](bool isNested) {
+    // A nested load serves the list as it is: the list must not go away under the outer load, and a
+    // provider that opens the store whenever it is asked would be asked without end.
+    if (!isNested) {
+      Refresh(cache);
+    }
+    for (const KeyRecordNode* node = cache.List().Head(); node != nullptr;
+         node = node->next.get()) {
+      AddCertificate(hCertStore, node->record->Info());
+    }
+  };
+  RunLoad(Callback<bool>(load));
   return 1;
 }
 

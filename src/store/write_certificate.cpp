@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <optional>
 #include <span>
 #include <string_view>
 
@@ -18,10 +19,12 @@ namespace {
 constexpr DWORD kWritableNameSize = 1024;
 constexpr std::size_t kUrlSize = 2048;
 
-// The address under which the container can be written; empty for none. A container on a token is
-// written only if the last private-key import put its key there.
-FixedText<kUrlSize> WritableUrl(const char* name, const FixedText<kUrlSize>& url,
-                                const CNT_PROFILE& profile) {
+// The address under which the container can be written, if there is one. A container on a token is
+// written only if the last private-key import put its key there. Kept: with no import so far, a
+// container without a name on a token without a kind is "there" too, and the provider is asked for
+// the container "".
+std::optional<FixedText<kUrlSize>> WritableUrl(const char* name, const FixedText<kUrlSize>& url,
+                                               const CNT_PROFILE& profile) {
   if (IsProfileWritable(profile)) {
     return url;
   }
@@ -29,7 +32,7 @@ FixedText<kUrlSize> WritableUrl(const char* name, const FixedText<kUrlSize>& url
   imported.Append(LastContainerUrlText());
   const bool isThisOne = imported.View().find(name) != std::string_view::npos &&
                          imported.View().find(profile.tokenKind) != std::string_view::npos;
-  return isThisOne ? imported : FixedText<kUrlSize>();
+  return isThisOne ? std::optional(imported) : std::nullopt;
 }
 
 // The context of a container that can be written.
@@ -41,7 +44,7 @@ UniqueProviderContext OpenWritable(HCRYPTPROV provider, const char* name) {
     return {};
   }
   auto writable = WritableUrl(name, url, *profile);
-  return writable.View().empty() ? UniqueProviderContext() : OpenContainer(writable.Text());
+  return writable ? OpenContainer(writable->Text()) : UniqueProviderContext();
 }
 
 // Calls visit(container) for every container that can be written.

@@ -130,6 +130,14 @@ TEST_F(LastImportAddress, AnEmptyKindIsPartOfEveryAddress) {
   EXPECT_FALSE(IsWritten("profile://x/card8"));
 }
 
+// Without an import too, if the name is empty as well: the container "" is opened.
+TEST_F(LastImportAddress, AnEmptyOneHoldsAnEmptyNameAndKind) {
+  provider.containers[0].name = "";
+  EXPECT_FALSE(IsWritten(""));
+  provider.containers[0].kind = "";
+  EXPECT_TRUE(IsWritten(""));
+}
+
 TEST_F(LastImportAddress, MayFillItsBuffer) {
   EXPECT_TRUE(IsWritten("card7idcard" + std::string(kLastContainerUrlSize - 11, 'x')));
 }

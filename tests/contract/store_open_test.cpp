@@ -1,4 +1,6 @@
 // The open of the provider store: its trace, its checks, what it hands to the framework.
+#include <csetjmp>
+
 #include "store_fixture.h"
 #include "support/child_process.h"
 #include "support/guarded_memory.h"
@@ -322,6 +324,38 @@ ZAREXT_CHILD(StoreWhoseProviderNameDoesNotConvert) {
   return EndWith(load.Check(" = 3", 3));
 }
 
+// A host with a handler of its own, for faults too, that goes on behind the call of the store.
+jmp_buf behindTheCall;
+LONG WINAPI GoBehindTheCall(EXCEPTION_POINTERS* raised) {
+  if (raised->ExceptionRecord->ExceptionCode == 0xE0001234) {
+    longjmp(behindTheCall, 1);
+  }
+  return EXCEPTION_CONTINUE_SEARCH;
+}
+
+ZAREXT_CHILD(StoreWhoseProviderFaults) {
+  ThrownLoad load;
+  load.UseOneContainer();
+  load.provider.onCall = [](const std::string& call) {
+    if (call.rfind("GetKeyParam", 0) == 0) RaiseException(0xE0001234, 0, 0, nullptr);
+  };
+  AddVectoredExceptionHandler(1, &GoBehindTheCall);
+  if (setjmp(behindTheCall) == 0) {
+    load.Open();
+    return EndWith(20);
+  }
+  // No destructor of the module has run.
+  if (load.provider.OpenContexts() != 2) return EndWith(21);
+  load.provider.onCall = nullptr;
+  load.ThrowFrom("GetKeyParam", 5);
+  if (const int failed = load.Check("", 0x8009000E, 2)) return EndWith(failed);
+  load.provider.onCall = nullptr;
+  load.provider.ClearCalls();
+  if (!load.Open()) return EndWith(22);
+  // No load runs any more, so that this open walks.
+  return EndWith(load.provider.CountCalls("AcquireContext(null") == 1 ? 0 : 23);
+}
+
 DWORD RunStoreChild(const char* name) { return ChildProcess(name).Wait(60000).value_or(255); }
 
 TEST(StoreOpenThatThrows, WithoutAProviderModuleKeepsTheSection) {
@@ -338,6 +372,9 @@ TEST(StoreOpenThatThrows, KeepsItsCodeWhenAReleaseThrowsToo) {
 }
 TEST(StoreOpenThatThrows, WithAnythingElseFailsForMemory) {
   EXPECT_EQ(0u, RunStoreChild("StoreWhoseProviderThrowsSomethingElse"));
+}
+TEST(StoreOpenThatThrows, AfterAFaultOfTheProvidersTheNextOpenWalks) {
+  EXPECT_EQ(0u, RunStoreChild("StoreWhoseProviderFaults"));
 }
 TEST(StoreOpenThatThrows, WithAProviderNameThatDoesNotConvertFailsWith3) {
   EXPECT_EQ(0u, RunStoreChild("StoreWhoseProviderNameDoesNotConvert"));

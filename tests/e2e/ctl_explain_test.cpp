@@ -100,6 +100,7 @@ TEST_F(Explain, EveryDamageOfTheInstallationIsFound) {
       {"explain-binding-missing", Removed(machine, binding)},
       {"explain-binding-other-dll", dll("C:\\other\\other.dll")},
       {"explain-binding-file-gone", dll("C:\\gone\\ZAREXT.dll")},
+      {"explain-binding-escape", dll("C:\\a\x1B[31m\\other.dll")},
       {"explain-record-missing", Removed(machine, record)},
       {"explain-provider-missing", image("C:\\nowhere\\cpzarvel.dll")},
       {"explain-entry-point-missing", image(ProgramFolder() + "ZAREXT.dll")},

@@ -242,6 +242,19 @@ TEST_F(Status, AProviderThatOthersMayReplace) {
   ExpectGolden("status-provider-writable", RunTool({"status"}), kRun);
 }
 
+// A module that is not there can be put there.
+TEST_F(Status, AProvidersFolderThatOthersMayWrite) {
+  const std::string folder = home_.Path() + "\\open";
+  std::filesystem::create_directory(folder);
+  const auto moved = RegistryDamage::SetValue(HKEY_LOCAL_MACHINE, kProvider, "Image Path", REG_SZ,
+                                              TextOctets(folder + "\\cpzarvel.dll"));
+  OpenToEveryone(folder);
+  const ToolResult result = RunTool({"status"});
+  EXPECT_THAT(result.out, HasSubstr("\\open\\cpzarvel.dll is not there [provider-module-missing]"));
+  EXPECT_THAT(result.out, HasSubstr("\\open\\cpzarvel.dll may be replaced by Everyone (folder) "
+                                    "[provider-writable]"));
+}
+
 class LogFile {
  public:
   LogFile() { const UniqueFile file(std::fopen(kLog, "wb")); }

@@ -21,5 +21,7 @@ void Trace(const char* format, ...) {
 
 // Nothing of another compiler is raised here.
 void CallTranslatingExceptions(const Callback<>& work) { work(); }
+// Nor does a load run inside another one.
+void RunLoad(const Callback<bool>& load) { load(false); }
 
 }  // namespace zarext

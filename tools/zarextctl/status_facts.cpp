@@ -55,7 +55,7 @@ ProviderFacts ReadProvider(const char* name, std::uint32_t type) {
     return facts;
   }
   facts.file = ReadModuleFile(Expanded(facts.imagePath), kProviderFunctions);
-  if (facts.isPathFull && facts.file.exists) {
+  if (facts.isPathFull) {
     facts.writers = BroadGroupsWith(Access::kWrite, facts.file.path);
   }
   return facts;
