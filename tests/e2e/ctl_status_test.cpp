@@ -186,6 +186,13 @@ TEST_F(Status, EveryDamageOfTheRegistrationIsFound) {
   EXPECT_THAT(Ids(), ElementsAre("module-signature", "aes256-bound"));
 }
 
+// The text, a zero, and an octet more.
+Octets Longer(const std::string& text) {
+  Octets octets(text.begin(), text.end());
+  octets.insert(octets.end(), {0, 1});
+  return octets;
+}
+
 TEST_F(Status, ThePhysicalStoreIsComparedValueByValue) {
   const struct {
     const char* name;
@@ -197,6 +204,8 @@ TEST_F(Status, ThePhysicalStoreIsComparedValueByValue) {
       {"OpenEncodingType", REG_DWORD, NumberOctets(1), "OpenEncodingType is 0x1 and not 0x10001"},
       {"OpenFlags", REG_DWORD, NumberOctets(1), "OpenFlags is 0x1 and not 0x50000"},
       {"OpenParameters", REG_BINARY, {'Z'}, "OpenParameters is REG_BINARY of 1 octet"},
+      {"OpenParameters", REG_BINARY, Longer("Zarvel Store Provider"),
+       "OpenParameters is REG_BINARY of 23 octets"},
       {"Flags", REG_DWORD, NumberOctets(0), "Flags is 0x0 and not 0x1"},
   };
   for (const auto& row : rows) {
