@@ -1,11 +1,12 @@
-// What stands on the host in place of the module's own trace and of its guard against other
-// compilers' exceptions.
+// What stands on the host in place of the module's own trace, of its guard against other compilers'
+// exceptions, and of its mark that a load runs.
 #include <cstdarg>
 #include <cstdio>
 
 #include "frame/guarded.h"
 #include "frame/text.h"
 #include "frame/trace.h"
+#include "store/running_load.h"
 
 namespace zarext {
 
