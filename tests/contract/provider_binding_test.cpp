@@ -133,7 +133,7 @@ ZAREXT_CHILD(BindInOrder) {
       });
   const RecordedImport<"RegQueryValueExA", decltype(RegQueryValueExA)> query(
       program, "ADVAPI32.dll",
-      [](HKEY, const char* name, DWORD*, DWORD* type, BYTE*, const DWORD* size) {
+      [](HKEY, const char* name, DWORD*, const DWORD* type, BYTE*, const DWORD* size) {
         return std::string(name) + ", " + (type == nullptr ? "null" : "?") + ", " +
                std::to_string(*size);
       });
