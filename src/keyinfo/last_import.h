@@ -12,8 +12,8 @@ namespace zarext {
 inline constexpr std::size_t kLastProfileSize = 256;
 inline constexpr std::size_t kLastContainerUrlSize = 1024;
 
-// Both live as long as the process. Every import zeroes them and lets the provider fill them;
-// imports and readers take no lock, so a reader beside an import can see a mixture.
+// Both live as long as the process. An import that begins zeroes them and lets the provider fill
+// them; imports and readers take no lock, so a reader beside an import can see a mixture.
 inline unsigned char LastProfile[kLastProfileSize];
 inline char LastContainerUrl[kLastContainerUrlSize];
 
