@@ -5,6 +5,8 @@
 
 #include <windows.h>
 
+#include <wincrypt.h>
+
 #include <cstddef>
 #include <functional>
 #include <map>
@@ -17,6 +19,8 @@ namespace zarext::test {
 
 // The last error, or the error code returned, of every call that is made to fail.
 inline constexpr DWORD kInjectedError = 0x5A5A;
+// The last error of a call for which there is no memory.
+inline constexpr auto kNoMemory = static_cast<DWORD>(NTE_NO_MEMORY);
 // The last error before every round.
 inline constexpr DWORD kErrorBefore = 0x12345678;
 

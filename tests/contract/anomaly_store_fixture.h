@@ -17,8 +17,6 @@
 
 namespace zarext::test {
 
-inline constexpr auto kNoMemory = static_cast<DWORD>(NTE_NO_MEMORY);
-
 // The provider's entry points, which the module calls without an import, are failure points too.
 class FailingContainers : public ContainerProvider {
  public:

@@ -7,7 +7,7 @@ zarext_add_wine_test(frame_load SOURCES module_load_test.cpp)
 # The frame's own functions, linked in.
 zarext_add_wine_test(frame_internal
   SOURCES text_test.cpp trace_test.cpp export_frame_test.cpp file_log_test.cpp
-          file_routines_test.cpp provider_binding_test.cpp scripted_provider_test.cpp
+          file_log_locks_test.cpp file_routines_test.cpp provider_binding_test.cpp scripted_provider_test.cpp
           stack_guard_test.cpp
   LIBS zarext_frame zarext_stack_guard)
 set_source_files_properties(stack_guard_test.cpp PROPERTIES COMPILE_OPTIONS -fstack-protector-strong)

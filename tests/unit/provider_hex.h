@@ -1,4 +1,4 @@
-// Hexadecimal text and thrown codes, for the tests of the development provider.
+// Octets from text, hexadecimal text and thrown codes, for the tests of the development provider.
 #ifndef ZAREXT_TESTS_UNIT_PROVIDER_HEX_H_
 #define ZAREXT_TESTS_UNIT_PROVIDER_HEX_H_
 
@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "provider/bytes.h"
+#include "provider/hash.h"
 
 namespace zarext::test {
 
@@ -24,6 +25,14 @@ inline std::string ToHex(provider::View octets) {
   std::string out;
   for (const std::uint8_t octet : octets) out += {kDigits[octet >> 4], kDigits[octet & 15]};
   return out;
+}
+
+inline provider::Bytes Ascii(std::string_view text) {
+  return provider::ToBytes(provider::AsView(text));
+}
+
+inline std::string HashHex(std::uint32_t algId, provider::View data) {
+  return ToHex(provider::HashOf(*provider::FindHashAlgorithm(algId), data));
 }
 
 // The code that `call` throws; 0 if it returns.
