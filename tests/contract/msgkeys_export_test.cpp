@@ -86,13 +86,8 @@ TEST_F(ExportForMessageTest, TakesTheProviderOfAMailListAndNothingElse) {
 }
 
 TEST_F(ExportForMessageTest, TracesNumbersAsTheyAlwaysWere) {
-  struct Row {
-    DWORD number;
-    const char* decimal;
-    const char* hexadecimal;
-  };
   CMSG_MAIL_LIST_RECIPIENT_ENCODE_INFO mailList = {};
-  for (const Row& row : {Row{17, "17", "11"}, Row{0xFFFFFFFE, "-2", "fffffffe"}}) {
+  for (const TracedNumber& row : kTracedNumbers) {
     const std::string own = "EXT : ZarMsgExportKeyTrans : ";
     first.dwRecipientChoice = row.number;
     info.dwEncryptFlags = row.number;

@@ -44,6 +44,14 @@ inline std::string PointerText(const void* pointer) {
   return text;
 }
 
+// A number as "%d" and as "%x" show it: one with other digits in each, and a negative one.
+struct TracedNumber {
+  DWORD number;
+  const char* decimal;
+  const char* hexadecimal;
+};
+inline constexpr TracedNumber kTracedNumbers[] = {{17, "17", "11"}, {0xFFFFFFFE, "-2", "fffffffe"}};
+
 // The platform's structures carry OIDs as writable text.
 inline char* OidText(const char* oid) { return const_cast<char*>(oid); }
 

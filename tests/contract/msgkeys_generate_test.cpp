@@ -80,12 +80,7 @@ TEST_F(GenerateForMessageTest, TracesTheFirstRecipientOnly) {
 }
 
 TEST_F(GenerateForMessageTest, TracesNumbersAsTheyAlwaysWere) {
-  struct Row {
-    DWORD number;
-    const char* decimal;
-    const char* hexadecimal;
-  };
-  for (const Row& row : {Row{17, "17", "11"}, Row{0xFFFFFFFE, "-2", "fffffffe"}}) {
+  for (const TracedNumber& row : kTracedNumbers) {
     UseRecipient(row.number);
     info.cRecipients = row.number;
     info.dwEncryptFlags = row.number;

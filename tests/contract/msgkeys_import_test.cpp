@@ -72,12 +72,7 @@ TEST_F(ImportForMessageTest, TracesTheCall) {
 }
 
 TEST_F(ImportForMessageTest, TracesNumbersAsTheyAlwaysWere) {
-  struct Row {
-    DWORD number;
-    const char* decimal;
-    const char* hexadecimal;
-  };
-  for (const Row& row : {Row{17, "17", "11"}, Row{0xFFFFFFFE, "-2", "fffffffe"}}) {
+  for (const TracedNumber& row : kTracedNumbers) {
     para.dwKeySpec = row.number;
     para.dwRecipientIndex = row.number;
     keyTrans.dwVersion = row.number;

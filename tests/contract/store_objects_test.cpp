@@ -94,20 +94,25 @@ ZAREXT_CHILD(StoreWithoutBoth) {
   return store.CheckListing();
 }
 
-DWORD RunStoreChild(const char* name) {
+struct StoreChild {
+  const char* name;
+  const char* child;
+};
+
+class StoreObjectsThatCannotBeMade : public testing::TestWithParam<StoreChild> {};
+
+INSTANTIATE_TEST_SUITE_P(
+    InAProcessOfItsOwn, StoreObjectsThatCannotBeMade,
+    testing::Values(StoreChild{"WithoutTheMutexTheListingIsKeptAndPublished", "StoreWithoutMutex"},
+                    StoreChild{"WithoutTheSectionTheListingIsKeptInTheProcess",
+                               "StoreWithoutSection"},
+                    StoreChild{"WithoutBothTheListingIsKeptInTheProcess", "StoreWithoutBoth"}),
+    [](const auto& row) { return std::string(row.param.name); });
+
+TEST_P(StoreObjectsThatCannotBeMade, EndsWith0) {
   // The objects are the session's: this process must not have made them.
   EXPECT_EQ(nullptr, GetModuleHandleA("ZAREXT.dll"));
-  return ChildProcess(name).Wait(60000).value_or(255);
-}
-
-TEST(StoreObjectsThatCannotBeMade, WithoutTheMutexTheListingIsKeptAndPublished) {
-  EXPECT_EQ(0u, RunStoreChild("StoreWithoutMutex"));
-}
-TEST(StoreObjectsThatCannotBeMade, WithoutTheSectionTheListingIsKeptInTheProcess) {
-  EXPECT_EQ(0u, RunStoreChild("StoreWithoutSection"));
-}
-TEST(StoreObjectsThatCannotBeMade, WithoutBothTheListingIsKeptInTheProcess) {
-  EXPECT_EQ(0u, RunStoreChild("StoreWithoutBoth"));
+  EXPECT_EQ(0u, ChildProcess(GetParam().child).Wait(60000).value_or(255));
 }
 
 }  // namespace

@@ -356,28 +356,28 @@ ZAREXT_CHILD(StoreWhoseProviderFaults) {
   return EndWith(load.provider.CountCalls("AcquireContext(null") == 1 ? 0 : 23);
 }
 
-DWORD RunStoreChild(const char* name) { return ChildProcess(name).Wait(60000).value_or(255); }
+struct StoreChild {
+  const char* name;
+  const char* child;
+};
 
-TEST(StoreOpenThatThrows, WithoutAProviderModuleKeepsTheSection) {
-  EXPECT_EQ(0u, RunStoreChild("StoreWithoutProvider"));
-}
-TEST(StoreOpenThatThrows, WithAnIncompleteProviderModuleKeepsTheSection) {
-  EXPECT_EQ(0u, RunStoreChild("StoreWithIncompleteProvider"));
-}
-TEST(StoreOpenThatThrows, WithACodeFromBelowKeepsTheSection) {
-  EXPECT_EQ(0u, RunStoreChild("StoreWhoseProviderThrowsANumber"));
-}
-TEST(StoreOpenThatThrows, KeepsItsCodeWhenAReleaseThrowsToo) {
-  EXPECT_EQ(0u, RunStoreChild("StoreWhoseProviderThrowsOnTheWayOutToo"));
-}
-TEST(StoreOpenThatThrows, WithAnythingElseFailsForMemory) {
-  EXPECT_EQ(0u, RunStoreChild("StoreWhoseProviderThrowsSomethingElse"));
-}
-TEST(StoreOpenThatThrows, AfterAFaultOfTheProvidersTheNextOpenWalks) {
-  EXPECT_EQ(0u, RunStoreChild("StoreWhoseProviderFaults"));
-}
-TEST(StoreOpenThatThrows, WithAProviderNameThatDoesNotConvertFailsWith3) {
-  EXPECT_EQ(0u, RunStoreChild("StoreWhoseProviderNameDoesNotConvert"));
+class StoreOpenThatThrows : public testing::TestWithParam<StoreChild> {};
+
+INSTANTIATE_TEST_SUITE_P(
+    InAProcessOfItsOwn, StoreOpenThatThrows,
+    testing::Values(
+        StoreChild{"WithoutAProviderModuleKeepsTheSection", "StoreWithoutProvider"},
+        StoreChild{"WithAnIncompleteProviderModuleKeepsTheSection", "StoreWithIncompleteProvider"},
+        StoreChild{"WithACodeFromBelowKeepsTheSection", "StoreWhoseProviderThrowsANumber"},
+        StoreChild{"KeepsItsCodeWhenAReleaseThrowsToo", "StoreWhoseProviderThrowsOnTheWayOutToo"},
+        StoreChild{"WithAnythingElseFailsForMemory", "StoreWhoseProviderThrowsSomethingElse"},
+        StoreChild{"AfterAFaultOfTheProvidersTheNextOpenWalks", "StoreWhoseProviderFaults"},
+        StoreChild{"WithAProviderNameThatDoesNotConvertFailsWith3",
+                   "StoreWhoseProviderNameDoesNotConvert"}),
+    [](const auto& row) { return std::string(row.param.name); });
+
+TEST_P(StoreOpenThatThrows, EndsWith0) {
+  EXPECT_EQ(0u, ChildProcess(GetParam().child).Wait(60000).value_or(255));
 }
 
 }  // namespace
