@@ -253,6 +253,7 @@ struct FailedCall {
   bool showsTheKey;      // of that argument: the user key's handle, or the provider's
   const char* code;      // of the last line
   std::vector<std::string> calls;
+  friend void PrintTo(const FailedCall& row, std::ostream* out) { *out << row.name; }
 };
 
 const FailedCall kFailedCalls[] = {

@@ -173,6 +173,7 @@ struct FailedCall {
   DWORD error;
   const char* line;
   std::vector<std::string> calls;
+  friend void PrintTo(const FailedCall& row, std::ostream* out) { *out << row.name; }
 };
 
 class FailedPrivateKeyExport : public PrivateKeyExport,

@@ -107,6 +107,7 @@ struct SenderFailure {
   DWORD error;
   const char* line;
   std::vector<std::string> calls;
+  friend void PrintTo(const SenderFailure& row, std::ostream* out) { *out << row.function; }
 };
 
 class ExportWithoutASender : public ExportForMessageTest,

@@ -97,6 +97,7 @@ ZAREXT_CHILD(StoreWithoutBoth) {
 struct StoreChild {
   const char* name;
   const char* child;
+  friend void PrintTo(const StoreChild& row, std::ostream* out) { *out << row.child; }
 };
 
 class StoreObjectsThatCannotBeMade : public testing::TestWithParam<StoreChild> {};

@@ -359,6 +359,7 @@ ZAREXT_CHILD(StoreWhoseProviderFaults) {
 struct StoreChild {
   const char* name;
   const char* child;
+  friend void PrintTo(const StoreChild& row, std::ostream* out) { *out << row.child; }
 };
 
 class StoreOpenThatThrows : public testing::TestWithParam<StoreChild> {};
