@@ -1,6 +1,7 @@
 // The failure points in advapi32 and crypt32.
-#include <wincrypt.h>
 #include <windows.h>
+
+#include <wincrypt.h>
 
 #include "contract/anomaly_import.h"
 
