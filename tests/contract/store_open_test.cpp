@@ -328,7 +328,7 @@ ZAREXT_CHILD(StoreWhoseProviderNameDoesNotConvert) {
 jmp_buf behindTheCall;
 LONG WINAPI GoBehindTheCall(EXCEPTION_POINTERS* raised) {
   if (raised->ExceptionRecord->ExceptionCode == 0xE0001234) {
-    longjmp(behindTheCall, 1);
+    longjmp(behindTheCall, 1);  // NOLINT(cert-err52-cpp): what is raised is none of C++
   }
   return EXCEPTION_CONTINUE_SEARCH;
 }
@@ -340,7 +340,7 @@ ZAREXT_CHILD(StoreWhoseProviderFaults) {
     if (call.rfind("GetKeyParam", 0) == 0) RaiseException(0xE0001234, 0, 0, nullptr);
   };
   AddVectoredExceptionHandler(1, &GoBehindTheCall);
-  if (setjmp(behindTheCall) == 0) {
+  if (setjmp(behindTheCall) == 0) {  // NOLINT(cert-err52-cpp)
     load.Open();
     return EndWith(20);
   }

@@ -110,7 +110,7 @@ class Trace : public CtlTest {
   // Traces that many lines into a file, which moves or begins anew as `rotation` says, while eight
   // threads write so many each; the file's path.
   std::string TraceIntoFile(const char* rotation, const char* linesEach, const char* count) {
-    const std::string file = home_.Path() + "\\trace.txt";
+    std::string file = home_.Path() + "\\trace.txt";
     RunningTool tool({"trace", "--grep", "ZarCryptEncodeObject", "--file", file, "--rotate",
                       rotation, "--count", count, "--for", "30"});
     WaitUntilListening();
