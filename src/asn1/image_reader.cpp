@@ -137,8 +137,10 @@ std::int32_t ValidateImage(ImageReader& reader, std::size_t* need) {
     position += header.size;
     if (IsConstructed(header.tag)) {
       counted += NodeNeed(0);
-      outerEnds.Push(end);
-      end = position + header.length;
+      if (position + header.length != end) {  // else both end at once, however deep
+        outerEnds.Push(end);
+        end = position + header.length;
+      }
     } else {
       counted += NodeNeed(header.length);
       position += header.length;

@@ -8,7 +8,6 @@
 namespace zarext {
 
 inline constexpr std::uint8_t kConstructedBit = 0x20;
-inline constexpr std::uint8_t kTagNumberMask = 0x1F;
 
 inline constexpr std::uint8_t kTagInteger = 0x02;
 inline constexpr std::uint8_t kTagBitString = 0x03;

@@ -12,24 +12,44 @@
 namespace zarext {
 namespace {
 
-// Behind the end of every element.
-constexpr std::uint64_t kNowhere = std::numeric_limits<std::uint64_t>::max();
-
 // An element whose children are being built. Its header says at first what the image says, which
 // most often stays: the record of one that is as long as its children is not touched again.
 struct OpenElement {
-  AsnNode* node;
   std::uint64_t end;    // position behind its content
   std::int64_t change;  // what its children take beyond what its header says
 };
 
+// Closes the elements that end here, `parent` the innermost and `node` its record; both are then
+// the element around them. False: the outermost one ends, too.
+bool CloseElements(std::uint64_t position, SmallStack<OpenElement>& outer, OpenElement& parent,
+                   AsnNode*& node) {
+  std::uint32_t left = 0;  // levels: a record that nobody needs is not touched
+  const auto climb = [&] {
+    for (; left > 0; --left) {
+      node = node->parent;
+    }
+  };
+  for (; position >= parent.end; ++left) {
+    if (outer.Size() == 0) {
+      return false;
+    }
+    const std::int64_t change = parent.change;
+    parent = outer.Top();
+    outer.Pop();
+    if (change != 0) {
+      climb();
+      CheckedLength(static_cast<std::uint64_t>(ContentLength(*node) + change));
+      parent.change += AdjustLength(node, change);
+    }
+  }
+  climb();
+  return true;
+}
+
 // An empty child, which names `owner` as its parent.
 AsnNode* AppendChild(DocumentMemory& memory, AsnNode* parent, AsnNode* owner, std::uint8_t tag) {
   ReserveSlot(memory, parent);
-  AsnNode** slot = parent->children + parent->count;
-  *slot = NewNode(memory, owner, tag);
-  ++parent->count;
-  return *slot;
+  return parent->children[parent->count++] = NewNode(memory, owner, tag);
 }
 
 // Gives a new primitive node its content. Returns its encoded size.
@@ -145,13 +165,7 @@ class FlattenPass {
     }
   }
 
-  void Carry(std::int64_t change) {
-    if (walk_.Size() > 0) {
-      walk_.Top().change += change;
-    } else {
-      change_ += change;
-    }
-  }
+  void Carry(std::int64_t change) { (walk_.Size() > 0 ? walk_.Top().change : change_) += change; }
 
   DocumentMemory& memory_;
   AsnNode* top_;
@@ -164,27 +178,20 @@ class FlattenPass {
 BuildOutcome BuildElements(DocumentMemory& memory, ImageReader& reader, std::uint64_t position,
                            std::uint64_t end, AsnNode* holder, AsnNode* owner) {
   SmallStack<OpenElement> outer;
-  OpenElement parent{holder, end, 0};
-  AsnNode* named = owner;  // what the children name as their parent
+  OpenElement parent{end, 0};
+  AsnNode* node = holder;  // the element whose children are being built
   BuildOutcome built{kAsnOk, false, 0};
   const auto fail = [&](std::int32_t result) {
     built.result = result;
-    position = kNowhere;
+    position = std::numeric_limits<std::uint64_t>::max();  // behind every end
   };
   for (;;) {
-    while (position >= parent.end) {
-      if (outer.Size() == 0) {
+    if (position >= parent.end) {
+      if (!CloseElements(position, outer, parent, node)) {
         built.contentLength = CheckedLength(static_cast<std::uint64_t>(parent.change));
         return built;
       }
-      const OpenElement closed = parent;
-      parent = outer.Top();
-      outer.Pop();
-      named = outer.Size() == 0 ? owner : parent.node;
-      if (closed.change != 0) {
-        CheckedLength(static_cast<std::uint64_t>(ContentLength(*closed.node) + closed.change));
-        parent.change += AdjustLength(closed.node, closed.change);
-      }
+      node = outer.Size() == 0 ? holder : node;
     }
     const ElementHeader header = reader.Read(position);
     if (header.state != HeaderState::kReadable) {
@@ -199,13 +206,12 @@ BuildOutcome BuildElements(DocumentMemory& memory, ImageReader& reader, std::uin
     }
     position += header.size;
     if (IsConstructed(header.tag)) {
-      AsnNode* node = AppendChild(memory, parent.node, named, header.tag);
+      node = AppendChild(memory, node, outer.Size() == 0 ? owner : node, header.tag);
       built.segmentedStrings |= IsSegmentedString(header.tag);
       parent.change += WriteHeader(node, header.tag, header.length);
       parent.change += header.length;
       outer.Push(parent);
-      parent = {node, position + header.length, -std::int64_t{header.length}};
-      named = node;
+      parent = {position + header.length, -std::int64_t{header.length}};
       continue;
     }
     const std::uint64_t available = reader.Size() - position;
@@ -213,8 +219,8 @@ BuildOutcome BuildElements(DocumentMemory& memory, ImageReader& reader, std::uin
       fail(kAsnInnerFailed);
       continue;
     }
-    AsnNode* node = AppendChild(memory, parent.node, named, header.tag);
-    parent.change += FillFromImage(memory, node, reader.At(position), header.length, available);
+    AsnNode* leaf = AppendChild(memory, node, outer.Size() == 0 ? owner : node, header.tag);
+    parent.change += FillFromImage(memory, leaf, reader.At(position), header.length, available);
     position += header.length;
   }
 }
