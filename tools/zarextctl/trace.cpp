@@ -257,7 +257,8 @@ class SilenceWatch {
 };
 
 int Run(const Session& session, const Options& options) {
-  constexpr DWORD kPause = 200;
+  constexpr DWORD kPause = 200;  // milliseconds
+  constexpr DWORD kGather = 10;
   constexpr ULONGLONG kLookEvery = 5000;
   // A file that cannot be written is said before anybody waits for lines.
   Sink sink(session, options);
@@ -281,6 +282,8 @@ int Run(const Session& session, const Options& options) {
     for (const DebugMessage& message : queue.Take(kPause)) {
       ShowMessage(options, message, &sink);
     }
+    // Woken for every line, this thread would take the processor from who writes the next.
+    Sleep(kGather);
   }
   reader.reset();
   for (const DebugMessage& message : queue.Take(0)) {
