@@ -41,8 +41,9 @@ class Check(unittest.TestCase):
                 self.assertIsNotNone(logs, result.stdout[-3000:])
                 self.assertIsNone(logs.testzip())
                 names = logs.namelist()
-                failures = "\n".join(re.findall(r"(?m)^.*Failure$(?:\n.*){0,8}", "\n".join(
-                    logs.read(name).decode(errors="replace") for name in names if name.endswith(".log"))))[:4000]
+                printed = "\n".join(logs.read(name).decode(errors="replace") for name in names if name.endswith(".log"))
+                failures = "\n".join(
+                    re.findall(r"(?m)^.*Failure$(?:\n.*){0,8}", printed.replace("\r", "")))[:4000]
             self.assertEqual(machine, prefix.keys("system.reg", *KEPT))
             self.assertEqual(user, prefix.keys("user.reg", wine.STORES))
         return result.returncode, result.stdout, names, failures
