@@ -12,8 +12,8 @@
 
 namespace zarext {
 
-// Owns one handle, which `release` gives back; the value-initialised handle means none.
-template <typename Type, void (*release)(Type)>
+// Owns one handle, which release(handle) gives back; the value-initialised handle means none.
+template <typename Type, auto release>
 class UniqueHandle {
  public:
   UniqueHandle() noexcept = default;
@@ -42,7 +42,7 @@ class UniqueHandle {
       return;
     }
     try {
-      release(old);
+      (void)release(old);
     } catch (...) {
       return;
     }
@@ -58,8 +58,14 @@ class UniqueHandle {
   Type handle_{};
 };
 
-inline void DestroyKey(HCRYPTKEY key) { CryptDestroyKey(key); }
-using UniqueCryptKey = UniqueHandle<HCRYPTKEY, DestroyKey>;
+using UniqueCryptKey = UniqueHandle<HCRYPTKEY, CryptDestroyKey>;
+using UniqueCertContext = UniqueHandle<PCCERT_CONTEXT, CertFreeCertificateContext>;
+using UniqueModule = UniqueHandle<HMODULE, FreeLibrary>;
+using UniqueRegistryKey = UniqueHandle<HKEY, RegCloseKey>;
+using UniqueKernelObject = UniqueHandle<HANDLE, CloseHandle>;
+using UniqueView = UniqueHandle<void*, UnmapViewOfFile>;
+using UniqueLocalMemory = UniqueHandle<HLOCAL, LocalFree>;
+using UniqueFile = UniqueHandle<std::FILE*, std::fclose>;
 
 // A store closed with `flags` of CertCloseStore.
 template <DWORD flags>
@@ -68,27 +74,6 @@ void CloseStore(HCERTSTORE store) {
 }
 template <DWORD flags>
 using UniqueCertStore = UniqueHandle<HCERTSTORE, CloseStore<flags>>;
-
-inline void FreeContext(PCCERT_CONTEXT context) { CertFreeCertificateContext(context); }
-using UniqueCertContext = UniqueHandle<PCCERT_CONTEXT, FreeContext>;
-
-inline void UnloadModule(HMODULE library) { FreeLibrary(library); }
-using UniqueModule = UniqueHandle<HMODULE, UnloadModule>;
-
-inline void CloseRegistryKey(HKEY key) { RegCloseKey(key); }
-using UniqueRegistryKey = UniqueHandle<HKEY, CloseRegistryKey>;
-
-inline void CloseKernelObject(HANDLE object) { CloseHandle(object); }
-using UniqueKernelObject = UniqueHandle<HANDLE, CloseKernelObject>;
-
-inline void UnmapView(void* view) { UnmapViewOfFile(view); }
-using UniqueView = UniqueHandle<void*, UnmapView>;
-
-inline void FreeLocalMemory(HLOCAL block) { LocalFree(block); }
-using UniqueLocalMemory = UniqueHandle<HLOCAL, FreeLocalMemory>;
-
-inline void CloseFile(std::FILE* file) { (void)std::fclose(file); }
-using UniqueFile = UniqueHandle<std::FILE*, CloseFile>;
 
 }  // namespace zarext
 
