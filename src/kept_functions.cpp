@@ -3,7 +3,6 @@
 // ordinal leads to. A linker drops what nobody refers to, so they stand here, in a section of their
 // own in which a debugger, and the test of the DLL, finds them. The order is the test's.
 #include <windows.h>
-
 #include <wincrypt.h>
 
 #include "frame/file_routines.h"

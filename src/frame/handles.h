@@ -4,7 +4,6 @@
 #define ZAREXT_FRAME_HANDLES_H_
 
 #include <windows.h>
-
 #include <wincrypt.h>
 
 #include <cstdio>

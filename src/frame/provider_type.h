@@ -3,7 +3,6 @@
 #define ZAREXT_FRAME_PROVIDER_TYPE_H_
 
 #include <windows.h>
-
 #include <wincrypt.h>
 
 namespace zarext {

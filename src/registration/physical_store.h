@@ -3,7 +3,6 @@
 #define ZAREXT_REGISTRATION_PHYSICAL_STORE_H_
 
 #include <windows.h>
-
 #include <wincrypt.h>
 
 #include <cstddef>

@@ -3,7 +3,6 @@
 #define ZAREXT_STORE_KEY_PROVIDER_H_
 
 #include <windows.h>
-
 #include <wincrypt.h>
 
 #include <array>

@@ -3,7 +3,6 @@
 #define ZAREXT_STORE_LOAD_CERTIFICATES_H_
 
 #include <windows.h>
-
 #include <wincrypt.h>
 
 #include <cstdint>

@@ -4,7 +4,6 @@
 #define ZAREXT_STORE_STORE_CALLBACKS_H_
 
 #include <windows.h>
-
 #include <wincrypt.h>
 
 namespace zarext {

@@ -1,6 +1,6 @@
 // The fake platform's calls into a provider.
-#include <wincrypt.h>
 #include <windows.h>
+#include <wincrypt.h>
 
 #include <algorithm>
 #include <cstring>

@@ -1,6 +1,6 @@
 // The fake platform's stores and certificates.
-#include <wincrypt.h>
 #include <windows.h>
+#include <wincrypt.h>
 
 #include <cstdint>
 #include <memory>

@@ -2,8 +2,8 @@
 #ifndef ZAREXT_TESTS_UNIT_FAKE_PROVIDER_H_
 #define ZAREXT_TESTS_UNIT_FAKE_PROVIDER_H_
 
-#include <wincrypt.h>
 #include <windows.h>
+#include <wincrypt.h>
 
 #include <cstdint>
 #include <span>

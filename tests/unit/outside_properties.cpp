@@ -1,7 +1,7 @@
 #include "unit/outside_properties.h"
 
-#include <wincrypt.h>
 #include <windows.h>
+#include <wincrypt.h>
 
 #include <algorithm>
 #include <cstring>
