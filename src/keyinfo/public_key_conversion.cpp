@@ -81,8 +81,7 @@ BOOL WINAPI ZarEncodePublicKeyAndParameters(DWORD dwCertEncodingType, LPSTR pszP
     trace.Line("dwEncodingType=%x, dwFlags = %x, Algorithm = %s.", Hex(dwCertEncodingType),
                Hex(dwFlags), pszPublicKeyObjId);
     RequireEncodingType(dwCertEncodingType);
-    RequireParameter(dwFlags == 0);
-    RequireParameter(pbPubKey != nullptr && cbPubKey != 0);
+    RequireParameter(dwFlags == 0 && pbPubKey != nullptr && cbPubKey != 0);
     RequireOwnAlgorithm(trace, "lpcPublicKeyOID", pszPublicKeyObjId);
     CopySize(cbPubKey);  // as above
     const OctetSpan blob(pbPubKey, cbPubKey);

@@ -16,14 +16,6 @@ namespace {
 // A longer blob fails in the provider.
 constexpr DWORD kBlobCapacity = 1024;
 
-std::vector<BYTE> ExportBlob(ExportTrace& trace, HCRYPTKEY key) {
-  std::vector<BYTE> blob(kBlobCapacity);
-  blob.resize(ExportKeyInto(key, PUBLICKEYBLOB, blob, [&](ErrorCode error) {
-    trace.LineAndThrow(error, "CryptExportKey hKey=%x, error = %x.", Hex(key), Hex(error));
-  }));
-  return blob;
-}
-
 // Writes the structure, the OID behind it and the blob behind the OID's area, into a block that the
 // caller takes to be large enough. Algorithm.Parameters stays as the caller had it.
 void LayOut(const std::vector<BYTE>& blob, CERT_PUBLIC_KEY_INFO* pInfo) {
@@ -38,12 +30,6 @@ void LayOut(const std::vector<BYTE>& blob, CERT_PUBLIC_KEY_INFO* pInfo) {
   pInfo->PublicKey.cUnusedBits = 0;
 }
 
-// Not what LayOut writes (48 + 32 + the blob): callers have allocated by these two rules for as
-// long as there are callers.
-DWORD ReportedSize(DWORD blobsInSize, const std::vector<BYTE>& blob) {
-  return blobsInSize * static_cast<DWORD>(blob.size()) + 56;
-}
-
 // The size that is reported counts the blob `blobsInSize` times.
 void ExportPublicKey(ExportTrace& trace, DWORD blobsInSize, HCRYPTPROV hCryptProv, DWORD dwKeySpec,
                      CERT_PUBLIC_KEY_INFO* pInfo, DWORD* pcbInfo) {
@@ -51,14 +37,19 @@ void ExportPublicKey(ExportTrace& trace, DWORD blobsInSize, HCRYPTPROV hCryptPro
   const UniqueCryptKey key = OpenUserKey(hCryptProv, dwKeySpec, [&](ErrorCode error) {
     trace.LineAndThrow(error, "CryptGetUserKey hProv=%x, error = %x.", Hex(hCryptProv), Hex(error));
   });
-  const std::vector<BYTE> blob = ExportBlob(trace, key.Get());
+  std::vector<BYTE> blob(kBlobCapacity);
+  blob.resize(ExportKeyInto(key.Get(), PUBLICKEYBLOB, blob, [&](ErrorCode error) {
+    trace.LineAndThrow(error, "CryptExportKey hKey=%x, error = %x.", Hex(key.Get()), Hex(error));
+  }));
   // Both variants write the plain one's name here, as who reads traces knows it.
   trace.WholeLine("EXT : ZarExportPublicKeyInfo : CryptExportKey hKey=%x, ALG_ID = %x.",
                   Hex(key.Get()), Hex(BlobAlgorithm(blob)));
   if (pInfo != nullptr) {
     LayOut(blob, pInfo);
   } else if (pcbInfo != nullptr) {
-    *pcbInfo = ReportedSize(blobsInSize, blob);
+    // Not what LayOut writes (48 + 32 + the blob): callers have allocated by these two rules for as
+    // long as there are callers.
+    *pcbInfo = blobsInSize * static_cast<DWORD>(blob.size()) + 56;
   }
 }
 
@@ -93,9 +84,7 @@ BOOL WINAPI ZarExportPublicKeyInfoEx(HCRYPTPROV hCryptProv, DWORD dwKeySpec,
       trace.Line("PublicKeyObjId = %s.", pszPublicKeyObjId);
     }
     RequireEncodingType(dwCertEncodingType);
-    RequireParameter(dwFlags == 0);
-    RequireParameter(pvAuxInfo == nullptr);
-    RequireParameter(hCryptProv != 0);
+    RequireParameter(dwFlags == 0 && pvAuxInfo == nullptr && hCryptProv != 0);
     ExportPublicKey(trace, 2, hCryptProv, dwKeySpec, pInfo, pcbInfo);
   });
 }

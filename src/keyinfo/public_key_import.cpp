@@ -119,9 +119,7 @@ BOOL WINAPI ZarImportPublicKeyInfoEx(HCRYPTPROV hCryptProv, DWORD dwCertEncoding
     trace.Line("hCryptProv = %x, aiKeyAlg = %x, dwFlags = %x.", Hex(hCryptProv), Hex(aiKeyAlg),
                Hex(dwFlags));
     RequireEncodingType(dwCertEncodingType);
-    RequireParameter(dwFlags == 0);
-    RequireParameter(pvAuxInfo == nullptr);
-    RequireParameter(pInfo != nullptr);
+    RequireParameter(dwFlags == 0 && pvAuxInfo == nullptr && pInfo != nullptr);
     ImportPublicKey(trace, kExtended, hCryptProv, *pInfo, phKey);
   });
 }
