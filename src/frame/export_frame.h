@@ -4,7 +4,6 @@
 #define ZAREXT_FRAME_EXPORT_FRAME_H_
 
 #include <windows.h>
-
 #include <wincrypt.h>
 
 #include <type_traits>
@@ -33,8 +32,7 @@ class ExportTrace {
   [[noreturn]] void LineAndThrow(ErrorCode code, const char* format, ...) ZAREXT_PRINTF(3, 4);
 
  private:
-  void Compose(bool named, const char* format, std::va_list arguments);
-  void Write();
+  void Write(bool named, const char* format, std::va_list arguments);
 
   const char* exportName_;
   LineText text_;
@@ -53,8 +51,7 @@ void CallInFrame(const char* exportName, Callback<ExportTrace&> work) noexcept;
 template <typename Result, typename Work>
 Result RunExport(const char* exportName, Result onFailure, Work work) noexcept {
   Result result = onFailure;
-  auto keepResult = [&](ExportTrace& trace) { result = work(trace); };
-  CallInFrame(exportName, Callback<ExportTrace&>(keepResult));
+  CallInFrame(exportName, [&](ExportTrace& trace) { result = work(trace); });
   return result;
 }
 
@@ -76,11 +73,10 @@ BOOL RunExport(const char* exportName, Work work) noexcept {
 template <typename Kept, typename Work>
 BOOL RunExportKeeping(const char* exportName, Work work) noexcept {
   BOOL result = FALSE;
-  auto keepObject = [&] {
+  CallTranslatingExceptions([&] {
     Kept kept;
     result = RunExport(exportName, [&](ExportTrace& trace) { return work(trace, kept); });
-  };
-  CallTranslatingExceptions(Callback<>(keepObject));
+  });
   return result;
 }
 

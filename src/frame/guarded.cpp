@@ -3,7 +3,7 @@
 namespace zarext {
 
 void CallGuarded(Callback<ErrorCode> onCode, Callback<> onOther, Callback<> work) {
-  auto guarded = [&] {
+  CallTranslatingExceptions([&] {
     try {
       work();
     } catch (ErrorCode code) {
@@ -11,8 +11,7 @@ void CallGuarded(Callback<ErrorCode> onCode, Callback<> onOther, Callback<> work
     } catch (...) {
       onOther();
     }
-  };
-  CallTranslatingExceptions(Callback<>(guarded));
+  });
 }
 
 }  // namespace zarext

@@ -13,20 +13,21 @@ namespace zarext {
 // code among them) counts as something else.
 using ErrorCode = DWORD;
 
-// Refers to something callable with these arguments, for as long as that lives.
+// Refers to something callable with these arguments, for as long as that lives: a parameter of this
+// type takes a lambda that is written in the call.
 template <typename... Arguments>
 class Callback {
  public:
   template <typename Function>
-  explicit Callback(Function& function)
-      : function_(&function), call_([](void* callee, Arguments... arguments) {
-          (*static_cast<Function*>(callee))(arguments...);
+  Callback(const Function& function)
+      : function_(&function), call_([](const void* callee, Arguments... arguments) {
+          (*static_cast<const Function*>(callee))(arguments...);
         }) {}
   void operator()(Arguments... arguments) const { call_(function_, arguments...); }
 
  private:
-  void* function_;
-  void (*call_)(void* callee, Arguments... arguments);
+  const void* function_;
+  void (*call_)(const void* callee, Arguments... arguments);
 };
 
 // Calls work(). A C++ exception of the platform's own compiler (code 0xE06D7363), as a provider
@@ -43,10 +44,8 @@ void CallGuarded(Callback<ErrorCode> onCode, Callback<> onOther, Callback<> work
 template <typename OnCode, typename OnOther, typename Work>
 std::invoke_result_t<Work&> RunGuarded(OnCode onCode, OnOther onOther, Work work) {
   std::invoke_result_t<Work&> result{};
-  auto keepOnCode = [&](ErrorCode code) { result = onCode(code); };
-  auto keepOnOther = [&] { result = onOther(); };
-  auto keepWork = [&] { result = work(); };
-  CallGuarded(Callback<ErrorCode>(keepOnCode), Callback<>(keepOnOther), Callback<>(keepWork));
+  CallGuarded([&](ErrorCode code) { result = onCode(code); }, [&] { result = onOther(); },
+              [&] { result = work(); });
   return result;
 }
 

@@ -20,13 +20,12 @@ const char* HostPath() noexcept { return hostPath; }
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID /*reserved*/) {
   using namespace zarext;
-  if (reason != DLL_PROCESS_ATTACH) {
-    return TRUE;
+  if (reason == DLL_PROCESS_ATTACH) {
+    moduleInstance = instance;
+    GetModuleFileNameA(GetModuleHandleA(nullptr), hostPath, kHostPathSize);
+    // A longer path arrives cut, on older systems without a terminator.
+    hostPath[kHostPathSize - 1] = '\0';
+    Trace("EXT : DLL_PROCESS_ATTACH : FilePath=%s (id=%x).", hostPath, Hex(GetCurrentThreadId()));
   }
-  moduleInstance = instance;
-  GetModuleFileNameA(GetModuleHandleA(nullptr), hostPath, kHostPathSize);
-  // A longer path arrives cut, on older systems without a terminator.
-  hostPath[kHostPathSize - 1] = '\0';
-  Trace("EXT : DLL_PROCESS_ATTACH : FilePath=%s (id=%x).", hostPath, Hex(GetCurrentThreadId()));
   return TRUE;
 }

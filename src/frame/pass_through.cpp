@@ -7,9 +7,8 @@ using namespace zarext;
 
 namespace {
 
-template <typename Work>
-BOOL TraceAndSucceed(const char* exportName, Work work) {
-  CallInFrame(exportName, Callback<ExportTrace&>(work));
+BOOL TraceAndSucceed(const char* exportName, Callback<ExportTrace&> work) {
+  CallInFrame(exportName, work);
   return TRUE;
 }
 

@@ -12,29 +12,22 @@
 namespace zarext {
 namespace {
 
-struct BoundProvider {
-  HMODULE module = nullptr;
-  ProviderFunctions functions = {};
-};
-
 // Nothing destroys these: a DLL of the host that is unloaded later than this one may call the store
 // callbacks behind the module's exit routine. For the same reason the provider's module is never
-// freed. The provider is complete once `bound` is set, and is not changed afterwards.
-constinit BoundProvider boundProvider;
-constinit std::atomic<bool> bound = false;
+// freed. The functions are complete once the module is set, and are not changed afterwards.
+constinit ProviderFunctions boundFunctions = {};
+constinit std::atomic<HMODULE> boundModule = nullptr;
 constinit SRWLOCK bindingLock = SRWLOCK_INIT;
 
 // If several threads bind at once, the first result is kept; the others are equal.
-void Bind(const BoundProvider& found) noexcept {
+void Bind(HMODULE module, const ProviderFunctions& found) noexcept {
   AcquireSRWLockExclusive(&bindingLock);
-  if (!bound.load(std::memory_order_relaxed)) {
-    boundProvider = found;
-    bound.store(true, std::memory_order_release);
+  if (boundModule.load(std::memory_order_relaxed) == nullptr) {
+    boundFunctions = found;
+    boundModule.store(module, std::memory_order_release);
   }
   ReleaseSRWLockExclusive(&bindingLock);
 }
-
-bool IsBound() noexcept { return bound.load(std::memory_order_acquire); }
 
 using ImagePath = std::array<char, 256>;
 
@@ -79,28 +72,25 @@ bool IsComplete(const ProviderFunctions& found) {
 }  // namespace
 
 void BindProvider() {
-  if (IsBound()) {
+  if (ProviderModule() != nullptr) {
     return;
   }
   UniqueModule provider = LoadProvider();
   const HMODULE module = provider.Get();
-  BoundProvider complete;
-  ProviderFunctions& found = complete.functions;
+  ProviderFunctions found = {};
   LookUp(module, "CPAcquireContext", found.CPAcquireContext);
   LookUp(module, "CPReleaseContext", found.CPReleaseContext);
   LookUp(module, "CPGetProvParam", found.CPGetProvParam);
   LookUp(module, "CPGetKeyParam", found.CPGetKeyParam);
   LookUp(module, "CPSetKeyParam", found.CPSetKeyParam);
   LookUp(module, "CPGetUserKey", found.CPGetUserKey);
-  if (!IsComplete(found)) {
-    return;
+  if (IsComplete(found)) {
+    Bind(provider.Detach(), found);
   }
-  complete.module = provider.Detach();
-  Bind(complete);
 }
 
-HMODULE ProviderModule() noexcept { return IsBound() ? boundProvider.module : nullptr; }
+HMODULE ProviderModule() noexcept { return boundModule.load(std::memory_order_acquire); }
 
-const ProviderFunctions& Provider() noexcept { return boundProvider.functions; }
+const ProviderFunctions& Provider() noexcept { return boundFunctions; }
 
 }  // namespace zarext

@@ -1,14 +1,14 @@
 #include "frame/trace.h"
 
-#include <windows.h>
-
 #include <fcntl.h>
 #include <io.h>
 #include <share.h>
 #include <stdio.h>
 #include <sys/locking.h>
 #include <sys/stat.h>
+#include <windows.h>
 
+#include <array>
 #include <cstdint>
 #include <ctime>
 
@@ -32,18 +32,13 @@ std::uint64_t MillisecondsSince1970() {
 
 // "Mon Nov 16 00:12:46.007". Seconds and milliseconds come from two readings of the clock: around
 // the end of a second they may belong to different ones, as those who sort by this text notice.
-class Timestamp {
- public:
-  Timestamp() {
-    const auto seconds = static_cast<std::time_t>(MillisecondsSince1970() / 1000);
-    const auto milliseconds = static_cast<unsigned short>(MillisecondsSince1970() % 1000);
-    FormatText(text_, "%.19s.%.3hu", std::ctime(&seconds), milliseconds);
-  }
-  [[nodiscard]] const char* Text() const noexcept { return text_; }
-
- private:
-  char text_[32] = {};
-};
+std::array<char, 32> Timestamp() {
+  std::array<char, 32> text = {};
+  const auto seconds = static_cast<std::time_t>(MillisecondsSince1970() / 1000);
+  const auto milliseconds = static_cast<unsigned short>(MillisecondsSince1970() % 1000);
+  FormatText(text.data(), "%.19s.%.3hu", std::ctime(&seconds), milliseconds);
+  return text;
+}
 
 bool IsRegularFile(const char* path) {
   struct _stat64 status = {};
@@ -102,9 +97,9 @@ class LogFileTurn {
   DWORD error_ = ERROR_SUCCESS;
 };
 
-void WriteLine(std::FILE* file, const Timestamp& timestamp, const char* message) {
+void WriteLine(std::FILE* file, const char* timestamp, const char* message) {
   LineText line;
-  line.Append("thid=%i : time=%s : %s\n", Int(GetCurrentThreadId()), timestamp.Text(), message);
+  line.Append("thid=%i : time=%s : %s\n", Int(GetCurrentThreadId()), timestamp, message);
   LogFileTurn turn(file);
   (void)fwrite(line.Text(), 1, line.Length(), file);
   // The line must be in the file before others may write theirs.
@@ -119,13 +114,13 @@ void LogToFile(const char* path, const char* lockFileName, MakeMessage makeMessa
   // its descriptor 0. Closing it again, or -1 where there is no lock file, only fails.
   int lockFile = 0;
   UniqueFile file;  // closed behind the lock file
-  auto log = [&] {
+  const auto log = [&] {
     if (!IsRegularFile(path)) {
       return;
     }
     LineText message;
     makeMessage(message);
-    const Timestamp timestamp;
+    const auto timestamp = Timestamp();
     lockFile = OpenLockFile(lockFileName);
     if (lockFile != -1) {
       // Zero octets, result unchecked: whoever else uses the lock file locks it in the same way.
@@ -133,15 +128,13 @@ void LogToFile(const char* path, const char* lockFileName, MakeMessage makeMessa
     }
     file.Reset(fopen(path, "at"));
     if (file) {
-      WriteLine(file.Get(), timestamp, message.Text());
+      WriteLine(file.Get(), timestamp.data(), message.Text());
     }
     if (lockFile != -1) {
       _locking(lockFile, _LK_UNLCK, 0);
     }
   };
-  auto ignoreCode = [](ErrorCode) {};
-  auto ignoreOther = [] {};
-  CallGuarded(Callback<ErrorCode>(ignoreCode), Callback<>(ignoreOther), Callback<>(log));
+  CallGuarded([](ErrorCode) {}, [] {}, log);
   _close(lockFile);
 }
 
@@ -150,7 +143,7 @@ void LogToFile(const char* path, const char* lockFileName, MakeMessage makeMessa
 void Trace(const char* format, ...) {
   const LastErrorKeeper keeper;
   LineText line;
-  line.Append("id=%i : tm=%s : ", Int(GetCurrentThreadId()), Timestamp().Text());
+  line.Append("id=%i : tm=%s : ", Int(GetCurrentThreadId()), Timestamp().data());
   std::va_list arguments;
   va_start(arguments, format);
   line.AppendList(format, arguments);

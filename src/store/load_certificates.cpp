@@ -155,7 +155,7 @@ void Refresh(TContainerCache& cache) {
 
 std::int32_t load_certs_from_CSP(HCERTSTORE hCertStore) {
   TContainerCache& cache = TContainerCache::Instance();
-  auto load = [&](bool isNested) {
+  RunLoad([&](bool isNested) {
     // A nested load serves the list as it is: the list must not go away under the outer load, and a
     // provider that opens the store whenever it is asked would be asked without end.
     if (!isNested) {
@@ -165,8 +165,7 @@ std::int32_t load_certs_from_CSP(HCERTSTORE hCertStore) {
          node = node->next.get()) {
       AddCertificate(hCertStore, node->record->Info());
     }
-  };
-  RunLoad(Callback<bool>(load));
+  });
   return 1;
 }
 
