@@ -96,30 +96,22 @@ inline constexpr std::array kPublicKey = std::to_array<const char*>({
     "1.3.6.1.4.1.32473.1.8.24",
 });
 
-// List B: the private-key functions, list A without
-inline constexpr std::array kPrivateKey = Without(kPublicKey, std::to_array<const char*>({
-                                                                  kDiffieHellman,
-                                                                  kElGamal,
-                                                                  kGostR3410Signature,
-                                                                  kGostR3410Key,
-                                                                  "1.3.6.1.4.1.32473.1.5.9",
-                                                                  "1.3.6.1.4.1.32473.1.8.9",
-                                                                  "1.3.6.1.4.1.32473.1.5.10",
-                                                                  "1.3.6.1.4.1.32473.1.5.11",
-                                                              }));
+// What lists B and C have in common.
+inline constexpr std::array kCommon = Without(
+    kPublicKey,
+    std::to_array<const char*>({kDiffieHellman, kElGamal, kGostR3410Signature, kGostR3410Key}));
+
+// List B: the private-key functions.
+inline constexpr std::array kPrivateKey = Without(
+    kCommon, std::to_array<const char*>({"1.3.6.1.4.1.32473.1.5.9", "1.3.6.1.4.1.32473.1.8.9",
+                                         "1.3.6.1.4.1.32473.1.5.10", "1.3.6.1.4.1.32473.1.5.11"}));
 
 // List C: the key-transport functions. Its first two OIDs, list A's in the opposite order, are
-// registered with encoding type 0x10001, the rest of list A, without the two of GOST R 34.10, with
-// 1. The framework files both in one place: only who watches its functions sees the difference.
+// registered with encoding type 0x10001, the rest with 1. The framework files both in one place:
+// only who watches its functions sees the difference.
 inline constexpr std::array kKeyTransportFirst =
     std::to_array<const char*>({kElGamal, kDiffieHellman});
-inline constexpr std::array kKeyTransport =
-    Joined(kKeyTransportFirst, Without(kPublicKey, std::to_array<const char*>({
-                                                       kDiffieHellman,
-                                                       kElGamal,
-                                                       kGostR3410Signature,
-                                                       kGostR3410Key,
-                                                   })));
+inline constexpr std::array kKeyTransport = Joined(kKeyTransportFirst, kCommon);
 
 // The content-encryption functions, each in its own order. Not the OIDs that these functions
 // accept, as whoever envelopes a message notices: the last two of the first list are bound and
@@ -132,12 +124,9 @@ inline constexpr std::array kOlderContentKey = std::to_array<const char*>(
 
 // Four OIDs of lists A and B that unregistering leaves bound to some of the functions, and two that
 // it removes twice from one.
-inline constexpr std::array kLeftBound = std::to_array<const char*>({
-    "1.2.398.3.10.1.1.2.1.1",
-    "1.2.398.3.10.1.4.1.1.1",
-    "1.2.398.3.10.1.1.2.2.1",
-    "1.2.398.3.10.1.4.1.2.1",
-});
+inline constexpr std::array kLeftBound =
+    std::to_array<const char*>({"1.2.398.3.10.1.1.2.1.1", "1.2.398.3.10.1.4.1.1.1",
+                                "1.2.398.3.10.1.1.2.2.1", "1.2.398.3.10.1.4.1.2.1"});
 inline constexpr std::array kRemovedTwice =
     std::to_array<const char*>({"1.3.6.1.4.1.32473.1.8.11", "1.3.6.1.4.1.32473.1.8.12"});
 
