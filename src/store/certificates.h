@@ -30,14 +30,11 @@ UniqueForcedStore OpenChain(std::span<const BYTE> chain, Fail fail) {
 // Calls visit(context) for every certificate of a store.
 template <typename Visit>
 void ForEachCertificate(HCERTSTORE store, Visit visit) {
-  UniqueCertContext context;
-  do {
-    // The enumeration takes the previous context with it.
-    context = UniqueCertContext(CertEnumCertificatesInStore(store, context.Detach()));
-    if (context) {
-      visit(context.Get());
-    }
-  } while (context);
+  // The enumeration takes the previous context with it.
+  for (UniqueCertContext context(CertEnumCertificatesInStore(store, nullptr)); context;
+       context.Reset(CertEnumCertificatesInStore(store, context.Detach()))) {
+    visit(context.Get());
+  }
 }
 
 // An octet of the serial number as the traces show it; 0 where there is none.

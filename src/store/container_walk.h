@@ -9,6 +9,7 @@
 
 #include "frame/provider_binding.h"
 #include "store/container_profile.h"
+#include "store/provider_context.h"
 
 namespace zarext {
 
@@ -17,20 +18,25 @@ enum class Walk { kGoOn, kStop };
 // Where a list that does not end is left.
 inline constexpr int kLongestWalk = 65536;
 
-// Calls visit(name) for every container; names fit a buffer of `nameSize` octets. The name lives
-// until the next call.
+// Calls visit(provider, name) for every container of the bound provider, with the context that
+// lists them; names fit a buffer of `nameSize` octets. The name lives until the next call.
 template <DWORD nameSize, typename Visit>
-void ForEachContainer(HCRYPTPROV provider, Visit visit) {
+void ForEachContainer(Visit visit) {
+  const UniqueProviderContext provider = AcquireContext(nullptr, CRYPT_VERIFYCONTEXT);
+  if (!provider) {
+    return;
+  }
   char name[nameSize];
   DWORD flags = CRYPT_FIRST;
   for (int item = 0; item < kLongestWalk; ++item, flags = 0) {
     std::memset(name, 0, nameSize);
     DWORD size = nameSize;
-    if (!Provider().CPGetProvParam(provider, PP_ENUM_CNT, reinterpret_cast<BYTE*>(name), &size,
-                                   flags)) {
+    if (!Provider().CPGetProvParam(*provider.Get(), PP_ENUM_CNT, reinterpret_cast<BYTE*>(name),
+                                   &size, flags)) {
       return;
     }
-    if (std::memchr(name, '\0', nameSize) != nullptr && visit(name) == Walk::kStop) {
+    if (std::memchr(name, '\0', nameSize) != nullptr &&
+        visit(*provider.Get(), name) == Walk::kStop) {
       return;
     }
   }

@@ -6,17 +6,13 @@
 namespace zarext {
 
 KeyProvider::KeyProvider(const char* publicKeyOid) {
-  switch (KeyFamilyOf(publicKeyOid)) {
-    case KeyFamily::kOwn:
-      type_ = kProviderType;
-      name_ = ToWide<256>(kProviderName);
-      break;
-    case KeyFamily::kRsa:
-      type_ = PROV_RSA_FULL;
-      name_ = ToWide<256>(kRsaProviderName);
-      break;
-    case KeyFamily::kOther:
-      break;
+  const KeyFamily family = KeyFamilyOf(publicKeyOid);
+  if (family == KeyFamily::kOwn) {
+    type_ = kProviderType;
+    name_ = ToWide<256>(kProviderName);
+  } else if (family == KeyFamily::kRsa) {
+    type_ = PROV_RSA_FULL;
+    name_ = ToWide<256>(kRsaProviderName);
   }
 }
 

@@ -17,11 +17,6 @@ std::unique_ptr<T[]> CopyTerminated(const T* content, std::size_t length) noexce
   return copy;
 }
 
-bool IsWorthKeeping(const CNT_KEY_INFO& record) noexcept {
-  return record.cbCert != 0 && record.pbCert != nullptr && record.cbSerial != 0 &&
-         record.pbSerial != nullptr;
-}
-
 }  // namespace
 
 std::unique_ptr<CachedKeyRecord> CachedKeyRecord::Copy(const CNT_KEY_INFO& source) noexcept {
@@ -45,7 +40,8 @@ std::unique_ptr<CachedKeyRecord> CachedKeyRecord::Copy(const CNT_KEY_INFO& sourc
 }
 
 void KeyRecordList::Add(const CNT_KEY_INFO& record) noexcept {
-  if (!IsWorthKeeping(record)) {
+  if (record.cbCert == 0 || record.pbCert == nullptr || record.cbSerial == 0 ||
+      record.pbSerial == nullptr) {
     return;
   }
   std::unique_ptr<KeyRecordNode> node(new (std::nothrow) KeyRecordNode);

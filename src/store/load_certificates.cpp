@@ -100,17 +100,6 @@ void ListContainer(HCRYPTPROV provider, char* name) {
   });
 }
 
-void WalkContainers() {
-  const UniqueProviderContext provider = AcquireVerifyContext();
-  if (!provider) {
-    return;
-  }
-  ForEachContainer<kListedNameSize>(*provider.Get(), [&](char* name) {
-    ListContainer(*provider.Get(), name);
-    return Walk::kGoOn;
-  });
-}
-
 void AddCertificate(HCERTSTORE hCertStore, const CNT_KEY_INFO& record) {
   const UniqueCertContext context(
       CertCreateCertificateContext(kBothEncodings, record.pbCert, record.cbCert));
@@ -146,7 +135,10 @@ void Refresh(TContainerCache& cache) {
   }
   cache.Clear();
   RequireProvider();
-  WalkContainers();
+  ForEachContainer<kListedNameSize>([](HCRYPTPROV provider, char* name) {
+    ListContainer(provider, name);
+    return Walk::kGoOn;
+  });
   TContainerCache::MarkFilled(std::time(nullptr));
   cache.WriteShared();
 }

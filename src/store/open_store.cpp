@@ -11,15 +11,6 @@ bool IsServedProvider(HCRYPTPROV hCryptProv) {
   return IsServedProviderType(ReadProviderType(hCryptProv, [](ErrorCode code) { throw code; }));
 }
 
-// No owner type holds the section: a load that throws leaves it entered, and opens of other threads
-// wait from then on.
-bool LoadCertificates(HCERTSTORE hCertStore) {
-  TContainerCache::EnterOpenSection();
-  const std::int32_t loaded = load_certs_from_CSP(hCertStore);
-  TContainerCache::LeaveOpenSection();
-  return loaded == 1;
-}
-
 BOOL OpenStore(ExportTrace& trace, HCRYPTPROV hCryptProv, HCERTSTORE hCertStore,
                CERT_STORE_PROV_INFO* pStoreProvInfo) {
   if (hCryptProv != 0 && !IsServedProvider(hCryptProv)) {
@@ -27,7 +18,12 @@ BOOL OpenStore(ExportTrace& trace, HCRYPTPROV hCryptProv, HCERTSTORE hCertStore,
     // provider that they have.
     return FALSE;
   }
-  if (!LoadCertificates(hCertStore)) {
+  // No owner type holds the section: a load that throws leaves it entered, and opens of other
+  // threads wait from then on.
+  TContainerCache::EnterOpenSection();
+  const std::int32_t loaded = load_certs_from_CSP(hCertStore);
+  TContainerCache::LeaveOpenSection();
+  if (loaded != 1) {
     return FALSE;
   }
   RequireParameter(pStoreProvInfo != nullptr);

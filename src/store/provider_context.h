@@ -32,11 +32,6 @@ inline UniqueProviderContext AcquireContext(char* container, DWORD flags) {
              : UniqueProviderContext();
 }
 
-// A context without a container, for the listings.
-inline UniqueProviderContext AcquireVerifyContext() {
-  return AcquireContext(nullptr, CRYPT_VERIFYCONTEXT);
-}
-
 // The context of the container `url`, without any dialogue.
 inline UniqueProviderContext OpenContainer(char* url) { return AcquireContext(url, CRYPT_SILENT); }
 

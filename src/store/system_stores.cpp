@@ -96,9 +96,7 @@ void DeleteOne(PCCERT_CONTEXT context) {
   if (!duplicate) {
     FileLog(kLogFile, "DelOtherCert : CertDuplicateCertificateContext error = %x.",
             Hex(GetLastError()));
-    return;
-  }
-  if (!CertDeleteCertificateFromStore(duplicate.Detach())) {
+  } else if (!CertDeleteCertificateFromStore(duplicate.Detach())) {
     FileLog(kLogFile, "DelOtherCert : CertDeleteCertificateFromStore error = %x.",
             Hex(GetLastError()));
   }

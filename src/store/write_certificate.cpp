@@ -50,12 +50,8 @@ UniqueProviderContext OpenWritable(HCRYPTPROV provider, const char* name) {
 // Calls visit(container) for every container that can be written.
 template <typename Visit>
 void ForEachWritableContainer(Visit visit) {
-  const UniqueProviderContext provider = AcquireVerifyContext();
-  if (!provider) {
-    return;
-  }
-  ForEachContainer<kWritableNameSize>(*provider.Get(), [&](const char* name) {
-    const UniqueProviderContext container = OpenWritable(*provider.Get(), name);
+  ForEachContainer<kWritableNameSize>([&](HCRYPTPROV provider, const char* name) {
+    const UniqueProviderContext container = OpenWritable(provider, name);
     return container ? visit(*container.Get()) : Walk::kGoOn;
   });
 }
