@@ -8,13 +8,9 @@
 namespace std {
 
 [[noreturn]] void __throw_bad_alloc() { throw bad_alloc(); }
-
 [[noreturn]] void __throw_bad_array_new_length() { throw bad_alloc(); }
-
 [[noreturn]] void __throw_length_error(const char* /*message*/) { throw bad_alloc(); }
-
 [[noreturn]] void __throw_logic_error(const char* /*message*/) { throw bad_alloc(); }
-
 [[noreturn]] void __throw_out_of_range_fmt(const char* /*format*/, ...) { throw bad_alloc(); }
 
 }  // namespace std

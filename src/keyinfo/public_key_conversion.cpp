@@ -61,8 +61,6 @@ BOOL WINAPI ZarConvertPublicKeyInfo(DWORD dwCertEncodingType, PCERT_PUBLIC_KEY_I
     trace.Line("Algorithm = %s.", pInfo->Algorithm.pszObjId);
     RequireOwnAlgorithm(trace, "pszObjId", pInfo->Algorithm.pszObjId);
     RequireParameter(key.pbData != nullptr || key.cbData == 0);
-    // Refuses a length that no copy has, before any of the octets is read.
-    CopySize(key.cbData);
     // Detached whether or not the caller takes it: without a place for the pointer it is lost.
     BYTE* block = static_cast<BYTE*>(CopyForCaller(OctetsOf(key.pbData, key.cbData)).Detach());
     StoreIfWanted(ppvBlob, block);
@@ -83,7 +81,8 @@ BOOL WINAPI ZarEncodePublicKeyAndParameters(DWORD dwCertEncodingType, LPSTR pszP
     RequireEncodingType(dwCertEncodingType);
     RequireParameter(dwFlags == 0 && pbPubKey != nullptr && cbPubKey != 0);
     RequireOwnAlgorithm(trace, "lpcPublicKeyOID", pszPublicKeyObjId);
-    CopySize(cbPubKey);  // as above
+    // Refuses a length that no copy has, before any of the octets is read.
+    CopySize(cbPubKey);
     const OctetSpan blob(pbPubKey, cbPubKey);
     trace.Line("PublicKey[%i] = ... %x %x %x.", Int(cbPubKey), OctetFromEnd(blob, 3),
                OctetFromEnd(blob, 2), OctetFromEnd(blob, 1));
