@@ -27,8 +27,11 @@ enum {
 /* The three functions below take one DER-encoded X.509 certificate, pbCert and cbCert.
  * bLocalMachine chooses the machine's stores if it is not 0, the current user's otherwise. They
  * return TRUE or FALSE and set no last error of their own: the reason of a failure goes to the log
- * file c:\zarext.log, if there is one. Not so an index that is none of these, a certificate that is
- * not there and a name that cannot be converted: they leave no line.
+ * file c:\zarext.log, if there is one; also where the certificate is null, empty or none. FALSE
+ * without a line: a dwStore above 5; in SetSelfCert, once the certificate has been added, a
+ * szContainer that is null or cannot be converted, a provider's name that cannot be converted,
+ * and a certificate that the system adds without giving it back; an exception that another
+ * component throws, if it is not an error code.
  */
 
 /* Adds a user's own certificate to "MY", in place of an equal one, and ties it to its key:

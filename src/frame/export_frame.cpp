@@ -52,4 +52,11 @@ void ThrowFailedCall(ExportTrace& trace, const char* call) {
   trace.LineAndThrow(code, "%s = %x.", call, Hex(code));
 }
 
+void RequirePlace(ExportTrace& trace, const char* call, const void* place) {
+  if (place == nullptr) {
+    SetLastError(ERROR_INVALID_PARAMETER);
+    ThrowFailedCall(trace, call);
+  }
+}
+
 }  // namespace zarext

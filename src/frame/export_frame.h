@@ -95,6 +95,10 @@ inline void RequireSuccess(bool succeeded) {
 // the failed call.
 [[noreturn]] void ThrowFailedCall(ExportTrace& trace, const char* call);
 
+// Refuses a null place for what `call` would give, as the platform refuses it, in place of the
+// call: not every version of the platform survives one. To be called where the call is made.
+void RequirePlace(ExportTrace& trace, const char* call, const void* place);
+
 // Throws ERROR_INVALID_PARAMETER unless `condition` holds.
 inline void RequireParameter(bool condition) {
   if (!condition) {

@@ -1,5 +1,5 @@
-// Owner types for every kind of handle that the module holds: one release function each, bound
-// once, so that no function needs a clean-up section.
+// Owner types of handles: one release function for each kind, bound once, so that no function needs
+// a clean-up section.
 #ifndef ZAREXT_FRAME_HANDLES_H_
 #define ZAREXT_FRAME_HANDLES_H_
 
@@ -35,7 +35,7 @@ class UniqueHandle {
   // Releases what is held and holds `handle` instead. What the release throws ends here: nobody
   // could do anything about it, and a function that is left because of something else that was
   // thrown releases too.
-  void Reset(Type handle = Type{}) noexcept {
+  void Reset(Type handle = Type{}) {
     const Type old = std::exchange(handle_, handle);
     if (old == Type{}) {
       return;
@@ -48,7 +48,7 @@ class UniqueHandle {
   }
 
   // Releases what is held and gives the place that a platform call fills.
-  [[nodiscard]] Type* Put() noexcept {
+  [[nodiscard]] Type* Put() {
     Reset();
     return &handle_;
   }

@@ -9,7 +9,7 @@ namespace zarext {
 // Puts the thread's last error back to what it was.
 class LastErrorKeeper {
  public:
-  LastErrorKeeper() noexcept : code_(GetLastError()) {}
+  LastErrorKeeper() : code_(GetLastError()) {}
   ~LastErrorKeeper() { SetLastError(code_); }
   LastErrorKeeper(const LastErrorKeeper&) = delete;
   LastErrorKeeper& operator=(const LastErrorKeeper&) = delete;

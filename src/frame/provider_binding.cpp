@@ -20,7 +20,7 @@ constinit std::atomic<HMODULE> boundModule = nullptr;
 constinit SRWLOCK bindingLock = SRWLOCK_INIT;
 
 // If several threads bind at once, the first result is kept; the others are equal.
-void Bind(HMODULE module, const ProviderFunctions& found) noexcept {
+void Bind(HMODULE module, const ProviderFunctions& found) {
   AcquireSRWLockExclusive(&bindingLock);
   if (boundModule.load(std::memory_order_relaxed) == nullptr) {
     boundFunctions = found;

@@ -9,7 +9,7 @@ namespace {
 
 // Mixes what differs from process to process and from load to load: where the stack and the module
 // lie (both random with high entropy), the clocks, the thread.
-std::uintptr_t MakeGuard() noexcept {
+std::uintptr_t MakeGuard() {
   FILETIME now = {};
   GetSystemTimeAsFileTime(&now);
   const std::uintptr_t sources[] = {

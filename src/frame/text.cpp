@@ -16,14 +16,14 @@ int FormatText(char* destination, const char* format, ...) {
   return std::max(count, -1);
 }
 
-void LineText::Append(const char* format, ...) noexcept {
+void LineText::Append(const char* format, ...) {
   std::va_list arguments;
   va_start(arguments, format);
   AppendList(format, arguments);
   va_end(arguments);
 }
 
-void LineText::AppendList(const char* format, std::va_list arguments) noexcept {
+void LineText::AppendList(const char* format, std::va_list arguments) {
   std::va_list retry;
   va_copy(retry, arguments);
   const std::size_t room = capacity_ - length_ - 1;

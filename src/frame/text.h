@@ -28,7 +28,7 @@ inline constexpr std::size_t kLineBufferSize = 4096;
 
 // One line under construction: a zeroed 4,096-byte buffer on the stack, and a heap block instead
 // when the text grows past it, so that no line is cut and none runs over. Without memory for that
-// block the line keeps what the buffer holds. Never throws.
+// block the line keeps what the buffer holds. Throws only what the C runtime's formatting throws.
 class LineText {
  public:
   LineText() = default;
@@ -38,8 +38,8 @@ class LineText {
 
   // Adds formatted text behind what is there. A format that the runtime refuses adds what the
   // runtime had produced until then.
-  void Append(const char* format, ...) noexcept ZAREXT_PRINTF(2, 3);
-  void AppendList(const char* format, std::va_list arguments) noexcept ZAREXT_PRINTF(2, 0);
+  void Append(const char* format, ...) ZAREXT_PRINTF(2, 3);
+  void AppendList(const char* format, std::va_list arguments) ZAREXT_PRINTF(2, 0);
 
   void Clear() noexcept;
 

@@ -135,7 +135,7 @@ void LogToFile(const char* path, const char* lockFileName, MakeMessage makeMessa
     }
   };
   CallGuarded([](ErrorCode) {}, [] {}, log);
-  _close(lockFile);
+  CallGuarded([](ErrorCode) {}, [] {}, [&] { _close(lockFile); });
 }
 
 }  // namespace

@@ -8,8 +8,8 @@ namespace zarext {
 
 // Writes one line to the debugger channel (OutputDebugStringA): "id=%i : tm=%s : " with the thread
 // identifier and a timestamp such as "Mon Nov 16 00:12:46.007", then the caller's text, without a
-// newline. Lines are not cut. The thread's last error is kept. Throws only what a debugger's
-// handler inside the process throws.
+// newline. Lines are not cut. The thread's last error is kept. Throws only what the platform's
+// calls throw: what a debugger's handler inside the process does.
 void Trace(const char* format, ...) ZAREXT_PRINTF(1, 2);
 
 // Appends "thid=%i : time=%s : %s\n" to the log file `path`, if that file exists and is a regular

@@ -42,16 +42,13 @@ constexpr ImportVariant kExtended = {
                  OctetAt(key, 2), OctetAt(key, 3), OctetAt(key, 4));
     }};
 
-// Hands the blob to the provider. A failure is traced as `call` and thrown. A null `phKey` is
-// refused here, as the platform does; not every version of it survives one.
+// Hands the blob to the provider. A failure is traced as `call` and thrown.
 void ImportBlob(ExportTrace& trace, const char* call, HCRYPTPROV hCryptProv, OctetSpan blob,
                 HCRYPTKEY* phKey) {
-  if (phKey != nullptr &&
-      CryptImportKey(hCryptProv, blob.data(), static_cast<DWORD>(blob.size()), 0, 0, phKey)) {
-    return;
+  RequirePlace(trace, call, phKey);
+  if (!CryptImportKey(hCryptProv, blob.data(), static_cast<DWORD>(blob.size()), 0, 0, phKey)) {
+    ThrowFailedCall(trace, call);
   }
-  const ErrorCode error = phKey != nullptr ? GetLastError() : ErrorCode{ERROR_INVALID_PARAMETER};
-  trace.LineAndThrow(error, "%s = %x.", call, Hex(error));
 }
 
 // The blob for a key that lies in an OCTET STRING. Without memory for the document it is empty, so

@@ -61,6 +61,7 @@ bool ProvideContext(ExportTrace& trace, HCRYPTPROV* phCryptProv, DWORD acquireFl
 }
 
 void GenerateKey(ExportTrace& trace, HCRYPTPROV hCryptProv, ALG_ID algId, HCRYPTKEY* phKey) {
+  RequirePlace(trace, "CryptGenKey", phKey);
   if (!CryptGenKey(hCryptProv, algId, CRYPT_EXPORTABLE, phKey)) {
     ThrowFailedCall(trace, "CryptGenKey");
   }
@@ -174,7 +175,6 @@ void GenerateForPublicKey(ExportTrace& trace, const KeyRequest& request,
   // Nothing tells the framework to release a context that is acquired here: it is the caller's.
   ProvideContext(trace, request.phCryptProv, acquireFlags);
   const HCRYPTPROV hCryptProv = *request.phCryptProv;
-  RequireParameter(request.phEncryptKey != nullptr);
   GenerateKey(trace, hCryptProv, algId, request.phEncryptKey);
   const CRYPT_BIT_BLOB& publicKey = request.pPublicKeyInfo->PublicKey;
   recipientKey = ImportRecipientKey(trace, hCryptProv, publicKey.pbData, publicKey.cbData, 0);

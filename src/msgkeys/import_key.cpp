@@ -79,7 +79,7 @@ BOOL ImportForMessage(ExportTrace& trace, const CRYPT_ALGORITHM_IDENTIFIER* cont
       encryptedKey.cbData -= kSenderBlobSize;
     }
   }
-  RequireParameter(phContentEncryptKey != nullptr);
+  RequirePlace(trace, "CryptImportKey", phContentEncryptKey);
   if (!CryptImportKey(para->hCryptProv, encryptedKey.pbData, encryptedKey.cbData, senderKey.Get(),
                       0, phContentEncryptKey)) {
     ThrowFailedCall(trace, "CryptImportKey");
@@ -107,7 +107,7 @@ void ImportEncodedKey(ExportTrace& trace, HCRYPTPROV hCryptProv,
     throw kCode;
   }
   RequireParameter(encodedKey.pbData != nullptr && encodedKey.cbData != 0);
-  RequireParameter(phEncryptKey != nullptr);
+  RequirePlace(trace, "CryptImportKey", phEncryptKey);
   // Without an exchange key: the provider unwraps with the container's own.
   if (!CryptImportKey(hCryptProv, encodedKey.pbData, encodedKey.cbData, 0, CRYPT_EXPORTABLE,
                       phEncryptKey)) {

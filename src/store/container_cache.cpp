@@ -126,7 +126,7 @@ void TContainerCache::LeaveOpenSection() {
   }
 }
 
-void TContainerCache::ReadShared() noexcept {
+void TContainerCache::ReadShared() {
   Clear();
   try {
     const BlockCopy block = CopyBlock(hMapping_, hMutex_);
@@ -141,7 +141,7 @@ void TContainerCache::ReadShared() noexcept {
   }
 }
 
-void TContainerCache::WriteShared() const noexcept {
+void TContainerCache::WriteShared() const {
   if (list_.IsEmpty()) {
     return;
   }

@@ -51,10 +51,10 @@ class TContainerCache {
   // Empties the list, then takes the time of the shared block if that is fresh; its entries are
   // never taken (ReadCacheBlock). The content can be anybody's: it is copied under the mutex and
   // checked only in the copy.
-  void ReadShared() noexcept;
+  void ReadShared();
 
   // Publishes the list. An empty one, or one that is too long, leaves the section as it was.
-  void WriteShared() const noexcept;
+  void WriteShared() const;
 
  private:
   TContainerCache() = default;

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "contract/file_log_fixture.h"
@@ -192,22 +193,32 @@ TEST_F(FileLogTest, NobodyWaitsWhereTheFileSystemRefusesLocks) {
   EXPECT_EQ("unlocked", Message(lines[0]));
 }
 
-// The argument: the function that throws, "LockFileEx" or "UnlockFileEx".
+// The argument: the function that throws, "LockFileEx", "UnlockFileEx" or "_close".
 BOOL WINAPI ThrowAtLock(HANDLE, DWORD, DWORD, DWORD, DWORD, OVERLAPPED*) { throw 5ul; }
 BOOL WINAPI ThrowAtUnlock(HANDLE, DWORD, DWORD, DWORD, OVERLAPPED*) { throw "unlock"; }
+decltype(_close)* realClose = nullptr;
+int ThrowAtClose(int file) {
+  realClose(file);
+  throw 5ul;
+}
 ZAREXT_CHILD(LogWhereCallsThrow) {
-  const bool atLock = arguments.at(0) == "LockFileEx";
-  const ImportPatch thrower(
-      GetModuleHandleA(nullptr), "KERNEL32.dll", arguments.at(0).c_str(),
-      atLock ? reinterpret_cast<void*>(&ThrowAtLock) : reinterpret_cast<void*>(&ThrowAtUnlock));
+  const std::map<std::string, std::pair<const char*, void*>> throwers = {
+      {"LockFileEx", {"KERNEL32.dll", reinterpret_cast<void*>(&ThrowAtLock)}},
+      {"UnlockFileEx", {"KERNEL32.dll", reinterpret_cast<void*>(&ThrowAtUnlock)}},
+      {"_close", {"msvcrt.dll", reinterpret_cast<void*>(&ThrowAtClose)}},
+  };
+  const auto& [library, replacement] = throwers.at(arguments.at(0));
+  const ImportPatch thrower(GetModuleHandleA(nullptr), library, arguments.at(0).c_str(),
+                            replacement);
+  realClose = thrower.Original<decltype(_close)>();
   FileLog(kLog, "thrown");
   // Neither file is open any more.
   if (!DeleteFileA(kLog)) return 20;
   return DeleteFileA(LockFile().c_str()) ? 0 : 30;
 }
 
-TEST_F(FileLogTest, WhatALockThrowsIsPassedOverAndBothFilesAreClosed) {
-  for (const char* function : {"LockFileEx", "UnlockFileEx"}) {
+TEST_F(FileLogTest, WhatCallsThrowIsPassedOverAndBothFilesAreClosed) {
+  for (const char* function : {"LockFileEx", "UnlockFileEx", "_close"}) {
     WriteFileText(kLog, "");
     EXPECT_EQ(0u, Run("LogWhereCallsThrow", {function})) << function;
   }

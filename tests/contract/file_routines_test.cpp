@@ -4,10 +4,12 @@
 #include <windows.h>
 
 #include <fcntl.h>
+#include <io.h>
 #include <stdlib.h>
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -155,6 +157,61 @@ TEST_F(FileRoutines, ReadingGoesOnUntilNothingIsGiven) {
   EXPECT_EQ("bbccd?", read);
   room = 4;
   EXPECT_EQ(2, ReadWholeFile(path_.c_str(), read.data(), 5));
+}
+
+// Calls of the runtime that throw, as a host's own version of it may.
+int ThrowFromMoving(int, void*, unsigned int) { throw 5ul; }
+int ThrowFromOpening(const char*, int, int, int) { throw 5ul; }
+int ThrowFromCreating(const char*, int) { throw 5ul; }
+int ThrowFromQuery(const char*, struct _stat64*) { throw 5ul; }
+
+TEST_F(FileRoutines, WhatTheRuntimeThrowsComesToTheCaller) {
+  ASSERT_EQ(0, WriteWholeFile(path_.c_str(), "1234", 4));
+  char octets[4] = {'1', '2', '3', '4'};
+  std::uint32_t size = 0;
+  const auto query = [&] { QueryFileSize(path_.c_str(), &size); };
+  const auto read = [&] { ReadWholeFile(path_.c_str(), octets, 4); };
+  const auto write = [&] { WriteWholeFile(path_.c_str(), octets, 4); };
+  const struct {
+    const char* function;
+    void* thrower;
+    std::function<void()> routine;
+  } rows[] = {
+      {"_stat64", reinterpret_cast<void*>(&ThrowFromQuery), query},
+      {"_sopen", reinterpret_cast<void*>(&ThrowFromOpening), read},
+      {"_read", reinterpret_cast<void*>(&ThrowFromMoving), read},
+      {"_creat", reinterpret_cast<void*>(&ThrowFromCreating), write},
+      {"_write", reinterpret_cast<void*>(&ThrowFromMoving), write},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.function);
+    unsigned long thrown = 0;
+    try {
+      const ImportPatch patch(GetModuleHandleA(nullptr), "msvcrt.dll", row.function, row.thrower);
+      row.routine();
+    } catch (unsigned long code) {
+      thrown = code;
+    }
+    EXPECT_EQ(5u, thrown);
+    EXPECT_TRUE(IsClosed());
+  }
+}
+
+decltype(_close)* realClose = nullptr;
+int CloseAndThrow(int file) {
+  realClose(file);
+  throw 5ul;
+}
+
+TEST_F(FileRoutines, WhatTheRuntimeThrowsFromClosingIsPassedOver) {
+  ASSERT_EQ(0, WriteWholeFile(path_.c_str(), "1234", 4));
+  char octets[4];
+  {
+    const ImportPatch patch(GetModuleHandleA(nullptr), "msvcrt.dll", "_close", &CloseAndThrow);
+    realClose = patch.Original<decltype(_close)>();
+    EXPECT_EQ(0, ReadWholeFile(path_.c_str(), octets, 4));
+  }
+  EXPECT_TRUE(IsClosed());
 }
 
 }  // namespace

@@ -136,11 +136,29 @@ TEST_F(ImportEncodedKeyTest, RefusesMissingArguments) {
     EXPECT_EQ(87u, GetLastError());
     EXPECT_EQ(1u, trace.Messages().size());
   }
+  EXPECT_THAT(provider.Calls(), IsEmpty());
+}
+
+// Behind the checks of algorithms and key, in place of the call. Made by the module itself: not
+// every version of the platform survives the call.
+TEST_F(ImportEncodedKeyTest, NoPlaceForTheHandleIsThePlatformsRefusal) {
+  const RecordedImport<"CryptImportKey", decltype(CryptImportKey)> import(Module(), "ADVAPI32.dll");
+  auto* importKey = Export<ImportEncryptKey>("ZarImportEncryptKey");
+  {
+    TraceCapture trace;
+    SetLastError(0);
+    EXPECT_EQ(FALSE, importKey(Context(), 0, &content, &publicKey, encoded.data(), 4, nullptr));
+    EXPECT_EQ(87u, GetLastError());
+    EXPECT_THAT(trace.Messages(),
+                ElementsAre("EXT : ZarImportEncryptKey : paiPubKey = 1.3.6.1.4.1.32473.1.4.4.",
+                            "EXT : ZarImportEncryptKey : paiEncrypt = 1.3.6.1.4.1.32473.1.2.4.",
+                            "EXT : ZarImportEncryptKey : CryptImportKey = 57."));
+  }
   TraceCapture trace;
-  SetLastError(0);
-  EXPECT_EQ(FALSE, importKey(Context(), 0, &content, &publicKey, encoded.data(), 4, nullptr));
-  EXPECT_EQ(87u, GetLastError());
-  EXPECT_EQ(2u, trace.Messages().size());
+  EXPECT_EQ(FALSE, importKey(Context(), 0, &content, &publicKey, encoded.data(), 0, nullptr));
+  EXPECT_EQ("EXT : ZarImportEncryptKey : paiEncrypt = 1.3.6.1.4.1.32473.1.2.4.",
+            trace.Messages().back());
+  EXPECT_THAT(LinesOf(events.Lines(), {"platform: "}), IsEmpty());
   EXPECT_THAT(provider.Calls(), IsEmpty());
 }
 

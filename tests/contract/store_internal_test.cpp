@@ -243,6 +243,13 @@ TEST_F(CacheWithoutMemory, WriteSharedPublishesNothingAndHoldsNothing) {
   EXPECT_EQ(19u, section.Size());
 }
 
+// Their own handlers take what is thrown below them. With a noexcept on top, a call that is moved
+// out of the handlers' reach would end the host instead of failing the open.
+TEST_F(CacheReader, SharingStandsBehindNoNoexcept) {
+  EXPECT_FALSE(noexcept(cache.ReadShared()));
+  EXPECT_FALSE(noexcept(cache.WriteShared()));
+}
+
 // Whatever lies in the section, the reader comes back, and with an empty list.
 TEST_F(CacheReader, Survives20000RandomBlocks) {
   std::mt19937 random(20261121);

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <windows.h>
 
+#include <cstdarg>
 #include <cstdlib>
 #include <string>
 
@@ -102,6 +103,23 @@ TEST(LineText, KeepsWhatWasThereWhereFormattingFails) {
   line.Append("%ls", L"\u0416");
   line.Append(" after");
   EXPECT_STREQ("before  after", line.Text());
+}
+
+int ThrowFromFormatting(char*, std::size_t, const char*, std::va_list) { throw 5ul; }
+
+TEST(LineText, WhatTheRuntimeThrowsComesToTheCaller) {
+  LineText line;
+  line.Append("before");
+  unsigned long thrown = 0;
+  try {
+    const ImportPatch patch(GetModuleHandleA(nullptr), "msvcrt.dll", "_vsnprintf",
+                            &ThrowFromFormatting);
+    line.Append(" after");
+  } catch (unsigned long code) {
+    thrown = code;
+  }
+  EXPECT_EQ(5u, thrown);
+  EXPECT_STREQ("before", line.Text());
 }
 
 }  // namespace
