@@ -103,7 +103,6 @@ class TPKCS8 : private TASN1 {
   // The end of a build or read: holds the document if the code is 0, else nothing. Returns the
   // code.
   std::int32_t Settle(std::uint32_t kind, std::int32_t code);
-  std::int32_t BuildTree(const Pkcs8Record& input);
   std::int32_t ReadTree(std::uint32_t kind, OctetSpan octets);
 
   std::uint32_t kind_ = 0;  // 0: nothing is held

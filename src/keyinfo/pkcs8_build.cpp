@@ -171,22 +171,20 @@ std::uint64_t SizeOf(const EncodedDocument& input) { return input.octets.size();
 
 }  // namespace
 
-std::int32_t TPKCS8::BuildTree(const Pkcs8Record& input) {
-  return std::visit(
+std::int32_t TPKCS8::Build(const Pkcs8Record* input) {
+  Clear();
+  if (input == nullptr) {
+    return 1;
+  }
+  const std::int32_t code = std::visit(
       [this](const auto& record) {
         // More than headers and object identifiers can add.
         constexpr std::uint32_t kOverhead = 0x1000;
         CheckedSize(SizeOf(record) + kOverhead);
         return BuildDocument(*this, record);
       },
-      input);
-}
-
-std::int32_t TPKCS8::Build(const Pkcs8Record* input) {
-  Clear();
-  return input == nullptr
-             ? 1
-             : Settle(static_cast<std::uint32_t>(input->index() + 1), BuildTree(*input));
+      *input);
+  return Settle(static_cast<std::uint32_t>(input->index() + 1), code);
 }
 
 }  // namespace zarext
