@@ -5,8 +5,6 @@
 
 #include <windows.h>
 
-#include <type_traits>
-
 namespace zarext {
 
 // Inside the module a failure is this type, thrown by value. Anything else that is thrown (a signed
@@ -39,15 +37,6 @@ void CallTranslatingExceptions(const Callback<>& work);
 // Calls work(), and onCode(code) if it throws an ErrorCode, onOther() if it throws anything else.
 // What these throw goes on to the caller.
 void CallGuarded(Callback<ErrorCode> onCode, Callback<> onOther, Callback<> work);
-
-// The same for functions with a result: that of the one that was called last.
-template <typename OnCode, typename OnOther, typename Work>
-std::invoke_result_t<Work&> RunGuarded(OnCode onCode, OnOther onOther, Work work) {
-  std::invoke_result_t<Work&> result{};
-  CallGuarded([&](ErrorCode code) { result = onCode(code); }, [&] { result = onOther(); },
-              [&] { result = work(); });
-  return result;
-}
 
 }  // namespace zarext
 

@@ -33,10 +33,9 @@ BOOL OpenStore(ExportTrace& trace, HCRYPTPROV hCryptProv, HCERTSTORE hCertStore,
 }
 
 // Every failure but that of the provider's type ends with the same line.
-BOOL EndFailedOpen(ExportTrace& trace, ErrorCode code) {
+void EndFailedOpen(ExportTrace& trace, ErrorCode code) {
   SetLastError(code);
   trace.Line("FINISH");
-  return FALSE;
 }
 
 }  // namespace
@@ -55,15 +54,17 @@ extern "C" BOOL WINAPI ZarOpenStoreProv(LPCSTR lpszStoreProvider, DWORD /*dwEnco
         "EXT : ZarOpenStoreProv [lpszStoreProvider = %s] [hCryptProv = %x] [dwFlags = %X] "
         "[hCertStore = %p]",
         name, Hex(hCryptProv), Hex(dwFlags), hCertStore);
-    return RunGuarded(
+    BOOL result = FALSE;
+    CallGuarded(
         [&](ErrorCode code) {
           trace.Line("ERROR = %x", Hex(code));
-          return EndFailedOpen(trace, code);
+          EndFailedOpen(trace, code);
         },
         [&] {
           trace.Line("ERROR");
-          return EndFailedOpen(trace, static_cast<ErrorCode>(NTE_NO_MEMORY));
+          EndFailedOpen(trace, static_cast<ErrorCode>(NTE_NO_MEMORY));
         },
-        [&] { return OpenStore(trace, hCryptProv, hCertStore, pStoreProvInfo); });
+        [&] { result = OpenStore(trace, hCryptProv, hCertStore, pStoreProvInfo); });
+    return result;
   });
 }

@@ -52,20 +52,14 @@ void RequireLogged(bool succeeded, const char* line) {
 
 // Sets no last error: callers find what the last call into the platform left there, the log's calls
 // and the closing of the store included.
-// clang-tidy takes what the lambda throws for thrown here; RunGuarded runs it, and catches.
-template <typename Work>
-// NOLINTNEXTLINE(bugprone-exception-escape)
-BOOL RunMaintenance(const char* failureLine, Work work) noexcept {
-  return RunGuarded(
-      [&](ErrorCode code) -> BOOL {
-        FileLog(kLogFile, failureLine, Hex(code));
-        return FALSE;
-      },
-      []() -> BOOL { return FALSE; },
-      [&]() -> BOOL {
-        work();
-        return TRUE;
-      });
+BOOL RunMaintenance(const char* failureLine, Callback<> work) noexcept {
+  BOOL result = FALSE;
+  CallGuarded([&](ErrorCode code) { FileLog(kLogFile, failureLine, Hex(code)); }, [] {},
+              [&] {
+                work();
+                result = TRUE;
+              });
+  return result;
 }
 
 // `failureLine` as for RequireLogged.

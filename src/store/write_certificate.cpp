@@ -171,13 +171,11 @@ BOOL WINAPI CertStoreProvWriteCertCallback(HCERTSTOREPROV hStoreProv, PCCERT_CON
     if (pCertContext == nullptr || hStoreProv == nullptr || pCertContext->pCertInfo == nullptr) {
       return FALSE;
     }
-    return RunGuarded(
-        [](ErrorCode code) -> BOOL {
-          SetLastError(code);
-          return FALSE;
-        },
-        // Unlike an export, this one leaves the last error alone.
-        []() -> BOOL { return FALSE; }, [&] { return WriteCertificate(trace, *pCertContext); });
+    BOOL result = FALSE;
+    // Unlike an export, this one leaves the last error alone if anything but a code is thrown.
+    CallGuarded([](ErrorCode code) { SetLastError(code); }, [] {},
+                [&] { result = WriteCertificate(trace, *pCertContext); });
+    return result;
   });
 }
 
