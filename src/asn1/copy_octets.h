@@ -2,6 +2,7 @@
 #ifndef ZAREXT_ASN1_COPY_OCTETS_H_
 #define ZAREXT_ASN1_COPY_OCTETS_H_
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -37,9 +38,7 @@ void CopyAndClear(std::uint8_t* to, const std::uint8_t* from, std::uint32_t coun
   static_assert(kRoom > 32 && kRoom <= 48);
   static constexpr auto kMask = [] {
     std::array<std::uint8_t, std::size_t{2} * kRoom> mask{};
-    for (std::uint32_t i = 0; i < kRoom; ++i) {
-      mask[i] = 0xFF;
-    }
+    std::fill_n(mask.begin(), kRoom, std::uint8_t{0xFF});
     return mask;
   }();
   const auto copy16 = [to, from, mask = kMask.data() + (kRoom - count)](std::uint32_t at) {

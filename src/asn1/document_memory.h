@@ -75,10 +75,9 @@ class DocumentMemory {
  private:
   static constexpr std::size_t kFirstBlock = 8192;  // holds a certificate
   static constexpr std::size_t kLeastBlock = 4096;
-  static constexpr std::size_t kMostUnexpected = std::size_t{64} * 1024;
-  // Longer blocks go back to the system with each document, and are slow to come again: Wine's heap
-  // decommits them.
-  static constexpr std::size_t kMostExpected = std::size_t{192} * 1024;
+  // Longer blocks make documents slower on Wine's heap (script/bench asn1).
+  static constexpr std::size_t kMostUnexpected = std::size_t{16} * 1024;
+  static constexpr std::size_t kMostExpected = std::size_t{64} * 1024;
   static constexpr std::size_t kLargestPiece = std::size_t{16} * 1024;
   static constexpr std::size_t kClasses = 112;
   static constexpr std::size_t kMargin = ZAREXT_ADDRESS_SANITIZER ? 16 : 0;

@@ -17,10 +17,6 @@ constexpr std::uint32_t kShortScanLimit = 15;
 // Not found, as a position: the first one past all that are searched.
 constexpr std::uint16_t kNoClosing = kScanLimit;
 
-std::uint32_t ScanLimitAt(std::uint32_t position) {
-  return position < kScanLimit ? kScanLimit - position : kShortScanLimit;
-}
-
 // One step of the search: to the next octets, into or out of an indefinite element, or nowhere.
 struct ScanStep {
   std::int32_t level;
@@ -45,7 +41,7 @@ ScanStep StepAt(const std::uint8_t* octets, std::uint64_t available) {
 
 std::uint32_t ScanIndefinite(const std::uint8_t* octets, std::uint64_t available,
                              std::uint32_t position) {
-  const std::uint32_t limit = ScanLimitAt(position);
+  const std::uint32_t limit = position < kScanLimit ? kScanLimit - position : kShortScanLimit;
   std::uint64_t offset = 0;
   std::int32_t depth = 0;
   while (offset < limit && offset < available) {
@@ -123,7 +119,7 @@ std::int32_t ValidateImage(ImageReader& reader, std::size_t* need) {
       if (position > end) {
         return kAsnBeyondElement;
       }
-      if (outerEnds.Size() == 0) {
+      if (outerEnds.IsEmpty()) {
         *need = counted;
         return kAsnOk;
       }

@@ -10,7 +10,8 @@
 
 namespace zarext {
 
-enum class HeaderState : std::uint8_t {
+// Of 32 bits: for Windows, clang keeps a header of 8 octets in one register, which is slower.
+enum class HeaderState : std::uint32_t {
   kReadable,
   kUnreadable,  // a length octet of 0x85 or more
   kTruncated,   // the header needs octets beyond the image

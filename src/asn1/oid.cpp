@@ -60,9 +60,8 @@ std::int32_t OidTextToContent(const char* text, std::uint8_t* out) {
   std::string_view rest = text != nullptr ? std::string_view(text) : std::string_view();
   std::int32_t first = 0;
   std::int32_t second = 0;
-  if (NextArc(&rest, &first)) {
-    NextArc(&rest, &second);
-  }
+  NextArc(&rest, &first);
+  NextArc(&rest, &second);
   std::uint8_t* end = out;
   *end++ = static_cast<std::uint8_t>(static_cast<std::uint32_t>(first) * 40U +
                                      static_cast<std::uint32_t>(second));
@@ -74,11 +73,10 @@ std::int32_t OidTextToContent(const char* text, std::uint8_t* out) {
 }
 
 std::string OidContentToText(const std::uint8_t* content, std::uint32_t length) {
-  std::string text;
   if (length == 0) {
-    return text;
+    return {};
   }
-  text = std::to_string(content[0] / 40U) + '.' + std::to_string(content[0] % 40U);
+  std::string text = std::to_string(content[0] / 40U) + '.' + std::to_string(content[0] % 40U);
   std::uint32_t pending = 0;
   std::int32_t arcs = 2;
   for (std::uint32_t i = 1; i < length && arcs < kMaxOidContentArcs; ++i) {
@@ -103,12 +101,9 @@ bool SameOid(const char* text, const char* known) noexcept {
 }
 
 bool IsOwnAlgorithmOid(const char* text) {
-  if (text == nullptr) {
-    return false;
-  }
-  constexpr std::array<const char*, 3> kArcs = {kMakerArc, kCryptoProArc, kNationalArc};
-  return std::any_of(kArcs.begin(), kArcs.end(),
-                     [text](const char* arc) { return std::strstr(text, arc) != nullptr; });
+  constexpr std::array kArcs = {kMakerArc, kCryptoProArc, kNationalArc};
+  const auto occurs = [text](const char* arc) { return std::strstr(text, arc) != nullptr; };
+  return text != nullptr && std::any_of(kArcs.begin(), kArcs.end(), occurs);
 }
 
 }  // namespace zarext

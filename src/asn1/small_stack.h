@@ -7,7 +7,7 @@
 #include <cstddef>
 #include <memory>
 #include <type_traits>
-#include <utility>
+#include <vector>
 
 namespace zarext {
 
@@ -21,7 +21,7 @@ class SmallStack {
   SmallStack(const SmallStack&) = delete;
   SmallStack& operator=(const SmallStack&) = delete;
 
-  [[nodiscard]] std::size_t Size() const { return static_cast<std::size_t>(next_ - first_); }
+  [[nodiscard]] bool IsEmpty() const { return next_ == near_; }
 
   // The last entry pushed; valid until the next Push or Pop.
   T& Top() { return next_[-1]; }
@@ -29,27 +29,47 @@ class SmallStack {
   // Throws std::bad_alloc and changes nothing when a deep stack cannot grow.
   void Push(const T& entry) {
     if (next_ == limit_) {
-      Grow();
+      GoUp();
     }
     *next_++ = entry;
   }
 
-  void Pop() { --next_; }
+  void Pop() {
+    if (--next_ == first_ && below_ > 0) {
+      GoDown();
+    }
+  }
 
  private:
-  void Grow() {
-    const std::size_t size = Size();
-    auto larger = std::make_unique_for_overwrite<T[]>(size * 4);
-    std::copy(first_, next_, larger.get());
-    far_ = std::move(larger);
-    first_ = far_.get();
-    next_ = first_ + size;
-    limit_ = first_ + size * 4;
+  // Pieces, each twice as long as the one below it, and not one array that grows: memory of that
+  // length would go back to the system and come again with each document.
+  static std::size_t PieceSize(std::size_t below) {
+    return kInline << std::min<std::size_t>(below, 7);
+  }
+
+  [[gnu::cold]] void GoUp() {
+    if (below_ == pieces_.size()) {
+      pieces_.push_back(std::make_unique_for_overwrite<T[]>(PieceSize(below_ + 1)));
+    }
+    GoTo(below_ + 1);
+    next_ = first_;
+  }
+
+  [[gnu::cold]] void GoDown() {
+    GoTo(below_ - 1);
+    next_ = limit_;
+  }
+
+  void GoTo(std::size_t below) {
+    below_ = below;
+    first_ = below == 0 ? near_ : pieces_[below - 1].get();
+    limit_ = first_ + PieceSize(below);
   }
 
   // Left as they are: an entry is written before it is read.
   T near_[kInline];
-  std::unique_ptr<T[]> far_;
+  std::vector<std::unique_ptr<T[]>> pieces_;
+  std::size_t below_ = 0;  // how many pieces are full
   T* first_ = near_;
   T* next_ = near_;  // behind the last entry
   T* limit_ = near_ + kInline;

@@ -35,10 +35,7 @@ class NodeHolder {
 
 // The outermost element of an image of at most `known` octets; empty when its header is unreadable.
 std::span<const std::uint8_t> OutermostElement(const std::uint8_t* image, std::uint64_t known) {
-  if (image == nullptr) {
-    return {};
-  }
-  const ElementHeader header = DecodeHeader(image, known);
+  const ElementHeader header = DecodeHeader(image, image == nullptr ? 0 : known);
   if (header.state != HeaderState::kReadable) {
     return {};
   }
@@ -190,7 +187,7 @@ void EncodeTree(const AsnNode& top, std::uint8_t* out) {
         outer.Push(level);
         level = {node.children, node.children + node.count};
       }
-    } else if (outer.Size() > 0) {
+    } else if (!outer.IsEmpty()) {
       level = outer.Top();
       outer.Pop();
     } else {
@@ -224,10 +221,8 @@ std::int32_t TASN1::Load(const std::uint8_t* data, std::uint32_t length) {
   }
   ImageReader reader({data, length});
   const ElementHeader header = reader.Read(0);
-  if (header.state != HeaderState::kReadable) {
-    return kAsnWrongSize;
-  }
-  if (std::uint64_t{header.size} + header.length != length) {
+  if (header.state != HeaderState::kReadable ||
+      std::uint64_t{header.size} + header.length != length) {
     return kAsnWrongSize;
   }
   return ValidateImage(reader, &loadedNeed_);

@@ -30,7 +30,7 @@ bool CloseElements(std::uint64_t position, SmallStack<OpenElement>& outer, OpenE
     }
   };
   for (; position >= parent.end; ++left) {
-    if (outer.Size() == 0) {
+    if (outer.IsEmpty()) {
       return false;
     }
     const std::int64_t change = parent.change;
@@ -117,7 +117,7 @@ class FlattenPass {
   FlattenPass(const FlattenPass&) = delete;
   FlattenPass& operator=(const FlattenPass&) = delete;
   ~FlattenPass() {
-    while (walk_.Size() > 0) {
+    while (!walk_.IsEmpty()) {
       GoUp();
     }
     AdjustLengths(top_->parent, change_);
@@ -125,7 +125,7 @@ class FlattenPass {
 
   std::int32_t Run() {
     std::int32_t result = Visit(top_);
-    while (result == kAsnOk && walk_.Size() > 0) {
+    while (result == kAsnOk && !walk_.IsEmpty()) {
       Step& step = walk_.Top();
       if (step.next < step.node->count) {
         result = Visit(step.node->children[step.next++]);
@@ -160,12 +160,10 @@ class FlattenPass {
   void GoUp() {
     const Step done = walk_.Top();
     walk_.Pop();
-    if (done.change != 0) {
-      Carry(AdjustLength(done.node, done.change));
-    }
+    Carry(AdjustLength(done.node, done.change));
   }
 
-  void Carry(std::int64_t change) { (walk_.Size() > 0 ? walk_.Top().change : change_) += change; }
+  void Carry(std::int64_t change) { (!walk_.IsEmpty() ? walk_.Top().change : change_) += change; }
 
   DocumentMemory& memory_;
   AsnNode* top_;
@@ -191,11 +189,11 @@ BuildOutcome BuildElements(DocumentMemory& memory, ImageReader& reader, std::uin
         built.contentLength = CheckedLength(static_cast<std::uint64_t>(parent.change));
         return built;
       }
-      node = outer.Size() == 0 ? holder : node;
+      node = outer.IsEmpty() ? holder : node;
     }
     const ElementHeader header = reader.Read(position);
     if (header.state != HeaderState::kReadable) {
-      fail(outer.Size() == 0 ? kAsnInnerUnreadable : kAsnInnerFailed);
+      fail(outer.IsEmpty() ? kAsnInnerUnreadable : kAsnInnerFailed);
       continue;
     }
     if (header.tag == 0 && header.length == 0) {
@@ -206,10 +204,9 @@ BuildOutcome BuildElements(DocumentMemory& memory, ImageReader& reader, std::uin
     }
     position += header.size;
     if (IsConstructed(header.tag)) {
-      node = AppendChild(memory, node, outer.Size() == 0 ? owner : node, header.tag);
+      node = AppendChild(memory, node, outer.IsEmpty() ? owner : node, header.tag);
       built.segmentedStrings |= IsSegmentedString(header.tag);
-      parent.change += WriteHeader(node, header.tag, header.length);
-      parent.change += header.length;
+      parent.change += std::int64_t{WriteHeader(node, header.tag, header.length)} + header.length;
       outer.Push(parent);
       parent = {position + header.length, -std::int64_t{header.length}};
       continue;
@@ -219,7 +216,7 @@ BuildOutcome BuildElements(DocumentMemory& memory, ImageReader& reader, std::uin
       fail(kAsnInnerFailed);
       continue;
     }
-    AsnNode* leaf = AppendChild(memory, node, outer.Size() == 0 ? owner : node, header.tag);
+    AsnNode* leaf = AppendChild(memory, node, outer.IsEmpty() ? owner : node, header.tag);
     parent.change += FillFromImage(memory, leaf, reader.At(position), header.length, available);
     position += header.length;
   }

@@ -50,6 +50,7 @@ void* __real_malloc(std::size_t size);
 void* __real_calloc(std::size_t count, std::size_t size);
 void __real_free(void* block);
 void* __real__Znwm(std::size_t size);
+void* __real__Znam(std::size_t size);
 
 void* __wrap_malloc(std::size_t size) { return Refuse(size) ? nullptr : Held(__real_malloc(size)); }
 void* __wrap_calloc(std::size_t count, std::size_t size) {
@@ -65,6 +66,10 @@ void __wrap_free(void* block) {
 void* __wrap__Znwm(std::size_t size) {
   if (Refuse(size)) throw std::bad_alloc();
   return __real__Znwm(size);
+}
+void* __wrap__Znam(std::size_t size) {
+  if (Refuse(size)) throw std::bad_alloc();
+  return __real__Znam(size);
 }
 }
 // NOLINTEND

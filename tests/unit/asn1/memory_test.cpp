@@ -38,8 +38,8 @@ INSTANTIATE_TEST_SUITE_P(
         CountCase{"30 09 02 01 05 05 00 30 02 05 00", "", 0, 0},
         CountCase{"30 28 04 26 00", kOctets37, 1, 0},
         CountCase{"24 06 04 01 AA 04 01 BB", "", 0, 0}, CountCase{"30 50", "05 00", 40, 0},
-        // One block for all the rest, up to 196,608 octets; long child arrays have their own.
-        CountCase{"30 82 01 2C", "05 00", 150, 1}, CountCase{"30 82 0F A0", "05 00", 2000, 3},
+        // Blocks of at most 65,536 octets for all the rest; long child arrays have their own.
+        CountCase{"30 82 01 2C", "05 00", 150, 1}, CountCase{"30 82 0E D8", "05 00", 1900, 4},
         CountCase{"30 81 C8 04 81 C5", "01", 197, 0},
         CountCase{"30 82 40 04 04 82 40 00", "01", 16384, 1},
         CountCase{
@@ -62,10 +62,10 @@ TEST(MemoryTest, AddedNodesFillBlocks) {
     for (int i = 0; i < 1000; ++i) document.AddChild(0x02, 4, &number, 0xFFFFFF);
   });
   EXPECT_LE(seen.count, 8U);
-  EXPECT_LE(seen.largest, 65536U + kHead);
+  EXPECT_LE(seen.largest, 16384U + kHead);
 }
 
-// What was expected is there once, in blocks of at most 192 KB: those that follow are as large as
+// What was expected is there once, in blocks of at most 64 KB: those that follow are as large as
 // others.
 TEST(MemoryTest, BlocksForWhatIsExpected) {
   const auto nextBlock = [](DocumentMemory& memory, int pieces) {
@@ -75,16 +75,16 @@ TEST(MemoryTest, BlocksForWhatIsExpected) {
         .largest;
   };
   DocumentMemory memory(Release::kPlain);
-  memory.Expect(150000);
-  EXPECT_EQ(nextBlock(memory, 1), 150000U + kHead);
-  EXPECT_LE(nextBlock(memory, 30), 65536U + kHead);
+  memory.Expect(50000);
+  EXPECT_EQ(nextBlock(memory, 1), 50000U + kHead);
+  EXPECT_LE(nextBlock(memory, 30), 16384U + kHead);
 
   DocumentMemory longer(Release::kPlain);
-  longer.Expect(500000);
-  EXPECT_EQ(nextBlock(longer, 1), 196608U + kHead);
-  EXPECT_EQ(nextBlock(longer, 21), 196608U + kHead);
-  EXPECT_EQ(nextBlock(longer, 21), 106784U + kHead);
-  EXPECT_LE(nextBlock(longer, 30), 65536U + kHead);
+  longer.Expect(170000);
+  EXPECT_EQ(nextBlock(longer, 1), 65536U + kHead);
+  EXPECT_EQ(nextBlock(longer, 7), 65536U + kHead);
+  EXPECT_EQ(nextBlock(longer, 7), 38928U + kHead);
+  EXPECT_LE(nextBlock(longer, 30), 16384U + kHead);
 
   DocumentMemory cleared(Release::kPlain);
   cleared.Expect(200000);
