@@ -108,8 +108,7 @@ void WriteLine(std::FILE* file, const char* timestamp, const char* message) {
 }
 
 // What a call throws is passed over: a log that cannot be written is none of the export's failures.
-template <typename MakeMessage>
-void LogToFile(const char* path, const char* lockFileName, MakeMessage makeMessage) {
+void LogToFile(const char* path, const char* lockFileName, Callback<LineText&> makeMessage) {
   // Closed on every path, also with its initial value: a host that shares the C runtime then loses
   // its descriptor 0. Closing it again, or -1 where there is no lock file, only fails.
   int lockFile = 0;
