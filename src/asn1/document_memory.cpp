@@ -42,11 +42,7 @@ DocumentMemory::Block* DocumentMemory::AddBlock(std::size_t size) {
   return block;
 }
 
-void DocumentMemory::DropBlock(Block* block) noexcept {
-  *block->link = block->next;
-  if (block->next != nullptr) {
-    block->next->link = block->link;
-  }
+void DocumentMemory::EndBlock(Block* block) noexcept {
   ASAN_UNPOISON_MEMORY_REGION(block->Octets(), block->size);
   Wipe(block->Octets(), block->size);
   std::free(block);  // NOLINT(cppcoreguidelines-no-malloc)
@@ -80,7 +76,12 @@ std::uint8_t* DocumentMemory::TakeElsewhere(std::size_t size) {
 
 void DocumentMemory::GiveBack(void* piece, std::size_t size) noexcept {
   if (size > kLargestPiece) {
-    DropBlock(static_cast<Block*>(piece) - 1);
+    Block* block = static_cast<Block*>(piece) - 1;
+    *block->link = block->next;
+    if (block->next != nullptr) {
+      block->next->link = block->link;
+    }
+    EndBlock(block);
     return;
   }
   Wipe(piece, size);
@@ -94,7 +95,7 @@ void DocumentMemory::GiveBack(void* piece, std::size_t size) noexcept {
 
 void DocumentMemory::Clear() noexcept {
   while (blocks_ != nullptr) {
-    DropBlock(blocks_);
+    EndBlock(std::exchange(blocks_, blocks_->next));
   }
   const bool moreThanFirst = end_ != first_ + kFirstBlock;
   const auto used = moreThanFirst ? kFirstBlock : static_cast<std::size_t>(next_ - first_);

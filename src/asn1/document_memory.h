@@ -77,7 +77,7 @@ class DocumentMemory {
   static constexpr std::size_t kLeastBlock = 4096;
   // Longer blocks make documents slower on Wine's heap (script/bench asn1).
   static constexpr std::size_t kMostUnexpected = std::size_t{16} * 1024;
-  static constexpr std::size_t kMostExpected = std::size_t{64} * 1024;
+  static constexpr std::size_t kMostExpected = std::size_t{32} * 1024;
   static constexpr std::size_t kLargestPiece = std::size_t{16} * 1024;
   static constexpr std::size_t kClasses = 112;
   static constexpr std::size_t kMargin = ZAREXT_ADDRESS_SANITIZER ? 16 : 0;
@@ -106,7 +106,7 @@ class DocumentMemory {
 
   std::uint8_t* TakeElsewhere(std::size_t size);
   Block* AddBlock(std::size_t size);
-  void DropBlock(Block* block) noexcept;
+  void EndBlock(Block* block) noexcept;
   void Wipe(void* octets, std::size_t size) const noexcept;
 
   std::uint8_t* next_ = first_;  // what is left of the block from which pieces are cut

@@ -38,8 +38,8 @@ INSTANTIATE_TEST_SUITE_P(
         CountCase{"30 09 02 01 05 05 00 30 02 05 00", "", 0, 0},
         CountCase{"30 28 04 26 00", kOctets37, 1, 0},
         CountCase{"24 06 04 01 AA 04 01 BB", "", 0, 0}, CountCase{"30 50", "05 00", 40, 0},
-        // Blocks of at most 65,536 octets for all the rest; long child arrays have their own.
-        CountCase{"30 82 01 2C", "05 00", 150, 1}, CountCase{"30 82 0E D8", "05 00", 1900, 4},
+        // Blocks of at most 32,768 octets for all the rest; long child arrays have their own.
+        CountCase{"30 82 01 2C", "05 00", 150, 1}, CountCase{"30 82 09 60", "05 00", 1200, 5},
         CountCase{"30 81 C8 04 81 C5", "01", 197, 0},
         CountCase{"30 82 40 04 04 82 40 00", "01", 16384, 1},
         CountCase{
@@ -49,7 +49,7 @@ INSTANTIATE_TEST_SUITE_P(
             "01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 "
             "01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 "
             "01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01",
-            255, 1}));
+            255, 2}));
 
 // What a block has before its pieces.
 constexpr std::size_t kHead = 32;
@@ -65,7 +65,7 @@ TEST(MemoryTest, AddedNodesFillBlocks) {
   EXPECT_LE(seen.largest, 16384U + kHead);
 }
 
-// What was expected is there once, in blocks of at most 64 KB: those that follow are as large as
+// What was expected is there once, in blocks of at most 32 KB: those that follow are as large as
 // others.
 TEST(MemoryTest, BlocksForWhatIsExpected) {
   const auto nextBlock = [](DocumentMemory& memory, int pieces) {
@@ -75,15 +75,15 @@ TEST(MemoryTest, BlocksForWhatIsExpected) {
         .largest;
   };
   DocumentMemory memory(Release::kPlain);
-  memory.Expect(50000);
-  EXPECT_EQ(nextBlock(memory, 1), 50000U + kHead);
+  memory.Expect(30000);
+  EXPECT_EQ(nextBlock(memory, 1), 30000U + kHead);
   EXPECT_LE(nextBlock(memory, 30), 16384U + kHead);
 
   DocumentMemory longer(Release::kPlain);
-  longer.Expect(170000);
-  EXPECT_EQ(nextBlock(longer, 1), 65536U + kHead);
-  EXPECT_EQ(nextBlock(longer, 7), 65536U + kHead);
-  EXPECT_EQ(nextBlock(longer, 7), 38928U + kHead);
+  longer.Expect(90000);
+  EXPECT_EQ(nextBlock(longer, 1), 32768U + kHead);
+  EXPECT_EQ(nextBlock(longer, 3), 32768U + kHead);
+  EXPECT_EQ(nextBlock(longer, 3), 24464U + kHead);
   EXPECT_LE(nextBlock(longer, 30), 16384U + kHead);
 
   DocumentMemory cleared(Release::kPlain);
