@@ -19,8 +19,7 @@ CRITICAL_SECTION openSection;
 bool isOpenSectionThere = false;
 
 // A hold on the section's mutex, also on one whose owner died; without a mutex nothing is held.
-void EndTurn(HANDLE mutex) { ReleaseMutex(mutex); }
-using SectionTurn = UniqueHandle<HANDLE, EndTurn>;
+using SectionTurn = UniqueHandle<HANDLE, ReleaseMutex>;
 
 SectionTurn TakeTurn(HANDLE mutex) {
   WaitForSingleObject(mutex, INFINITE);
