@@ -43,7 +43,7 @@ if(ZAREXT_RELEASE)
   add_compile_options($<$<COMPILE_LANGUAGE:C,CXX>:-gcodeview> $<$<COMPILE_LANGUAGE:C,CXX>:-gno-codeview-command-line>
     $<$<COMPILE_LANGUAGE:C,CXX>:-ffile-prefix-map=${CMAKE_SOURCE_DIR}=.>
     $<$<COMPILE_LANGUAGE:C,CXX>:-ffile-prefix-map=../..=.> $<$<COMPILE_LANGUAGE:C,CXX>:-fdebug-compilation-dir=.>)
-  # For the module's own sources. Some folders add -O2 (src/CMakeLists.txt).
+  # For the module's own sources. Some folders are compiled with -O3 instead (src/CMakeLists.txt).
   set(ZAREXT_RELEASE_OPTIONS -Os -flto -fstack-protector-strong)
 endif()
 
