@@ -39,12 +39,12 @@ void ExportTrace::LineAndThrow(ErrorCode code, const char* format, ...) {
 }
 
 void CallInFrame(const char* exportName, Callback<ExportTrace&> work) noexcept {
-  CallGuarded([](ErrorCode code) { SetLastError(code); },
-              [] { SetLastError(static_cast<DWORD>(NTE_NO_MEMORY)); },
-              [&] {
-                ExportTrace trace(exportName);
-                work(trace);
-              });
+  RunGuarded([](ErrorCode code) { SetLastError(code); },
+             [] { SetLastError(static_cast<DWORD>(NTE_NO_MEMORY)); },
+             [&] {
+               ExportTrace trace(exportName);
+               work(trace);
+             });
 }
 
 void ThrowFailedCall(ExportTrace& trace, const char* call) {

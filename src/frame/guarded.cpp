@@ -2,7 +2,7 @@
 
 namespace zarext {
 
-void CallGuarded(Callback<ErrorCode> onCode, Callback<> onOther, Callback<> work) {
+void RunGuarded(Callback<ErrorCode> onCode, Callback<> onOther, Callback<> work) {
   CallTranslatingExceptions([&] {
     try {
       work();

@@ -36,7 +36,7 @@ void CallTranslatingExceptions(const Callback<>& work);
 
 // Calls work(), and onCode(code) if it throws an ErrorCode, onOther() if it throws anything else.
 // What these throw goes on to the caller.
-void CallGuarded(Callback<ErrorCode> onCode, Callback<> onOther, Callback<> work);
+void RunGuarded(Callback<ErrorCode> onCode, Callback<> onOther, Callback<> work);
 
 }  // namespace zarext
 

@@ -133,8 +133,8 @@ void LogToFile(const char* path, const char* lockFileName, Callback<LineText&> m
       _locking(lockFile, _LK_UNLCK, 0);
     }
   };
-  CallGuarded([](ErrorCode) {}, [] {}, log);
-  CallGuarded([](ErrorCode) {}, [] {}, [&] { _close(lockFile); });
+  RunGuarded([](ErrorCode) {}, [] {}, log);
+  RunGuarded([](ErrorCode) {}, [] {}, [&] { _close(lockFile); });
 }
 
 }  // namespace

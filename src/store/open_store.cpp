@@ -55,7 +55,7 @@ extern "C" BOOL WINAPI ZarOpenStoreProv(LPCSTR lpszStoreProvider, DWORD /*dwEnco
         "[hCertStore = %p]",
         name, Hex(hCryptProv), Hex(dwFlags), hCertStore);
     BOOL result = FALSE;
-    CallGuarded(
+    RunGuarded(
         [&](ErrorCode code) {
           trace.Line("ERROR = %x", Hex(code));
           EndFailedOpen(trace, code);

@@ -54,11 +54,11 @@ void RequireLogged(bool succeeded, const char* line) {
 // and the closing of the store included.
 BOOL RunMaintenance(const char* failureLine, Callback<> work) noexcept {
   BOOL result = FALSE;
-  CallGuarded([&](ErrorCode code) { FileLog(kLogFile, failureLine, Hex(code)); }, [] {},
-              [&] {
-                work();
-                result = TRUE;
-              });
+  RunGuarded([&](ErrorCode code) { FileLog(kLogFile, failureLine, Hex(code)); }, [] {},
+             [&] {
+               work();
+               result = TRUE;
+             });
   return result;
 }
 

@@ -173,8 +173,8 @@ BOOL WINAPI CertStoreProvWriteCertCallback(HCERTSTOREPROV hStoreProv, PCCERT_CON
     }
     BOOL result = FALSE;
     // Unlike an export, this one leaves the last error alone if anything but a code is thrown.
-    CallGuarded([](ErrorCode code) { SetLastError(code); }, [] {},
-                [&] { result = WriteCertificate(trace, *pCertContext); });
+    RunGuarded([](ErrorCode code) { SetLastError(code); }, [] {},
+               [&] { result = WriteCertificate(trace, *pCertContext); });
     return result;
   });
 }
