@@ -47,15 +47,13 @@ void CallInFrame(const char* exportName, Callback<ExportTrace&> work) noexcept {
              });
 }
 
-void ThrowFailedCall(ExportTrace& trace, const char* call) {
-  const ErrorCode code = GetLastError();
+void ThrowFailedCall(ExportTrace& trace, const char* call, ErrorCode code) {
   trace.LineAndThrow(code, "%s = %x.", call, Hex(code));
 }
 
 void RequirePlace(ExportTrace& trace, const char* call, const void* place) {
   if (place == nullptr) {
-    SetLastError(ERROR_INVALID_PARAMETER);
-    ThrowFailedCall(trace, call);
+    ThrowFailedCall(trace, call, ERROR_INVALID_PARAMETER);
   }
 }
 

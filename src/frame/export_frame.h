@@ -91,9 +91,10 @@ inline void RequireSuccess(bool succeeded) {
   }
 }
 
-// Traces "<call> = %x." with the thread's last error and throws that code. To be called right after
-// the failed call.
-[[noreturn]] void ThrowFailedCall(ExportTrace& trace, const char* call);
+// Traces "<call> = %x." with the code and throws it: the thread's last error, right after the
+// failed call.
+[[noreturn]] void ThrowFailedCall(ExportTrace& trace, const char* call,
+                                  ErrorCode code = GetLastError());
 
 // Refuses a null place for what `call` would give, as the platform refuses it, in place of the
 // call: not every version of the platform survives one. To be called where the call is made.

@@ -8,6 +8,13 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
+// The calls for one recipient, all of them in the structure's provider.
+auto IsOneWrappedKey() {
+  return ElementsAre("GetProvParam(1001, 16, 4, 0)", "GenKey(1001, 681f, 1) = 4001",
+                     "ImportKey(1001, [0602abcd], 0, 0) = 3001",
+                     "ExportKey(1001, 1001, 3001, 1, 0, 512)");
+}
+
 // The older form opens a container for an exchange key; this one does not.
 TEST_F(GenerateForMessageTest, AcquiresAVerificationContextForAnExchangeKeyToo) {
   const ProviderHandleAsKey providerHandleAsKey;
@@ -29,10 +36,7 @@ TEST_F(GenerateForMessageTest, WrapsInTheProviderOfTheStructure) {
   keyTrans.hCryptProv = second.Get();
   provider.ClearCalls();
   EXPECT_EQ(TRUE, Call());
-  EXPECT_THAT(provider.Calls(),
-              ElementsAre("GetProvParam(1001, 16, 4, 0)", "GenKey(1001, 681f, 1) = 4001",
-                          "ImportKey(1001, [0602abcd], 0, 0) = 3001",
-                          "ExportKey(1001, 1001, 3001, 1, 0, 512)"));
+  EXPECT_THAT(provider.Calls(), IsOneWrappedKey());
 }
 
 TEST_F(GenerateForMessageTest, WithoutRecipientsLeavesTheWrappedKeyFieldsAlone) {
@@ -75,10 +79,7 @@ TEST_F(GenerateForMessageTest, WrapsForAKeyTransportRecipient) {
   info.cbContentEncryptKey = 1;
   provider.ClearCalls();
   EXPECT_EQ(TRUE, Call());
-  EXPECT_THAT(provider.Calls(),
-              ElementsAre("GetProvParam(1001, 16, 4, 0)", "GenKey(1001, 681f, 1) = 4001",
-                          "ImportKey(1001, [0602abcd], 0, 0) = 3001",
-                          "ExportKey(1001, 1001, 3001, 1, 0, 512)"));
+  EXPECT_THAT(provider.Calls(), IsOneWrappedKey());
   EXPECT_THAT(allocator.sizes, ElementsAre(512u));
   EXPECT_EQ(allocator.Address(0), info.pbContentEncryptKey);
   EXPECT_EQ(60u, info.cbContentEncryptKey);
