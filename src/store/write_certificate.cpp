@@ -166,15 +166,18 @@ BOOL WriteCertificate(ExportTrace& trace, const CERT_CONTEXT& certificate) {
 BOOL WINAPI CertStoreProvWriteCertCallback(HCERTSTOREPROV hStoreProv, PCCERT_CONTEXT pCertContext,
                                            DWORD dwFlags) {
   return RunExport("CertStoreProvWriteCertCallback", [&](ExportTrace& trace) {
-    trace.WholeLine("EXT : CertStoreProvWriteCertCallback [hStoreProv = %x] [dwFlags = %X]",
-                    Hex(hStoreProv), Hex(dwFlags));
-    if (pCertContext == nullptr || hStoreProv == nullptr || pCertContext->pCertInfo == nullptr) {
-      return FALSE;
-    }
     BOOL result = FALSE;
     // Unlike an export, this one leaves the last error alone if anything but a code is thrown.
     RunGuarded([](ErrorCode code) { SetLastError(code); }, [] {},
-               [&] { result = WriteCertificate(trace, *pCertContext); });
+               [&] {
+                 trace.WholeLine(
+                     "EXT : CertStoreProvWriteCertCallback [hStoreProv = %x] [dwFlags = %X]",
+                     Hex(hStoreProv), Hex(dwFlags));
+                 if (pCertContext != nullptr && hStoreProv != nullptr &&
+                     pCertContext->pCertInfo != nullptr) {
+                   result = WriteCertificate(trace, *pCertContext);
+                 }
+               });
     return result;
   });
 }

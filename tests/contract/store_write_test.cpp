@@ -3,6 +3,7 @@
 #include <future>
 
 #include "contract/store_write_fixture.h"
+#include "support/import_patch.h"
 #include "support/store_recording.h"
 
 namespace zarext::test {
@@ -257,6 +258,26 @@ TEST_F(StoreWrite, AnythingElseThrownLeavesTheLastErrorAlone) {
   EXPECT_EQ(0, Write(leaf));
   EXPECT_EQ(0x5EEDu, lastError);
   EXPECT_EQ(2, provider.CountCalls("ReleaseContext"));
+}
+
+// The debugger's output, in a handler of the host: from the first line on.
+TEST_F(StoreWrite, AnythingThrownOutOfATraceLineLeavesTheLastErrorAlone) {
+  AddThree();
+  static int line = 0;
+  static int throwing = 0;
+  const ImportPatch output(
+      Module(), "KERNEL32.dll", "OutputDebugStringA", +[](LPCSTR) WINAPI {
+        if (++line == throwing) {
+          SetLastError(0x5EED);
+          throw 5;
+        }
+      });
+  for (throwing = 1; throwing <= 3; ++throwing) {
+    line = 0;
+    EXPECT_EQ(0, Write(leaf)) << throwing;
+    EXPECT_EQ(throwing, line);
+    EXPECT_EQ(4711u, lastError) << throwing;
+  }
 }
 
 TEST_F(StoreWrite, ReleasesEverythingWhicheverCallFails) {
