@@ -103,7 +103,8 @@ TEST(MemoryTest, LongContents) {
   document.AddChild(0x04, 30000, Octets(30000, 0x22).data(), 0xFFFFFF);
   document.AddChild(0x04, 40000, Octets(40000, 0x33).data(), 0xFFFFFF);
   document.AddChild(0x04, 50000, Octets(50000, 0x44).data(), 0xFFFFFF);
-  document.DeleteNode(1, 0, 0xFFFFFF);
+  // One between two others, then its older neighbour.
+  document.DeleteNode(0, 1, 0xFFFFFF);
   document.DeleteNode(0, 0, 0xFFFFFF);
   EXPECT_LT(heldOctets - before, 90000U + 1000);
   EXPECT_EQ(Seen(document, 0).value, Octets(40000, 0x33));
