@@ -16,11 +16,15 @@ NAME = "zarext-" + VERSION
 
 def run(*command, check=True, **options):
     """Exit code and output; a failure ends the test unless it is asked for."""
-    result = subprocess.run([str(part) for part in command], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                            stderr=subprocess.STDOUT, text=True, errors="replace", **options)
-    if check and result.returncode != 0:
-        raise AssertionError("%s: %d\n%s" % (" ".join(map(str, command)), result.returncode, result.stdout[-2000:]))
-    return result.returncode, result.stdout
+    # Into a file: a process of Wine's that outlives the program would keep a pipe open, and this would wait for it.
+    with tempfile.TemporaryFile("w+", errors="replace") as file:
+        code = subprocess.run([str(part) for part in command], stdin=subprocess.DEVNULL, stdout=file,
+                              stderr=subprocess.STDOUT, **options).returncode
+        file.seek(0)
+        output = file.read()
+    if check and code != 0:
+        raise AssertionError("%s: %d\n%s" % (" ".join(map(str, command)), code, output[-2000:]))
+    return code, output
 
 
 @contextmanager
