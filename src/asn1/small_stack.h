@@ -41,8 +41,9 @@ class SmallStack {
   }
 
  private:
-  // Pieces, each twice as long as the one below it, and not one array that grows: memory of that
-  // length would go back to the system and come again with each document.
+  // Pieces, each twice as long as the one below it up to 128 times the first, and not one array
+  // that grows: memory of that length would go back to the system and come again with each
+  // document.
   static std::size_t PieceSize(std::size_t below) {
     return kInline << std::min<std::size_t>(below, 7);
   }
